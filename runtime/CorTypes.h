@@ -1,0 +1,124 @@
+// Basic types of the runtime's profiling and metadata interfaces, as laid out on
+// x86-64 Linux. These are the widths the runtime itself was built with: ULONG and
+// DWORD are 32 bits, WCHAR is char16_t, UINT_PTR is unsigned long.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+using BYTE = unsigned char;
+using UCHAR = unsigned char;
+using USHORT = unsigned short;
+using WORD = unsigned short;
+using ULONG = unsigned int;
+using LONG = int;
+using DWORD = unsigned int;
+using BOOL = int;
+using UINT = unsigned int;
+using INT = int;
+using ULONG32 = unsigned int;
+using UINT32 = unsigned int;
+using LONG32 = int;
+using INT32 = int;
+using UINT64 = unsigned long;
+using ULONG64 = unsigned long;
+using ULONGLONG = unsigned long;
+using INT64 = long;
+using LONGLONG = long;
+using UINT_PTR = unsigned long;
+using ULONG_PTR = unsigned long;
+using DWORD_PTR = unsigned long;
+using INT_PTR = long;
+using LONG_PTR = long;
+using SIZE_T = unsigned long;
+using HRESULT = int;
+using WCHAR = char16_t;
+using LPWSTR = WCHAR*;
+using LPCWSTR = const WCHAR*;
+using LPCBYTE = const BYTE*;
+using PVOID = void*;
+using LPVOID = void*;
+using LPCVOID = const void*;
+using HANDLE = void*;
+
+constexpr BOOL TRUE = 1;
+constexpr BOOL FALSE = 0;
+
+struct GUID {
+    ULONG Data1;
+    USHORT Data2;
+    USHORT Data3;
+    UCHAR Data4[8];
+};
+using IID = GUID;
+using CLSID = GUID;
+using REFGUID = const GUID&;
+using REFIID = const IID&;
+using REFCLSID = const CLSID&;
+
+inline bool IsEqualGUID(REFGUID a, REFGUID b) {
+    return std::memcmp(&a, &b, sizeof(GUID)) == 0;
+}
+inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
+
+static_assert(sizeof(GUID) == 16);
+static_assert(sizeof(ULONG) == 4 && sizeof(UINT_PTR) == 8 && sizeof(WCHAR) == 2);
+
+// Runtime object identifiers.
+using ProcessID = UINT_PTR;
+using AssemblyID = UINT_PTR;
+using AppDomainID = UINT_PTR;
+using ModuleID = UINT_PTR;
+using ClassID = UINT_PTR;
+using ThreadID = UINT_PTR;
+using ContextID = UINT_PTR;
+using FunctionID = UINT_PTR;
+using ObjectID = UINT_PTR;
+using GCHandleID = UINT_PTR;
+using COR_PRF_ELT_INFO = UINT_PTR;
+using ReJITID = UINT_PTR;
+using COR_PRF_FRAME_INFO = UINT_PTR;
+using EVENTPIPE_PROVIDER = UINT_PTR;
+using EVENTPIPE_EVENT = UINT_PTR;
+using EVENTPIPE_SESSION = UINT64;
+using ObjectHandleID = void**;
+union FunctionIDOrClientID {
+    FunctionID functionID;
+    UINT_PTR clientID;
+};
+
+// Metadata tokens: table in the top byte, row in the low three.
+using mdToken = uint32_t;
+using mdModule = mdToken;
+using mdTypeRef = mdToken;
+using mdTypeDef = mdToken;
+using mdFieldDef = mdToken;
+using mdMethodDef = mdToken;
+using mdParamDef = mdToken;
+using mdInterfaceImpl = mdToken;
+using mdMemberRef = mdToken;
+using mdCustomAttribute = mdToken;
+using mdPermission = mdToken;
+using mdSignature = mdToken;
+using mdEvent = mdToken;
+using mdProperty = mdToken;
+using mdModuleRef = mdToken;
+using mdAssembly = mdToken;
+using mdAssemblyRef = mdToken;
+using mdFile = mdToken;
+using mdExportedType = mdToken;
+using mdManifestResource = mdToken;
+using mdTypeSpec = mdToken;
+using mdGenericParam = mdToken;
+using mdMethodSpec = mdToken;
+using mdGenericParamConstraint = mdToken;
+using mdString = mdToken;
+using mdCPToken = mdToken;
+using RID = uint32_t;
+using HCORENUM = void*;
+using COR_SIGNATURE = uint8_t;
+using PCOR_SIGNATURE = uint8_t*;
+using PCCOR_SIGNATURE = const uint8_t*;
+using MDUTF8CSTR = const char*;
+using UVCP_CONSTANT = const void*;
