@@ -1,0 +1,41 @@
+// Runs one of the suite's .NET programs in a child process, with or without the
+// profiler, and keeps what a test needs to judge the run.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace e2e {
+
+struct RunOptions {
+    std::vector<std::string> args;
+    std::map<std::string, std::string> env;  // set on top of the inherited environment
+    bool profiled = true;
+    int timeoutSeconds = 120;
+};
+
+struct RunResult {
+    std::string command;
+    std::map<std::string, std::string> env;  // what the run set, for failure reports
+    std::string workDir;                     // fresh per run, the program's working directory
+    std::string out;
+    std::string err;
+    int exitCode = -1;
+    bool timedOut = false;
+
+    // Everything about the run, for the message of a failed assertion.
+    std::string describe() const;
+};
+
+// Path of the built assembly of a program under tests/e2e/programs.
+std::string programPath(const std::string& program);
+
+// The environment variables that make the runtime load our library.
+std::map<std::string, std::string> profilerEnvironment();
+
+RunResult runProgram(const std::string& program, const RunOptions& options);
+
+std::string readFile(const std::string& path);
+
+}  // namespace e2e
