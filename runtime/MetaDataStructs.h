@@ -36,7 +36,3 @@ struct ITypeInfo;
 struct IStream;
 struct IMapToken;
 struct COR_SECATTR;
-
-static_assert(sizeof(OSINFO) == 12);
-static_assert(sizeof(ASSEMBLYMETADATA) == 56);
-static_assert(sizeof(COR_FIELD_OFFSET) == 8);
