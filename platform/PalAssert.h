@@ -1,0 +1,14 @@
+// Assertions of the platform layer. They stay active in every build type: an
+// argument this layer does not support ends the process instead of being
+// half-served. The message is the one of the C library's own assert.
+#pragma once
+
+#include <cassert>
+
+#define PAL_STRINGIFY_EXPANDED(x) #x
+#define PAL_STRINGIFY(x) PAL_STRINGIFY_EXPANDED(x)
+
+#define PAL_ASSERT(expr)                                                      \
+    (static_cast<bool>(expr)                                                  \
+         ? void(0)                                                            \
+         : __assert_fail(PAL_STRINGIFY(expr), __FILE__, __LINE__, __PRETTY_FUNCTION__))

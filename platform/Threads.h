@@ -1,0 +1,17 @@
+// Threads and CPU time.
+#pragma once
+
+#include "platform/Win32Types.h"
+
+// attributes must be null, flags 0 and threadId null; stackSize is ignored. The
+// routine's result is dropped. Close the handle with CloseHandle.
+HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize, LPTHREAD_START_ROUTINE routine,
+                    LPVOID parameter, DWORD flags, LPDWORD threadId);
+// A pseudo-handle, the same for every thread; CloseHandle refuses it.
+HANDLE GetCurrentThread();
+// The kernel's thread number.
+DWORD GetCurrentThreadId();
+// Only for GetCurrentThread(). Writes only user: the calling thread's total CPU
+// time (user and system) in nanoseconds, not in units of 100 ns. Always TRUE.
+BOOL GetThreadTimes(HANDLE thread, LPFILETIME creation, LPFILETIME exit, LPFILETIME kernel, LPFILETIME user);
+void Sleep(DWORD milliseconds);
