@@ -1,0 +1,7 @@
+namespace Shapes
+{
+    public class LocalDerived : Shapes.Remote.RemoteBase
+    {
+        public override void Run() { }
+    }
+}

@@ -1,0 +1,7 @@
+namespace Shapes.Remote
+{
+    public class RemoteBase
+    {
+        public virtual void Run() { }
+    }
+}
