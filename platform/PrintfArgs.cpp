@@ -1,0 +1,130 @@
+#include "platform/PrintfArgs.h"
+
+#include "platform/TextConversion.h"
+
+namespace {
+
+// The published fields of the System V va_list element, which the compiler
+// keeps opaque in C++.
+struct VaListFields {
+    unsigned int gp_offset;
+    unsigned int fp_offset;
+    void* overflow_arg_area;
+    void* reg_save_area;
+};
+static_assert(sizeof(VaListFields) == sizeof(va_list));
+
+VaListFields& fieldsOf(va_list& args) {
+    return *reinterpret_cast<VaListFields*>(&args[0]);
+}
+
+// The System V register save area: six general registers of 8 bytes, then
+// eight vector registers of 16 bytes.
+constexpr unsigned kGeneralAreaEnd = 48;
+constexpr unsigned kLastGeneralSlot = 40;
+constexpr unsigned kLastVectorSlot = 160;
+
+bool isConversion(char c) {
+    switch (c) {
+        case 'A': case 'E': case 'F': case 'G': case 'S': case 'X':
+        case 'a': case 'c': case 'd': case 'e': case 'f': case 'g': case 'i':
+        case 'm': case 'n': case 'o': case 'p': case 's': case 'u': case 'x':
+            return true;
+        default:
+            return false;
+    }
+}
+
+void narrowArgument(CharPointers& pointers, va_list& args) {
+    void** slot = GetArgPointer(args);
+    std::string narrow;
+    FromChar16(static_cast<const char16_t*>(*slot), narrow);
+    *slot = pointers.Add(narrow);
+    NextPrintfArg(args, 's');
+}
+
+// Walks the format; patchedConversion marks the arguments that are 16-bit.
+void patchArgs(CharPointers& pointers, const char* format, va_list args, char patchedConversion) {
+    va_list walk;
+    va_copy(walk, args);
+    for (const char* cursor = format; *cursor != 0; ++cursor) {
+        char conversion = 0;
+        const char* spec = nullptr;
+        if (!ParsePrintfFormatSpec(cursor, conversion, spec)) {
+            continue;
+        }
+        if (conversion == patchedConversion) {
+            narrowArgument(pointers, walk);
+        } else {
+            NextPrintfArg(walk, conversion);
+        }
+    }
+    va_end(walk);
+}
+
+}  // namespace
+
+bool ParsePrintfFormatSpec(const char*& cursor, char& conversion, const char*& spec) {
+    if (*cursor != '%') {
+        return false;
+    }
+    spec = cursor + 1;
+    conversion = *spec;
+    if (conversion == '%') {
+        ++cursor;
+        return false;
+    }
+    // Flags, width, precision and length modifiers are skipped unread; the
+    // terminator is not a stop, callers pass complete specifications.
+    while (!isConversion(conversion)) {
+        ++cursor;
+        conversion = cursor[1];
+    }
+    return true;
+}
+
+void** GetArgPointer(va_list& args) {
+    VaListFields& list = fieldsOf(args);
+    if (list.gp_offset < kGeneralAreaEnd) {
+        return reinterpret_cast<void**>(static_cast<char*>(list.reg_save_area) + list.gp_offset);
+    }
+    return reinterpret_cast<void**>(static_cast<char*>(list.overflow_arg_area) + (list.gp_offset - kGeneralAreaEnd));
+}
+
+void NextPrintfArg(va_list& args, char conversion) {
+    VaListFields& list = fieldsOf(args);
+    switch (conversion) {
+        case 'A': case 'E': case 'F': case 'G': case 'a': case 'e': case 'f': case 'g':
+            if (list.fp_offset > kLastVectorSlot) {
+                list.overflow_arg_area = static_cast<char*>(list.overflow_arg_area) + 8;
+            } else {
+                list.fp_offset += 16;
+            }
+            break;
+        case 'm':
+            break;
+        default:
+            if (list.gp_offset > kLastGeneralSlot) {
+                list.overflow_arg_area = static_cast<char*>(list.overflow_arg_area) + 8;
+            } else {
+                list.gp_offset += 8;
+            }
+            break;
+    }
+}
+
+void PatchPrintfArgs(CharPointers& pointers, const char16_t* format, va_list args) {
+    std::string narrowFormat;
+    FromChar16(format, narrowFormat);
+    patchArgs(pointers, narrowFormat.c_str(), args, 's');
+}
+
+void PatchPrintfArgs8(CharPointers& pointers, const char* format, va_list args) {
+    patchArgs(pointers, format, args, 'S');
+}
+
+void FixCharFormat(std::string& format) {
+    for (size_t at = format.find("%S"); at != std::string::npos; at = format.find("%S", at)) {
+        format[at + 1] = 's';
+    }
+}

@@ -1,0 +1,51 @@
+#include "platform/TextConversion.h"
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+
+#include "platform/Text16.h"
+
+namespace {
+
+// Same failure as the string class's own for a null pointer.
+void requireText(const void* src) {
+    if (src == nullptr) {
+        throw std::logic_error("basic_string: construction from null is not valid");
+    }
+}
+
+}  // namespace
+
+void FromChar16(const char16_t* src, std::string& out) {
+    requireText(src);
+    size_t length = strlen_u16(src);
+    out.resize(length);
+    for (size_t i = 0; i < length; ++i) {
+        out[i] = static_cast<char>(src[i] & 0xFF);
+    }
+}
+
+void FromChar8(const char* src, std::basic_string<char16_t>& out) {
+    requireText(src);
+    size_t length = std::strlen(src);
+    out.resize(length);
+    for (size_t i = 0; i < length; ++i) {
+        // Through signed char: bytes from 0x80 up sign-extend.
+        out[i] = static_cast<char16_t>(static_cast<signed char>(src[i]));
+    }
+}
+
+void CopyChar8To16(const char* src, char16_t* dst, unsigned long n) {
+    std::basic_string<char16_t> wide;
+    FromChar8(src, wide);
+    std::copy_n(wide.data(), std::min<unsigned long>(wide.size(), n), dst);
+    dst[std::min<unsigned long>(wide.size(), n - 1)] = 0;
+}
+
+void CopyChar16To8(const char16_t* src, char* dst, unsigned long n) {
+    std::string narrow;
+    FromChar16(src, narrow);
+    std::copy_n(narrow.data(), std::min<unsigned long>(narrow.size(), n), dst);
+    dst[std::min<unsigned long>(narrow.size(), n - 1)] = 0;
+}

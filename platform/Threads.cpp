@@ -1,0 +1,67 @@
+#include "platform/Threads.h"
+
+#include <ctime>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "platform/PalAssert.h"
+#include "platform/ThreadHandleInternal.h"
+
+namespace {
+
+struct ThreadStart {
+    LPTHREAD_START_ROUTINE routine;
+    LPVOID parameter;
+};
+
+void* runThread(void* argument) {
+    ThreadStart start = *static_cast<ThreadStart*>(argument);
+    delete static_cast<ThreadStart*>(argument);
+    start.routine(start.parameter);
+    return nullptr;
+}
+
+}  // namespace
+
+HANDLE CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T stackSize, LPTHREAD_START_ROUTINE routine,
+                    LPVOID parameter, DWORD dwCreationFlags, LPDWORD lpThreadId) {
+    PAL_ASSERT(lpThreadAttributes == NULL);
+    PAL_ASSERT(dwCreationFlags == 0);
+    PAL_ASSERT(lpThreadId == NULL);
+    auto* handle = new ThreadHandleInternal();
+    auto* start = new ThreadStart{routine, parameter};
+    if (pthread_create(&handle->thread, nullptr, runThread, start) != 0) {
+        delete start;
+    }
+    return RegisterHandle(handle);
+}
+
+HANDLE GetCurrentThread() {
+    // The one pseudo-handle, never registered, never destroyed.
+    static auto* sCurrentThread = new ThreadHandleInternal();
+    return static_cast<HandleInternal*>(sCurrentThread);
+}
+
+DWORD GetCurrentThreadId() {
+    return static_cast<DWORD>(syscall(SYS_gettid));
+}
+
+BOOL GetThreadTimes(HANDLE hThread, LPFILETIME creation, LPFILETIME exit, LPFILETIME kernel, LPFILETIME user) {
+    PAL_ASSERT(hThread == GetCurrentThread());
+    if (user == nullptr) {
+        return TRUE;
+    }
+    // The pseudo-handle stands for whichever thread asks.
+    clockid_t clock;
+    timespec time;
+    if (pthread_getcpuclockid(pthread_self(), &clock) == 0 && clock_gettime(clock, &time) == 0) {
+        ULONGLONG nanoseconds = static_cast<ULONGLONG>(time.tv_sec) * 1000000000UL + time.tv_nsec;
+        user->dwLowDateTime = static_cast<DWORD>(nanoseconds);
+        user->dwHighDateTime = static_cast<DWORD>(nanoseconds >> 32);
+    }
+    return TRUE;
+}
+
+void Sleep(DWORD milliseconds) {
+    usleep(milliseconds * 1000);
+}
