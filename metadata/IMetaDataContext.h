@@ -1,0 +1,72 @@
+// The view that matching and instrumentation have of the method in hand: its
+// identifiers, tokens, and the names around it.
+//
+// Contract:
+//  - Names handed out belong to the context. They stay valid until the cache
+//    that holds them is filled anew (after a setter moved the context) or the
+//    context is destroyed.
+//  - Out-parameters may be null when only the side effect is wanted; on failure
+//    none is written.
+//  - No lock inside: one thread at a time. The shared context of the callback
+//    hub is used only under its JIT-path lock.
+//  - Two ways to position it: setFunction for a JIT-compiled function, or, while
+//    a module is processed and no function id exists yet, setImport,
+//    setModuleID, setTypeDef, setMethodDef and setSuperToken.
+#pragma once
+
+#include "runtime/CorTypes.h"
+#include "runtime/MetaDataInterfaces.h"
+#include "runtime/CorProfilerInfo.h"
+
+class IMetaDataContext {
+public:
+    // Longest name, terminator included, and most entries of a list.
+    static constexpr unsigned int kNameSize = 2048;
+    static constexpr unsigned int kListLimit = 64;
+
+    // The context holds all its buffers inline: always on the heap, made once
+    // per module or service, never per method. The caller owns the result.
+    static IMetaDataContext* newInstance(ICorProfilerInfo* info);
+
+    virtual ~IMetaDataContext() = default;
+
+    // Moves the context to a function; on failure it stays where it was.
+    virtual HRESULT setFunction(FunctionID functionID) = 0;
+
+    // Neither adds a reference.
+    virtual IMetaDataImport* getImport() = 0;
+    virtual ICorProfilerInfo* getInfo() = 0;
+
+    virtual FunctionID getFunctionID() = 0;
+    // Low 32 bits of the function id, or, without one, of the module id plus
+    // the row of the method def.
+    virtual unsigned int getMethodID() = 0;
+    virtual ModuleID getModuleID() = 0;
+    virtual ClassID getClassID() = 0;
+    virtual mdTypeDef getTypeDef() = 0;
+    virtual mdMethodDef getMethodDef() = 0;
+    virtual mdToken getSuperToken() = 0;
+    // True for a method named ".ctor" (or any name that begins with it).
+    virtual bool isInstanceTypeInitializer() = 0;
+
+    virtual HRESULT setImport(IMetaDataImport* import) = 0;
+    virtual HRESULT setModuleID(ModuleID moduleID) = 0;
+    virtual HRESULT setMethodDef(mdMethodDef token) = 0;
+    virtual HRESULT setTypeDef(mdTypeDef token) = 0;
+    virtual HRESULT setSuperToken(mdToken token) = 0;
+
+    // The assembly of the module; asks the runtime on every call.
+    virtual HRESULT getAssemblyName(char16_t** assembly) = 0;
+    // Cached: class and assembly of the type def, nested names joined by '+'.
+    virtual HRESULT getClassName(char16_t** assembly, char16_t** className) = 0;
+    virtual HRESULT getMethodName(char16_t** name) = 0;
+    // Cached names of the base class; E_NOTIMPL for a type specification or none.
+    virtual HRESULT getParentName(char16_t** assembly, char16_t** className) = 0;
+    // Cached lists of at most kListLimit entries.
+    virtual HRESULT getInterfaces(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;
+    virtual HRESULT getMethodAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;
+    virtual HRESULT getClassAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;
+    // Uncached: any type def or type ref into the caller's buffers of size units.
+    virtual HRESULT getClassName(unsigned int token, char16_t* assembly, char16_t* className,
+                                 unsigned int size) = 0;
+};

@@ -1,0 +1,470 @@
+#include "metadata/MetaDataContext.h"
+
+#include <algorithm>
+#include <new>
+
+#include "platform/Text16.h"
+#include "runtime/CorErrors.h"
+#include "runtime/Guids.h"
+
+namespace {
+
+// Metadata calls report the full length of a name even when they had to cut
+// it; a walk over the buffer must stay inside it.
+ULONG insideBuffer(ULONG length, ULONG size) {
+    return size == 0 ? 0 : std::min(length, size - 1);
+}
+
+}  // namespace
+
+IMetaDataContext* IMetaDataContext::newInstance(ICorProfilerInfo* info) {
+    return new (std::nothrow) MetaDataContext(info);
+}
+
+void MetaDataContext::NameList::bind() {
+    for (unsigned int i = 0; i < kListLimit; ++i) {
+        rows[i] = text[i];
+        text[i][0] = 0;
+    }
+}
+
+MetaDataContext::MetaDataContext(ICorProfilerInfo* profilerInfo) {
+    if (profilerInfo != nullptr) {
+        profilerInfo->AddRef();
+    }
+    info = profilerInfo;
+    methodName[0] = className[0] = assemblyName[0] = 0;
+    parentClassName[0] = parentAssemblyName[0] = 0;
+    interfaceClassNames.bind();
+    interfaceAssemblyNames.bind();
+    classAttributeClassNames.bind();
+    classAttributeAssemblyNames.bind();
+    methodAttributeClassNames.bind();
+    methodAttributeAssemblyNames.bind();
+}
+
+HRESULT MetaDataContext::setFunction(FunctionID newFunctionID) {
+    ClassID newClassID = 0;
+    ModuleID newModuleID = 0;
+    mdToken newMethodDef = 0;
+    mdTypeDef newTypeDef = 0;
+    mdToken newSuperToken = 0;
+    AutoCOMPointer<IMetaDataImport> newImport;
+
+    HRESULT hr = info->GetFunctionInfo(newFunctionID, &newClassID, &newModuleID, &newMethodDef);
+    if (SUCCEEDED(hr)) {
+        hr = info->GetModuleMetaData(newModuleID, ofRead, IID_IMetaDataImport,
+                                     reinterpret_cast<IUnknown**>(&newImport));
+    }
+    if (SUCCEEDED(hr)) {
+        hr = newImport->GetMethodProps(newMethodDef, &newTypeDef, nullptr, 0, nullptr, nullptr, nullptr, nullptr,
+                                       nullptr, nullptr);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = newImport->GetTypeDefProps(newTypeDef, nullptr, 0, nullptr, nullptr, &newSuperToken);
+    }
+    if (FAILED(hr)) {
+        return hr;
+    }
+
+    classID = newClassID;
+    if (newModuleID != moduleID) {
+        moduleID = newModuleID;
+        import = newImport.detach();
+        setMethodDef(newMethodDef);
+        setTypeDef(newTypeDef);
+        setSuperToken(newSuperToken);
+    } else {
+        // Same module: keep what is cached for tokens that did not change.
+        if (!methodNameKnown || newMethodDef != methodDef) {
+            setMethodDef(newMethodDef);
+        }
+        if (!classNameKnown || newTypeDef != typeDef) {
+            setTypeDef(newTypeDef);
+        }
+        if (!parentNameKnown || newSuperToken != superToken) {
+            setSuperToken(newSuperToken);
+        }
+    }
+    functionID = newFunctionID;
+    return S_OK;
+}
+
+unsigned int MetaDataContext::getMethodID() {
+    if (functionID != 0) {
+        return static_cast<unsigned int>(functionID);
+    }
+    return static_cast<unsigned int>(moduleID) + RidFromToken(methodDef);
+}
+
+bool MetaDataContext::isInstanceTypeInitializer() {
+    char16_t* name = nullptr;
+    return SUCCEEDED(getMethodName(&name)) && strcmp_u16(u".ctor", name) == 0;
+}
+
+HRESULT MetaDataContext::setImport(IMetaDataImport* newImport) {
+    if (newImport != nullptr) {
+        newImport->AddRef();
+    }
+    import = newImport;
+    return S_OK;
+}
+
+HRESULT MetaDataContext::setModuleID(ModuleID newModuleID) {
+    moduleID = newModuleID;
+    return S_OK;
+}
+
+HRESULT MetaDataContext::setMethodDef(mdMethodDef token) {
+    methodDef = token;
+    methodNameKnown = false;
+    methodAttributesKnown = false;
+    return S_OK;
+}
+
+HRESULT MetaDataContext::setTypeDef(mdTypeDef token) {
+    typeDef = token;
+    classNameKnown = false;
+    interfacesKnown = false;
+    classAttributesKnown = false;
+    return S_OK;
+}
+
+HRESULT MetaDataContext::setSuperToken(mdToken token) {
+    superToken = token;
+    parentNameKnown = false;
+    return S_OK;
+}
+
+HRESULT MetaDataContext::getAssemblyName(char16_t** assembly) {
+    if (moduleID == 0) {
+        return E_FAIL;
+    }
+    HRESULT hr = getModuleAssemblyName(assemblyName, kNameSize);
+    if (SUCCEEDED(hr) && assembly != nullptr) {
+        *assembly = assemblyName;
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getClassName(char16_t** assembly, char16_t** name) {
+    HRESULT hr = S_OK;
+    if (!classNameKnown) {
+        hr = getClassName(typeDef, assemblyName, className, kNameSize);
+        classNameKnown = SUCCEEDED(hr);
+    }
+    if (SUCCEEDED(hr)) {
+        if (assembly != nullptr) {
+            *assembly = assemblyName;
+        }
+        if (name != nullptr) {
+            *name = className;
+        }
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getMethodName(char16_t** name) {
+    HRESULT hr = S_OK;
+    if (!methodNameKnown) {
+        hr = getMethodName(methodDef, methodName, kNameSize);
+        methodNameKnown = SUCCEEDED(hr);
+    }
+    if (SUCCEEDED(hr) && name != nullptr) {
+        *name = methodName;
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getParentName(char16_t** assembly, char16_t** name) {
+    HRESULT hr = S_OK;
+    if (!parentNameKnown) {
+        hr = getClassName(superToken, parentAssemblyName, parentClassName, kNameSize);
+        parentNameKnown = SUCCEEDED(hr);
+    }
+    if (SUCCEEDED(hr)) {
+        if (assembly != nullptr) {
+            *assembly = parentAssemblyName;
+        }
+        if (name != nullptr) {
+            *name = parentClassName;
+        }
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getInterfaces(char16_t*** assemblies, char16_t*** classes, unsigned int* count) {
+    HRESULT hr = S_OK;
+    if (!interfacesKnown) {
+        hr = getInterfaces(typeDef, interfaceAssemblyNames.rows, interfaceClassNames.rows, kListLimit, kNameSize,
+                           &interfaceCount);
+        interfacesKnown = SUCCEEDED(hr);
+    }
+    if (SUCCEEDED(hr)) {
+        if (assemblies != nullptr) {
+            *assemblies = interfaceAssemblyNames.rows;
+        }
+        if (classes != nullptr) {
+            *classes = interfaceClassNames.rows;
+        }
+        if (count != nullptr) {
+            *count = interfaceCount;
+        }
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getMethodAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) {
+    HRESULT hr = S_OK;
+    if (!methodAttributesKnown) {
+        hr = getAttributes(methodDef, methodAttributeAssemblyNames.rows, methodAttributeClassNames.rows, kListLimit,
+                           kNameSize, &methodAttributeCount);
+        methodAttributesKnown = SUCCEEDED(hr);
+    }
+    if (SUCCEEDED(hr)) {
+        if (assemblies != nullptr) {
+            *assemblies = methodAttributeAssemblyNames.rows;
+        }
+        if (classes != nullptr) {
+            *classes = methodAttributeClassNames.rows;
+        }
+        if (count != nullptr) {
+            *count = methodAttributeCount;
+        }
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getClassAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) {
+    HRESULT hr = S_OK;
+    if (!classAttributesKnown) {
+        hr = getAttributes(typeDef, classAttributeAssemblyNames.rows, classAttributeClassNames.rows, kListLimit,
+                           kNameSize, &classAttributeCount);
+        classAttributesKnown = SUCCEEDED(hr);
+    }
+    if (SUCCEEDED(hr)) {
+        if (assemblies != nullptr) {
+            *assemblies = classAttributeAssemblyNames.rows;
+        }
+        if (classes != nullptr) {
+            *classes = classAttributeClassNames.rows;
+        }
+        if (count != nullptr) {
+            *count = classAttributeCount;
+        }
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getClassName(unsigned int token, char16_t* assembly, char16_t* name, unsigned int size) {
+    HRESULT hr = S_OK;
+    if (token >= mdtTypeDef && token < mdtTypeDef + 0x01000000) {
+        hr = getTypeDefClassName(token, name, size, nullptr);
+        if (SUCCEEDED(hr)) {
+            hr = getTypeDefAssemblyName(token, assembly, size, nullptr);
+        }
+    } else if (TypeFromToken(token) == mdtTypeRef) {
+        hr = getTypeRefClassName(token, name, size, nullptr);
+        if (SUCCEEDED(hr)) {
+            hr = getTypeRefAssemblyName(token, assembly, size, nullptr);
+        }
+    } else {
+        // A type specification (generic instance) or no type at all.
+        hr = E_NOTIMPL;
+    }
+    return hr;
+}
+
+void MetaDataContext::stripEndGenericMarker(char16_t* buffer, long length, ULONG* outLength) {
+    long index = length - 1;
+    while (index >= 0 && isdigit_u16(buffer[index])) {
+        --index;
+    }
+    if (index >= 0 && buffer[index] == u'`') {
+        buffer[index] = 0;
+        if (outLength != nullptr) {
+            *outLength = static_cast<ULONG>(index);
+        }
+    }
+}
+
+HRESULT MetaDataContext::getTypeDefClassName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength) {
+    DWORD flags = 0;
+    ULONG length = 0;
+    HRESULT hr = import->GetTypeDefProps(token, nullptr, 0, nullptr, &flags, nullptr);
+    if (SUCCEEDED(hr)) {
+        if ((flags & tdVisibilityMask) < tdNestedPublic) {
+            hr = import->GetTypeDefProps(token, buffer, size, &length, nullptr, nullptr);
+        } else {
+            mdTypeDef enclosing = 0;
+            ULONG enclosingLength = 0;
+            hr = import->GetNestedClassProps(token, &enclosing);
+            if (SUCCEEDED(hr)) {
+                hr = getTypeDefClassName(enclosing, buffer, size, &enclosingLength);
+            }
+            if (SUCCEEDED(hr) && enclosingLength + 1 >= size) {
+                hr = E_INVALIDARG;
+            }
+            if (SUCCEEDED(hr)) {
+                ULONG ownLength = 0;
+                if (buffer != nullptr) {
+                    buffer[enclosingLength] = u'+';
+                }
+                hr = import->GetTypeDefProps(token, buffer != nullptr ? buffer + enclosingLength + 1 : nullptr,
+                                             size - (enclosingLength + 1), &ownLength, nullptr, nullptr);
+                length = enclosingLength + 1 + ownLength;
+            }
+        }
+    }
+    if (SUCCEEDED(hr)) {
+        // From here on the length leaves the terminator out.
+        length = insideBuffer(length > 0 ? length - 1 : 0, size);
+        if (buffer != nullptr) {
+            stripEndGenericMarker(buffer, static_cast<long>(length), &length);
+        }
+        if (outLength != nullptr) {
+            *outLength = length;
+        }
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getTypeRefClassName(mdTypeRef token, char16_t* buffer, ULONG size, ULONG* outLength) {
+    ULONG length = 0;
+    HRESULT hr = import->GetTypeRefProps(token, nullptr, buffer, size, &length);
+    if (SUCCEEDED(hr)) {
+        // The length still counts the terminator, so the walk starts on it and a
+        // reference keeps its generic marker, unlike a definition.
+        length = insideBuffer(length, size);
+        if (buffer != nullptr) {
+            stripEndGenericMarker(buffer, static_cast<long>(length), &length);
+        }
+        if (outLength != nullptr) {
+            *outLength = length;
+        }
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getModuleAssemblyName(char16_t* buffer, ULONG size) {
+    LPCBYTE baseAddress = nullptr;
+    AssemblyID assemblyID = 0;
+    ULONG length = 0;
+    HRESULT hr = info->GetModuleInfo(moduleID, &baseAddress, 0, nullptr, nullptr, &assemblyID);
+    if (SUCCEEDED(hr)) {
+        hr = info->GetAssemblyInfo(assemblyID, size, &length, buffer, nullptr, nullptr);
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getTypeDefAssemblyName(mdTypeDef, char16_t* buffer, ULONG size, ULONG*) {
+    return getModuleAssemblyName(buffer, size);
+}
+
+HRESULT MetaDataContext::getTypeRefAssemblyName(mdTypeRef token, char16_t* buffer, ULONG size, ULONG* outLength) {
+    HRESULT hr = S_OK;
+    mdToken scope = token;
+    while (SUCCEEDED(hr) && TypeFromToken(scope) == mdtTypeRef) {
+        hr = import->GetTypeRefProps(scope, &scope, nullptr, 0, nullptr);
+    }
+    if (FAILED(hr)) {
+        return hr;
+    }
+    switch (TypeFromToken(scope)) {
+    case mdtAssemblyRef: {
+        AutoCOMPointer<IMetaDataAssemblyImport> assemblyImport;
+        hr = import->QueryInterface(IID_IMetaDataAssemblyImport, reinterpret_cast<void**>(&assemblyImport));
+        if (SUCCEEDED(hr)) {
+            ULONG length = 0;
+            hr = assemblyImport->GetAssemblyRefProps(scope, nullptr, nullptr, buffer, size, &length, nullptr,
+                                                     nullptr, nullptr, nullptr);
+            if (SUCCEEDED(hr) && outLength != nullptr) {
+                *outLength = length;
+            }
+        }
+        return hr;
+    }
+    case mdtModuleRef:
+        // Another module of the same assembly.
+        return getTypeDefAssemblyName(token, buffer, size, outLength);
+    default:
+        return E_UNEXPECTED;
+    }
+}
+
+HRESULT MetaDataContext::getMethodName(mdToken token, char16_t* buffer, ULONG size) {
+    ULONG length = 0;
+    switch (TypeFromToken(token)) {
+    case mdtMethodDef:
+        return import->GetMethodProps(token, nullptr, buffer, size, &length, nullptr, nullptr, nullptr, nullptr,
+                                      nullptr);
+    case mdtMemberRef:
+        return import->GetMemberRefProps(token, nullptr, buffer, size, &length, nullptr, nullptr);
+    default:
+        return E_INVALIDARG;
+    }
+}
+
+HRESULT MetaDataContext::getInterfaces(mdTypeDef token, char16_t** assemblies, char16_t** classes, ULONG limit,
+                                       ULONG size, unsigned int* count) {
+    HCORENUM enumerator = nullptr;
+    mdInterfaceImpl impls[kListLimit];
+    ULONG found = 0;
+    HRESULT hr = import->EnumInterfaceImpls(&enumerator, token, impls, std::min<ULONG>(limit, kListLimit), &found);
+    for (ULONG i = found; SUCCEEDED(hr) && i-- > 0;) {
+        mdToken interfaceToken = 0;
+        hr = import->GetInterfaceImplProps(impls[i], nullptr, &interfaceToken);
+        if (SUCCEEDED(hr)) {
+            hr = getClassName(interfaceToken, assemblies != nullptr ? assemblies[i] : nullptr,
+                              classes != nullptr ? classes[i] : nullptr, size);
+        }
+    }
+    // Closed on failure too: a class with a generic interface fails here on
+    // every call, and an open enumerator is memory that nothing else frees.
+    if (enumerator != nullptr) {
+        import->CloseEnum(enumerator);
+    }
+    if (SUCCEEDED(hr) && count != nullptr) {
+        *count = found;
+    }
+    return hr;
+}
+
+HRESULT MetaDataContext::getAttributes(mdToken token, char16_t** assemblies, char16_t** classes, ULONG limit,
+                                       ULONG size, unsigned int* count) {
+    HCORENUM enumerator = nullptr;
+    mdCustomAttribute attributes[kListLimit];
+    ULONG found = 0;
+    HRESULT hr = import->EnumCustomAttributes(&enumerator, token, mdTokenNil, attributes,
+                                              std::min<ULONG>(limit, kListLimit), &found);
+    for (ULONG i = found; SUCCEEDED(hr) && i-- > 0;) {
+        mdToken constructor = 0;
+        mdToken attributeClass = 0;
+        hr = import->GetCustomAttributeProps(attributes[i], nullptr, &constructor, nullptr, nullptr);
+        if (SUCCEEDED(hr)) {
+            switch (TypeFromToken(constructor)) {
+            case mdtMethodDef:
+                hr = import->GetMethodProps(constructor, &attributeClass, nullptr, 0, nullptr, nullptr, nullptr,
+                                            nullptr, nullptr, nullptr);
+                break;
+            case mdtMemberRef:
+                hr = import->GetMemberRefProps(constructor, &attributeClass, nullptr, 0, nullptr, nullptr, nullptr);
+                break;
+            default:
+                hr = E_UNEXPECTED;
+                break;
+            }
+        }
+        if (SUCCEEDED(hr)) {
+            hr = getClassName(attributeClass, assemblies != nullptr ? assemblies[i] : nullptr,
+                              classes != nullptr ? classes[i] : nullptr, size);
+        }
+    }
+    if (enumerator != nullptr) {
+        import->CloseEnum(enumerator);
+    }
+    if (SUCCEEDED(hr) && count != nullptr) {
+        *count = found;
+    }
+    return hr;
+}

@@ -1,0 +1,101 @@
+// IMetaDataContext over the runtime's ICorProfilerInfo and IMetaDataImport.
+// Every name lives in a fixed buffer inside the object; after construction it
+// allocates nothing.
+#pragma once
+
+#include "metadata/IMetaDataContext.h"
+#include "platform/AutoPointer.h"
+
+class MetaDataContext : public IMetaDataContext {
+public:
+    explicit MetaDataContext(ICorProfilerInfo* info);
+    MetaDataContext(const MetaDataContext&) = delete;
+    MetaDataContext& operator=(const MetaDataContext&) = delete;
+
+    HRESULT setFunction(FunctionID functionID) override;
+    IMetaDataImport* getImport() override { return import.get(); }
+    ICorProfilerInfo* getInfo() override { return info.get(); }
+    FunctionID getFunctionID() override { return functionID; }
+    unsigned int getMethodID() override;
+    ModuleID getModuleID() override { return moduleID; }
+    ClassID getClassID() override { return classID; }
+    mdTypeDef getTypeDef() override { return typeDef; }
+    mdMethodDef getMethodDef() override { return methodDef; }
+    mdToken getSuperToken() override { return superToken; }
+    bool isInstanceTypeInitializer() override;
+
+    HRESULT setImport(IMetaDataImport* import) override;
+    HRESULT setModuleID(ModuleID moduleID) override;
+    HRESULT setMethodDef(mdMethodDef token) override;
+    HRESULT setTypeDef(mdTypeDef token) override;
+    HRESULT setSuperToken(mdToken token) override;
+
+    HRESULT getAssemblyName(char16_t** assembly) override;
+    HRESULT getClassName(char16_t** assembly, char16_t** className) override;
+    HRESULT getMethodName(char16_t** name) override;
+    HRESULT getParentName(char16_t** assembly, char16_t** className) override;
+    HRESULT getInterfaces(char16_t*** assemblies, char16_t*** classes, unsigned int* count) override;
+    HRESULT getMethodAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) override;
+    HRESULT getClassAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) override;
+    HRESULT getClassName(unsigned int token, char16_t* assembly, char16_t* className, unsigned int size) override;
+
+    // Cuts a trailing generic marker (a back-quote and the digits after it) from
+    // the first length units of buffer; outLength receives the new length when
+    // a cut was made.
+    static void stripEndGenericMarker(char16_t* buffer, long length, ULONG* outLength);
+
+private:
+    // A list of names: kListLimit rows of kNameSize units, reached through a
+    // stable array of row pointers.
+    struct NameList {
+        char16_t* rows[kListLimit];
+        char16_t text[kListLimit][kNameSize];
+        void bind();
+    };
+
+    HRESULT getTypeDefClassName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength);
+    HRESULT getTypeRefClassName(mdTypeRef token, char16_t* buffer, ULONG size, ULONG* outLength);
+    HRESULT getTypeDefAssemblyName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength);
+    HRESULT getTypeRefAssemblyName(mdTypeRef token, char16_t* buffer, ULONG size, ULONG* outLength);
+    HRESULT getMethodName(mdToken token, char16_t* buffer, ULONG size);
+    HRESULT getInterfaces(mdTypeDef token, char16_t** assemblies, char16_t** classes, ULONG limit, ULONG size,
+                          unsigned int* count);
+    HRESULT getAttributes(mdToken token, char16_t** assemblies, char16_t** classes, ULONG limit, ULONG size,
+                          unsigned int* count);
+    HRESULT getModuleAssemblyName(char16_t* buffer, ULONG size);
+
+    AutoCOMPointer<ICorProfilerInfo> info;
+    AutoCOMPointer<IMetaDataImport> import;
+    FunctionID functionID = 0;
+    ModuleID moduleID = 0;
+    ClassID classID = 0;
+
+    bool methodNameKnown = false;
+    mdMethodDef methodDef = 0;
+    char16_t methodName[kNameSize];
+
+    bool classNameKnown = false;
+    mdTypeDef typeDef = 0;
+    char16_t className[kNameSize];
+    char16_t assemblyName[kNameSize];
+
+    bool parentNameKnown = false;
+    mdToken superToken = 0;
+    char16_t parentClassName[kNameSize];
+    char16_t parentAssemblyName[kNameSize];
+
+    bool interfacesKnown = false;
+    NameList interfaceClassNames;
+    NameList interfaceAssemblyNames;
+    unsigned int interfaceCount = 0;
+
+    bool classAttributesKnown = false;
+    NameList classAttributeClassNames;
+    NameList classAttributeAssemblyNames;
+    unsigned int classAttributeCount = 0;
+
+    bool methodAttributesKnown = false;
+    NameList methodAttributeClassNames;
+    NameList methodAttributeAssemblyNames;
+    unsigned int methodAttributeCount = 0;
+};

@@ -1,0 +1,6 @@
+#include "metadata/MethodDefEnumWrapper.h"
+
+void MethodDefEnumWrapper::FillBuffer() {
+    count = 0;
+    import->EnumMethods(&handle, typeDef, buffer, kBufferSize, &count);
+}
