@@ -2,6 +2,7 @@
 // binary layouts: pure virtual methods in slot order, no destructor, nothing else.
 #pragma once
 
+#include "runtime/CorErrors.h"
 #include "runtime/CorTypes.h"
 
 struct IUnknown {
