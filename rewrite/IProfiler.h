@@ -1,0 +1,31 @@
+// The instrumentation engine: rewrites the body of the method in hand.
+//
+// Contract: no lock inside; the callback hub calls it under profilerLock (or on
+// the module-load path when instrumenting on load). The context passed in stands
+// on the method to work on and is not kept beyond the call.
+#pragma once
+
+#include "metadata/IMetaDataContext.h"
+#include "rewrite/IMethodBuilder.h"
+#include "runtime/CorProfilerInfo.h"
+
+class IProfiler {
+public:
+    // Null if one of the engine's token getters cannot be made.
+    static IProfiler* newInstance(ICorProfilerInfo* info, unsigned int clrVersion, bool isCoreCLR);
+
+    virtual ~IProfiler() = default;
+
+    // The builder of the last method, kept until the next instrumentMethod. Owned
+    // by the engine.
+    virtual IMethodBuilder* getBuilder() = 0;
+    virtual HRESULT hijackMethod(IMetaDataContext* context) = 0;
+    // step receives the stage reached, 1 to 12, or 0 when the method had been
+    // rewritten before and that outcome stands.
+    virtual HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) = 0;
+    // Lets the method be rewritten again.
+    virtual void clearHistoryForFunction(IMetaDataContext* context) = 0;
+    virtual bool usingSyntheticShim() = 0;
+    // The message of the last failure, or null. Owned by the engine.
+    virtual const char16_t* getLastError() = 0;
+};
