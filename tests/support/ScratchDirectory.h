@@ -1,0 +1,40 @@
+// A fresh directory under /tmp for one test, removed with everything in it
+// when the object goes.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+class ScratchDirectory {
+public:
+    ScratchDirectory()
+    {
+        char templ[] = "/tmp/tarn-test-XXXXXX";
+        const char* made = mkdtemp(templ);
+        root = made != nullptr ? made : "";
+    }
+    ~ScratchDirectory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(root, ignored);
+    }
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+    const std::string& path() const { return root; }
+    std::string path(const std::string& relative) const { return root + "/" + relative; }
+
+    // Writes bytes as given (no line end added), making directories on the way.
+    std::string write(const std::string& relative, const std::string& bytes) const
+    {
+        const std::string full = path(relative);
+        std::filesystem::create_directories(std::filesystem::path(full).parent_path());
+        std::ofstream(full, std::ios::binary) << bytes;
+        return full;
+    }
+
+private:
+    std::string root;
+};

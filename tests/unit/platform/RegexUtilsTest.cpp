@@ -1,0 +1,37 @@
+#include <gtest/gtest.h>
+
+#include "platform/RegexUtils.h"
+
+TEST(RegexUtils, MatchCoversTheWholeText)
+{
+    EXPECT_TRUE(RegexUtils::match(u"Api12", u"^Api[0-9]+$"));
+    EXPECT_TRUE(RegexUtils::match(u"Api12", u"Api[0-9]+"));
+    EXPECT_FALSE(RegexUtils::match(u"Api12", u"Api[0-9]")); // a partial match is no match
+    EXPECT_FALSE(RegexUtils::match(u"MyApi12", u"Api[0-9]+"));
+    EXPECT_TRUE(RegexUtils::match(u"", u""));
+    EXPECT_TRUE(RegexUtils::match(u"shop", u"sh(o|a)p"));
+
+    EXPECT_TRUE(RegexUtils::match("Api12", "Api\\d+"));
+    EXPECT_FALSE(RegexUtils::match("Api12x", "Api\\d+"));
+}
+
+TEST(RegexUtils, InvalidPatternNeverMatches)
+{
+    EXPECT_FALSE(RegexUtils::isValid(u"(unclosed"));
+    EXPECT_FALSE(RegexUtils::match(u"(unclosed", u"(unclosed"));
+    EXPECT_FALSE(RegexUtils::isValid(u"[z-a]"));
+    EXPECT_FALSE(RegexUtils::isValid("*"));
+    EXPECT_FALSE(RegexUtils::match("a", "*"));
+
+    EXPECT_TRUE(RegexUtils::isValid(u"^Api[0-9]+$"));
+    EXPECT_TRUE(RegexUtils::isValid(u""));
+    EXPECT_TRUE(RegexUtils::isValid("a|b"));
+}
+
+TEST(RegexUtils, UnitsBeyondAsciiAreSingleCharacters)
+{
+    // U+0141 is one unit, and the dot takes it whole.
+    EXPECT_TRUE(RegexUtils::match(u"\u0141x", u"..")); 
+    EXPECT_TRUE(RegexUtils::match(u"\u0141", u"\u0141"));
+    EXPECT_FALSE(RegexUtils::match(u"A", u"\u0141"));
+}
