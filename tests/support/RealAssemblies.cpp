@@ -1,0 +1,86 @@
+#include "RealAssemblies.h"
+
+#include <filesystem>
+
+#include "HostedRuntime.h"
+#include "runtime/CorErrors.h"
+#include "runtime/Guids.h"
+
+std::string RealAssemblies::coreLibPath() {
+    return frameworkAssembly("System.Private.CoreLib.dll");
+}
+
+std::string RealAssemblies::frameworkAssembly(const std::string& fileName) {
+    return HostedRuntime::instance().frameworkDir() + fileName;
+}
+
+std::string RealAssemblies::aspNetCoreAssembly(const std::string& fileName) {
+    // The ASP.NET Core framework of the same version sits beside the core one.
+    std::filesystem::path core(HostedRuntime::instance().frameworkDir());
+    std::string version = core.parent_path().filename().string();
+    return core.parent_path().parent_path().parent_path().string() + "/Microsoft.AspNetCore.App/" + version + "/" +
+           fileName;
+}
+
+std::string RealAssemblies::testAsset(const std::string& name) {
+    return std::string(TARN_TEST_ASSETS_DIR) + "/" + name + "/" + name + ".dll";
+}
+
+AutoCOMPointer<IMetaDataImport> RealAssemblies::open(const std::string& path) {
+    AutoCOMPointer<IMetaDataImport> import;
+    AutoCOMPointer<IMetaDataDispenserEx> dispenser = HostedRuntime::instance().dispenser();
+    if (dispenser.get() != nullptr) {
+        std::u16string widePath = widen(path);
+        dispenser->OpenScope(widePath.c_str(), ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import));
+    }
+    return import;
+}
+
+mdTypeDef RealAssemblies::findType(IMetaDataImport* import, const char16_t* name, mdTypeDef enclosing) {
+    mdTypeDef token = 0;
+    return SUCCEEDED(import->FindTypeDefByName(name, enclosing, &token)) ? token : 0;
+}
+
+mdMethodDef RealAssemblies::findMethod(IMetaDataImport* import, mdTypeDef type, const char16_t* name) {
+    HCORENUM enumerator = nullptr;
+    mdMethodDef token = 0;
+    ULONG count = 0;
+    HRESULT hr = import->EnumMethodsWithName(&enumerator, type, name, &token, 1, &count);
+    if (enumerator != nullptr) {
+        import->CloseEnum(enumerator);
+    }
+    return SUCCEEDED(hr) && count == 1 ? token : 0;
+}
+
+mdTypeRef RealAssemblies::findTypeRef(IMetaDataImport* import, const char16_t* name) {
+    HCORENUM enumerator = nullptr;
+    mdTypeRef refs[256];
+    ULONG count = 0;
+    mdTypeRef found = 0;
+    std::u16string wanted(name);
+    while (found == 0 && SUCCEEDED(import->EnumTypeRefs(&enumerator, refs, 256, &count)) && count > 0) {
+        for (ULONG i = 0; i < count && found == 0; ++i) {
+            char16_t text[1024];
+            ULONG length = 0;
+            if (SUCCEEDED(import->GetTypeRefProps(refs[i], nullptr, text, 1024, &length)) && wanted == text) {
+                found = refs[i];
+            }
+        }
+    }
+    if (enumerator != nullptr) {
+        import->CloseEnum(enumerator);
+    }
+    return found;
+}
+
+std::u16string RealAssemblies::widen(const std::string& text) {
+    return std::u16string(text.begin(), text.end());
+}
+
+std::string RealAssemblies::narrow(const char16_t* text) {
+    std::string result;
+    for (; text != nullptr && *text != 0; ++text) {
+        result += static_cast<char>(*text);
+    }
+    return result;
+}
