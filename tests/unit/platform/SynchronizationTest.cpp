@@ -1,0 +1,182 @@
+#include <atomic>
+#include <cerrno>
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "platform/EventHandleInternal.h"
+#include "platform/Handles.h"
+#include "platform/Synchronization.h"
+#include "platform/Threads.h"
+
+TEST(Synchronization, CriticalSectionIsRecursive) {
+    CRITICAL_SECTION section;
+    InitializeCriticalSection(&section);
+    EnterCriticalSection(&section);
+    EnterCriticalSection(&section);
+    auto otherThreadCanEnter = [&] {
+        int result = 0;
+        std::thread([&] {
+            result = pthread_mutex_trylock(&section);
+            if (result == 0) {
+                pthread_mutex_unlock(&section);
+            }
+        }).join();
+        return result == 0;
+    };
+    EXPECT_FALSE(otherThreadCanEnter());
+    LeaveCriticalSection(&section);
+    EXPECT_FALSE(otherThreadCanEnter());
+    LeaveCriticalSection(&section);
+    EXPECT_TRUE(otherThreadCanEnter());
+    DeleteCriticalSection(&section);
+}
+
+namespace {
+
+// One waiter on a condition variable, and a waker that wakes it only once it
+// is known to be waiting: the flag is set under the critical section, which
+// the waiter gives up only inside the wait.
+struct WaitScene {
+    CRITICAL_SECTION section;
+    CONDITION_VARIABLE condition;
+    bool waiting = false;
+    std::atomic<int> result{-1};
+
+    WaitScene() {
+        InitializeCriticalSection(&section);
+        InitializeConditionVariable(&condition);
+    }
+    ~WaitScene() {
+        pthread_cond_destroy(&condition);
+        DeleteCriticalSection(&section);
+    }
+    void wait(int timeoutMs) {
+        EnterCriticalSection(&section);
+        waiting = true;
+        result = SleepConditionVariableCS(&condition, &section, timeoutMs);
+        waiting = false;
+        LeaveCriticalSection(&section);
+    }
+    void wakeOnceWaiting() {
+        while (result == -1) {
+            EnterCriticalSection(&section);
+            if (waiting) {
+                WakeConditionVariable(&condition);
+            }
+            LeaveCriticalSection(&section);
+            Sleep(1);
+        }
+    }
+};
+
+}  // namespace
+
+TEST(Synchronization, SleepConditionVariableAnswersOneForTimeOutZeroForWake) {
+    WaitScene lonely;
+    lonely.wait(20);
+    EXPECT_EQ(lonely.result, 1);
+
+    WaitScene woken;
+    std::thread waiter([&] { woken.wait(2000); });
+    woken.wakeOnceWaiting();
+    waiter.join();
+    EXPECT_EQ(woken.result, 0);
+
+    WaitScene unlimited;
+    std::thread foreverWaiter([&] { unlimited.wait(-1); });
+    unlimited.wakeOnceWaiting();
+    foreverWaiter.join();
+    EXPECT_EQ(unlimited.result, 0);
+}
+
+TEST(Synchronization, DeadlineIsPlainUpTo2147Milliseconds) {
+    timespec now{100, 0};
+    timespec deadline = SleepConditionDeadline(now, 1500);
+    EXPECT_EQ(deadline.tv_sec, 101);
+    EXPECT_EQ(deadline.tv_nsec, 500000000);
+
+    now = {100, 900000000};
+    deadline = SleepConditionDeadline(now, 2147);
+    EXPECT_EQ(deadline.tv_sec, 103);
+    EXPECT_EQ(deadline.tv_nsec, 47000000);
+
+    deadline = SleepConditionDeadline(now, 0);
+    EXPECT_EQ(deadline.tv_sec, 100);
+    EXPECT_EQ(deadline.tv_nsec, 900000000);
+}
+
+TEST(Synchronization, DeadlineOverflowsAbove2147Milliseconds) {
+    // 4294 ms: the product is slightly negative; with enough nanoseconds the
+    // sum stays positive and the deadline lies in the past.
+    timespec now{100, 500000000};
+    timespec deadline = SleepConditionDeadline(now, 4294);
+    EXPECT_EQ(deadline.tv_sec, 100);
+    EXPECT_LT(deadline.tv_nsec, now.tv_nsec);
+
+    // 3000 ms from a whole second: the sum is negative, read as a huge unsigned
+    // count, and the deadline lands centuries ahead.
+    now = {100, 0};
+    deadline = SleepConditionDeadline(now, 3000);
+    EXPECT_GT(deadline.tv_sec, 100 + 500L * 365 * 24 * 3600);
+    EXPECT_GE(deadline.tv_nsec, 0);
+    EXPECT_LT(deadline.tv_nsec, 1000000000);
+
+    // From 4295 ms the product is positive again but too small.
+    deadline = SleepConditionDeadline(now, 5000);
+    EXPECT_EQ(deadline.tv_sec, 100);
+    EXPECT_EQ(deadline.tv_nsec, 705032704);
+}
+
+TEST(Synchronization, SetEventBeforeTheWaitIsLost) {
+    HANDLE event = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+    ASSERT_NE(event, nullptr);
+    EXPECT_EQ(SetEvent(event), TRUE);
+    EXPECT_EQ(ResetEvent(event), TRUE);
+    EXPECT_EQ(WaitForSingleObject(event, 30), WAIT_TIMEOUT);
+    // The timed-out wait keeps the event's mutex, which is recursive: this
+    // thread may wait again, while another thread is shut out.
+    EXPECT_EQ(WaitForSingleObject(event, 10), WAIT_TIMEOUT);
+    std::atomic<DWORD> otherResult{0xFFFF};
+    std::thread other([&] { otherResult = WaitForSingleObject(event, 10); });
+    Sleep(50);
+    EXPECT_EQ(otherResult, 0xFFFFu);
+    // Give up both holds: the other thread gets in and times out in turn.
+    pthread_mutex_t& mutex = static_cast<EventHandleInternal*>(static_cast<HandleInternal*>(event))->mutex;
+    pthread_mutex_unlock(&mutex);
+    pthread_mutex_unlock(&mutex);
+    other.join();
+    EXPECT_EQ(otherResult, WAIT_TIMEOUT);
+    EXPECT_EQ(CloseHandle(event), TRUE);
+    EXPECT_EQ(CloseHandle(event), FALSE);
+}
+
+TEST(Synchronization, SetEventWakesAThreadThatIsWaiting) {
+    HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    std::atomic<DWORD> result{0xFFFF};
+    std::thread waiter([&] { result = WaitForSingleObject(event, 2000); });
+    // A SetEvent before the waiter is inside its wait is lost; repeat it.
+    while (result == 0xFFFFu) {
+        SetEvent(event);
+        Sleep(1);
+    }
+    waiter.join();
+    EXPECT_EQ(result, WAIT_OBJECT_0);
+    // The woken wait left the mutex: another thread can take it.
+    pthread_mutex_t& mutex = static_cast<EventHandleInternal*>(static_cast<HandleInternal*>(event))->mutex;
+    int locked = -1;
+    std::thread([&] {
+        locked = pthread_mutex_trylock(&mutex);
+        if (locked == 0) {
+            pthread_mutex_unlock(&mutex);
+        }
+    }).join();
+    EXPECT_EQ(locked, 0);
+    EXPECT_EQ(CloseHandle(event), TRUE);
+}
+
+TEST(SynchronizationDeathTest, EventsRefuseAttributesAndNames) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    int attributes = 0;
+    EXPECT_DEATH(CreateEventW(&attributes, FALSE, FALSE, nullptr), "lpEventAttributes == __null");
+    EXPECT_DEATH(CreateEventW(nullptr, FALSE, FALSE, u"named"), "lpName == __null");
+}

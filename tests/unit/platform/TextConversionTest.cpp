@@ -1,0 +1,60 @@
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
+
+#include "platform/TextConversion.h"
+
+using u16 = std::basic_string<char16_t>;
+
+TEST(TextConversion, WideningSignExtendsAndNarrowingKeepsTheLowByte) {
+    u16 wide;
+    FromChar8("a\xE9z", wide);
+    ASSERT_EQ(wide.size(), 3u);
+    EXPECT_EQ(wide[0], u'a');
+    EXPECT_EQ(wide[1], 0xFFE9);
+    EXPECT_EQ(wide[2], u'z');
+
+    std::string narrow;
+    FromChar16(wide.c_str(), narrow);
+    EXPECT_EQ(narrow, "a\xE9z");
+
+    // U+0141 narrows to 'A'; a unit with low byte 0 stays as an embedded 0.
+    FromChar16(u"\x0141\x0100x", narrow);
+    ASSERT_EQ(narrow.size(), 3u);
+    EXPECT_EQ(narrow[0], 'A');
+    EXPECT_EQ(narrow[1], '\0');
+    EXPECT_EQ(narrow[2], 'x');
+
+    // The output is replaced, not appended to.
+    FromChar8("", wide);
+    EXPECT_TRUE(wide.empty());
+}
+
+TEST(TextConversion, NullSourceThrowsLikeTheStringClass) {
+    std::string narrow;
+    u16 wide;
+    EXPECT_THROW(FromChar16(nullptr, narrow), std::logic_error);
+    EXPECT_THROW(FromChar8(nullptr, wide), std::logic_error);
+}
+
+TEST(TextConversion, BoundedCopiesKeepAtMostNMinusOneUnits) {
+    char16_t wide[8];
+    std::fill(std::begin(wide), std::end(wide), u'#');
+    CopyChar8To16("0123456789", wide, 4);
+    EXPECT_EQ(u16(wide), u"012");
+    EXPECT_EQ(wide[4], u'#');
+
+    CopyChar8To16("ab", wide, 8);
+    EXPECT_EQ(u16(wide), u"ab");
+
+    CopyChar8To16("abc", wide, 1);
+    EXPECT_EQ(wide[0], 0);
+
+    char narrow[8];
+    std::fill(std::begin(narrow), std::end(narrow), '#');
+    CopyChar16To8(u"0123456789", narrow, 4);
+    EXPECT_EQ(std::string(narrow), "012");
+    EXPECT_EQ(narrow[4], '#');
+    CopyChar16To8(u"\x0141\xFFE9", narrow, 8);
+    EXPECT_EQ(std::string(narrow), "A\xE9");
+}
