@@ -29,6 +29,17 @@ int atoi_u16(const char16_t* s);
 bool isdigit_u16(char16_t c);
 char16_t* strtok_u16(char16_t* s, const char16_t* delims);
 
+// Mutable twins of the searches, as libc's C++ overloads have them.
+inline char16_t* strchr_u16(char16_t* s, char16_t c) {
+    return const_cast<char16_t*>(strchr_u16(static_cast<const char16_t*>(s), c));
+}
+inline char16_t* strrchr_u16(char16_t* s, char16_t c) {
+    return const_cast<char16_t*>(strrchr_u16(static_cast<const char16_t*>(s), c));
+}
+inline char16_t* strstr_u16(char16_t* haystack, const char16_t* needle) {
+    return const_cast<char16_t*>(strstr_u16(static_cast<const char16_t*>(haystack), needle));
+}
+
 // Ordering of every set and map keyed by const char16_t*. Under it a string and
 // each of its extensions are equivalent keys.
 struct wcsless {

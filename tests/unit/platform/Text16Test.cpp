@@ -97,6 +97,14 @@ TEST(Text16, StrchrNeverFindsTheTerminatorButStrrchrDoes) {
     EXPECT_EQ(strchr_u16(text, 0), nullptr);
     EXPECT_EQ(strrchr_u16(text, u'b'), text + 4);
     EXPECT_EQ(strrchr_u16(text, 0), text + 6);
+
+    char16_t editable[] = u"a=b=c";
+    char16_t* equals = strchr_u16(editable, u'=');
+    ASSERT_EQ(equals, editable + 1);
+    *equals = 0;
+    EXPECT_EQ(std::basic_string<char16_t>(editable), u"a");
+    EXPECT_EQ(strrchr_u16(editable + 2, u'='), editable + 3);
+    EXPECT_EQ(strstr_u16(editable + 2, u"=c"), editable + 3);
 }
 
 TEST(Text16, StrrchrWalksBelowTheStartForAMissingUnit) {
