@@ -1,17 +1,78 @@
-// The editable instruction list of one method body, as the callback hub uses it
-// for logging the rewritten body.
+// An editable method body: header, instruction list, exception clauses, and
+// labels that tie branches and clauses to places in the list. Callers edit by
+// instruction index and never compute byte offsets; the builder settles the
+// layout (branch forms, clause offsets) when asked for byte indices or a write.
+//
+// A builder belongs to one thread at a time; the caller serialises use.
 #pragma once
 
 #include <cstdio>
 
+#include "rewrite/IILInstruction.h"
+#include "runtime/CorErrors.h"
+#include "runtime/CorILMethod.h"
+
+// One exception clause as the builder keeps it: the clause as written out, and
+// the labels of its places, from which the offsets are refilled at each layout.
+// Only `clause` (24 bytes) goes out.
+struct MethodBuilderEHClause {
+    IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT clause;
+    unsigned int tryStartLabel;
+    unsigned int tryEndLabel;
+    unsigned int handlerStartLabel;
+    unsigned int handlerEndLabel;
+    unsigned int filterLabel;
+};
+
 class IMethodBuilder {
 public:
+    static IMethodBuilder* newInstance();
+
     virtual ~IMethodBuilder() = default;
 
-    // Instruction index of the label, -1 if absent.
-    virtual int findLabel(unsigned int label) = 0;
-    // Byte index once all branches are settled; 0xFFFFFFFF on failure.
+    // The header to be written; callers change flags, MaxStack and
+    // LocalVarSigTok through it. CodeSize is filled by writeToBuffer.
+    virtual IMAGE_COR_ILMETHOD_FAT* getFatHeader() = 0;
+    // Takes over a tiny or fat header; the code size comes from the list.
+    virtual void copyHeader(const IMAGE_COR_ILMETHOD* source) = 0;
+    // Adds a clause given in byte offsets of the present layout. E_UNEXPECTED if
+    // a position is not where an entry begins.
+    virtual HRESULT insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,
+                                   unsigned int tryLength, unsigned int handlerOffset, unsigned int handlerLength,
+                                   unsigned int filterOffset) = 0;
+    virtual IMAGE_COR_ILMETHOD_SECT_FAT* getExceptionHeader() = 0;
+    // No bounds check.
+    virtual MethodBuilderEHClause* getExceptionClause(int index) = 0;
+    virtual unsigned int getHeaderSize() = 0;
+    virtual unsigned int getCodeSize() = 0;
+    virtual unsigned int getEHSize() = 0;
+    virtual unsigned int getEHCount() = 0;
+    // Bytes that writeToBuffer needs.
+    virtual unsigned int getTotalSize() = 0;
+    // Writes a fat header, the code and fat clauses into getTotalSize() bytes.
+    virtual HRESULT writeToBuffer(unsigned char* buffer) = 0;
+    // Owned by the builder; null past the end.
+    virtual IILInstruction* getIL(unsigned int index) = 0;
+    // Inserts at index, or appends at or past the end. A branch with target 0
+    // is tied to the place its operand points to.
+    virtual HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
+    virtual HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
+    // Decodes code into the list at index. E_UNEXPECTED for undecodable or
+    // truncated code and for branches that do not land on an instruction of the
+    // code or its end; the list is then unchanged.
+    virtual HRESULT insertIL(unsigned int index, const unsigned char* code, unsigned int length) = 0;
+    // Byte index of the entry after the branches are settled; 0xFFFFFFFF if
+    // they cannot be.
     virtual unsigned int getILByteIndex(unsigned int index) = 0;
-    // Lists the body with offsets relative to origin.
+    // Entries, labels and switch entries included.
+    virtual unsigned int getILCount() = 0;
+    // Instruction index of the label as of the last layout, -1 if absent.
+    virtual int findLabel(unsigned int label) = 0;
+    // Listing in 8-bit text; origin is the byte index where the method's own
+    // code starts, for the column of incoming offsets.
     virtual int print(FILE* stream, unsigned int origin) = 0;
+
+    // An existing clause of a body, widened.
+    HRESULT insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_SMALL* clause);
+    HRESULT insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT* clause);
 };

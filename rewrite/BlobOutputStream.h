@@ -1,0 +1,44 @@
+// The signature writer. Its copies follow the reading rules of BlobInputStream
+// element by element; behind an ELEMENT_TYPE_PTR the VOID is written as a literal
+// byte and stays unread in the input.
+#pragma once
+
+#include "rewrite/IBlobOutputStream.h"
+
+class BlobOutputStream : public IBlobOutputStream {
+public:
+    BlobOutputStream() = default;
+    ~BlobOutputStream() override;
+    BlobOutputStream(const BlobOutputStream&) = delete;
+    BlobOutputStream& operator=(const BlobOutputStream&) = delete;
+
+    unsigned int getLength() override;
+    const unsigned char* getBytes() override;
+    void reset() override;
+    HRESULT writeByte(unsigned char value) override;
+    HRESULT writeByte(IBlobInputStream* input, unsigned char* value) override;
+    HRESULT writeNumber(unsigned int value) override;
+    HRESULT writeNumber(IBlobInputStream* input, unsigned int* value) override;
+    HRESULT writeToken(unsigned int token) override;
+    HRESULT writeToken(IBlobInputStream* input, unsigned int* token) override;
+    HRESULT writeCustomMod(IBlobInputStream* input) override;
+    HRESULT writeParam(IBlobInputStream* input) override;
+    HRESULT writeRetType(IBlobInputStream* input) override;
+    HRESULT writeMethod(IBlobInputStream* input) override;
+    HRESULT writeType(IBlobInputStream* input) override;
+
+    static constexpr unsigned int kGrowth = 64;
+
+private:
+    HRESULT resize(unsigned int needed);
+    HRESULT writeBytes(const unsigned char* values, unsigned int count);
+    void writeCustomMods(IBlobInputStream* input);
+    HRESULT writeTypeAt(IBlobInputStream* input, unsigned int depth);
+    HRESULT writeParamAt(IBlobInputStream* input, unsigned int depth);
+    HRESULT writeRetTypeAt(IBlobInputStream* input, unsigned int depth);
+    HRESULT writeMethodAt(IBlobInputStream* input, unsigned int depth);
+
+    unsigned char* bytes = nullptr;
+    unsigned int capacity = 0;
+    unsigned int length = 0;
+};

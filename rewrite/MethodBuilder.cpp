@@ -1,0 +1,438 @@
+#include "rewrite/MethodBuilder.h"
+
+#include <cstring>
+#include <new>
+
+#include "platform/FormattedOutput.h"
+#include "rewrite/ILDecoder.h"
+#include "rewrite/InstructionFactory.h"
+
+namespace {
+
+constexpr unsigned int kFatHeaderSize = 12;
+constexpr unsigned int kFatSizeInWords = 3;
+constexpr unsigned int kTinyMaxStack = 8;
+constexpr unsigned int kSectionHeaderSize = 4;
+constexpr unsigned int kFatClauseSize = 24;
+constexpr unsigned int kNoByteIndex = 0xFFFFFFFF;
+
+// Pending places of a clause while insertEHClause looks for them.
+enum PendingPlace : unsigned int {
+    kHandlerEnd = 1,
+    kHandlerStart = 2,
+    kTryEnd = 4,
+    kTryStart = 8,
+    kFilter = 16,
+};
+
+bool isLabel(const Instruction& instruction) { return instruction.opcode() == Opcode::OPCODE_LABEL; }
+
+unsigned int roundUpTo4(unsigned int value) { return (value + 3) & ~3u; }
+
+}  // namespace
+
+IMethodBuilder* IMethodBuilder::newInstance() { return new (std::nothrow) MethodBuilder(); }
+
+HRESULT IMethodBuilder::insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_SMALL* clause) {
+    return insertEHClause(clause->ClassToken, static_cast<CorExceptionFlag>(clause->Flags), clause->TryOffset,
+                          clause->TryLength, clause->HandlerOffset, clause->HandlerLength, clause->ClassToken);
+}
+
+HRESULT IMethodBuilder::insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT* clause) {
+    return insertEHClause(clause->ClassToken, clause->Flags, clause->TryOffset, clause->TryLength,
+                          clause->HandlerOffset, clause->HandlerLength, clause->ClassToken);
+}
+
+MethodBuilder::MethodBuilder() : header{}, ehHeader{} {
+    header.Flags = CorILMethod_FatFormat;
+    header.Size = kFatSizeInWords;
+}
+
+IMAGE_COR_ILMETHOD_FAT* MethodBuilder::getFatHeader() { return &header; }
+
+void MethodBuilder::copyHeader(const IMAGE_COR_ILMETHOD* source) {
+    header = IMAGE_COR_ILMETHOD_FAT{};
+    header.Size = kFatSizeInWords;
+    if ((source->Tiny.Flags_CodeSize & 3) == CorILMethod_TinyFormat) {
+        header.Flags = CorILMethod_FatFormat;
+        header.MaxStack = kTinyMaxStack;
+        return;
+    }
+    header.Flags = source->Fat.Flags;
+    header.MaxStack = source->Fat.MaxStack;
+    header.LocalVarSigTok = source->Fat.LocalVarSigTok;
+}
+
+IMAGE_COR_ILMETHOD_SECT_FAT* MethodBuilder::getExceptionHeader() { return &ehHeader; }
+
+MethodBuilderEHClause* MethodBuilder::getExceptionClause(int index) { return &clauses[index]; }
+
+unsigned int MethodBuilder::getHeaderSize() { return kFatHeaderSize; }
+
+unsigned int MethodBuilder::getCodeSize() { return getILByteIndex(getILCount()); }
+
+unsigned int MethodBuilder::getEHSize() {
+    return clauses.empty() ? 0 : kSectionHeaderSize + kFatClauseSize * getEHCount();
+}
+
+unsigned int MethodBuilder::getEHCount() { return static_cast<unsigned int>(clauses.size()); }
+
+unsigned int MethodBuilder::getTotalSize() {
+    unsigned int code = getCodeSize();
+    if (!clauses.empty()) code = roundUpTo4(code);
+    return getHeaderSize() + code + getEHSize();
+}
+
+IILInstruction* MethodBuilder::getIL(unsigned int index) {
+    return index < instructions.size() ? instructions[index].get() : nullptr;
+}
+
+unsigned int MethodBuilder::getILCount() { return static_cast<unsigned int>(instructions.size()); }
+
+HRESULT MethodBuilder::insertInstruction(unsigned int index, InstructionPtr instruction) {
+    try {
+        if (index >= instructions.size()) {
+            instructions.push_back(std::move(instruction));
+        } else {
+            instructions.insert(instructions.begin() + index, std::move(instruction));
+        }
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+HRESULT MethodBuilder::insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) {
+    InstructionPtr instruction(newInstruction(opcode, operand, target));
+    if (!instruction) return E_OUTOFMEMORY;
+    if (instruction->size() != 0) {
+        offsetsValid = false;
+        targetsValid = false;
+    } else if (offsetsValid) {
+        // A label does not move anything: it takes the place's offset now and
+        // reaches the label map at the next layout.
+        instruction->setOffset(getCurrentILByteIndex(index));
+    }
+    if (index > instructions.size()) index = getILCount();
+    bool branch = isBranchOpcode(instruction->opcode());
+    HRESULT hr = insertInstruction(index, std::move(instruction));
+    if (SUCCEEDED(hr) && branch) hr = createBranchLabel(index);
+    return hr;
+}
+
+HRESULT MethodBuilder::replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) {
+    if (index >= instructions.size()) return E_INVALIDARG;
+    InstructionPtr instruction(newInstruction(opcode, operand, target));
+    if (!instruction) return E_OUTOFMEMORY;
+    if (offsetsValid) instruction->setOffset(instructions[index]->offset());
+    if (instruction->size() != instructions[index]->size()) {
+        offsetsValid = false;
+        targetsValid = false;
+    }
+    bool branch = isBranchOpcode(instruction->opcode());
+    // The old object is destroyed here.
+    instructions[index] = std::move(instruction);
+    return branch ? createBranchLabel(index) : S_OK;
+}
+
+HRESULT MethodBuilder::insertIL(unsigned int index, const unsigned char* code, unsigned int length) {
+    if (index > instructions.size()) index = getILCount();
+    std::vector<InstructionPtr> decoded;
+    HRESULT hr = ILDecoder::decode(code, length, decoded);
+    if (FAILED(hr)) return hr;
+
+    // A label behind the code marks its end and gives branches to the first
+    // byte behind it a place to land.
+    unsigned int endLabel = getLabel(index + 1);
+    if (endLabel == 0) return E_OUTOFMEMORY;
+    try {
+        instructions.insert(instructions.begin() + index, std::make_move_iterator(decoded.begin()),
+                            std::make_move_iterator(decoded.end()));
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    offsetsValid = false;
+    targetsValid = false;
+
+    // Labels inserted on the way shift the entries, so the length is read anew;
+    // a branch met twice already has its target.
+    for (unsigned int i = index; i < instructions.size() && SUCCEEDED(hr); ++i) {
+        const Instruction& instruction = *instructions[i];
+        if (isLabel(instruction) && instruction.operand() == endLabel) break;
+        if (isBranchOpcode(instruction.opcode())) hr = createBranchLabel(i);
+    }
+    return hr;
+}
+
+HRESULT MethodBuilder::createBranchLabel(unsigned int index) {
+    Instruction* branch = instructions[index].get();
+    if (!isBranchOpcode(branch->opcode()) || branch->target() != 0) return S_OK;
+    int found = findInstruction(index, ILDecoder::branchDistance(*branch));
+    if (found < 0) return E_UNEXPECTED;
+    // The branch object stays where it is even if a label goes in ahead of it.
+    unsigned int label = getLabel(static_cast<unsigned int>(found));
+    if (label == 0) return E_UNEXPECTED;
+    branch->setTarget(label);
+    return S_OK;
+}
+
+int MethodBuilder::findInstruction(unsigned int index, int distance) {
+    size_t count = instructions.size();
+    size_t j = static_cast<size_t>(index) + 1;
+    // Distances in a switch count from the end of its table.
+    while (j < count && instructions[j]->opcode() == Opcode::OPCODE_CASE) ++j;
+    if (j >= count) return -1;
+    long sum = 0;
+    if (distance >= 0) {
+        for (; j < count; ++j) {
+            if (sum == distance) return static_cast<int>(j);
+            sum += instructions[j]->size();
+        }
+        return -1;
+    }
+    for (size_t k = j; k-- > 0;) {
+        sum -= instructions[k]->size();
+        if (sum == distance) return static_cast<int>(k);
+    }
+    return -1;
+}
+
+unsigned int MethodBuilder::getLabel(unsigned int index) {
+    // The entry ahead is tested first, so a run of labels reuses its last one.
+    if (index > 0 && index - 1 < instructions.size() && isLabel(*instructions[index - 1])) {
+        return static_cast<unsigned int>(instructions[index - 1]->operand());
+    }
+    if (index < instructions.size() && isLabel(*instructions[index])) {
+        return static_cast<unsigned int>(instructions[index]->operand());
+    }
+    unsigned int number = nextLabel++;
+    return SUCCEEDED(insertIL(index, Opcode::OPCODE_LABEL, number, 0)) ? number : 0;
+}
+
+HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,
+                                      unsigned int tryLength, unsigned int handlerOffset,
+                                      unsigned int handlerLength, unsigned int filterOffset) {
+    header.Flags |= CorILMethod_MoreSects;
+    ehHeader.Kind |= CorILMethod_Sect_EHTable | CorILMethod_Sect_FatFormat;
+    ehHeader.DataSize += ehHeader.DataSize == 0 ? kSectionHeaderSize + kFatClauseSize : kFatClauseSize;
+
+    MethodBuilderEHClause record{};
+    record.clause.Flags = flags;
+    record.clause.ClassToken = classOrFilter;
+    unsigned int pending = kTryStart | kTryEnd | kHandlerStart | kHandlerEnd;
+    if ((flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0) pending |= kFilter;
+    struct Place {
+        PendingPlace bit;
+        unsigned long position;
+        unsigned int* label;
+    } const places[] = {
+        {kTryStart, tryOffset, &record.tryStartLabel},
+        {kTryEnd, static_cast<unsigned long>(tryOffset) + tryLength, &record.tryEndLabel},
+        {kHandlerStart, handlerOffset, &record.handlerStartLabel},
+        {kHandlerEnd, static_cast<unsigned long>(handlerOffset) + handlerLength, &record.handlerEndLabel},
+        {kFilter, filterOffset, &record.filterLabel},
+    };
+
+    unsigned long position = 0;
+    for (unsigned int i = 0; i <= getILCount() && pending != 0; ++i) {
+        unsigned int label = 0;
+        for (const Place& place : places) {
+            if ((pending & place.bit) == 0 || place.position != position) continue;
+            if (label == 0) label = getLabel(i);
+            if (label == 0) return E_UNEXPECTED;
+            *place.label = label;
+            pending &= ~place.bit;
+        }
+        // A label inserted at i has size 0: the walk goes on over it with the
+        // same position.
+        if (i < getILCount()) position += instructions[i]->size();
+    }
+    if (pending != 0) return E_UNEXPECTED;
+    try {
+        clauses.push_back(record);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    offsetsValid = false;
+    targetsValid = false;
+    return S_OK;
+}
+
+void MethodBuilder::updateOffsetsAndLabels() {
+    if (offsetsValid) return;
+    unsigned int position = 0;
+    for (unsigned int i = 0; i < instructions.size(); ++i) {
+        Instruction& instruction = *instructions[i];
+        instruction.setOffset(position);
+        if (isLabel(instruction)) labels[static_cast<unsigned int>(instruction.operand())] = i;
+        position += instruction.size();
+    }
+    offsetsValid = true;
+}
+
+unsigned int MethodBuilder::getCurrentILByteIndex(unsigned int index) {
+    updateOffsetsAndLabels();
+    if (index < instructions.size()) return instructions[index]->offset();
+    if (instructions.empty()) return 0;
+    const Instruction& last = *instructions.back();
+    return last.offset() + last.size();
+}
+
+unsigned int MethodBuilder::getILByteIndex(unsigned int index) {
+    if (FAILED(updateTargets())) return kNoByteIndex;
+    return getCurrentILByteIndex(index);
+}
+
+int MethodBuilder::findLabel(unsigned int label) {
+    updateOffsetsAndLabels();
+    auto found = labels.find(label);
+    return found == labels.end() ? -1 : static_cast<int>(found->second);
+}
+
+HRESULT MethodBuilder::settleBranch(unsigned int index, unsigned int end) {
+    const Instruction& branch = *instructions[index];
+    int labelIndex = findLabel(branch.target());
+    if (labelIndex < 0) return E_UNEXPECTED;
+    int distance = static_cast<int>(getCurrentILByteIndex(static_cast<unsigned int>(labelIndex)) - end);
+    // An unchanged branch is left in place; anything else is made anew, which
+    // picks the short or long form by the distance.
+    bool isCase = branch.opcode() == Opcode::OPCODE_CASE;
+    bool fitsShort = distance >= -128 && distance <= 127;
+    bool sameForm = isCase || (branch.size() == 2) == fitsShort;
+    if (sameForm && ILDecoder::branchDistance(branch) == distance) return S_OK;
+    return replaceIL(index, branch.opcode(), static_cast<unsigned int>(distance), branch.target());
+}
+
+HRESULT MethodBuilder::updateClauses() {
+    for (MethodBuilderEHClause& record : clauses) {
+        int tryStart = findLabel(record.tryStartLabel);
+        int tryEnd = findLabel(record.tryEndLabel);
+        int handlerStart = findLabel(record.handlerStartLabel);
+        int handlerEnd = findLabel(record.handlerEndLabel);
+        if (tryStart < 0 || tryEnd < 0 || handlerStart < 0 || handlerEnd < 0) return E_UNEXPECTED;
+        if (tryEnd < tryStart || handlerEnd < handlerStart) return E_UNEXPECTED;
+        IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& clause = record.clause;
+        clause.TryOffset = getCurrentILByteIndex(static_cast<unsigned int>(tryStart));
+        clause.TryLength = getCurrentILByteIndex(static_cast<unsigned int>(tryEnd)) - clause.TryOffset;
+        clause.HandlerOffset = getCurrentILByteIndex(static_cast<unsigned int>(handlerStart));
+        clause.HandlerLength = getCurrentILByteIndex(static_cast<unsigned int>(handlerEnd)) - clause.HandlerOffset;
+        if ((clause.Flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0) {
+            int filter = findLabel(record.filterLabel);
+            if (filter < 0) return E_UNEXPECTED;
+            clause.FilterOffset = getCurrentILByteIndex(static_cast<unsigned int>(filter));
+        }
+    }
+    return S_OK;
+}
+
+HRESULT MethodBuilder::updateTargets() {
+    if (targetsValid) return S_OK;
+    HRESULT hr = S_OK;
+    do {
+        updateOffsetsAndLabels();
+        unsigned int position = 0;
+        // A change of form invalidates the offsets; the walk then starts over.
+        for (unsigned int i = 0; i < instructions.size() && offsetsValid && SUCCEEDED(hr); ++i) {
+            position += instructions[i]->size();
+            if (!isBranchOpcode(instructions[i]->opcode())) continue;
+            unsigned int end = position;
+            for (unsigned int j = i + 1; j < instructions.size() && instructions[j]->opcode() == Opcode::OPCODE_CASE;
+                 ++j) {
+                end += instructions[j]->size();
+            }
+            hr = settleBranch(i, end);
+        }
+        if (SUCCEEDED(hr) && offsetsValid) hr = updateClauses();
+    } while (SUCCEEDED(hr) && !offsetsValid);
+    if (SUCCEEDED(hr)) targetsValid = true;
+    return hr;
+}
+
+HRESULT MethodBuilder::writeToBuffer(unsigned char* buffer) {
+    header.CodeSize = getCodeSize();
+    std::memcpy(buffer, &header, kFatHeaderSize);
+    HRESULT hr = updateTargets();
+    if (FAILED(hr)) return hr;
+    unsigned int position = kFatHeaderSize;
+    for (const InstructionPtr& instruction : instructions) {
+        if (instruction->size() == 0) continue;
+        std::memcpy(buffer + position, instruction->data(), instruction->size());
+        position += instruction->size();
+    }
+    if (clauses.empty()) return S_OK;
+    while ((position - kFatHeaderSize) % 4 != 0) buffer[position++] = 0;
+    std::memcpy(buffer + position, &ehHeader, kSectionHeaderSize);
+    position += kSectionHeaderSize;
+    for (const MethodBuilderEHClause& record : clauses) {
+        std::memcpy(buffer + position, &record.clause, kFatClauseSize);
+        position += kFatClauseSize;
+    }
+    return S_OK;
+}
+
+void MethodBuilder::printClauses(FILE* stream) {
+    fprintf_8(stream, "\nEXCEPTION HEADER\n");
+    fprintf_8(stream, "%15s 0x%08X\n", "Kind", static_cast<unsigned int>(ehHeader.Kind));
+    fprintf_8(stream, "%15s %10d\n", "DataSize", static_cast<int>(ehHeader.DataSize));
+    fprintf_8(stream, "\nEXCEPTION CLAUSES\n");
+    for (const MethodBuilderEHClause& record : clauses) {
+        const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& clause = record.clause;
+        fprintf_8(stream, "%15s 0x%08X\n", "Flags", static_cast<unsigned int>(clause.Flags));
+        fprintf_8(stream, "%15s 0x%08X\n", "TryOffset", clause.TryOffset);
+        fprintf_8(stream, "%15s 0x%08X [0x%08X]\n", "TryLength", clause.TryLength, clause.TryOffset + clause.TryLength);
+        fprintf_8(stream, "%15s 0x%08X\n", "HandlerOffset", clause.HandlerOffset);
+        fprintf_8(stream, "%15s 0x%08X [0x%08X]\n", "HandlerLength", clause.HandlerLength,
+                  clause.HandlerOffset + clause.HandlerLength);
+        if ((clause.Flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0) {
+            fprintf_8(stream, "%15s 0x%08X\n", "FilterOffset", clause.FilterOffset);
+        } else {
+            fprintf_8(stream, "%15s 0x%08X\n", "ClassToken", clause.ClassToken);
+        }
+        fprintf_8(stream, "\n");
+    }
+}
+
+int MethodBuilder::print(FILE* stream, unsigned int origin) {
+    initializeOpcodeMap();
+    fprintf_8(stream, "HEADER\n");
+    fprintf_8(stream, "%15s 0x%08X\n", "Flags", static_cast<unsigned int>(header.Flags));
+    fprintf_8(stream, "%15s %10d\n", "Size", static_cast<int>(header.Size));
+    fprintf_8(stream, "%15s %10d\n", "MaxStack", static_cast<int>(header.MaxStack));
+    fprintf_8(stream, "%15s %10d\n", "CodeSize", static_cast<int>(header.CodeSize));
+    fprintf_8(stream, "%15s 0x%08X\n", "LocalVarSigTok", header.LocalVarSigTok);
+    fprintf_8(stream, "\nCODE\n");
+    fprintf_8(stream, "%7s %7s  %-15s %-15s\n", "OFF", "OFF*", "OPCODE", "OPERAND");
+    for (unsigned int i = 0; i < instructions.size(); ++i) {
+        const Instruction& instruction = *instructions[i];
+        const OpcodeInfo* info = findOpcode(instruction.opcode());
+        unsigned int b = getILByteIndex(i);
+        fprintf_8(stream, "%7X ", b);
+        if (b >= origin) {
+            fprintf_8(stream, "%7X  ", b - origin);
+        } else {
+            fprintf_8(stream, "         ");
+        }
+        fprintf_8(stream, "%-15s ", info->name);
+        unsigned long operand = instruction.operand();
+        switch (info->operandSize) {
+        case 1:
+            fprintf_8(stream, "0x%04X ", static_cast<unsigned int>(operand));
+            break;
+        case 4:
+            fprintf_8(stream, "0x%08X ", static_cast<unsigned int>(operand));
+            break;
+        case 8:
+            fprintf_8(stream, "<bigint>   ");
+            break;
+        default:
+            break;
+        }
+        if (isBranchOpcode(instruction.opcode())) {
+            fprintf_8(stream, "[0x%X] ", b + instruction.size() + ILDecoder::branchDistance(instruction));
+        }
+        fprintf_8(stream, "\n");
+    }
+    if (!clauses.empty()) printClauses(stream);
+    fflush(stream);
+    return 0;
+}

@@ -1,0 +1,61 @@
+// The editable method body. Layout is computed lazily: offsetsValid says the
+// entries' offsets and the label map are current, targetsValid that branch
+// operands and clause offsets are.
+#pragma once
+
+#include <unordered_map>
+#include <vector>
+
+#include "rewrite/IMethodBuilder.h"
+#include "rewrite/Instruction.h"
+
+class MethodBuilder : public IMethodBuilder {
+public:
+    MethodBuilder();
+
+    using IMethodBuilder::insertEHClause;
+    using IMethodBuilder::insertIL;
+
+    IMAGE_COR_ILMETHOD_FAT* getFatHeader() override;
+    void copyHeader(const IMAGE_COR_ILMETHOD* source) override;
+    HRESULT insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,
+                           unsigned int tryLength, unsigned int handlerOffset, unsigned int handlerLength,
+                           unsigned int filterOffset) override;
+    IMAGE_COR_ILMETHOD_SECT_FAT* getExceptionHeader() override;
+    MethodBuilderEHClause* getExceptionClause(int index) override;
+    unsigned int getHeaderSize() override;
+    unsigned int getCodeSize() override;
+    unsigned int getEHSize() override;
+    unsigned int getEHCount() override;
+    unsigned int getTotalSize() override;
+    HRESULT writeToBuffer(unsigned char* buffer) override;
+    IILInstruction* getIL(unsigned int index) override;
+    HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
+    HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
+    HRESULT insertIL(unsigned int index, const unsigned char* code, unsigned int length) override;
+    unsigned int getILByteIndex(unsigned int index) override;
+    unsigned int getILCount() override;
+    int findLabel(unsigned int label) override;
+    int print(FILE* stream, unsigned int origin) override;
+
+private:
+    HRESULT insertInstruction(unsigned int index, InstructionPtr instruction);
+    HRESULT createBranchLabel(unsigned int index);
+    int findInstruction(unsigned int index, int distance);
+    unsigned int getLabel(unsigned int index);
+    void updateOffsetsAndLabels();
+    HRESULT updateTargets();
+    HRESULT updateClauses();
+    HRESULT settleBranch(unsigned int index, unsigned int end);
+    unsigned int getCurrentILByteIndex(unsigned int index);
+    void printClauses(FILE* stream);
+
+    IMAGE_COR_ILMETHOD_FAT header;
+    std::vector<InstructionPtr> instructions;
+    IMAGE_COR_ILMETHOD_SECT_FAT ehHeader;
+    std::vector<MethodBuilderEHClause> clauses;
+    std::unordered_map<unsigned int, unsigned int> labels;
+    bool offsetsValid = false;
+    bool targetsValid = false;
+    unsigned int nextLabel = 1;
+};
