@@ -1,0 +1,201 @@
+// The runtime's callback object and the hub of the profiler: it owns the runtime's
+// info interface, the policy, the instrumentation engine, the shared metadata
+// context and the sampling profiler, and everything else is reached from it.
+//
+// Threads: the runtime calls the slots on its own threads, several at once.
+// profilerLock (recursive) guards metaDataContext and serialises compile events;
+// moduleLock guards the module map alone. Nothing thrown may leave a slot.
+#pragma once
+
+#include <atomic>
+#include <cstdio>
+#include <map>
+#include <string>
+
+#include "metadata/IMetaDataContext.h"
+#include "platform/AutoPointer.h"
+#include "platform/CoreCLRPAL.h"
+#include "platform/MultipleReaderSingleWriter.h"
+#include "policy/IProfilerController.h"
+#include "rewrite/IProfiler.h"
+#include "runtime/CorProfilerCallback.h"
+#include "runtime/CorProfilerInfo.h"
+#include "sampling/TraceProfiler.h"
+
+class ProfilerCallback final : public ICorProfilerCallback4 {
+public:
+    // The creation function of g_CoClasses. Clears *ppv; accepts IUnknown and
+    // ICorProfilerCallback to ICorProfilerCallback4, else E_INVALIDARG. The new
+    // object carries one reference, the caller's.
+    static HRESULT CreateObject(REFIID riid, void** ppv);
+
+    ProfilerCallback();
+    ~ProfilerCallback();
+    ProfilerCallback(const ProfilerCallback&) = delete;
+    ProfilerCallback& operator=(const ProfilerCallback&) = delete;
+
+    // IUnknown. QueryInterface stops at ICorProfilerCallback4: the runtime asks
+    // for the newest version first and must see this object as a Callback4.
+    HRESULT QueryInterface(REFIID riid, void** ppvObject) override;
+    ULONG AddRef() override;
+    ULONG Release() override;
+
+    // ICorProfilerCallback
+    HRESULT Initialize(IUnknown* pICorProfilerInfoUnk) override;
+    HRESULT Shutdown() override;
+    HRESULT AppDomainCreationStarted(AppDomainID appDomainId) override;
+    HRESULT AppDomainCreationFinished(AppDomainID appDomainId, HRESULT hrStatus) override;
+    HRESULT AppDomainShutdownStarted(AppDomainID appDomainId) override;
+    HRESULT AppDomainShutdownFinished(AppDomainID appDomainId, HRESULT hrStatus) override;
+    HRESULT AssemblyLoadStarted(AssemblyID assemblyId) override;
+    HRESULT AssemblyLoadFinished(AssemblyID assemblyId, HRESULT hrStatus) override;
+    HRESULT AssemblyUnloadStarted(AssemblyID assemblyId) override;
+    HRESULT AssemblyUnloadFinished(AssemblyID assemblyId, HRESULT hrStatus) override;
+    HRESULT ModuleLoadStarted(ModuleID moduleId) override;
+    HRESULT ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus) override;
+    HRESULT ModuleUnloadStarted(ModuleID moduleId) override;
+    HRESULT ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStatus) override;
+    HRESULT ModuleAttachedToAssembly(ModuleID moduleId, AssemblyID AssemblyId) override;
+    HRESULT ClassLoadStarted(ClassID classId) override;
+    HRESULT ClassLoadFinished(ClassID classId, HRESULT hrStatus) override;
+    HRESULT ClassUnloadStarted(ClassID classId) override;
+    HRESULT ClassUnloadFinished(ClassID classId, HRESULT hrStatus) override;
+    HRESULT FunctionUnloadStarted(FunctionID functionId) override;
+    HRESULT JITCompilationStarted(FunctionID functionId, BOOL fIsSafeToBlock) override;
+    HRESULT JITCompilationFinished(FunctionID functionId, HRESULT hrStatus, BOOL fIsSafeToBlock) override;
+    HRESULT JITCachedFunctionSearchStarted(FunctionID functionId, BOOL* pbUseCachedFunction) override;
+    HRESULT JITCachedFunctionSearchFinished(FunctionID functionId, COR_PRF_JIT_CACHE result) override;
+    HRESULT JITFunctionPitched(FunctionID functionId) override;
+    HRESULT JITInlining(FunctionID callerId, FunctionID calleeId, BOOL* pfShouldInline) override;
+    HRESULT ThreadCreated(ThreadID threadId) override;
+    HRESULT ThreadDestroyed(ThreadID threadId) override;
+    HRESULT ThreadAssignedToOSThread(ThreadID managedThreadId, DWORD osThreadId) override;
+    HRESULT RemotingClientInvocationStarted() override;
+    HRESULT RemotingClientSendingMessage(GUID* pCookie, BOOL fIsAsync) override;
+    HRESULT RemotingClientReceivingReply(GUID* pCookie, BOOL fIsAsync) override;
+    HRESULT RemotingClientInvocationFinished() override;
+    HRESULT RemotingServerReceivingMessage(GUID* pCookie, BOOL fIsAsync) override;
+    HRESULT RemotingServerInvocationStarted() override;
+    HRESULT RemotingServerInvocationReturned() override;
+    HRESULT RemotingServerSendingReply(GUID* pCookie, BOOL fIsAsync) override;
+    HRESULT UnmanagedToManagedTransition(FunctionID functionId, COR_PRF_TRANSITION_REASON reason) override;
+    HRESULT ManagedToUnmanagedTransition(FunctionID functionId, COR_PRF_TRANSITION_REASON reason) override;
+    HRESULT RuntimeSuspendStarted(COR_PRF_SUSPEND_REASON suspendReason) override;
+    HRESULT RuntimeSuspendFinished() override;
+    HRESULT RuntimeSuspendAborted() override;
+    HRESULT RuntimeResumeStarted() override;
+    HRESULT RuntimeResumeFinished() override;
+    HRESULT RuntimeThreadSuspended(ThreadID threadId) override;
+    HRESULT RuntimeThreadResumed(ThreadID threadId) override;
+    HRESULT MovedReferences(ULONG cMovedObjectIDRanges, ObjectID oldObjectIDRangeStart[], ObjectID newObjectIDRangeStart[], ULONG cObjectIDRangeLength[]) override;
+    HRESULT ObjectAllocated(ObjectID objectId, ClassID classId) override;
+    HRESULT ObjectsAllocatedByClass(ULONG cClassCount, ClassID classIds[], ULONG cObjects[]) override;
+    HRESULT ObjectReferences(ObjectID objectId, ClassID classId, ULONG cObjectRefs, ObjectID objectRefIds[]) override;
+    HRESULT RootReferences(ULONG cRootRefs, ObjectID rootRefIds[]) override;
+    HRESULT ExceptionThrown(ObjectID thrownObjectId) override;
+    HRESULT ExceptionSearchFunctionEnter(FunctionID functionId) override;
+    HRESULT ExceptionSearchFunctionLeave() override;
+    HRESULT ExceptionSearchFilterEnter(FunctionID functionId) override;
+    HRESULT ExceptionSearchFilterLeave() override;
+    HRESULT ExceptionSearchCatcherFound(FunctionID functionId) override;
+    HRESULT ExceptionOSHandlerEnter(UINT_PTR reserved) override;
+    HRESULT ExceptionOSHandlerLeave(UINT_PTR reserved) override;
+    HRESULT ExceptionUnwindFunctionEnter(FunctionID functionId) override;
+    HRESULT ExceptionUnwindFunctionLeave() override;
+    HRESULT ExceptionUnwindFinallyEnter(FunctionID functionId) override;
+    HRESULT ExceptionUnwindFinallyLeave() override;
+    HRESULT ExceptionCatcherEnter(FunctionID functionId, ObjectID objectId) override;
+    HRESULT ExceptionCatcherLeave() override;
+    HRESULT COMClassicVTableCreated(ClassID wrappedClassId, REFGUID implementedIID, void* pVTable, ULONG cSlots) override;
+    HRESULT COMClassicVTableDestroyed(ClassID wrappedClassId, REFGUID implementedIID, void* pVTable) override;
+    HRESULT ExceptionCLRCatcherFound() override;
+    HRESULT ExceptionCLRCatcherExecute() override;
+
+    // ICorProfilerCallback2
+    HRESULT ThreadNameChanged(ThreadID threadId, ULONG cchName, WCHAR name[]) override;
+    HRESULT GarbageCollectionStarted(int cGenerations, BOOL generationCollected[], COR_PRF_GC_REASON reason) override;
+    HRESULT SurvivingReferences(ULONG cSurvivingObjectIDRanges, ObjectID objectIDRangeStart[], ULONG cObjectIDRangeLength[]) override;
+    HRESULT GarbageCollectionFinished() override;
+    HRESULT FinalizeableObjectQueued(DWORD finalizerFlags, ObjectID objectID) override;
+    HRESULT RootReferences2(ULONG cRootRefs, ObjectID rootRefIds[], COR_PRF_GC_ROOT_KIND rootKinds[], COR_PRF_GC_ROOT_FLAGS rootFlags[], UINT_PTR rootIds[]) override;
+    HRESULT HandleCreated(GCHandleID handleId, ObjectID initialObjectId) override;
+    HRESULT HandleDestroyed(GCHandleID handleId) override;
+
+    // ICorProfilerCallback3
+    HRESULT InitializeForAttach(IUnknown* pCorProfilerInfoUnk, void* pvClientData, UINT cbClientData) override;
+    HRESULT ProfilerAttachComplete() override;
+    HRESULT ProfilerDetachSucceeded() override;
+
+    // ICorProfilerCallback4
+    HRESULT ReJITCompilationStarted(FunctionID functionId, ReJITID rejitId, BOOL fIsSafeToBlock) override;
+    HRESULT GetReJITParameters(ModuleID moduleId, mdMethodDef methodId, ICorProfilerFunctionControl* pFunctionControl) override;
+    HRESULT ReJITCompilationFinished(FunctionID functionId, ReJITID rejitId, HRESULT hrStatus, BOOL fIsSafeToBlock) override;
+    HRESULT ReJITError(ModuleID moduleId, mdMethodDef methodId, FunctionID functionId, HRESULT hrStatus) override;
+    HRESULT MovedReferences2(ULONG cMovedObjectIDRanges, ObjectID oldObjectIDRangeStart[], ObjectID newObjectIDRangeStart[], SIZE_T cObjectIDRangeLength[]) override;
+    HRESULT SurvivingReferences2(ULONG cSurvivingObjectIDRanges, ObjectID objectIDRangeStart[], SIZE_T cObjectIDRangeLength[]) override;
+
+    // The controller's native log once Initialize has succeeded; not owned.
+    FILE* getNativeLog() const { return nativeLog; }
+    bool IsProfilerAttached() const { return attached; }
+    // Set by Shutdown, or when the agent turns itself off: no further method is
+    // looked at.
+    bool isDisabled() const { return disabled; }
+    DWORD getEventMask() const { return eventMask; }
+    long getClrVersion() const { return clrVersion; }
+    bool getSupportsReJIT() const { return supportsReJIT; }
+    // Not owned; null after Shutdown.
+    ICorProfilerInfo* getProfilerInfo() const { return profilerInfo.get(); }
+    TraceProfiler& getTraceProfiler() { return traceProfiler; }
+
+private:
+    // Writes to the controller's log, if there is a controller.
+    void logToController(const char* line);
+
+    AutoCOMPointer<ICorProfilerInfo> profilerInfo;
+    AutoPointer<IProfilerController> controller;
+    TraceProfiler traceProfiler;
+    // KEY=VALUE lines handed to the managed agent.
+    std::string attachEnvironment;
+    HANDLE serviceStopEvent;
+    bool attached;
+    bool firstAttachMethodSeen;
+    bool jitEnabled;
+    std::atomic<ULONG> referenceCount;
+    // 1, 2 or 4 by the highest info interface obtained.
+    long clrVersion;
+    bool supportsReJIT;
+    DWORD eventMask;
+    AutoPointer<IProfiler> profiler;
+    AutoPointer<IMetaDataContext> metaDataContext;
+    HANDLE serviceThread;
+    CRITICAL_SECTION profilerLock;
+    CRITICAL_SECTION moduleLock;
+    bool inJITCallback;
+    bool agentHijacked;
+    bool logEnabled;
+    bool logMethodBytes;
+    bool logUninstrumented;
+    bool disabled;
+    FILE* nativeLog;
+    MultipleReaderSingleWriter classLock;
+    MultipleReaderSingleWriter threadLock;
+    bool hooksEnabled;
+    bool isCoreCLR;
+    int lastReJITRequestId;
+    // Ring of 64 pairs: request identifier, then result.
+    int rejitStatus[128];
+    // Index of the newest pair; -2 while the ring is empty.
+    int rejitStatusIndex;
+    bool reloadPending;
+    // Module paths and assembly names of every loaded module, under moduleLock.
+    std::map<std::u16string, ModuleID> moduleIds;
+    MultipleReaderSingleWriter functionLock;
+};
+
+// The live callback object: null until Initialize has succeeded and after the
+// object is destroyed.
+extern ProfilerCallback* fpc;
+
+// Guards the creation of the profiling manager and its diagnostic log. Recursive;
+// initialised by each callback object's constructor, deleted by its destructor.
+extern CRITICAL_SECTION gProfilingManagerLock;
