@@ -258,7 +258,11 @@ HRESULT MetaDataContext::getClassAttributes(char16_t*** assemblies, char16_t*** 
 
 HRESULT MetaDataContext::getClassName(unsigned int token, char16_t* assembly, char16_t* name, unsigned int size) {
     HRESULT hr = S_OK;
-    if (token >= mdtTypeDef && token < mdtTypeDef + 0x01000000) {
+    if (IsNilToken(token)) {
+        // No type at all: the runtime gives a type without a base the nil
+        // reference token.
+        hr = E_NOTIMPL;
+    } else if (token >= mdtTypeDef && token < mdtTypeDef + 0x01000000) {
         hr = getTypeDefClassName(token, name, size, nullptr);
         if (SUCCEEDED(hr)) {
             hr = getTypeDefAssemblyName(token, assembly, size, nullptr);
@@ -269,7 +273,7 @@ HRESULT MetaDataContext::getClassName(unsigned int token, char16_t* assembly, ch
             hr = getTypeRefAssemblyName(token, assembly, size, nullptr);
         }
     } else {
-        // A type specification (generic instance) or no type at all.
+        // A type specification (generic instance) or another kind of token.
         hr = E_NOTIMPL;
     }
     return hr;
@@ -424,10 +428,14 @@ HRESULT MetaDataContext::getInterfaces(mdTypeDef token, char16_t** assemblies, c
     if (enumerator != nullptr) {
         import->CloseEnum(enumerator);
     }
-    if (SUCCEEDED(hr) && count != nullptr) {
+    if (FAILED(hr)) {
+        return hr;
+    }
+    // An empty listing is S_FALSE from the runtime; a list is a list.
+    if (count != nullptr) {
         *count = found;
     }
-    return hr;
+    return S_OK;
 }
 
 HRESULT MetaDataContext::getAttributes(mdToken token, char16_t** assemblies, char16_t** classes, ULONG limit,
@@ -463,8 +471,12 @@ HRESULT MetaDataContext::getAttributes(mdToken token, char16_t** assemblies, cha
     if (enumerator != nullptr) {
         import->CloseEnum(enumerator);
     }
-    if (SUCCEEDED(hr) && count != nullptr) {
+    if (FAILED(hr)) {
+        return hr;
+    }
+    // An empty listing is S_FALSE from the runtime; a list is a list.
+    if (count != nullptr) {
         *count = found;
     }
-    return hr;
+    return S_OK;
 }

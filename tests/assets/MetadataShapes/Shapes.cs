@@ -62,7 +62,7 @@ namespace Shapes
     [Obsolete("shape")]
     [DebuggerDisplay("attributed")]
     [LocalMarker]
-    public class Attributed : List<int>, IDisposable, ICloneable
+    public class Attributed : Exception, IDisposable, ICloneable
     {
         [Obsolete]
         [DebuggerStepThrough]
@@ -95,6 +95,8 @@ namespace Shapes
         static Statics() { Count = 1; }
 
         public static void Run() { }
+
+        public static List<int> Items() => new List<int>();
     }
 
     public interface IRunner

@@ -1,0 +1,214 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "MetaDataFixture.h"
+#include "metadata/MetaDataContext.h"
+#include "runtime/CorErrors.h"
+
+using ::testing::ElementsAre;
+using ::testing::Pair;
+using ::testing::UnorderedElementsAre;
+
+using MetaDataContextNames = MetaDataFixture;
+
+TEST_F(MetaDataContextNames, NestedGenericDefinitionsAreJoinedAndStrippedAtEveryLevel) {
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Outer`1", u"Middle`2", u"Inner`1"}, u"Touch")), S_OK);
+    EXPECT_THAT(className(), Pair("MetadataShapes", "Shapes.Outer+Middle+Inner"));
+    EXPECT_EQ(methodName(), "Touch");
+
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Outer`1", u"Plain"}, u"Touch")), S_OK);
+    EXPECT_THAT(className(), Pair("MetadataShapes", "Shapes.Outer+Plain"));
+
+    // A definition of the core library: the marker goes, the assembly is the module's.
+    ModuleID coreLib = info->addModule(RealAssemblies::coreLibPath());
+    ASSERT_EQ(context->setFunction(function(coreLib, {u"System.Collections.Generic.List`1"}, u"Add")), S_OK);
+    EXPECT_THAT(className(), Pair("System.Private.CoreLib", "System.Collections.Generic.List"));
+    EXPECT_EQ(methodName(), "Add");
+    char16_t* assembly = nullptr;
+    ASSERT_EQ(context->getAssemblyName(&assembly), S_OK);
+    EXPECT_EQ(RealAssemblies::narrow(assembly), "System.Private.CoreLib");
+}
+
+TEST_F(MetaDataContextNames, ReferencesKeepTheirGenericMarkerAndNameTheirAssembly) {
+    IMetaDataImport* import = info->importOf(shapes);
+    mdTypeRef list = RealAssemblies::findTypeRef(import, u"System.Collections.Generic.List`1");
+    mdTypeRef object = RealAssemblies::findTypeRef(import, u"System.Object");
+    ASSERT_NE(list, 0u);
+    ASSERT_NE(object, 0u);
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Attributed"}, u"Marked")), S_OK);
+
+    char16_t assembly[IMetaDataContext::kNameSize];
+    char16_t name[IMetaDataContext::kNameSize];
+    ASSERT_EQ(context->getClassName(list, assembly, name, IMetaDataContext::kNameSize), S_OK);
+    EXPECT_EQ(RealAssemblies::narrow(name), "System.Collections.Generic.List`1");
+    EXPECT_EQ(RealAssemblies::narrow(assembly), "System.Collections");
+    ASSERT_EQ(context->getClassName(object, assembly, name, IMetaDataContext::kNameSize), S_OK);
+    EXPECT_EQ(RealAssemblies::narrow(name), "System.Object");
+    EXPECT_EQ(RealAssemblies::narrow(assembly), "System.Runtime");
+
+    // Neither a type specification nor the nil token is a class.
+    EXPECT_EQ(context->getClassName(mdtTypeSpec | 1, assembly, name, IMetaDataContext::kNameSize), E_NOTIMPL);
+    EXPECT_EQ(context->getClassName(mdTokenNil, assembly, name, IMetaDataContext::kNameSize), E_NOTIMPL);
+}
+
+TEST_F(MetaDataContextNames, TypeInAnotherModuleOfTheAssemblyBelongsToTheAssembly) {
+    ModuleID multi = info->addModule(RealAssemblies::testAsset("MultiModule"));
+    ASSERT_NE(multi, 0u);
+    ASSERT_EQ(context->setFunction(function(multi, {u"Shapes.LocalDerived"}, u"Run")), S_OK);
+    char16_t* assembly = nullptr;
+    char16_t* name = nullptr;
+    ASSERT_EQ(context->getParentName(&assembly, &name), S_OK);
+    EXPECT_EQ(RealAssemblies::narrow(name), "Shapes.Remote.RemoteBase");
+    EXPECT_EQ(RealAssemblies::narrow(assembly), "MultiModule");
+}
+
+TEST_F(MetaDataContextNames, ParentsByDefinitionReferenceOrNone) {
+    char16_t* assembly = nullptr;
+    char16_t* name = nullptr;
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.DerivedFromDef"}, u"Run")), S_OK);
+    ASSERT_EQ(context->getParentName(&assembly, &name), S_OK);
+    EXPECT_EQ(RealAssemblies::narrow(name), "Shapes.PlainBase");
+    EXPECT_EQ(RealAssemblies::narrow(assembly), "MetadataShapes");
+
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.PlainBase"}, u"Run")), S_OK);
+    ASSERT_EQ(context->getParentName(&assembly, &name), S_OK);
+    EXPECT_EQ(RealAssemblies::narrow(name), "System.Object");
+    EXPECT_EQ(RealAssemblies::narrow(assembly), "System.Runtime");
+
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Attributed"}, u"Marked")), S_OK);
+    ASSERT_EQ(context->getParentName(&assembly, &name), S_OK);
+    EXPECT_EQ(RealAssemblies::narrow(name), "System.Exception");
+    EXPECT_EQ(RealAssemblies::narrow(assembly), "System.Runtime");
+
+    // Base given by a type specification, and an interface without a base: no
+    // parent, on every call.
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.DerivedFromSpec"}, u"Run")), S_OK);
+    EXPECT_EQ(TypeFromToken(context->getSuperToken()), static_cast<uint32_t>(mdtTypeSpec));
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.IGeneric`1"}, u"Take")), S_OK);
+    EXPECT_TRUE(IsNilToken(context->getSuperToken()));
+    for (const char16_t* type : {u"Shapes.DerivedFromSpec", u"Shapes.IGeneric`1"}) {
+        const char16_t* method = std::u16string(type) == u"Shapes.IGeneric`1" ? u"Take" : u"Run";
+        ASSERT_EQ(context->setFunction(function(shapes, {type}, method)), S_OK);
+        assembly = name = nullptr;
+        EXPECT_EQ(context->getParentName(&assembly, &name), E_NOTIMPL);
+        EXPECT_EQ(context->getParentName(&assembly, &name), E_NOTIMPL);
+        EXPECT_EQ(assembly, nullptr);
+        EXPECT_EQ(name, nullptr);
+    }
+}
+
+TEST_F(MetaDataContextNames, InterfacesAreListedUpToSixtyFour) {
+    HRESULT hr = E_FAIL;
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Attributed"}, u"Marked")), S_OK);
+    EXPECT_THAT(list(&IMetaDataContext::getInterfaces, hr),
+                UnorderedElementsAre(Pair("System.Runtime", "System.IDisposable"),
+                                     Pair("System.Runtime", "System.ICloneable")));
+    EXPECT_EQ(hr, S_OK);
+
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.SixtyFive"}, u"First")), S_OK);
+    NameList interfaces = list(&IMetaDataContext::getInterfaces, hr);
+    EXPECT_EQ(hr, S_OK);
+    ASSERT_EQ(interfaces.size(), 64u);
+    std::set<std::string> distinct;
+    for (const auto& [assembly, name] : interfaces) {
+        EXPECT_EQ(assembly, "MetadataShapes");
+        EXPECT_THAT(name, ::testing::MatchesRegex("Shapes\\.I[0-9][0-9]"));
+        distinct.insert(name);
+    }
+    EXPECT_EQ(distinct.size(), 64u);
+}
+
+TEST_F(MetaDataContextNames, GenericInterfaceLeavesTheClassWithoutInterfaceList) {
+    CountingMetaDataImport* import = info->importOf(shapes);
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.ImplementsGeneric"}, u"Take")), S_OK);
+    import->resetCalls();
+    unsigned int count = 99;
+    char16_t** classes = nullptr;
+    EXPECT_EQ(context->getInterfaces(nullptr, &classes, &count), E_NOTIMPL);
+    EXPECT_EQ(context->getInterfaces(nullptr, &classes, &count), E_NOTIMPL);
+    EXPECT_EQ(count, 99u);
+    EXPECT_EQ(classes, nullptr);
+    // Not cached, and no enumerator is left open.
+    EXPECT_EQ(import->calls("EnumInterfaceImpls"), 2);
+    EXPECT_EQ(import->calls("CloseEnum"), 2);
+}
+
+TEST_F(MetaDataContextNames, AttributesOfClassesAndMethodsFromAnyAssembly) {
+    HRESULT hr = E_FAIL;
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Attributed"}, u"Marked")), S_OK);
+    EXPECT_THAT(list(&IMetaDataContext::getClassAttributes, hr),
+                UnorderedElementsAre(Pair("System.Runtime", "System.ObsoleteAttribute"),
+                                     Pair("System.Runtime", "System.Diagnostics.DebuggerDisplayAttribute"),
+                                     Pair("MetadataShapes", "Shapes.LocalMarkerAttribute")));
+    EXPECT_EQ(hr, S_OK);
+    EXPECT_THAT(list(&IMetaDataContext::getMethodAttributes, hr),
+                UnorderedElementsAre(Pair("System.Runtime", "System.ObsoleteAttribute"),
+                                     Pair("System.Runtime", "System.Diagnostics.DebuggerStepThroughAttribute"),
+                                     Pair("MetadataShapes", "Shapes.LocalMarkerAttribute")));
+    EXPECT_EQ(hr, S_OK);
+
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Attributed"}, u"Unmarked")), S_OK);
+    EXPECT_THAT(list(&IMetaDataContext::getMethodAttributes, hr), ElementsAre());
+    EXPECT_EQ(hr, S_OK);
+
+    // What the compiler marks structs with.
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.ReadOnlyShape"}, u"Get")), S_OK);
+    EXPECT_THAT(list(&IMetaDataContext::getClassAttributes, hr),
+                ::testing::Contains(Pair("System.Runtime", "System.Runtime.CompilerServices.IsReadOnlyAttribute")));
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.RefShape"}, u"Get")), S_OK);
+    EXPECT_THAT(list(&IMetaDataContext::getClassAttributes, hr),
+                ::testing::Contains(Pair("System.Runtime", "System.Runtime.CompilerServices.IsByRefLikeAttribute")));
+    EXPECT_EQ(hr, S_OK);
+}
+
+TEST_F(MetaDataContextNames, NestedNameBeyondTheBufferIsRefused) {
+    std::u16string outer = u"Shapes." + std::u16string(1000, u'A');
+    std::u16string middle(1000, u'B');
+    std::u16string inner(1000, u'C');
+    mdTypeDef innerType = typeIn(shapes, {outer.c_str(), middle.c_str(), inner.c_str()});
+    mdTypeDef leafType = RealAssemblies::findType(info->importOf(shapes), u"Leaf", innerType);
+    ASSERT_NE(leafType, 0u);
+    CountingMetaDataImport* import = info->importOf(shapes);
+
+    // Three levels still fit: the third is cut by the runtime at the buffer's end.
+    FunctionID touchInner = info->addFunction(shapes, RealAssemblies::findMethod(import, innerType, u".ctor"));
+    ASSERT_EQ(context->setFunction(touchInner), S_OK);
+    auto [assembly, name] = className();
+    EXPECT_EQ(name.size(), IMetaDataContext::kNameSize - 1);
+    EXPECT_EQ(name.substr(0, 1010), "Shapes." + std::string(1000, 'A') + "+BB");
+
+    // The fourth level does not: refused, and asked again next time.
+    ASSERT_EQ(context->setFunction(info->addFunction(shapes, RealAssemblies::findMethod(import, leafType, u"Touch"))),
+              S_OK);
+    import->resetCalls();
+    char16_t* text = nullptr;
+    EXPECT_EQ(context->getClassName(nullptr, &text), E_INVALIDARG);
+    EXPECT_EQ(text, nullptr);
+    int asked = import->calls("GetNestedClassProps");
+    EXPECT_GT(asked, 0);
+    EXPECT_EQ(context->getClassName(nullptr, &text), E_INVALIDARG);
+    EXPECT_EQ(import->calls("GetNestedClassProps"), 2 * asked);
+}
+
+TEST(MetaDataContextMarker, StripsBackQuoteAndDigitsAtTheEndOnly) {
+    struct Case {
+        std::u16string text;
+        std::u16string stripped;
+        ULONG length;
+    };
+    const Case cases[] = {
+        {u"List`1", u"List", 4},         {u"Dictionary`12", u"Dictionary", 10},
+        {u"Tick`", u"Tick", 4},          {u"12345", u"12345", 99},
+        {u"A`1B", u"A`1B", 99},          {u"`7", u"", 0},
+        {u"Plain", u"Plain", 99},
+    };
+    for (const Case& c : cases) {
+        std::u16string buffer = c.text;
+        ULONG length = 99;
+        MetaDataContext::stripEndGenericMarker(buffer.data(), static_cast<long>(buffer.size()), &length);
+        EXPECT_EQ(std::u16string(buffer.c_str()), c.stripped) << RealAssemblies::narrow(c.text.c_str());
+        EXPECT_EQ(length, c.length) << RealAssemblies::narrow(c.text.c_str());
+    }
+}

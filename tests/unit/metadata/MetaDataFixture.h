@@ -1,0 +1,82 @@
+// A metadata context over the profiler info double, with the test assemblies
+// and the core library registered as modules.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "metadata/IMetaDataContext.h"
+#include "support/HostedRuntime.h"
+#include "support/ProfilerInfoDouble.h"
+#include "support/RealAssemblies.h"
+
+class MetaDataFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
+        info = ProfilerInfoDouble::newInstance();
+        shapes = info->addModule(RealAssemblies::testAsset("MetadataShapes"));
+        ASSERT_NE(shapes, 0u) << "cannot open " << RealAssemblies::testAsset("MetadataShapes");
+        context.reset(IMetaDataContext::newInstance(info));
+        ASSERT_NE(context, nullptr);
+    }
+
+    // The type at the end of a path of nested names, from the top-level type in.
+    mdTypeDef typeIn(ModuleID module, std::initializer_list<const char16_t*> path) {
+        mdTypeDef type = 0;
+        for (const char16_t* name : path) {
+            type = RealAssemblies::findType(info->importOf(module), name, type);
+        }
+        return type;
+    }
+
+    mdMethodDef methodIn(ModuleID module, std::initializer_list<const char16_t*> path, const char16_t* method) {
+        return RealAssemblies::findMethod(info->importOf(module), typeIn(module, path), method);
+    }
+
+    FunctionID function(ModuleID module, std::initializer_list<const char16_t*> path, const char16_t* method) {
+        mdMethodDef token = methodIn(module, path, method);
+        EXPECT_NE(token, 0u) << "no method " << RealAssemblies::narrow(method);
+        return info->addFunction(module, token);
+    }
+
+    // Class and assembly of the cached getter, as text.
+    std::pair<std::string, std::string> className() {
+        char16_t* assembly = nullptr;
+        char16_t* name = nullptr;
+        HRESULT hr = context->getClassName(&assembly, &name);
+        EXPECT_EQ(hr, S_OK);
+        return {RealAssemblies::narrow(assembly), RealAssemblies::narrow(name)};
+    }
+
+    std::string methodName() {
+        char16_t* name = nullptr;
+        EXPECT_EQ(context->getMethodName(&name), S_OK);
+        return RealAssemblies::narrow(name);
+    }
+
+    using NameList = std::vector<std::pair<std::string, std::string>>;
+    using ListGetter = HRESULT (IMetaDataContext::*)(char16_t***, char16_t***, unsigned int*);
+
+    // A cached list as (assembly, class) pairs; hr receives the result.
+    NameList list(ListGetter getter, HRESULT& hr) {
+        char16_t** assemblies = nullptr;
+        char16_t** classes = nullptr;
+        unsigned int count = 0;
+        hr = ((*context).*getter)(&assemblies, &classes, &count);
+        NameList names;
+        for (unsigned int i = 0; SUCCEEDED(hr) && i < count; ++i) {
+            names.emplace_back(RealAssemblies::narrow(assemblies[i]), RealAssemblies::narrow(classes[i]));
+        }
+        return names;
+    }
+
+    AutoCOMPointer<ProfilerInfoDouble> info;
+    ModuleID shapes = 0;
+    std::unique_ptr<IMetaDataContext> context;
+};
