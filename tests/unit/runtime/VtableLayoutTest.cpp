@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "VtableSlotOf.h"
+#include "support/VtableSlotOf.h"
 #include "runtime/CorProfilerCallback.h"
 #include "runtime/CorProfilerInfo.h"
 #include "runtime/MetaDataInterfaces.h"
