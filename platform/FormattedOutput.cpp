@@ -45,9 +45,7 @@ int snprintf_u16(char16_t* dst, unsigned long n, const char16_t* format, ...) {
     auto* narrow = static_cast<char*>(alloca(n));
     int result = std::vsnprintf(narrow, n, finalFormat16(format).c_str(), args);
     va_end(args);
-    if (n > 0) {
-        CopyChar8To16(narrow, dst, n);
-    }
+    CopyChar8To16(narrow, dst, n);
     return result;
 }
 

@@ -37,6 +37,10 @@ void FromChar8(const char* src, std::basic_string<char16_t>& out) {
 }
 
 void CopyChar8To16(const char* src, char16_t* dst, unsigned long n) {
+    // No room even for the terminator: nothing is written.
+    if (n == 0) {
+        return;
+    }
     std::basic_string<char16_t> wide;
     FromChar8(src, wide);
     std::copy_n(wide.data(), std::min<unsigned long>(wide.size(), n), dst);
@@ -44,6 +48,9 @@ void CopyChar8To16(const char* src, char16_t* dst, unsigned long n) {
 }
 
 void CopyChar16To8(const char16_t* src, char* dst, unsigned long n) {
+    if (n == 0) {
+        return;
+    }
     std::string narrow;
     FromChar16(src, narrow);
     std::copy_n(narrow.data(), std::min<unsigned long>(narrow.size(), n), dst);

@@ -8,6 +8,6 @@
 void FromChar16(const char16_t* src, std::string& out);
 void FromChar8(const char* src, std::basic_string<char16_t>& out);
 
-// Copy at most n-1 units (bytes) and always terminate; n must be at least 1.
+// Copy at most n-1 units (bytes) and always terminate; n of 0 writes nothing.
 void CopyChar8To16(const char* src, char16_t* dst, unsigned long n);
 void CopyChar16To8(const char16_t* src, char* dst, unsigned long n);

@@ -108,6 +108,9 @@ TEST(FormattedOutput, SnprintfU16TruncatesAndReportsTheFullLength) {
     EXPECT_EQ(snprintf_u16(wide, 4, u"%s-%d", u"abc", 42), 6);
     EXPECT_EQ(std::basic_string<char16_t>(wide), u"abc");
     EXPECT_EQ(wide[4], u'#');
+    // No room at all: the length still comes back, nothing is written.
+    EXPECT_EQ(snprintf_u16(wide, 0, u"%s", u"xyz"), 3);
+    EXPECT_EQ(std::basic_string<char16_t>(wide), u"abc");
     // Output bytes from 0x80 up come back sign-extended.
     snprintf_u16(wide, 6, u"%S", "\xE9");
     EXPECT_EQ(wide[0], 0xFFE9);

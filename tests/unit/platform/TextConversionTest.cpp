@@ -49,6 +49,9 @@ TEST(TextConversion, BoundedCopiesKeepAtMostNMinusOneUnits) {
 
     CopyChar8To16("abc", wide, 1);
     EXPECT_EQ(wide[0], 0);
+    wide[0] = u'#';
+    CopyChar8To16("abc", wide, 0);
+    EXPECT_EQ(wide[0], u'#');
 
     char narrow[8];
     std::fill(std::begin(narrow), std::end(narrow), '#');
