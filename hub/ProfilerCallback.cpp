@@ -3,9 +3,11 @@
 #include <cstring>
 #include <new>
 
+#include "gate/ProfilingManager.h"
 #include "runtime/Guids.h"
 
 ProfilerCallback* fpc = nullptr;
+// Initialised by each callback object's constructor, deleted by its destructor.
 CRITICAL_SECTION gProfilingManagerLock;
 
 namespace {

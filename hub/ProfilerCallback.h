@@ -195,7 +195,3 @@ private:
 // The live callback object: null until Initialize has succeeded and after the
 // object is destroyed.
 extern ProfilerCallback* fpc;
-
-// Guards the creation of the profiling manager and its diagnostic log. Recursive;
-// initialised by each callback object's constructor, deleted by its destructor.
-extern CRITICAL_SECTION gProfilingManagerLock;
