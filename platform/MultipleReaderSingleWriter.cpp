@@ -1,5 +1,9 @@
 #include "platform/MultipleReaderSingleWriter.h"
 
+namespace {
+constexpr DWORD kReaderWaitSliceMs = 10;
+}
+
 MultipleReaderSingleWriter::MultipleReaderSingleWriter() : readers(0) {
     InitializeCriticalSection(&stateLock);
     InitializeCriticalSection(&entryLock);
@@ -36,7 +40,10 @@ void MultipleReaderSingleWriter::AccquireWriteLock() {
             break;
         }
         LeaveCriticalSection(&stateLock);
-        WaitForSingleObject(readersGone, INFINITE);
+        // Events keep no signalled state: a reader that leaves between the test
+        // above and this wait would never wake us, so the wait is bounded and the
+        // count is looked at again.
+        WaitForSingleObject(readersGone, kReaderWaitSliceMs);
     }
     LeaveCriticalSection(&entryLock);
 }

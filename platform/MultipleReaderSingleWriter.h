@@ -3,7 +3,8 @@
 //
 // Neither mode is re-entrant across the other: a reader that asks to write waits
 // for itself. The writer waits on an event that readers set when the last of
-// them leaves; events of this platform keep no signalled state.
+// them leaves; events of this platform keep no signalled state, so the writer
+// waits in short slices and looks at the reader count after each.
 #pragma once
 
 #include "platform/CoreCLRPAL.h"
