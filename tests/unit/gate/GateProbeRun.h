@@ -1,0 +1,58 @@
+// Starts the gate probe as a process of its own, under a chosen program path,
+// argv, environment and working directory, and collects its decisions.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/ScratchDirectory.h"
+
+struct ProbeRun {
+    int exitStatus = -1;
+    int pid = 0;
+    std::string output;
+    std::map<std::string, std::string> decisions;
+
+    // The decision under key, or "<missing>".
+    std::string operator[](const std::string& key) const;
+    // The run, for failure messages.
+    std::string describe() const;
+};
+
+// A scratch installation: an agent home whose "lib" holds a stand-in profiler
+// library, a "profiles" folder with the default profile, and links named after
+// the hosts under test in "bin", all leading to the probe.
+class GateInstallation {
+public:
+    GateInstallation();
+
+    std::string home() const { return scratch.path("agent"); }
+    std::string profiles() const { return scratch.path("agent/profiles"); }
+    std::string defaultProfile() const { return profiles() + "/default.properties"; }
+    std::string library() const { return home() + "/lib/tarn.NativeProfiler.so"; }
+    std::string host(const std::string& name) const { return scratch.path("bin/" + name); }
+    const ScratchDirectory& files() const { return scratch; }
+
+    // Writes a file under "agent/profiles".
+    std::string writeProfile(const std::string& name, const std::string& text) const;
+
+    // The environment most runs start from: the default profile, the
+    // diagnostic log on, and the stand-in library mapped into the process.
+    std::vector<std::string> environment() const;
+
+    // Runs the host link name with these arguments after it, in the scratch
+    // root as working directory.
+    ProbeRun run(const std::string& hostName, const std::vector<std::string>& arguments,
+                 const std::vector<std::string>& environment) const;
+
+    // Lines of the diagnostic log of a program, empty if there is none.
+    std::vector<std::string> diagnosticLog(const std::string& programName) const;
+    std::string diagnosticLogPath(const std::string& programName) const;
+
+private:
+    ScratchDirectory scratch;
+};
+
+// The lines of the diagnostic log that come after the environment dump.
+std::vector<std::string> linesAfterDump(const std::vector<std::string>& log);

@@ -1,0 +1,303 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "GateProbeRun.h"
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::Not;
+
+namespace {
+
+constexpr const char* kPass = "0x00000000";
+constexpr const char* kCancel = "0x80131375";
+
+struct CommandLine {
+    std::string host;
+    std::vector<std::string> arguments;
+    std::string internal;
+    std::string appName;
+    std::string dllPath;
+    std::string isDotnet;
+};
+
+} // namespace
+
+TEST(ProfilingManager, AnalysesTheDotnetCommandLine)
+{
+    GateInstallation installation;
+    const std::vector<CommandLine> cases {
+        {"dotnet", {"build"}, "1", "dotnet.cmd", "-", "1"},
+        {"dotnet", {"run", "--project", "app.csproj"}, "1", "dotnet.cmd", "-", "1"},
+        {"dotnet", {}, "1", "dotnet.cmd", "-", "1"},
+        {"dotnet", {"exec", "app.dll"}, "0", "app", "app.dll", "1"},
+        {"dotnet", {"exec", "--runtimeconfig", "x.json", "bin/app.dll"}, "0", "app", "bin/app.dll", "1"},
+        {"dotnet", {"--fx-version", "6.0", "app.dll"}, "0", "app", "app.dll", "1"},
+        {"dotnet", {"/opt/MSBuild.dll"}, "1", "MSBuild", "/opt/MSBuild.dll", "1"},
+        {"dotnet", {"/sdk/Roslyn/bincore/csc.dll", "-noconfig"}, "1", "csc", "/sdk/Roslyn/bincore/csc.dll", "1"},
+        {"dotnet", {"myapp.dll", "--port", "80"}, "0", "myapp", "myapp.dll", "1"},
+        {"dotnet.exe", {"exec", "Shop.Web.dll"}, "0", "Shop.Web", "Shop.Web.dll", "1"},
+        {"myhost", {"myapp.dll"}, "0", "-", "-", "0"},
+        {"app.exe", {}, "0", "-", "-", "0"},
+    };
+    for (const CommandLine& line : cases) {
+        const ProbeRun run = installation.run(line.host, line.arguments, installation.environment());
+        const std::string label = line.host + " " + ::testing::PrintToString(line.arguments) + "\n" + run.describe();
+        ASSERT_EQ(run.exitStatus, 0) << label;
+        EXPECT_EQ(run["internal"], line.internal) << label;
+        EXPECT_EQ(run["app.name"], line.appName) << label;
+        EXPECT_EQ(run["dll.path"], line.dllPath) << label;
+        EXPECT_EQ(run["is.dotnet"], line.isDotnet) << label;
+        // Nothing else forbids these: the first runtime to ask passes.
+        EXPECT_EQ(run["clr.0.v4"], kPass) << label;
+    }
+}
+
+TEST(ProfilingManager, PickFirstLetsExactlyOneRuntimeThrough)
+{
+    GateInstallation installation;
+    const ProbeRun run = installation.run("dotnet", {"app.dll"}, installation.environment());
+    EXPECT_EQ(run["pick"], "first") << run.describe();
+    EXPECT_EQ(run["clr.0.v4"], kPass);
+    EXPECT_EQ(run["clr.1.v4"], kCancel);
+
+    std::vector<std::string> environment = installation.environment();
+    environment.push_back("GATE_PROBE_RUNTIMES=1,4,2");
+    const ProbeRun withVersionOne = installation.run("dotnet", {"app.dll"}, environment);
+    EXPECT_EQ(withVersionOne["clr.0.v1"], kCancel) << withVersionOne.describe(); // version 1 never passes
+    EXPECT_EQ(withVersionOne["clr.1.v4"], kPass);
+    EXPECT_EQ(withVersionOne["clr.2.v2"], kCancel);
+
+    environment = installation.environment();
+    environment.push_back("GATE_PROBE_CONCURRENT=1");
+    const ProbeRun concurrent = installation.run("dotnet", {"app.dll"}, environment);
+    const std::string results = concurrent["clr.concurrent"];
+    EXPECT_TRUE(results == std::string(kPass) + "," + kCancel || results == std::string(kCancel) + "," + kPass)
+        << concurrent.describe();
+}
+
+TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords)
+{
+    GateInstallation installation;
+    struct Case {
+        std::string value;
+        std::string pick;
+        std::string first;
+        std::string second;
+    };
+    // The two-argument tokenizer yields empty tokens for any word, and an empty
+    // token names both versions; only delimiters alone keep pick first.
+    const std::vector<Case> cases {
+        {"V4", "many", kPass, kPass},
+        {"v4.0.30319, v2.0.50727", "many", kPass, kPass},
+        {"v2.0.50727", "many", kPass, kPass},
+        {"anything", "many", kPass, kPass},
+        {",", "first", kPass, kCancel},
+        {", ,\t,", "first", kPass, kCancel},
+    };
+    for (const Case& c : cases) {
+        installation.writeProfile("default.properties",
+                                  "com.tarn.harrowlite.nativeprofiler.monitor.inprocsxs.multiple.clrs=" + c.value + "\n");
+        std::vector<std::string> environment = installation.environment();
+        environment.push_back("GATE_PROBE_RUNTIMES=4,2,4");
+        const ProbeRun run = installation.run("dotnet", {"app.dll"}, environment);
+        const std::string label = "value '" + c.value + "'\n" + run.describe();
+        EXPECT_EQ(run["pick"], c.pick) << label;
+        EXPECT_EQ(run["clr.0.v4"], c.first) << label;
+        EXPECT_EQ(run["clr.1.v2"], c.second) << label;
+        // Pick many: both versions' bits are in the mask, so a version asks again with success.
+        EXPECT_EQ(run["clr.2.v4"], c.pick == "many" ? kPass : kCancel) << label;
+    }
+
+    // An empty value can only come from the environment: the file reader stores no empty value.
+    installation.writeProfile("default.properties", "agent.name=default\n");
+    std::vector<std::string> environment = installation.environment();
+    environment.push_back("TMSENV_COM_TARN_HARROWLITE_NATIVEPROFILER_MONITOR_INPROCSXS_MULTIPLE_CLRS=");
+    environment.push_back("GATE_PROBE_RUNTIMES=4,2");
+    const ProbeRun empty = installation.run("dotnet", {"app.dll"}, environment);
+    EXPECT_EQ(empty["pick"], "many") << empty.describe();
+    EXPECT_EQ(empty["clr.0.v4"], kPass);
+    EXPECT_EQ(empty["clr.1.v2"], kPass);
+}
+
+TEST(ProfilingManager, PropertiesCanRefuseTheProcess)
+{
+    GateInstallation installation;
+    installation.writeProfile("default.properties",
+                              "TMS_ENABLED=false\n");
+    const ProbeRun disabled = installation.run("dotnet", {"app.dll"}, installation.environment());
+    EXPECT_EQ(disabled["properties"], "1") << disabled.describe();
+    EXPECT_EQ(disabled["clr.0.v4"], kCancel);
+
+    installation.writeProfile("default.properties",
+                              "harrowlite.agent.dotnet.monitorApplications.exclude=Other, MyApp\n");
+    const ProbeRun excluded = installation.run("dotnet", {"exec", "/srv/myapp.dll"}, installation.environment());
+    EXPECT_EQ(excluded["clr.0.v4"], kCancel) << excluded.describe();
+    EXPECT_THAT(installation.diagnosticLog("dotnet"), Contains("Ignoring dotnet application myapp"));
+
+    const ProbeRun notExcluded = installation.run("dotnet", {"exec", "/srv/yourapp.dll"}, installation.environment());
+    EXPECT_EQ(notExcluded["clr.0.v4"], kPass) << notExcluded.describe();
+    EXPECT_THAT(installation.diagnosticLog("dotnet"), Not(Contains("Ignoring dotnet application yourapp")));
+
+    // Another host has no application name: the exclude list is not looked at.
+    installation.writeProfile("default.properties",
+                              "harrowlite.agent.dotnet.monitorApplications.exclude=myhost,myapp,dotnet\n");
+    const ProbeRun otherHost = installation.run("myhost", {"myapp.dll"}, installation.environment());
+    EXPECT_EQ(otherHost["clr.0.v4"], kPass) << otherHost.describe();
+}
+
+TEST(ProfilingManager, WithoutAReadableProfileEveryRuntimeIsRefused)
+{
+    GateInstallation installation;
+    const ProbeRun unset = installation.run("app.exe", {}, {"TMS_DIAGNOSTICS_ENABLED=1", "LD_PRELOAD=" + installation.library()});
+    EXPECT_EQ(unset["properties"], "0") << unset.describe();
+    EXPECT_EQ(unset["agent.profile"], "-");
+    EXPECT_EQ(unset["clr.0.v4"], kCancel);
+    EXPECT_THAT(linesAfterDump(installation.diagnosticLog("app")),
+                ElementsAre("Failed to get com.tarn.harrowlite.agentProfile."));
+
+    const std::string missing = installation.profiles() + "/missing.properties";
+    const ProbeRun absent = installation.run(
+        "app.exe", {}, {"com.tarn.harrowlite.agentProfile=" + missing, "TMS_DIAGNOSTICS_ENABLED=1", "LD_PRELOAD=" + installation.library()});
+    EXPECT_EQ(absent["properties"], "0") << absent.describe();
+    EXPECT_EQ(absent["clr.0.v4"], kCancel);
+    EXPECT_THAT(linesAfterDump(installation.diagnosticLog("app")),
+                ElementsAre("failed to open: " + installation.profiles() + "/AgentProfile.config",
+                            "Opening " + missing, "Failed to open " + missing + "."));
+}
+
+TEST(ProfilingManager, AgentProfileComesFromTheFirstSourceAndIsMadeCanonical)
+{
+    GateInstallation installation;
+    const std::string canonical = installation.defaultProfile();
+    const std::string relative = "agent/profiles/../profiles/default.properties";
+    const std::string other = installation.writeProfile("other.properties", "a=b\n");
+    struct Case {
+        std::vector<std::string> environment;
+        std::string expected;
+    };
+    const std::vector<Case> cases {
+        {{"TMSENV_AGENT_PROFILE=" + relative}, canonical},
+        {{"com.tarn.harrowlite.AgentProfile=" + relative}, canonical},
+        {{"com.tarn.harrowlite.agentProfile=" + canonical, "TMSENV_AGENT_PROFILE=" + other}, canonical},
+        {{"TMSENV_AGENT_PROFILE=" + canonical, "com.tarn.harrowlite.AgentProfile=" + other}, canonical},
+    };
+    for (const Case& c : cases) {
+        const ProbeRun run = installation.run("dotnet", {"app.dll"}, c.environment);
+        EXPECT_EQ(run["agent.profile"], c.expected) << ::testing::PrintToString(c.environment) << run.describe();
+        EXPECT_EQ(run["properties"], "1");
+        EXPECT_EQ(run["clr.0.v4"], kPass);
+    }
+}
+
+TEST(ProfilingManager, AzureIsRecognisedBesideTheSiteAndReadsAppSettings)
+{
+    GateInstallation installation;
+    // An agent profile two levels below a folder with applicationHost.xdt.
+    const std::string site = installation.files().path("site/wwwroot/agent");
+    std::filesystem::create_directories(site);
+    installation.files().write("site/applicationHost.xdt", "<configuration/>");
+    const std::vector<std::string> environment {"com.tarn.harrowlite.agentProfile=" + site};
+
+    const ProbeRun azure = installation.run("dotnet", {"app.dll"}, environment);
+    EXPECT_EQ(azure["azure"], "1") << azure.describe();
+    EXPECT_EQ(azure["clr.0.v4"], kPass);
+
+    std::vector<std::string> switchedOff = environment;
+    switchedOff.push_back("APPSETTING_TMS_ENABLED=false");
+    const ProbeRun refused = installation.run("dotnet", {"app.dll"}, switchedOff);
+    EXPECT_EQ(refused["clr.0.v4"], kCancel) << refused.describe();
+
+    // Outside Azure the app settings take no part.
+    std::vector<std::string> notAzure = installation.environment();
+    notAzure.push_back("APPSETTING_TMS_ENABLED=false");
+    const ProbeRun ordinary = installation.run("dotnet", {"app.dll"}, notAzure);
+    EXPECT_EQ(ordinary["azure"], "0") << ordinary.describe();
+    EXPECT_EQ(ordinary["clr.0.v4"], kPass);
+}
+
+TEST(ProfilingManager, DiagnosticLogDumpsTheProcessBesideTheAgentHome)
+{
+    GateInstallation installation;
+    const std::vector<std::string> environment = installation.environment();
+    const ProbeRun run = installation.run("app.exe", {"--urls", "http://*:80"}, environment);
+    ASSERT_EQ(run.exitStatus, 0) << run.describe();
+    EXPECT_EQ(run["agent.home"], installation.home());
+    EXPECT_EQ(run["diagnostic.enabled"], "1");
+
+    std::vector<std::string> expected {
+        "pid: " + std::to_string(run.pid),
+        "module path: " + installation.library(),
+        "is dotnet core: false",
+        "entry point: unknown",
+        "app name: unknown",
+        "cmdline:",
+        "\t" + installation.host("app.exe"),
+        "\t--urls",
+        "\thttp://*:80",
+        "environment variables ========",
+    };
+    for (const std::string& entry : environment) {
+        expected.push_back("env: " + entry);
+    }
+    expected.push_back("==============================");
+    expected.push_back("failed to open: " + installation.profiles() + "/AgentProfile.config");
+    expected.push_back("Opening " + installation.defaultProfile());
+    EXPECT_THAT(installation.diagnosticLog("app"), ElementsAreArray(expected));
+
+    const ProbeRun dotnet = installation.run("dotnet", {"exec", "Shop.dll"}, environment);
+    const std::vector<std::string> dotnetLog = installation.diagnosticLog("dotnet");
+    ASSERT_GE(dotnetLog.size(), 5u) << dotnet.describe();
+    EXPECT_EQ(dotnetLog[2], "is dotnet core: true");
+    EXPECT_EQ(dotnetLog[3], "entry point: Shop.dll");
+    EXPECT_EQ(dotnetLog[4], "app name: Shop");
+}
+
+TEST(ProfilingManager, DiagnosticLogSwitchAndFallbacks)
+{
+    GateInstallation installation;
+    const std::string profile = "com.tarn.harrowlite.agentProfile=" + installation.defaultProfile();
+    const std::string preload = "LD_PRELOAD=" + installation.library();
+
+    for (const char* off : {"0", "10", "true"}) {
+        const ProbeRun run = installation.run("app.exe", {}, {profile, preload, std::string("TMS_DIAGNOSTICS_ENABLED=") + off});
+        EXPECT_EQ(run["diagnostic.enabled"], "0") << off;
+        EXPECT_EQ(run["clr.0.v4"], kPass) << off;
+    }
+    EXPECT_FALSE(std::filesystem::exists(installation.home() + "/logs"));
+
+    // An empty value is as good as "1".
+    const ProbeRun empty = installation.run("app.exe", {}, {profile, preload, "TMS_DIAGNOSTICS_ENABLED="});
+    EXPECT_EQ(empty["diagnostic.enabled"], "1") << empty.describe();
+    EXPECT_TRUE(std::filesystem::exists(installation.diagnosticLogPath("app")));
+
+    // Without the library in the process the home is the working directory.
+    const ProbeRun noLibrary = installation.run("app.exe", {}, {profile, "TMS_DIAGNOSTICS_ENABLED=1"});
+    EXPECT_EQ(noLibrary["agent.home"], ".") << noLibrary.describe();
+    EXPECT_TRUE(std::filesystem::exists(installation.files().path("logs/nativeprofiler_diagnostic_app.log")));
+
+    // A log that cannot be made changes no decision.
+    std::filesystem::remove_all(installation.home() + "/logs");
+    installation.files().write("agent/logs", "a file where the folder belongs");
+    const ProbeRun blocked = installation.run("app.exe", {}, installation.environment());
+    EXPECT_EQ(blocked.exitStatus, 0) << blocked.describe();
+    EXPECT_EQ(blocked["properties"], "1");
+    EXPECT_EQ(blocked["clr.0.v4"], kPass);
+}
+
+TEST(ProfilingManager, ControllerIsMadeOnceFromTheProperties)
+{
+    GateInstallation installation;
+    const ProbeRun run = installation.run("dotnet", {"app.dll"}, installation.environment());
+    EXPECT_EQ(run["same.instance"], "1") << run.describe();
+    EXPECT_EQ(run["controller.calls"], "1");
+    EXPECT_EQ(run["controller.same"], "1");
+    EXPECT_EQ(run["controller.properties"], "1");
+    EXPECT_EQ(run["app.pool"], "NULL");
+    EXPECT_EQ(run["app.pool.hr"], "0x80004005");
+}
