@@ -212,6 +212,14 @@ unsigned int MethodBuilder::getLabel(unsigned int index) {
 HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,
                                       unsigned int tryLength, unsigned int handlerOffset,
                                       unsigned int handlerLength, unsigned int filterOffset) {
+    const unsigned long positions[] = {tryOffset, static_cast<unsigned long>(tryOffset) + tryLength, handlerOffset,
+                                       static_cast<unsigned long>(handlerOffset) + handlerLength,
+                                       (flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0 ? filterOffset : 0ul};
+    // A clause that names a place where no entry begins is refused before
+    // anything changes.
+    for (unsigned long position : positions) {
+        if (!isEntryStart(position)) return E_UNEXPECTED;
+    }
     header.Flags |= CorILMethod_MoreSects;
     ehHeader.Kind |= CorILMethod_Sect_EHTable | CorILMethod_Sect_FatFormat;
     ehHeader.DataSize += ehHeader.DataSize == 0 ? kSectionHeaderSize + kFatClauseSize : kFatClauseSize;
@@ -256,6 +264,15 @@ HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFl
     offsetsValid = false;
     targetsValid = false;
     return S_OK;
+}
+
+bool MethodBuilder::isEntryStart(unsigned long position) {
+    unsigned long running = 0;
+    for (const InstructionPtr& instruction : instructions) {
+        if (running >= position) break;
+        running += instruction->size();
+    }
+    return running == position;
 }
 
 void MethodBuilder::updateOffsetsAndLabels() {

@@ -43,6 +43,7 @@ private:
     HRESULT createBranchLabel(unsigned int index);
     int findInstruction(unsigned int index, int distance);
     unsigned int getLabel(unsigned int index);
+    bool isEntryStart(unsigned long position);
     void updateOffsetsAndLabels();
     HRESULT updateTargets();
     HRESULT updateClauses();
