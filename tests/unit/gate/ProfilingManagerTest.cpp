@@ -42,6 +42,9 @@ TEST(ProfilingManager, AnalysesTheDotnetCommandLine)
         {"dotnet", {"/sdk/Roslyn/bincore/csc.dll", "-noconfig"}, "1", "csc", "/sdk/Roslyn/bincore/csc.dll", "1"},
         {"dotnet", {"myapp.dll", "--port", "80"}, "0", "myapp", "myapp.dll", "1"},
         {"dotnet.exe", {"exec", "Shop.Web.dll"}, "0", "Shop.Web", "Shop.Web.dll", "1"},
+        // The command line is read once, up to a line feed or 4095 bytes: the dll behind is never seen.
+        {"dotnet", {"--roll-forward\nMajor", "app.dll"}, "1", "dotnet.cmd", "-", "1"},
+        {"dotnet", {"--additionalprobingpath", std::string(5000, 'p'), "app.dll"}, "1", "dotnet.cmd", "-", "1"},
         {"myhost", {"myapp.dll"}, "0", "-", "-", "0"},
         {"app.exe", {}, "0", "-", "-", "0"},
     };
