@@ -1,7 +1,6 @@
 #include "PeImage.h"
 
 #include <fstream>
-#include <iterator>
 
 namespace {
 constexpr uint32_t kPeSignature = 0x00004550;  // "PE\0\0"
@@ -22,9 +21,11 @@ uint16_t PeImage::read16(uint64_t offset) const {
 }
 
 bool PeImage::load(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
     if (!in) return false;
-    file.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    file.resize(static_cast<size_t>(in.tellg()));
+    in.seekg(0);
+    if (!in.read(reinterpret_cast<char*>(file.data()), static_cast<std::streamsize>(file.size()))) return false;
     sections.clear();
     if (file.size() < 0x40 || file[0] != 'M' || file[1] != 'Z') return false;
 
@@ -52,7 +53,7 @@ bool PeImage::readSections(uint32_t sectionTable, uint16_t count) {
     if (sectionTable + static_cast<uint64_t>(count) * kSectionHeaderSize > file.size()) return false;
     for (uint16_t i = 0; i < count; ++i) {
         uint32_t header = sectionTable + i * kSectionHeaderSize;
-        Section section{read32(header + 8), read32(header + 12), read32(header + 20), read32(header + 16)};
+        Section section{read32(header + 12), read32(header + 8), read32(header + 20), read32(header + 16)};
         if (static_cast<uint64_t>(section.rawPointer) + section.rawSize > file.size()) return false;
         sections.push_back(section);
     }

@@ -1,0 +1,189 @@
+// Every IL body of a few framework assemblies goes through the buffer, the
+// builder and back out; the result must decode to the same program.
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <memory>
+#include <vector>
+
+#include "rewrite/IMethodBuffer.h"
+#include "rewrite/IMethodBuilder.h"
+#include "rewrite/InstructionFactory.h"
+#include "support/AssemblyBodies.h"
+
+namespace {
+
+// The program of a body with offsets replaced by instruction ordinals, and the
+// branch forms made long, so that two encodings of one program compare equal.
+struct Shape {
+    struct Entry {
+        unsigned int opcode;
+        unsigned long operand;  // or the target's ordinal for branches
+        bool operator==(const Entry&) const = default;
+    };
+    struct Clause {
+        unsigned int flags;
+        unsigned long tryStart, tryEnd, handlerStart, handlerEnd, classOrFilter;
+        bool operator==(const Clause&) const = default;
+    };
+    std::vector<Entry> entries;
+    std::vector<Clause> clauses;
+    bool valid = false;
+};
+
+unsigned int longForm(Opcode opcode) {
+    unsigned int value = static_cast<unsigned int>(opcode);
+    if (opcode == Opcode::leave_s) return static_cast<unsigned int>(Opcode::leave);
+    if (isShortBranchOpcode(opcode)) return value + 13;
+    return value;
+}
+
+Shape shapeOf(IMethodBuffer& buffer) {
+    Shape shape;
+    const unsigned char* code = buffer.getCode();
+    unsigned int size = buffer.getCodeSize();
+    std::vector<long> ordinalAt(size + 1, -1);
+    struct Pending {
+        size_t entry;
+        long target;
+    };
+    std::vector<Pending> pending;
+    unsigned int offset = 0;
+    unsigned long ordinal = 0;
+    while (offset < size) {
+        InstructionPtr instruction(readInstruction(code + offset, size - offset));
+        if (!instruction) return shape;
+        ordinalAt[offset] = static_cast<long>(ordinal++);
+        offset += instruction->size();
+        Opcode opcode = instruction->opcode();
+        if (isBranchOpcode(opcode)) {
+            long distance = isShortBranchOpcode(opcode) ? static_cast<signed char>(instruction->operand())
+                                                        : static_cast<int>(instruction->operand());
+            pending.push_back({shape.entries.size(), offset + distance});
+        }
+        shape.entries.push_back({longForm(opcode), instruction->operand()});
+        if (opcode != Opcode::switch_) continue;
+        unsigned long count = instruction->operand();
+        if (count > (size - offset) / 4) return shape;
+        unsigned int tableEnd = offset + static_cast<unsigned int>(count) * 4;
+        for (unsigned long i = 0; i < count; ++i, offset += 4) {
+            int distance = static_cast<int>(getLittleEndian<unsigned int>(code + offset));
+            pending.push_back({shape.entries.size(), static_cast<long>(tableEnd) + distance});
+            shape.entries.push_back({static_cast<unsigned int>(Opcode::OPCODE_CASE), 0});
+        }
+    }
+    ordinalAt[size] = static_cast<long>(ordinal);
+    for (const Pending& branch : pending) {
+        if (branch.target < 0 || branch.target > static_cast<long>(size) || ordinalAt[branch.target] < 0) return shape;
+        shape.entries[branch.entry].operand = static_cast<unsigned long>(ordinalAt[branch.target]);
+    }
+    auto at = [&](unsigned long position) -> unsigned long {
+        return position <= size && ordinalAt[position] >= 0 ? ordinalAt[position] : ~0ul;
+    };
+    IMAGE_COR_ILMETHOD_SECT_EH* eh = buffer.getEH();
+    for (unsigned int i = 0; i < buffer.getEHClauses(); ++i) {
+        unsigned int flags, tryOffset, tryLength, handlerOffset, handlerLength, extra;
+        if (buffer.isSmallEH()) {
+            const auto& c = eh->Small.Clauses[i];
+            flags = c.Flags, tryOffset = c.TryOffset, tryLength = c.TryLength;
+            handlerOffset = c.HandlerOffset, handlerLength = c.HandlerLength, extra = c.ClassToken;
+        } else {
+            const auto& c = eh->Fat.Clauses[i];
+            flags = c.Flags, tryOffset = c.TryOffset, tryLength = c.TryLength;
+            handlerOffset = c.HandlerOffset, handlerLength = c.HandlerLength, extra = c.ClassToken;
+        }
+        bool filter = (flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0;
+        shape.clauses.push_back({flags, at(tryOffset), at(static_cast<unsigned long>(tryOffset) + tryLength),
+                                 at(handlerOffset), at(static_cast<unsigned long>(handlerOffset) + handlerLength),
+                                 filter ? at(extra) : extra});
+    }
+    shape.valid = true;
+    return shape;
+}
+
+HRESULT insertClauses(IMethodBuffer& buffer, IMethodBuilder& builder) {
+    HRESULT hr = S_OK;
+    IMAGE_COR_ILMETHOD_SECT_EH* eh = buffer.getEH();
+    for (unsigned int i = 0; i < buffer.getEHClauses() && SUCCEEDED(hr); ++i) {
+        hr = buffer.isSmallEH() ? builder.insertEHClause(&eh->Small.Clauses[i])
+                                : builder.insertEHClause(&eh->Fat.Clauses[i]);
+    }
+    return hr;
+}
+
+struct Totals {
+    unsigned long methods = 0;
+    unsigned long clauses = 0;
+    unsigned long switches = 0;
+    unsigned long reshaped = 0;  // bodies whose bytes changed (branch forms only)
+};
+
+void roundTripAssembly(const std::string& path, Totals& totals) {
+    AssemblyBodies assembly;
+    ASSERT_TRUE(assembly.load(path)) << path;
+    unsigned int outOfBounds = 0;
+    std::vector<AssemblyBodies::Body> bodies = assembly.bodies(&outOfBounds);
+    EXPECT_EQ(outOfBounds, 0u) << path;
+    EXPECT_GT(bodies.size(), 100u) << path;
+
+    for (const AssemblyBodies::Body& body : bodies) {
+        SCOPED_TRACE(path + " " + assembly.methodName(body.methodRow));
+        std::unique_ptr<IMethodBuffer> source(IMethodBuffer::newInstance(body.bytes));
+        ASSERT_EQ(source->getTotalSize(), body.size);
+        Shape before = shapeOf(*source);
+        ASSERT_TRUE(before.valid);
+
+        std::unique_ptr<IMethodBuilder> builder(IMethodBuilder::newInstance());
+        builder->copyHeader(source->getHeader());
+        ASSERT_EQ(builder->insertIL(0, source->getCode(), source->getCodeSize()), S_OK);
+        ASSERT_EQ(insertClauses(*source, *builder), S_OK);
+        std::vector<unsigned char> out(builder->getTotalSize());
+        ASSERT_EQ(builder->writeToBuffer(out.data()), S_OK);
+
+        std::unique_ptr<IMethodBuffer> result(IMethodBuffer::newInstance(out.data()));
+        ASSERT_FALSE(result->isTinyHeader());
+        ASSERT_EQ(result->getTotalSize(), out.size());
+        ASSERT_EQ(result->getEHClauses(), source->getEHClauses());
+        Shape after = shapeOf(*result);
+        ASSERT_TRUE(after.valid);
+        ASSERT_EQ(after.entries, before.entries);
+        ASSERT_EQ(after.clauses, before.clauses);
+
+        const IMAGE_COR_ILMETHOD_FAT& header = result->getHeader()->Fat;
+        if (source->isTinyHeader()) {
+            EXPECT_EQ(header.MaxStack, 8u);
+            EXPECT_EQ(header.LocalVarSigTok, 0u);
+        } else {
+            EXPECT_EQ(header.MaxStack, source->getHeader()->Fat.MaxStack);
+            EXPECT_EQ(header.LocalVarSigTok, source->getHeader()->Fat.LocalVarSigTok);
+            EXPECT_EQ(header.Flags, source->getHeader()->Fat.Flags);
+        }
+
+        ++totals.methods;
+        totals.clauses += source->getEHClauses();
+        for (const Shape::Entry& entry : before.entries) {
+            totals.switches += entry.opcode == static_cast<unsigned int>(Opcode::switch_);
+        }
+        bool sameCode = result->getCodeSize() == source->getCodeSize() &&
+                        std::equal(result->getCode(), result->getCode() + result->getCodeSize(), source->getCode());
+        totals.reshaped += !sameCode;
+    }
+}
+
+}  // namespace
+
+TEST(RealBodies, EveryFrameworkBodyRoundTripsToTheSameProgram) {
+    Totals totals;
+    for (const std::string& path : AssemblyBodies::frameworkAssemblies()) {
+        Totals before = totals;
+        roundTripAssembly(path, totals);
+        if (HasFatalFailure()) return;
+        std::cout << "[ round trip ] " << path.substr(path.rfind('/') + 1) << ": " << totals.methods - before.methods
+                  << " methods\n";
+    }
+    std::cout << "[ round trip ] " << totals.methods << " methods, " << totals.clauses << " clauses, "
+              << totals.switches << " switches, " << totals.reshaped << " bodies with other branch forms\n";
+    EXPECT_GT(totals.methods, 30000u);
+    EXPECT_GT(totals.clauses, 1000u);
+    EXPECT_GT(totals.switches, 100u);
+}
