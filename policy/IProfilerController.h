@@ -38,6 +38,8 @@ public:
     virtual int shouldMonitorNgenModules() = 0;
     virtual int shouldInstrumentOnModuleLoad() = 0;
     virtual int shouldDisableTransparencyChecks() = 0;
+    // 0 yes, 1 no, E_FAIL when the key is not set.
+    virtual int shouldUseSyntheticShim() = 0;
     // 0 or E_FAIL.
     virtual int shouldFieldMarkEnabled() = 0;
     virtual bool isByRefLike(IMetaDataContext* context) = 0;

@@ -1,0 +1,223 @@
+#include "policy/ProfilerController.h"
+
+#include <new>
+
+#include "gate/ProfilingManager.h"
+#include "metadata/CLRUtils.h"
+#include "platform/Environment.h"
+#include "platform/File16.h"
+#include "platform/FileSystem.h"
+#include "platform/SystemUtils.h"
+#include "platform/Text16.h"
+#include "runtime/CorErrors.h"
+
+namespace {
+
+constexpr char16_t kAgentProfileVariable[] = u"com.tarn.harrowlite.agentProfile";
+constexpr char16_t kAgentProfileCapitalVariable[] = u"com.tarn.harrowlite.AgentProfile";
+constexpr char16_t kLogFileKey[] = u"harrowlite.nativeprofiler.logfile";
+constexpr unsigned int kPathUnits = 260;
+constexpr int kDefaultCacheSize = 5000;
+
+} // namespace
+
+IProfilerController* IProfilerController::newInstance(ICorProfilerInfo* info, IProperties* properties)
+{
+    ProfilerController* controller = new (std::nothrow) ProfilerController(info);
+    if (controller == nullptr) {
+        delete properties;
+        return nullptr;
+    }
+    if (controller->initializeController(properties) != 0) {
+        delete controller;
+        return nullptr;
+    }
+    return controller;
+}
+
+ProfilerController::ProfilerController(ICorProfilerInfo* info)
+    : info(info), isDotnetCore(CLRUtils::IsDotnetCore(info)), useSyntheticShim(E_FAIL)
+{
+}
+
+ProfilerController::~ProfilerController()
+{
+    if (nativeLog != nullptr && nativeLog != stdout) {
+        fclose(nativeLog);
+    }
+}
+
+int ProfilerController::initializeController(IProperties* newProperties)
+{
+    const char16_t* profile = _wgetenv(kAgentProfileVariable);
+    if (profile == nullptr) {
+        profile = _wgetenv(kAgentProfileCapitalVariable);
+    }
+    char16_t fullPath[kPathUnits] = {};
+    // Without properties there is nothing to decide with: refused like a
+    // missing profile.
+    if (profile == nullptr || newProperties == nullptr || GetFullPathNameW(profile, kPathUnits, fullPath, nullptr) == 0) {
+        delete newProperties;
+        return E_FAIL;
+    }
+    agentProfilePath = fullPath;
+    const size_t slash = agentProfilePath.rfind(u'/');
+    agentDirectory = slash == Text::npos ? Text() : agentProfilePath.substr(0, slash);
+
+    properties = newProperties;
+    readSwitches();
+    return S_OK;
+}
+
+const char16_t* ProfilerController::findProperty(const char16_t* key)
+{
+    // getProperty stores a missing key, so the question comes first.
+    return properties->hasProperty(key) ? properties->getProperty(key) : nullptr;
+}
+
+bool ProfilerController::readTrueWord(const char16_t* key, bool fallback)
+{
+    const char16_t* value = findProperty(key);
+    // "true" first: the comparison runs over its length, so "TRUEly" counts.
+    return value != nullptr ? strcasecmp_u16(u"true", value) == 0 : fallback;
+}
+
+void ProfilerController::readSwitches()
+{
+    logMethodBytes = readTrueWord(u"harrowlite.nativeprofiler.logBytecode", false);
+    logUninstrumentedMethods = readTrueWord(u"harrowlite.nativeprofiler.logAllMethodsNoticed", false);
+    disableTransparencyChecks = readTrueWord(u"harrowlite.nativeprofiler.clrv4.transparency.checks.disabled", false);
+
+    const char16_t* shim = findProperty(u"harrowlite.nativeprofiler.synthetic.shim.enabled");
+    if (shim != nullptr) {
+        useSyntheticShim = strcasecmp_u16(u"true", shim) == 0 ? S_OK : S_FALSE;
+    }
+
+    const char16_t* ngen = findProperty(u"harrowlite.nativeprofiler.ngen.monitor.enabled");
+    monitorNgenModules = ngen == nullptr || strcasecmp_u16(u"false", ngen) != 0;
+
+    instrumentOnModuleLoad = properties->getBoolProperty(u"harrowlite.nativeprofiler.instrumentOnModuleLoad", false);
+
+    const char16_t* cache = findProperty(u"harrowlite.nativeprofiler.directivematching.cache.max.size");
+    cacheSize = cache != nullptr ? atoi_u16(cache) : 0;
+    if (cacheSize == 0) {
+        cacheSize = kDefaultCacheSize;
+    }
+
+    enableDynamicInstrumentation = readTrueWord(u"harrowlite.agent.remoteagentdynamicinstrumentation.enabled", false);
+    usingGenericTrigger = properties->getBoolProperty(u"harrowlite.nativeprofiler.generic.agent.trigger.enabled", true);
+    fieldMarkEnabled = properties->getBoolProperty(u"harrowlite.fieldmark.enable", false);
+}
+
+int ProfilerController::shouldLogMethodBytes() { return logMethodBytes ? S_OK : S_FALSE; }
+
+int ProfilerController::shouldLogUninstrumentedMethods() { return logUninstrumentedMethods ? S_OK : S_FALSE; }
+
+int ProfilerController::shouldMonitorNgenModules() { return monitorNgenModules ? S_OK : S_FALSE; }
+
+int ProfilerController::shouldInstrumentOnModuleLoad() { return instrumentOnModuleLoad ? S_OK : S_FALSE; }
+
+int ProfilerController::shouldDisableTransparencyChecks() { return disableTransparencyChecks ? S_OK : S_FALSE; }
+
+int ProfilerController::shouldUseSyntheticShim() { return useSyntheticShim; }
+
+int ProfilerController::shouldFieldMarkEnabled() { return fieldMarkEnabled ? S_OK : E_FAIL; }
+
+int ProfilerController::shouldEnableDynamicInstrumentation() { return enableDynamicInstrumentation ? S_OK : S_FALSE; }
+
+bool ProfilerController::usingGenericAgentTrigger() { return usingGenericTrigger; }
+
+bool ProfilerController::isGenericAgentTriggerEnabled()
+{
+    if (!usingGenericTrigger || isAttach) {
+        return false;
+    }
+    // The desktop runtime names the trigger's AppDomain once the agent's is known.
+    return isDotnetCore || genericDomainTrigger != 0;
+}
+
+void ProfilerController::setGenericDomainTrigger(AppDomainID appDomain) { genericDomainTrigger = appDomain; }
+
+void ProfilerController::setGenericModuleTrigger(ModuleID module) { genericModuleTrigger = module; }
+
+void ProfilerController::setIsAttach(bool attach) { isAttach = attach; }
+
+void ProfilerController::setCLRVersion(unsigned int version) { clrVersion = version; }
+
+void ProfilerController::clearCacheForFunction(FunctionID functionId) { compiledMethods.erase(functionId); }
+
+std::map<unsigned long, int>& ProfilerController::getCompiledMethods() { return compiledMethods; }
+
+FILE* ProfilerController::getNativeLog()
+{
+    if (nativeLog != nullptr) {
+        return nativeLog;
+    }
+    const char16_t* logFile = properties != nullptr ? findProperty(kLogFileKey) : nullptr;
+    if (logFile != nullptr) {
+        nativeLog = openRelativePathFile(agentDirectory, logFile, u"w");
+    }
+    if (nativeLog == nullptr) {
+        nativeLog = stdout;
+    }
+    return nativeLog;
+}
+
+bool ProfilerController::makeLogIdentity(Text& identity)
+{
+    if (FAILED(initializeProcessName())) {
+        return false;
+    }
+    if (IsCurrentProcessIIS()) {
+        if (FAILED(initializeAppPoolName())) {
+            return false;
+        }
+        identity = *appPoolName;
+        return true;
+    }
+    identity = *processName;
+    Text application;
+    if (ProfilingManager::getInstance()->getDotnetApplicationName(application)) {
+        identity += u"_" + application;
+    }
+    return true;
+}
+
+FILE* ProfilerController::openRelativePathFile(const Text& base, const Text& fileName, const char16_t* mode)
+{
+    Text identity;
+    Text logName = fileName;
+    if (makeLogIdentity(identity)) {
+        const size_t dot = fileName.rfind(u'.');
+        logName = (dot == Text::npos ? fileName : fileName.substr(0, dot)) + u"_" + identity + u".log";
+    }
+
+    Text fullPath;
+    if (ProfilingManager::getInstance()->isAzure()) {
+        const char16_t* home = _wgetenv(u"HOME");
+        fullPath = home != nullptr ? Text(home) : Text(u"D:") + u"/" + u"home";
+        fullPath += u"/LogFiles/SiteExtensions/TMS/tarn/";
+        const char16_t* instance = _wgetenv(u"WEBSITE_INSTANCE_ID");
+        if (instance != nullptr) {
+            fullPath += Text(instance).substr(0, 6) + u"/";
+        }
+        const size_t slash = logName.rfind(u'/');
+        fullPath += slash == Text::npos ? logName : logName.substr(slash + 1);
+    } else if (!logName.empty() && (logName[0] == u'\\' || logName[0] == u'/')) {
+        fullPath = logName;
+    } else {
+        fullPath = base + u"/" + logName;
+    }
+
+    FILE* stream = nullptr;
+    SystemUtils::TryToCreateFullPath(fullPath);
+    if (!fullPath.empty() && fullPath.size() <= kPathUnits) {
+        stream = fopen_u16(fullPath.c_str(), mode);
+    }
+    // Last resort: the name alone, relative to the working directory.
+    if (stream == nullptr && !logName.empty() && logName.size() <= kPathUnits) {
+        SystemUtils::TryToCreateFullPath(logName);
+        stream = fopen_u16(logName.c_str(), mode);
+    }
+    return stream;
+}
