@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <memory>
 #include <utility>
 
 template <typename T, typename Free>
@@ -101,7 +102,7 @@ public:
         return *this;
     }
     AutoCOMPointer& operator=(AutoCOMPointer&& other) noexcept {
-        if (this != &other) {
+        if (this != std::addressof(other)) {
             reset(std::exchange(other.held, nullptr));
         }
         return *this;

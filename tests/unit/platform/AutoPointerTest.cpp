@@ -89,6 +89,11 @@ TEST(AutoPointer, COMPointerHoldsExactlyOneReference) {
         EXPECT_EQ(object.references, 1);
         EXPECT_EQ(adopted.get(), nullptr);
         EXPECT_EQ(moved->references, 1);
+        AutoCOMPointer<FakeInterface> moveAssigned;
+        moveAssigned = std::move(moved);
+        EXPECT_EQ(object.references, 1);
+        EXPECT_EQ(moved.get(), nullptr);
+        EXPECT_EQ(moveAssigned.get(), &object);
     }
     EXPECT_EQ(object.references, 0);
 
