@@ -1,0 +1,112 @@
+#include "policy/ClassMatcher.h"
+
+#include "platform/FormattedOutput.h"
+
+namespace {
+
+bool isBlank(const char16_t* text) {
+    return text == nullptr || *text == 0;
+}
+
+// Walks a list from its end, as the lists are built in declaration order and
+// the last declared entries are the likeliest to be specific.
+bool anyInClassSet(ClassSet& set, char16_t** assemblies, char16_t** classes, unsigned int count) {
+    for (unsigned int i = count; i-- > 0;) {
+        if (findInClassSets(set, assemblies[i], classes[i])) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+void ClassMatcher::addAllClassesRule() {
+    matchAll = true;
+}
+
+void ClassMatcher::addAssemblyRule(const char16_t* assembly) {
+    if (!isBlank(assembly)) {
+        assemblies.insert(assembly);
+    }
+}
+
+void ClassMatcher::addClassRule(const char16_t* className) {
+    if (!isBlank(className)) {
+        classes.insert(className);
+    }
+}
+
+void ClassMatcher::addParentClassRule(const char16_t* className) {
+    if (!isBlank(className)) {
+        parents.insert(className);
+    }
+}
+
+void ClassMatcher::addClassAnnotationRule(const char16_t* attribute) {
+    if (!isBlank(attribute)) {
+        annotations.insert(attribute);
+    }
+}
+
+void ClassMatcher::addClassPatternRule(const char16_t* pattern) {
+    if (pattern != nullptr) {
+        patterns.emplace_back(pattern);
+    }
+}
+
+bool ClassMatcher::matchClass(IMetaDataContext* context) {
+    if (matchAll) {
+        return true;
+    }
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    if (SUCCEEDED(context->getClassName(&assembly, &className))) {
+        if (findInClassSets(classes, assembly, className) || assemblies.contains(assembly)) {
+            return true;
+        }
+    }
+    char16_t** assemblyList = nullptr;
+    char16_t** classList = nullptr;
+    unsigned int count = 0;
+    if (!parents.empty()) {
+        if (SUCCEEDED(context->getParentName(&assembly, &className)) &&
+            findInClassSets(parents, assembly, className)) {
+            return true;
+        }
+        if (SUCCEEDED(context->getInterfaces(&assemblyList, &classList, &count)) &&
+            anyInClassSet(parents, assemblyList, classList, count)) {
+            return true;
+        }
+    }
+    if (!annotations.empty() && SUCCEEDED(context->getClassAttributes(&assemblyList, &classList, &count)) &&
+        anyInClassSet(annotations, assemblyList, classList, count)) {
+        return true;
+    }
+    if (!patterns.empty()) {
+        if (FAILED(context->getClassName(&assembly, &className))) {
+            return false;
+        }
+        const std::u16string qualified = makeFullySpecifiedClassString(assembly, className);
+        const std::u16string plain(className);
+        for (const Glob& pattern : patterns) {
+            if (pattern.match(qualified) || pattern.match(plain)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+void ClassMatcher::logMatcher(FILE* stream) const {
+    if (matchAll) {
+        fprintf_u16(stream, u"\t* All Classes *\n");
+    }
+    classes.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tclass: %s\n", item); });
+    assemblies.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tassembly: %s\n", item); });
+    parents.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tparent class: %s\n", item); });
+    annotations.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tclass annotation: %s\n", item); });
+    for (const Glob& pattern : patterns) {
+        fprintf_u16(stream, u"\tclass pattern: %s\n", pattern.pattern().c_str());
+    }
+}

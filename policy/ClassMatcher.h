@@ -1,0 +1,35 @@
+// The class matcher of a directive group.
+#pragma once
+
+#include <cstdio>
+#include <list>
+
+#include "platform/Glob.h"
+#include "policy/ClassSet.h"
+#include "policy/IClassMatcher.h"
+
+class ClassMatcher : public IClassMatcher {
+public:
+    void addAllClassesRule() override;
+    void addAssemblyRule(const char16_t* assembly) override;
+    void addClassRule(const char16_t* className) override;
+    void addParentClassRule(const char16_t* className) override;
+    void addClassAnnotationRule(const char16_t* attribute) override;
+    void addClassPatternRule(const char16_t* pattern) override;
+
+    // Cheap tests first; the parent, interface, attribute and pattern rules
+    // fetch their names only when a rule of that kind exists.
+    bool matchClass(IMetaDataContext* context) override;
+
+    bool matchesAll() const { return matchAll; }
+    // One line a rule, for diagnostics.
+    void logMatcher(FILE* stream) const;
+
+private:
+    bool matchAll = false;
+    ClassSet classes;
+    ClassSet parents;
+    ClassSet annotations;
+    WCharSet assemblies;
+    std::list<Glob> patterns;
+};

@@ -1,0 +1,197 @@
+#include "policy/ClassMethodFilter.h"
+
+#include "platform/FormattedOutput.h"
+#include "policy/MethodMatcher.h"
+
+namespace {
+
+bool beginsWith(const char16_t* text, const std::u16string& prefix) {
+    return strncmp_u16(text, prefix.c_str(), prefix.size()) == 0;
+}
+
+void deleteMatchers(ClassMethodMatcherMap& map) {
+    map.forEach([](const char16_t*, IMethodMatcher*& matcher) {
+        delete matcher;
+        matcher = nullptr;
+    });
+}
+
+}  // namespace
+
+ClassMethodFilter::~ClassMethodFilter() {
+    deleteMatchers(methodsForClass);
+    deleteMatchers(methodForClassExceptions);
+}
+
+void ClassMethodFilter::addAssemblySkipRule(const char16_t* name) {
+    if (name == nullptr) {
+        return;
+    }
+    const size_t length = strlen_u16(name);
+    if (length >= 2 && name[0] == u'[' && name[length - 1] == u']') {
+        assemblies.insert(std::u16string(name + 1, length - 2).c_str());
+    } else {
+        assemblies.insert(name);
+    }
+}
+
+void ClassMethodFilter::addAssemblyPrefixSkipRule(const char16_t* prefix) {
+    if (prefix != nullptr) {
+        assemblyPrefixes.emplace_back(prefix[0] == u'[' ? prefix + 1 : prefix);
+    }
+}
+
+void ClassMethodFilter::addNamespaceSkipRule(const char16_t* name) {
+    namespaces.insert(name);
+}
+
+void ClassMethodFilter::addNamespacePrefixSkipRule(const char16_t* prefix) {
+    if (prefix != nullptr) {
+        namespacePrefixes.emplace_back(prefix);
+    }
+}
+
+void ClassMethodFilter::addClassSkipRule(const char16_t* name) {
+    classes.insert(name);
+}
+
+void ClassMethodFilter::addMethodSkipRule(const char16_t* name) {
+    methods.insert(name);
+}
+
+void ClassMethodFilter::addMethodForClassSkipRule(const char16_t* className, const char16_t* methodName) {
+    addMethodForClass(methodsForClass, className, methodName);
+}
+
+void ClassMethodFilter::addClassExceptionRule(const char16_t* name) {
+    classExceptions.insert(name);
+}
+
+void ClassMethodFilter::addMethodForClassExceptionRule(const char16_t* className, const char16_t* methodName) {
+    addMethodForClass(methodForClassExceptions, className, methodName);
+}
+
+void ClassMethodFilter::addMethodForClass(ClassMethodMatcherMap& map, const char16_t* className,
+                                          const char16_t* methodName) {
+    if (className == nullptr) {
+        return;
+    }
+    IMethodMatcher*& matcher = map[className];
+    if (matcher == nullptr) {
+        matcher = new MethodMatcher();
+    }
+    matcher->addMethodRule(methodName);
+}
+
+bool ClassMethodFilter::checkMethodForClass(ClassMethodMatcherMap& map, IMetaDataContext* context) {
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    if (FAILED(context->getClassName(&assembly, &className))) {
+        return false;
+    }
+    if (map.hasQualified()) {
+        IMethodMatcher** matcher = map.find(makeFullySpecifiedClassString(assembly, className).c_str());
+        if (matcher != nullptr && *matcher != nullptr && (*matcher)->matchMethod(context)) {
+            return true;
+        }
+    }
+    IMethodMatcher** matcher = map.find(className);
+    return matcher != nullptr && *matcher != nullptr && (*matcher)->matchMethod(context);
+}
+
+bool ClassMethodFilter::skipAssembly(IMetaDataContext* context) {
+    char16_t* assembly = nullptr;
+    if (FAILED(context->getAssemblyName(&assembly))) {
+        return false;
+    }
+    if (assemblies.contains(assembly)) {
+        return true;
+    }
+    for (const std::u16string& prefix : assemblyPrefixes) {
+        if (beginsWith(assembly, prefix)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool ClassMethodFilter::skipClassMethod(IMetaDataContext* context) {
+    return skipClass(context) || skipMethod(context);
+}
+
+bool ClassMethodFilter::skipClass(IMetaDataContext* context) {
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    if (SUCCEEDED(context->getClassName(&assembly, &className)) &&
+        findInClassSets(classExceptions, assembly, className)) {
+        return false;
+    }
+    if (checkMethodForClass(methodForClassExceptions, context)) {
+        return false;
+    }
+    if (FAILED(context->getClassName(&assembly, &className))) {
+        return false;
+    }
+    if (assemblies.contains(assembly)) {
+        return true;
+    }
+    // The namespace is the class name up to its last dot; a name without a dot
+    // is its own namespace.
+    char16_t space[IMetaDataContext::kNameSize];
+    strncpy_u16(space, className, IMetaDataContext::kNameSize);
+    char16_t* dot = nullptr;
+    for (char16_t* p = space; *p != 0; ++p) {
+        if (*p == u'.') {
+            dot = p;
+        }
+    }
+    if (dot != nullptr) {
+        *dot = 0;
+    }
+    if (findInClassSets(namespaces, assembly, space) || findInClassSets(classes, assembly, className)) {
+        return true;
+    }
+    for (const std::u16string& prefix : assemblyPrefixes) {
+        if (beginsWith(assembly, prefix)) {
+            return true;
+        }
+    }
+    for (const std::u16string& prefix : namespacePrefixes) {
+        if (beginsWith(space, prefix)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool ClassMethodFilter::skipMethod(IMetaDataContext* context) {
+    if (checkMethodForClass(methodForClassExceptions, context)) {
+        return false;
+    }
+    if (checkMethodForClass(methodsForClass, context)) {
+        return true;
+    }
+    char16_t* name = nullptr;
+    return SUCCEEDED(context->getMethodName(&name)) && methods.contains(name);
+}
+
+void ClassMethodFilter::logFilter(FILE* stream) {
+    for (const std::u16string& prefix : assemblyPrefixes) {
+        fprintf_u16(stream, u"\t ! assembly prefix: %s\n", prefix.c_str());
+    }
+    assemblies.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\t ! assembly: %s\n", item); });
+    for (const std::u16string& prefix : namespacePrefixes) {
+        fprintf_u16(stream, u"\t ! namespace prefix: %s\n", prefix.c_str());
+    }
+    namespaces.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\t ! namespace: %s\n", item); });
+    classes.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\t ! class: %s\n", item); });
+    methods.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\t ! method: %s\n", item); });
+    classExceptions.forEach(
+        [stream](const char16_t* item) { fprintf_u16(stream, u"\t ! method exception: %s\n", item); });
+    methodsForClass.forEach([stream](const char16_t* key, IMethodMatcher*&) {
+        fprintf_u16(stream, u"\t ! method for class: %s\n", key);
+    });
+    methodForClassExceptions.forEach([stream](const char16_t* key, IMethodMatcher*&) {
+        fprintf_u16(stream, u"\t ! method for class exception: %s\n", key);
+    });
+}

@@ -1,0 +1,54 @@
+// The skip filter.
+#pragma once
+
+#include <cstdio>
+#include <list>
+#include <string>
+
+#include "policy/ClassMethodMatcherMap.h"
+#include "policy/ClassSet.h"
+#include "policy/IClassMethodFilter.h"
+
+class ClassMethodFilter : public IClassMethodFilter {
+public:
+    ClassMethodFilter() = default;
+    ClassMethodFilter(const ClassMethodFilter&) = delete;
+    ClassMethodFilter& operator=(const ClassMethodFilter&) = delete;
+    ~ClassMethodFilter() override;
+
+    void addAssemblySkipRule(const char16_t* name) override;
+    void addAssemblyPrefixSkipRule(const char16_t* prefix) override;
+    void addNamespaceSkipRule(const char16_t* name) override;
+    void addNamespacePrefixSkipRule(const char16_t* prefix) override;
+    void addClassSkipRule(const char16_t* name) override;
+    void addMethodSkipRule(const char16_t* name) override;
+    void addMethodForClassSkipRule(const char16_t* className, const char16_t* methodName) override;
+    void addClassExceptionRule(const char16_t* name) override;
+    void addMethodForClassExceptionRule(const char16_t* className, const char16_t* methodName) override;
+
+    bool skipAssembly(IMetaDataContext* context) override;
+    bool skipClassMethod(IMetaDataContext* context) override;
+    // Exceptions first; then assembly, namespace and class sets; the linear
+    // prefix lists last.
+    bool skipClass(IMetaDataContext* context) override;
+    bool skipMethod(IMetaDataContext* context) override;
+
+    // Adds methodName to the matcher of className, made on first use.
+    void addMethodForClass(ClassMethodMatcherMap& map, const char16_t* className, const char16_t* methodName);
+    // The matcher of the class, by qualified key first, then plain, selects
+    // the method in hand.
+    bool checkMethodForClass(ClassMethodMatcherMap& map, IMetaDataContext* context);
+    // One line a rule, for diagnostics.
+    void logFilter(FILE* stream);
+
+private:
+    std::list<std::u16string> assemblyPrefixes;
+    WCharSet assemblies;
+    std::list<std::u16string> namespacePrefixes;
+    ClassSet namespaces;
+    ClassSet classes;
+    WCharSet methods;
+    ClassMethodMatcherMap methodsForClass;
+    ClassSet classExceptions;
+    ClassMethodMatcherMap methodForClassExceptions;
+};

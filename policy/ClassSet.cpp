@@ -1,0 +1,64 @@
+#include "policy/ClassSet.h"
+
+#include "metadata/IMetaDataContext.h"
+
+bool ClassSet::hasQualified() {
+    const int members = static_cast<int>(size());
+    if (countedSize != members) {
+        countedSize = members;
+        qualifiedCount = 0;
+        forEach([this](const char16_t* item) {
+            if (item[0] == u'[') {
+                ++qualifiedCount;
+            }
+        });
+    }
+    return qualifiedCount >= 1;
+}
+
+bool isClassWithAssembly(const char16_t* s) {
+    if (s == nullptr || s[0] != u'[') {
+        return false;
+    }
+    const char16_t* close = strchr_u16(s, u']');
+    return close != nullptr && close[1] != 0;
+}
+
+std::u16string makeFullySpecifiedClassString(const char16_t* assembly, const char16_t* className) {
+    std::u16string result;
+    if (assembly != nullptr && *assembly != 0) {
+        result.append(u"[").append(assembly).append(u"]");
+    }
+    if (className != nullptr) {
+        result.append(className);
+    }
+    return result;
+}
+
+namespace {
+
+// Appends text to buffer at length, never past the last unit before the end.
+void appendBounded(char16_t* buffer, size_t& length, const char16_t* text) {
+    for (; text != nullptr && *text != 0 && length + 1 < IMetaDataContext::kNameSize; ++text) {
+        buffer[length++] = *text;
+    }
+    buffer[length] = 0;
+}
+
+}  // namespace
+
+bool findInClassSets(ClassSet& set, const char16_t* assembly, const char16_t* className) {
+    if (set.contains(className)) {
+        return true;
+    }
+    if (!set.hasQualified()) {
+        return false;
+    }
+    char16_t qualified[IMetaDataContext::kNameSize];
+    size_t length = 0;
+    appendBounded(qualified, length, u"[");
+    appendBounded(qualified, length, assembly);
+    appendBounded(qualified, length, u"]");
+    appendBounded(qualified, length, className);
+    return set.contains(qualified);
+}

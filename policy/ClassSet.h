@@ -1,0 +1,31 @@
+// Class strings and the set that holds them.
+//
+// A class is written plainly ("N.C") or with its assembly in brackets in front
+// ("[A]N.C"); both are stored as written. A lookup tries the plain name and,
+// only when the set holds at least one bracketed entry, the bracketed form too.
+#pragma once
+
+#include <string>
+
+#include "policy/WCharSet.h"
+
+class ClassSet : public WCharSet {
+public:
+    // True if some member begins with '['. The count is refreshed at the first
+    // call after the set changed size; two readers arrive at the same count.
+    bool hasQualified();
+
+private:
+    int countedSize = -1;
+    int qualifiedCount = -1;
+};
+
+// True for "[A]X": a leading '[', a ']' and at least one unit behind it.
+bool isClassWithAssembly(const char16_t* s);
+
+// "[assembly]className", or className alone for a null or empty assembly.
+std::u16string makeFullySpecifiedClassString(const char16_t* assembly, const char16_t* className);
+
+// className is a member, or "[assembly]className" is, the latter tried only
+// if the set holds a bracketed entry.
+bool findInClassSets(ClassSet& set, const char16_t* assembly, const char16_t* className);

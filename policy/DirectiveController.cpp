@@ -1,0 +1,257 @@
+#include "policy/DirectiveController.h"
+
+#include <new>
+
+#include "platform/File16.h"
+#include "platform/FormattedOutput.h"
+#include "platform/Performance.h"
+#include "policy/DirectiveKeywords.h"
+#include "policy/DirectiveMatchResult.h"
+#include "policy/IProfilerController.h"
+#include "policy/MatchingDirectiveGroup.h"
+#include "runtime/CorErrors.h"
+#include "runtime/CorMetadataEnums.h"
+#include "runtime/Guids.h"
+
+namespace {
+
+// Longest line of a directive file, terminator included; a longer line
+// arrives in pieces.
+constexpr int kLineSize = 2048;
+// Tokens asked for at once while a module is scanned.
+constexpr ULONG kTypeBatch = 1024;
+constexpr ULONG kMethodBatch = 512;
+
+}  // namespace
+
+IDirectiveController* IDirectiveController::newInstance(FILE* log) {
+    return new (std::nothrow) DirectiveController(log);
+}
+
+DirectiveController::DirectiveController(FILE* log)
+    : log(log), cache(new DirectiveMatchingCache(kDefaultCacheSize)) {}
+
+DirectiveController::~DirectiveController() {
+    for (auto& [name, group] : groups) {
+        delete group;
+    }
+}
+
+IDirectiveGroup* DirectiveController::getDirectiveGroup(const char16_t* name) {
+    if (name == nullptr) {
+        return nullptr;
+    }
+    auto found = groups.find(name);
+    return found == groups.end() ? nullptr : found->second;
+}
+
+IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
+    if (name == nullptr) {
+        return nullptr;
+    }
+    IDirectiveGroup*& group = groups[name];
+    if (group == nullptr) {
+        group = new MatchingDirectiveGroup(name);
+    }
+    return group;
+}
+
+IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
+    char16_t name[kLineSize];
+    if (snprintf_u16(name, kLineSize, u"Anonymous_%d", anonymousCount++) <= 0) {
+        return nullptr;
+    }
+    IDirectiveGroup* group = addDirectiveGroup(name);
+    if (group != nullptr) {
+        group->setActive(true);
+        group->setCreated();
+    }
+    return group;
+}
+
+bool DirectiveController::shouldMonitor(IMetaDataContext* context) {
+    if (skips.skipClassMethod(context)) {
+        return false;
+    }
+    return cache->shouldMonitor(context, *this);
+}
+
+IDirectiveMatchResult* DirectiveController::shouldMonitorResult(IMetaDataContext* context) {
+    DirectiveMatchResult::Groups skipped;
+    DirectiveMatchResult::Groups matched;
+    DirectiveMatchResult::Groups unmatched;
+    const bool skippedGlobally = skips.skipClassMethod(context);
+    if (!skippedGlobally) {
+        for (auto& [name, group] : groups) {
+            if (!group->isCreated() || !group->isActive()) {
+                continue;
+            }
+            if (group->skip(context)) {
+                skipped.push_back(group);
+            } else if (group->match(context)) {
+                matched.push_back(group);
+            } else {
+                unmatched.push_back(group);
+            }
+        }
+    }
+    return new DirectiveMatchResult(skippedGlobally, std::move(skipped), std::move(matched), std::move(unmatched));
+}
+
+HRESULT DirectiveController::readDirectives(FILE* stream) {
+    char16_t line[kLineSize];
+    HRESULT status = S_OK;
+    while (SUCCEEDED(status) && fgets_u16(line, kLineSize, stream) != nullptr) {
+        status = readDirective(line);
+    }
+    return status;
+}
+
+HRESULT DirectiveController::readDirective(char16_t* line) {
+    try {
+        DirectiveLine parsed;
+        if (!DirectiveKeywords::parse(line, parsed)) {
+            return S_OK;
+        }
+        const DirectiveKeywords::Keyword* keyword = DirectiveKeywords::find(parsed);
+        return keyword != nullptr && keyword->apply != nullptr ? keyword->apply(*this, parsed) : S_OK;
+    } catch (const std::bad_alloc&) {
+        // The rules read so far stand; the reader stops here.
+        return E_FAIL;
+    }
+}
+
+void DirectiveController::getMonitoredMethodsForModule(IProfilerController* controller, ICorProfilerInfo* info,
+                                                       ModuleID module, std::set<mdMethodDef>& methods) {
+    // Shared by every scan of the process, never reset.
+    static uint64_t cumulativeMs = 0;
+    static uint64_t cumulativeTypes = 0;
+    static uint64_t cumulativeMethods = 0;
+    static uint64_t cumulativeMatched = 0;
+
+    const int64_t started = Performance::GetTimeInMillis();
+    unsigned int typeCount = 0;
+    unsigned int methodCount = 0;
+    AutoPointer<IMetaDataContext> context(IMetaDataContext::newInstance(info));
+    HRESULT hr = context.get() != nullptr ? context->setModuleID(module) : E_OUTOFMEMORY;
+
+    if (SUCCEEDED(hr) && !skips.skipAssembly(context)) {
+        AutoCOMPointer<ICorProfilerInfo2> info2;
+        hr = info->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2));
+        MatchContext match(info, module);
+        if (SUCCEEDED(hr)) {
+            hr = match.getStatus();
+        }
+        if (SUCCEEDED(hr)) {
+            hr = context->setImport(match.getImport());
+        }
+        const bool logClasses = controller != nullptr && controller->shouldLogUninstrumentedMethods() == 0;
+        IMetaDataImport* import = match.getImport();
+        HCORENUM typeEnum = nullptr;
+        mdTypeDef types[kTypeBatch];
+        ULONG count = kTypeBatch;
+        while (SUCCEEDED(hr) && count == kTypeBatch) {
+            count = 0;
+            hr = import->EnumTypeDefs(&typeEnum, types, kTypeBatch, &count);
+            if (SUCCEEDED(hr)) {
+                typeCount += count;
+            }
+            for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
+                hr = scanType(context, match, types[i], logClasses, methods, methodCount);
+            }
+        }
+        if (typeEnum != nullptr) {
+            import->CloseEnum(typeEnum);
+        }
+        cumulativeTypes += typeCount;
+        cumulativeMethods += methodCount;
+        cumulativeMatched += methods.size();
+    }
+
+    const int64_t elapsed = Performance::GetTimeInMillis() - started;
+    cumulativeMs += static_cast<uint64_t>(elapsed);
+    char16_t* assembly = nullptr;
+    if (SUCCEEDED(hr)) {
+        hr = context->getAssemblyName(&assembly);
+    }
+    if (SUCCEEDED(hr) && log != nullptr) {
+        fprintf_u16(log, u"[%s] (%llu/%llu)ms to process (%u/%u) types and (%u/%u) methods. Matched: (%u/%u)\n",
+                    assembly, static_cast<unsigned long long>(elapsed),
+                    static_cast<unsigned long long>(cumulativeMs), typeCount,
+                    static_cast<unsigned int>(cumulativeTypes), methodCount,
+                    static_cast<unsigned int>(cumulativeMethods), static_cast<unsigned int>(methods.size()),
+                    static_cast<unsigned int>(cumulativeMatched));
+        fflush(log);
+    }
+}
+
+HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type,
+                                      bool logClasses, std::set<mdMethodDef>& methods, unsigned int& methodCount) {
+    IMetaDataImport* import = match.getImport();
+    DWORD flags = 0;
+    mdToken extends = mdTokenNil;
+    HRESULT hr = import->GetTypeDefProps(type, nullptr, 0, nullptr, &flags, &extends);
+    if (FAILED(hr) || (flags & tdInterface) != 0) {
+        return hr;
+    }
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    hr = context->setTypeDef(type);
+    if (SUCCEEDED(hr)) {
+        hr = context->setSuperToken(extends);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = context->getClassName(&assembly, &className);
+    }
+    if (SUCCEEDED(hr) && logClasses && log != nullptr) {
+        fprintf_u16(log, u"Processing class on load: [%s]%s typeDef:0x%x\n", assembly, className, type);
+        fflush(log);
+    }
+    if (FAILED(hr) || skips.skipClass(context)) {
+        return hr;
+    }
+    for (auto group = groups.begin(); SUCCEEDED(hr) && group != groups.end(); ++group) {
+        IDirectiveGroup* candidate = group->second;
+        if (!candidate->isActive() || !candidate->isCreated() || !match.isApplicable(candidate) ||
+            !candidate->matchClass(context)) {
+            continue;
+        }
+        HCORENUM methodEnum = nullptr;
+        mdMethodDef tokens[kMethodBatch];
+        ULONG count = kMethodBatch;
+        while (SUCCEEDED(hr) && count == kMethodBatch) {
+            count = 0;
+            hr = import->EnumMethods(&methodEnum, type, tokens, kMethodBatch, &count);
+            if (SUCCEEDED(hr)) {
+                methodCount += count;
+            }
+            for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
+                DWORD attributes = 0;
+                hr = import->GetMethodProps(tokens[i], nullptr, nullptr, 0, nullptr, &attributes, nullptr, nullptr,
+                                            nullptr, nullptr);
+                if (FAILED(hr) || (attributes & mdAbstract) != 0) {
+                    continue;
+                }
+                hr = context->setMethodDef(tokens[i]);
+                if (FAILED(hr) || !candidate->matchMethod(context)) {
+                    continue;
+                }
+                methods.insert(tokens[i]);
+                char16_t* method = nullptr;
+                hr = context->getMethodName(&method);
+                if (SUCCEEDED(hr)) {
+                    hr = context->getClassName(&assembly, &className);
+                }
+                if (SUCCEEDED(hr) && log != nullptr) {
+                    fprintf_u16(log, u"Matched method [%s]%s::%s (%s) mdef:0x%x\n", assembly, className, method,
+                                candidate->getName(), tokens[i]);
+                    fflush(log);
+                }
+            }
+        }
+        if (methodEnum != nullptr) {
+            import->CloseEnum(methodEnum);
+        }
+    }
+    return hr;
+}

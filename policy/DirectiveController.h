@@ -1,0 +1,51 @@
+// The directive controller.
+#pragma once
+
+#include "platform/AutoPointer.h"
+#include "policy/ClassMethodFilter.h"
+#include "policy/DirectiveMatchingCache.h"
+#include "policy/IDirectiveController.h"
+#include "policy/MatchContext.h"
+
+class DirectiveController : public IDirectiveController {
+public:
+    // Classes remembered by the match cache unless configured otherwise.
+    static constexpr int kDefaultCacheSize = 5000;
+
+    explicit DirectiveController(FILE* log);
+    DirectiveController(const DirectiveController&) = delete;
+    DirectiveController& operator=(const DirectiveController&) = delete;
+    ~DirectiveController() override;
+
+    IClassMethodFilter* getSkips() override { return &skips; }
+    IDirectiveGroup* getDirectiveGroup(const char16_t* name) override;
+    IDirectiveGroup* addDirectiveGroup(const char16_t* name) override;
+    IDirectiveMatchResult* shouldMonitorResult(IMetaDataContext* context) override;
+    bool shouldMonitor(IMetaDataContext* context) override;
+    void getMonitoredMethodsForModule(IProfilerController* controller, ICorProfilerInfo* info, ModuleID module,
+                                      std::set<mdMethodDef>& methods) override;
+    HRESULT readDirectives(FILE* stream) override;
+    HRESULT readDirective(char16_t* line) override;
+    void setCacheSize(int size) override { cache->setCacheSize(size); }
+    void clearCache() override { cache->clear(); }
+    IClassMethodFilter* getDynamicInstrumentationSkips() override { return &dynamicInstrumentationSkips; }
+
+    // A new group "Anonymous_<n>", active and created; null if it cannot be had.
+    IDirectiveGroup* addAnonymousDirectiveGroup();
+    DirectiveGroupMap& getGroups() { return groups; }
+    FILE* getLog() const { return log; }
+    DirectiveMatchingCache& getCache() { return *cache; }
+
+private:
+    // The scan of one type definition: each live group whose class test passes
+    // adds the methods it selects. Returns the running status.
+    HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, bool logClasses,
+                     std::set<mdMethodDef>& methods, unsigned int& methodCount);
+
+    FILE* log;
+    ClassMethodFilter skips;
+    ClassMethodFilter dynamicInstrumentationSkips;
+    DirectiveGroupMap groups;
+    int anonymousCount = 0;
+    AutoPointer<DirectiveMatchingCache> cache;
+};

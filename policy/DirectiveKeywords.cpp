@@ -1,0 +1,292 @@
+#include "policy/DirectiveKeywords.h"
+
+#include <iterator>
+
+#include "platform/StringUtils.h"
+#include "platform/Text16.h"
+#include "policy/DirectiveController.h"
+#include "runtime/CorErrors.h"
+
+namespace {
+
+const char16_t* const kBlanks = u"\r\n\t ";
+
+using FilterOf = IClassMethodFilter* (*)(DirectiveController&);
+using FilterRule = void (IClassMethodFilter::*)(const char16_t*);
+using FilterPairRule = void (IClassMethodFilter::*)(const char16_t*, const char16_t*);
+using ClassRule = void (IClassMatcher::*)(const char16_t*);
+using MethodRule = void (IMethodMatcher::*)(const char16_t*);
+
+IClassMethodFilter* globalSkips(DirectiveController& controller) {
+    return controller.getSkips();
+}
+
+IClassMethodFilter* dynamicSkips(DirectiveController& controller) {
+    return controller.getDynamicInstrumentationSkips();
+}
+
+// Rules of the global filter and of the dynamic instrumentation filter.
+
+template <FilterOf filter, FilterRule rule>
+HRESULT skip(DirectiveController& controller, const DirectiveLine& line) {
+    (filter(controller)->*rule)(line.arguments[0]);
+    return S_OK;
+}
+
+template <FilterOf filter, FilterPairRule rule>
+HRESULT skipPair(DirectiveController& controller, const DirectiveLine& line) {
+    (filter(controller)->*rule)(line.arguments[0], line.arguments[1]);
+    return S_OK;
+}
+
+template <FilterOf filter>
+HRESULT skipEmptyClasses(DirectiveController& controller, const DirectiveLine&) {
+    filter(controller)->addClassSkipRule(u"");
+    return S_OK;
+}
+
+// Rules of one flag. The flag stands second in the skip rules and in the
+// class rules, first in the method rules.
+
+template <FilterRule rule>
+HRESULT skipForFlag(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[1]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    (group->getClassMethodFilter()->*rule)(line.arguments[0]);
+    return S_OK;
+}
+
+HRESULT skipMethodForFlag(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[0]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    group->getClassMethodFilter()->addMethodSkipRule(line.arguments[1]);
+    return S_OK;
+}
+
+HRESULT setFlag(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[0]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    group->setCreated();
+    return S_OK;
+}
+
+HRESULT turnOn(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[0]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    group->setActive(true);
+    group->setCreated();
+    return S_OK;
+}
+
+HRESULT turnOff(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[0]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    group->setActive(false);
+    return S_OK;
+}
+
+HRESULT allClasses(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[0]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    group->getClassMatcher()->addAllClassesRule();
+    return S_OK;
+}
+
+template <ClassRule rule>
+HRESULT classes(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[1]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    (group->getClassMatcher()->*rule)(line.arguments[0]);
+    return S_OK;
+}
+
+HRESULT allMethods(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[0]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    group->getMethodMatcher()->addAllMethodsRule();
+    return S_OK;
+}
+
+template <MethodRule rule>
+HRESULT methods(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[0]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    (group->getMethodMatcher()->*rule)(line.arguments[1]);
+    return S_OK;
+}
+
+// Class and method in one line, each in a group of its own that is live at once.
+
+template <ClassRule rule>
+HRESULT allMethodsOf(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addAnonymousDirectiveGroup();
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    (group->getClassMatcher()->*rule)(line.arguments[0]);
+    group->getMethodMatcher()->addAllMethodsRule();
+    return S_OK;
+}
+
+template <ClassRule rule>
+HRESULT oneMethodOf(DirectiveController& controller, const DirectiveLine& line) {
+    IDirectiveGroup* group = controller.addAnonymousDirectiveGroup();
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    (group->getClassMatcher()->*rule)(line.arguments[0]);
+    group->getMethodMatcher()->addMethodRule(line.arguments[1]);
+    return S_OK;
+}
+
+// Class, method, label and flag; the label is dropped. A line without the flag
+// names no group and is ignored.
+HRESULT oneMethodWithLabel(DirectiveController& controller, const DirectiveLine& line) {
+    if (line.arguments[3] == nullptr) {
+        return S_OK;
+    }
+    IDirectiveGroup* group = controller.addDirectiveGroup(line.arguments[3]);
+    if (group == nullptr) {
+        return E_FAIL;
+    }
+    group->getClassMatcher()->addClassRule(line.arguments[0]);
+    group->getMethodMatcher()->addMethodRule(line.arguments[1]);
+    if (!group->isCreated()) {
+        group->setActive(true);
+        group->setCreated();
+    } else if (!group->wasActiveSet()) {
+        // A flag turned off explicitly after its creation stays off.
+        group->setActive(true);
+    }
+    return S_OK;
+}
+
+// In the order of comparison: a keyword takes the first entry that it is a
+// leading part of and whose minimum the line reaches.
+const DirectiveKeywords::Keyword kKeywords[] = {
+    {u"DoNotSkipClass", 1, skip<globalSkips, &IClassMethodFilter::addClassExceptionRule>},
+    {u"DoNotSkipMethodForClass", 2, skipPair<globalSkips, &IClassMethodFilter::addMethodForClassExceptionRule>},
+    {u"IdentifyAllClassesAs", 1, allClasses},
+    {u"IdentifyAssemblyAs", 2, classes<&IClassMatcher::addAssemblyRule>},
+    {u"IdentifyAnnotatedClassAs", 2, classes<&IClassMatcher::addClassAnnotationRule>},
+    {u"IdentifyClassAs", 2, classes<&IClassMatcher::addClassRule>},
+    {u"IdentifyFlagAs", 2, nullptr},
+    {u"IdentifyInheritedAs", 2, classes<&IClassMatcher::addParentClassRule>},
+    {u"IdentifyMatchingClassesAs", 2, classes<&IClassMatcher::addClassPatternRule>},
+    {u"IdentifyTwoFlagIntersectionAsAggregateFlag", 3, nullptr},
+    {u"IdentifyTwoFlagUnionAsAggregateFlag", 3, nullptr},
+    {u"InstrumentationPoint", 1, nullptr},
+    {u"NoticeConstructorCompletionIfFlagged", 1, nullptr},
+    {u"NoticeFieldAssignmentIfFlagged", 1, nullptr},
+    {u"NoticeObjectCreationIfFlagged", 1, nullptr},
+    {u"SetFlag", 1, setFlag},
+    {u"SkipAssembly", 1, skip<globalSkips, &IClassMethodFilter::addAssemblySkipRule>},
+    {u"SkipAssemblyForFlag", 2, skipForFlag<&IClassMethodFilter::addAssemblySkipRule>},
+    {u"SkipAssemblyPrefix", 1, skip<globalSkips, &IClassMethodFilter::addAssemblyPrefixSkipRule>},
+    {u"SkipAssemblyPrefixForFlag", 2, skipForFlag<&IClassMethodFilter::addAssemblyPrefixSkipRule>},
+    {u"SkipClass", 1, skip<globalSkips, &IClassMethodFilter::addClassSkipRule>},
+    {u"SkipClassForFlag", 2, skipForFlag<&IClassMethodFilter::addClassSkipRule>},
+    {u"SkipEmptyClasses", 0, skipEmptyClasses<globalSkips>},
+    {u"SkipMethodForClass", 2, skipPair<globalSkips, &IClassMethodFilter::addMethodForClassSkipRule>},
+    {u"SkipMethodForFlag", 2, skipMethodForFlag},
+    {u"SkipNamespace", 1, skip<globalSkips, &IClassMethodFilter::addNamespaceSkipRule>},
+    {u"SkipNamespaceForFlag", 2, skipForFlag<&IClassMethodFilter::addNamespaceSkipRule>},
+    {u"SkipNamespacePrefix", 1, skip<globalSkips, &IClassMethodFilter::addNamespacePrefixSkipRule>},
+    {u"SkipNamespacePrefixForFlag", 2, skipForFlag<&IClassMethodFilter::addNamespacePrefixSkipRule>},
+    {u"SubstituteResultIfFlagged", 0, nullptr},
+    {u"TraceAllComplexMethodsIfFlagged", 1, allMethods},
+    {u"TraceAllComplexMethodsWithThresholdIfFlagged", 1, allMethods},
+    {u"TraceAllMethodsIfFlagged", 1, allMethods},
+    {u"TraceAllMethodsWithParametersIfFlagged", 1, allMethods},
+    {u"TraceAllMethodsIfInherits", 1, allMethodsOf<&IClassMatcher::addParentClassRule>},
+    {u"TraceAllMethodsOfClass", 1, allMethodsOf<&IClassMatcher::addClassRule>},
+    {u"TraceAllMethodsWithThresholdIfFlagged", 1, allMethods},
+    {u"TraceAllMethodsWithThresholdOfClass", 1, allMethodsOf<&IClassMatcher::addClassRule>},
+    {u"TraceAnnotatedMethodsIfFlagged", 2, methods<&IMethodMatcher::addMethodAnnotationRule>},
+    {u"TraceAnnotatedMethodsWithParametersIfFlagged", 2, methods<&IMethodMatcher::addMethodAnnotationRule>},
+    {u"TraceMatchingMethodsWithParametersIfFlagged", 2, methods<&IMethodMatcher::addMethodPatternRule>},
+    {u"TraceComplexMethodsIfFlagged", 1, allMethods},
+    {u"TraceComplexMethodsWithParametersIfFlagged", 1, allMethods},
+    {u"TraceComplexMethodsWithThresholdIfFlagged", 1, allMethods},
+    {u"TraceOneMethodIfFlagged", 2, methods<&IMethodMatcher::addMethodRule>},
+    {u"TraceOneMethodIfInherits", 2, oneMethodOf<&IClassMatcher::addParentClassRule>},
+    {u"TraceOneMethodOfClass", 2, oneMethodOf<&IClassMatcher::addClassRule>},
+    {u"TraceOneMethodWithParametersIfFlagged", 2, methods<&IMethodMatcher::addMethodRule>},
+    {u"TraceOneMethodWithParametersIfInherits", 2, oneMethodOf<&IClassMatcher::addParentClassRule>},
+    {u"TraceOneMethodWithParametersOfClass", 2, oneMethodOf<&IClassMatcher::addClassRule>},
+    {u"TraceOneMethodWithThresholdIfFlagged", 2, methods<&IMethodMatcher::addMethodRule>},
+    {u"TraceOneMethodWithThresholdOfClass", 2, oneMethodOf<&IClassMatcher::addClassRule>},
+    {u"TurnOn", 1, turnOn},
+    {u"TurnOff", 1, turnOff},
+    {u"DoNotSkipDynamicInstrumentationClass", 1, skip<dynamicSkips, &IClassMethodFilter::addClassExceptionRule>},
+    {u"DoNotSkipDynamicInstrumentationMethodForClass", 2,
+     skipPair<dynamicSkips, &IClassMethodFilter::addMethodForClassExceptionRule>},
+    {u"SkipDynamicInstrumentationAssembly", 1, skip<dynamicSkips, &IClassMethodFilter::addAssemblySkipRule>},
+    {u"SkipDynamicInstrumentationAssemblyPrefix", 1,
+     skip<dynamicSkips, &IClassMethodFilter::addAssemblyPrefixSkipRule>},
+    {u"SkipDynamicInstrumentationClass", 1, skip<dynamicSkips, &IClassMethodFilter::addClassSkipRule>},
+    {u"SkipDynamicInstrumentationEmptyClasses", 0, skipEmptyClasses<dynamicSkips>},
+    {u"SkipDynamicInstrumentationMethodForClass", 2,
+     skipPair<dynamicSkips, &IClassMethodFilter::addMethodForClassSkipRule>},
+    {u"SkipDynamicInstrumentationNamespace", 1, skip<dynamicSkips, &IClassMethodFilter::addNamespaceSkipRule>},
+    {u"SkipDynamicInstrumentationNamespacePrefix", 1,
+     skip<dynamicSkips, &IClassMethodFilter::addNamespacePrefixSkipRule>},
+    {u"TraceOneMethodWithlabelOfClass", 3, oneMethodWithLabel},
+};
+
+}  // namespace
+
+bool DirectiveKeywords::parse(char16_t* line, DirectiveLine& parsed) {
+    if (line == nullptr || line[0] == u'#') {
+        return false;
+    }
+    char16_t* rest = nullptr;
+    char16_t* keyword = StringUtils::strtok_u16(line, u":", &rest);
+    if (keyword == nullptr) {
+        // Nothing but colons.
+        return false;
+    }
+    keyword = StringUtils::wcstrim(keyword);
+    if (*keyword == 0) {
+        return false;
+    }
+    parsed = DirectiveLine();
+    parsed.keyword = keyword;
+    int tokens = 0;
+    while (tokens < 4 && rest != nullptr) {
+        char16_t* token = StringUtils::strtok_u16(rest, kBlanks, &rest);
+        if (token == nullptr) {
+            break;
+        }
+        parsed.arguments[tokens++] = token;
+    }
+    parsed.count = tokens < 3 ? tokens : 3;
+    return true;
+}
+
+const DirectiveKeywords::Keyword* DirectiveKeywords::find(const DirectiveLine& line) {
+    for (const Keyword& keyword : kKeywords) {
+        if (line.count >= keyword.minimum && strcmp_u16(line.keyword, keyword.name) == 0) {
+            return &keyword;
+        }
+    }
+    return nullptr;
+}

@@ -1,0 +1,97 @@
+#include "policy/DirectiveMatchingCache.h"
+
+#include "platform/FormattedOutput.h"
+#include "policy/DirectiveController.h"
+
+DirectiveMatchingCache::DirectiveMatchingCache(int maxSize) : maxSize(maxSize) {}
+
+DirectiveMatchingCache::~DirectiveMatchingCache() {
+    clear();
+}
+
+void DirectiveMatchingCache::clear() {
+    for (auto& [classId, entry] : entries) {
+        delete entry;
+    }
+    entries.clear();
+}
+
+bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveController& controller) {
+    // Fill the context's name caches once for all the tests below.
+    context->getClassName(nullptr, nullptr);
+    context->getMethodName(nullptr);
+
+    DirectiveGroupMap& groups = controller.getGroups();
+    const ClassID classId = context->getClassID();
+    auto entry = entries.find(classId);
+    if (entry != entries.end()) {
+        DirectiveMatchingMetaData& known = *entry->second;
+        for (auto& [name, group] : known.matchedGroups) {
+            if (group->getClassMethodFilter()->skipMethod(context)) {
+                return false;
+            }
+            if (group->matchMethod(context)) {
+                return true;
+            }
+        }
+        if (known.complete) {
+            return false;
+        }
+        return walk(context, groups, groups.find(known.resumeGroup), entry);
+    }
+    if (classId != 0 && static_cast<int64_t>(entries.size()) < maxSize) {
+        entry = entries.emplace(classId, new DirectiveMatchingMetaData(false)).first;
+        if (static_cast<int64_t>(entries.size()) == maxSize) {
+            FILE* log = controller.getLog();
+            if (log != nullptr) {
+                fprintf_8(log, "Directive Matching Cache is saturated, Size = %d\n", static_cast<int>(entries.size()));
+                fflush(log);
+            }
+        }
+        return walk(context, groups, groups.begin(), entry);
+    }
+    return matchWithoutCache(context, groups);
+}
+
+bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveGroupMap& groups,
+                                  DirectiveGroupMap::iterator from, Entries::iterator entry) {
+    bool found = false;
+    incrementalBuildAndLookup(context, groups, from, entry, found);
+    if (!found) {
+        entry->second->complete = true;
+    }
+    return found;
+}
+
+void DirectiveMatchingCache::incrementalBuildAndLookup(IMetaDataContext* context, DirectiveGroupMap& groups,
+                                                       DirectiveGroupMap::iterator& groupIterator,
+                                                       Entries::iterator& entryIterator, bool& found) {
+    for (; groupIterator != groups.end(); ++groupIterator) {
+        IDirectiveGroup* group = groupIterator->second;
+        if (!group->isCreated() || !group->isActive()) {
+            continue;
+        }
+        IClassMethodFilter* filter = group->getClassMethodFilter();
+        if (filter->skipClass(context) || !group->matchClass(context)) {
+            continue;
+        }
+        entryIterator->second->matchedGroups.emplace(group->getName(), group);
+        if (filter->skipMethod(context)) {
+            continue;
+        }
+        if (group->matchMethod(context)) {
+            entryIterator->second->resumeGroup = groupIterator->first;
+            found = true;
+            return;
+        }
+    }
+}
+
+bool DirectiveMatchingCache::matchWithoutCache(IMetaDataContext* context, DirectiveGroupMap& groups) {
+    for (auto& [name, group] : groups) {
+        if (group->isCreated() && group->isActive() && !group->skip(context) && group->match(context)) {
+            return true;
+        }
+    }
+    return false;
+}

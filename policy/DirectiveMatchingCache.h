@@ -1,0 +1,72 @@
+// Remembers per class which groups cover it, so that later methods of a class
+// are tested only against those groups. The knowledge is built lazily: a walk
+// over the groups stops at the first group that selects the method in hand,
+// and the next method that needs more goes on from there.
+//
+// One path differs on purpose: once a class has an entry, a method skip in the
+// own filter of a group known to cover the class vetoes the method for all
+// groups, while a walk only passes that group by. The order in which methods
+// arrive can thus change an answer.
+//
+// Keys are runtime ClassIDs, so each instantiation of a generic class has its
+// own entry; a context without one is matched without the cache. There is no
+// eviction: when the limit is reached, new classes are matched without it.
+//
+// Contract: no lock inside; shouldMonitor and clear run under the caller's
+// serialisation (the callback hub's JIT-path lock).
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "policy/IDirectiveGroup.h"
+
+class DirectiveController;
+
+// What is known of one class.
+struct DirectiveMatchingMetaData {
+    explicit DirectiveMatchingMetaData(bool complete) : complete(complete) {}
+
+    // The walk over the groups has reached the end for this class.
+    bool complete;
+    // Groups whose class test has passed so far, not owned.
+    std::map<std::u16string, IDirectiveGroup*> matchedGroups;
+    // The group at which the last walk stopped; empty at first.
+    std::u16string resumeGroup;
+};
+
+class DirectiveMatchingCache {
+public:
+    using Entries = std::map<uint64_t, DirectiveMatchingMetaData*>;
+
+    explicit DirectiveMatchingCache(int maxSize);
+    DirectiveMatchingCache(const DirectiveMatchingCache&) = delete;
+    DirectiveMatchingCache& operator=(const DirectiveMatchingCache&) = delete;
+    ~DirectiveMatchingCache();
+
+    // A limit at or below the present size stops growth; entries stay.
+    void setCacheSize(int size) { maxSize = size; }
+    void clear();
+    size_t size() const { return entries.size(); }
+
+    // The groups' part of the decision for the method in hand; the global
+    // filter has been asked before.
+    bool shouldMonitor(IMetaDataContext* context, DirectiveController& controller);
+    // The plain walk: some live group not skipping the method matches it.
+    bool matchWithoutCache(IMetaDataContext* context, DirectiveGroupMap& groups);
+    // Walks on from groupIterator, recording in the entry every group whose
+    // class test passes, until a group selects the method: then found is set
+    // and groupIterator stays on that group.
+    void incrementalBuildAndLookup(IMetaDataContext* context, DirectiveGroupMap& groups,
+                                   DirectiveGroupMap::iterator& groupIterator, Entries::iterator& entryIterator,
+                                   bool& found);
+
+private:
+    // Resumes the walk for an entry, and marks it complete when nothing is found.
+    bool walk(IMetaDataContext* context, DirectiveGroupMap& groups, DirectiveGroupMap::iterator from,
+              Entries::iterator entry);
+
+    int maxSize;
+    Entries entries;
+};

@@ -1,0 +1,40 @@
+// A directive group, or flag: a name, a state, and the class matcher, method
+// matcher and skip filter that the directives naming the flag fill. A group
+// takes part in matching only when it is both created and active.
+//
+// Contract: the matchers and the filter belong to the group. No lock inside.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "metadata/IMetaDataContext.h"
+#include "policy/IClassMatcher.h"
+#include "policy/IClassMethodFilter.h"
+#include "policy/IMethodMatcher.h"
+
+class IDirectiveGroup {
+public:
+    virtual ~IDirectiveGroup() = default;
+
+    virtual bool isActive() = 0;
+    // setActive was called at least once, whatever the value.
+    virtual bool wasActiveSet() = 0;
+    virtual void setActive(bool active) = 0;
+    virtual bool isCreated() = 0;
+    virtual void setCreated() = 0;
+    virtual const char16_t* getName() = 0;
+    virtual IClassMatcher* getClassMatcher() = 0;
+    virtual IClassMethodFilter* getClassMethodFilter() = 0;
+    virtual IMethodMatcher* getMethodMatcher() = 0;
+    // The group's own filter skips the class or the method.
+    virtual bool skip(IMetaDataContext* context) = 0;
+    // matchClass, and only then matchMethod.
+    virtual bool match(IMetaDataContext* context) = 0;
+    virtual bool matchClass(IMetaDataContext* context) = 0;
+    virtual bool matchMethod(IMetaDataContext* context) = 0;
+};
+
+// Groups by name, in ascending order of code units: the order in which they
+// are asked.
+using DirectiveGroupMap = std::map<std::u16string, IDirectiveGroup*>;

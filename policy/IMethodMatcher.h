@@ -1,0 +1,21 @@
+// Which methods of its classes a directive group covers. Rules accumulate while
+// directives load and are then only read; a matcher without rules answers no.
+//
+// Contract: the context stands on the method in hand. No lock inside.
+#pragma once
+
+#include "metadata/IMetaDataContext.h"
+
+class IMethodMatcher {
+public:
+    virtual ~IMethodMatcher() = default;
+
+    virtual void addAllMethodsRule() = 0;
+    // Only what stands before the first ';' is kept: a signature behind it is
+    // dropped, so overloads are not told apart.
+    virtual void addMethodRule(const char16_t* method) = 0;
+    // Ignores a null or empty argument.
+    virtual void addMethodAnnotationRule(const char16_t* attribute) = 0;
+    virtual void addMethodPatternRule(const char16_t* pattern) = 0;
+    virtual bool matchMethod(IMetaDataContext* context) = 0;
+};

@@ -1,0 +1,92 @@
+#include "policy/MethodMatcher.h"
+
+#include "platform/FormattedOutput.h"
+
+MethodMatcher::MethodMatcher() {
+    // The web framework's own base controller carries action attributes on its
+    // helpers; they are never application actions.
+    annotationExclusions[u"Microsoft.AspNetCore.Mvc.Controller"] = u"Microsoft.AspNetCore.Mvc.ViewFeatures";
+}
+
+void MethodMatcher::addAllMethodsRule() {
+    matchAll = true;
+}
+
+void MethodMatcher::addMethodRule(const char16_t* method) {
+    if (method == nullptr) {
+        return;
+    }
+    const std::u16string text(method);
+    methods.insert(text.substr(0, text.find(u';')).c_str());
+}
+
+void MethodMatcher::addMethodAnnotationRule(const char16_t* attribute) {
+    if (attribute != nullptr && *attribute != 0) {
+        annotations.insert(attribute);
+    }
+}
+
+void MethodMatcher::addMethodPatternRule(const char16_t* pattern) {
+    if (pattern != nullptr) {
+        patterns.emplace_back(pattern);
+    }
+}
+
+bool MethodMatcher::matchMethod(IMetaDataContext* context) {
+    if (matchAll) {
+        return true;
+    }
+    char16_t* name = nullptr;
+    if (SUCCEEDED(context->getMethodName(&name)) && methods.contains(name)) {
+        return true;
+    }
+    if (!annotations.empty()) {
+        char16_t** assemblies = nullptr;
+        char16_t** classes = nullptr;
+        unsigned int count = 0;
+        if (SUCCEEDED(context->getMethodAttributes(&assemblies, &classes, &count))) {
+            for (unsigned int i = count; i-- > 0;) {
+                if (!findInClassSets(annotations, assemblies[i], classes[i])) {
+                    continue;
+                }
+                char16_t* assembly = nullptr;
+                char16_t* className = nullptr;
+                if (FAILED(context->getClassName(&assembly, &className))) {
+                    return true;
+                }
+                return !matchFurtherVerifyAnnotationRule(className, assembly);
+            }
+        }
+    }
+    if (!patterns.empty()) {
+        if (FAILED(context->getMethodName(&name))) {
+            return false;
+        }
+        const std::u16string text(name);
+        for (const Glob& pattern : patterns) {
+            if (pattern.match(text)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool MethodMatcher::matchFurtherVerifyAnnotationRule(char16_t* className, char16_t* assemblyName) {
+    if (className == nullptr || assemblyName == nullptr) {
+        return false;
+    }
+    auto found = annotationExclusions.find(className);
+    return found != annotationExclusions.end() && found->second == assemblyName;
+}
+
+void MethodMatcher::logMethods(FILE* stream) const {
+    if (matchAll) {
+        fprintf_u16(stream, u"\t* All Methods *\n");
+    }
+    methods.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tmethod: %s\n", item); });
+    annotations.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tmethod annotations: %s\n", item); });
+    for (const Glob& pattern : patterns) {
+        fprintf_u16(stream, u"\tmethod pattern: %s\n", pattern.pattern().c_str());
+    }
+}

@@ -1,0 +1,39 @@
+// The method matcher of a directive group, and of each method-of-class rule
+// of a skip filter.
+#pragma once
+
+#include <cstdio>
+#include <list>
+#include <map>
+#include <string>
+
+#include "platform/Glob.h"
+#include "policy/ClassSet.h"
+#include "policy/IMethodMatcher.h"
+
+class MethodMatcher : public IMethodMatcher {
+public:
+    MethodMatcher();
+
+    void addAllMethodsRule() override;
+    void addMethodRule(const char16_t* method) override;
+    void addMethodAnnotationRule(const char16_t* attribute) override;
+    void addMethodPatternRule(const char16_t* pattern) override;
+
+    // Once an attribute rule fires, it alone decides: an excluded class makes
+    // the answer no without trying the pattern rules.
+    bool matchMethod(IMetaDataContext* context) override;
+
+    // True if the attribute rule must not select methods of this class in this
+    // assembly. Both names are compared exactly.
+    bool matchFurtherVerifyAnnotationRule(char16_t* className, char16_t* assemblyName);
+    // One line a rule, for diagnostics.
+    void logMethods(FILE* stream) const;
+
+private:
+    bool matchAll = false;
+    WCharSet methods;
+    ClassSet annotations;
+    std::list<Glob> patterns;
+    std::map<std::u16string, std::u16string> annotationExclusions;
+};

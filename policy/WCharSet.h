@@ -1,0 +1,43 @@
+// A set of 16-bit strings that owns its text and is looked up with plain
+// pointers, so that a test against a name from the metadata context builds no
+// string object.
+//
+// Members are ordered by wcsless, under which a string and each of its
+// extensions are one key: a set holding "N.C" answers yes for "N.CX" and for
+// "N". The empty string would be equal to every key under that ordering and
+// break the tree; it is kept beside the tree and equals only itself.
+//
+// Filled while directives load, then only read; no lock.
+#pragma once
+
+#include <cstddef>
+#include <set>
+#include <string>
+
+#include "platform/Text16.h"
+
+class WCharSet {
+public:
+    // Copies text; a key equal to a member leaves the set as it is.
+    void insert(const char16_t* text);
+    bool contains(const char16_t* text) const;
+    size_t size() const { return items.size() + (holdsEmpty ? 1 : 0); }
+    bool empty() const { return size() == 0; }
+    void clear();
+
+    // Calls visit(const char16_t*) for each member in order, the empty one first.
+    template <typename Visit>
+    void forEach(Visit visit) const {
+        if (holdsEmpty) {
+            visit(u"");
+        }
+        for (const char16_t* item : items) {
+            visit(item);
+        }
+    }
+
+private:
+    std::set<const char16_t*, wcsless> items;
+    std::set<std::u16string> storage;
+    bool holdsEmpty = false;
+};
