@@ -1,9 +1,10 @@
 // The policy object of one runtime: the switches read from the properties, the
 // native log, the application decision, directive loading and the method
-// decision. The member definitions are spread over three sources:
+// decision. The member definitions are spread over four sources:
 // ProfilerController.cpp (set-up, switches, log), ProfilerControllerApplication.cpp
-// (which process this is and whether it is monitored) and
-// ProfilerControllerDirectives.cpp (directive loading and method decisions).
+// (which process this is and whether it is monitored),
+// ProfilerControllerDirectives.cpp (which directive files are read) and
+// ProfilerControllerMethods.cpp (the decisions on methods).
 //
 // No lock of its own: see IProfilerController.h.
 #pragma once
@@ -15,6 +16,7 @@
 
 #include "platform/AutoPointer.h"
 #include "platform/DirectorySearch.h"
+#include "policy/IDirectiveController.h"
 #include "policy/IProfilerController.h"
 #include "policy/IProperties.h"
 
@@ -103,6 +105,7 @@ private:
     AutoPointer<Text> processName;
     AutoPointer<Text> appPoolName;
     IProperties* properties = nullptr;
+    AutoPointer<IDirectiveController> directives;
     std::map<unsigned long, int> compiledMethods;
     bool logMethodBytes = false;
     bool logUninstrumentedMethods = false;
