@@ -1,0 +1,81 @@
+// Real assemblies for the directive engine: the test assembly PolicyShapes
+// (a small shop with interfaces, attributes, generics and nested types), the
+// core library and others, read through the hosted runtime. The context is
+// positioned on a method as the JIT path does, through a function id.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+#include "SteeredContext.h"
+#include "metadata/IMetaDataContext.h"
+#include "policy/IDirectiveController.h"
+#include "support/HostedRuntime.h"
+#include "support/ProfilerInfoDouble.h"
+#include "support/RealAssemblies.h"
+
+class PolicyFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
+        info = ProfilerInfoDouble::newInstance();
+        shop = info->addModule(RealAssemblies::testAsset("PolicyShapes"));
+        ASSERT_NE(shop, 0u) << "cannot open " << RealAssemblies::testAsset("PolicyShapes");
+        real.reset(IMetaDataContext::newInstance(info));
+        context = std::make_unique<SteeredContext>(real.get());
+    }
+
+    ModuleID module(const std::string& path) {
+        ModuleID id = info->addModule(path);
+        EXPECT_NE(id, 0u) << "cannot open " << path;
+        return id;
+    }
+
+    mdTypeDef typeIn(ModuleID where, std::initializer_list<const char16_t*> path) {
+        mdTypeDef type = 0;
+        for (const char16_t* name : path) {
+            type = RealAssemblies::findType(info->importOf(where), name, type);
+        }
+        return type;
+    }
+
+    mdMethodDef methodIn(ModuleID where, std::initializer_list<const char16_t*> path, const char16_t* method) {
+        return RealAssemblies::findMethod(info->importOf(where), typeIn(where, path), method);
+    }
+
+    // Positions the context on a method; the ClassID follows the type, so
+    // that methods of one class share it.
+    IMetaDataContext* at(ModuleID where, std::initializer_list<const char16_t*> path, const char16_t* method) {
+        mdMethodDef token = methodIn(where, path, method);
+        EXPECT_NE(token, 0u) << "no method " << RealAssemblies::narrow(method) << " in "
+                             << RealAssemblies::narrow(*(path.end() - 1));
+        EXPECT_EQ(context->setFunction(info->addFunction(where, token)), S_OK);
+        context->classID = where + typeIn(where, path);
+        return context.get();
+    }
+
+    IMetaDataContext* at(std::initializer_list<const char16_t*> path, const char16_t* method) {
+        return at(shop, path, method);
+    }
+
+    // Positions the context on every method of every type of a module in
+    // turn, as a module scan does: no function id, ClassID 0.
+    void forEachMethod(ModuleID where, const std::function<void(IMetaDataContext*)>& visit);
+
+    // A controller that has read text as a directive file.
+    std::unique_ptr<IDirectiveController> directives(const std::string& text, HRESULT* status = nullptr,
+                                                     FILE* log = nullptr);
+
+    // Whatever was written to a temporary log file.
+    static std::string contents(FILE* stream);
+
+    AutoCOMPointer<ProfilerInfoDouble> info;
+    ModuleID shop = 0;
+    std::unique_ptr<IMetaDataContext> real;
+    std::unique_ptr<SteeredContext> context;
+};
