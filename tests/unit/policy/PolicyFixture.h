@@ -11,6 +11,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "SteeredContext.h"
 #include "metadata/IMetaDataContext.h"
@@ -20,6 +21,10 @@
 #include "support/RealAssemblies.h"
 
 class PolicyFixture : public ::testing::Test {
+public:
+    // Whatever was written to a temporary log file.
+    static std::string contents(FILE* stream);
+
 protected:
     void SetUp() override {
         ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
@@ -64,15 +69,27 @@ protected:
     }
 
     // Positions the context on every method of every type of a module in
-    // turn, as a module scan does: no function id, ClassID 0.
-    void forEachMethod(ModuleID where, const std::function<void(IMetaDataContext*)>& visit);
+    // turn, as a module scan does: no function id, and ClassID 0 unless each
+    // type is to have one of its own.
+    void forEachMethod(ModuleID where, const std::function<void(IMetaDataContext*)>& visit,
+                       bool withClassIds = false);
+
+    // Names of the groups in each list of the controller's account of the method.
+    struct Account {
+        bool skippedGlobally = false;
+        std::vector<std::string> skipped;
+        std::vector<std::string> matched;
+        std::vector<std::string> unmatched;
+    };
+    static Account account(IDirectiveController& controller, IMetaDataContext* method);
+    // The decision without the match cache.
+    static bool selects(IDirectiveController& controller, IMetaDataContext* method);
+    // Reads one more line into a controller.
+    static HRESULT line(IDirectiveController& controller, const std::string& text);
 
     // A controller that has read text as a directive file.
     std::unique_ptr<IDirectiveController> directives(const std::string& text, HRESULT* status = nullptr,
                                                      FILE* log = nullptr);
-
-    // Whatever was written to a temporary log file.
-    static std::string contents(FILE* stream);
 
     AutoCOMPointer<ProfilerInfoDouble> info;
     ModuleID shop = 0;

@@ -1,0 +1,382 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "PolicyFixture.h"
+#include "policy/ClassMethodFilter.h"
+#include "policy/DirectiveController.h"
+#include "runtime/CorErrors.h"
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using DirectiveLanguage = PolicyFixture;
+
+namespace {
+
+std::vector<std::string> groupNames(IDirectiveController& controller) {
+    std::vector<std::string> all;
+    for (auto& [name, group] : static_cast<DirectiveController&>(controller).getGroups()) {
+        all.push_back(RealAssemblies::narrow(name.c_str()));
+    }
+    return all;
+}
+
+std::string globalFilterLog(IDirectiveController& controller, bool dynamic = false) {
+    FILE* log = tmpfile();
+    auto* filter = static_cast<ClassMethodFilter*>(dynamic ? controller.getDynamicInstrumentationSkips()
+                                                           : controller.getSkips());
+    filter->logFilter(log);
+    std::string text = PolicyFixture::contents(log);
+    fclose(log);
+    return text;
+}
+
+const char* const kEverything =
+    "IdentifyAllClassesAs: All\n"
+    "TraceAllMethodsIfFlagged: All\n"
+    "TurnOn: All\n";
+
+}  // namespace
+
+TEST_F(DirectiveLanguage, GlobalSkipsVetoEveryFlag) {
+    auto controller = directives(std::string(kEverything) +
+                                 "SkipAssembly: Other\n"
+                                 "SkipNamespace: Billing.Internal\n"
+                                 "SkipClass: Shop.Invoice\n"
+                                 "SkipMethodForClass: Shop.Order Place\n"
+                                 "DoNotSkipMethodForClass: Shop.Invoice Issue\n"
+                                 "SkipNamespacePrefix: Microsoft\n"
+                                 "SkipEmptyClasses\n");
+    EXPECT_TRUE(selects(*controller, at({u"Shop.Order"}, u"GetName")));
+    EXPECT_FALSE(selects(*controller, at({u"Shop.Order"}, u"Place")));
+    EXPECT_TRUE(selects(*controller, at({u"Shop.OrderItem"}, u"Total")));
+    EXPECT_FALSE(selects(*controller, at({u"Billing.Internal.Ledger"}, u"Post")));
+    EXPECT_FALSE(selects(*controller, at({u"Shop.Invoice"}, u"Cancel")));
+    EXPECT_TRUE(selects(*controller, at({u"Shop.Invoice"}, u"Issue")));
+    EXPECT_FALSE(selects(*controller, at({u"Microsoft.AspNetCore.Mvc.Controller"}, u"View")));
+    EXPECT_TRUE(selects(*controller, at({u"Program"}, u"Main")));
+
+    auto prefix = directives(std::string(kEverything) + "SkipAssemblyPrefix: Policy\n");
+    EXPECT_FALSE(selects(*prefix, at({u"Shop.Order"}, u"GetName")));
+    auto exception = directives(std::string(kEverything) +
+                                "SkipAssembly: PolicyShapes\n"
+                                "DoNotSkipClass: Shop.Cart\n");
+    EXPECT_TRUE(selects(*exception, at({u"Shop.Cart`1"}, u"Add")));
+    EXPECT_FALSE(selects(*exception, at({u"Shop.Order"}, u"GetName")));
+    ModuleID coreLib = module(RealAssemblies::coreLibPath());
+    EXPECT_TRUE(selects(*exception, at(coreLib, {u"System.String"}, u"Concat")));
+}
+
+TEST_F(DirectiveLanguage, DynamicInstrumentationSkipsFillOnlyTheirFilter) {
+    struct Case {
+        const char* text;
+        const char16_t* type;
+        const char16_t* method;
+        bool skipped;
+    };
+    const Case cases[] = {
+        {"SkipDynamicInstrumentationAssembly: PolicyShapes\n", u"Shop.Order", u"Place", true},
+        {"SkipDynamicInstrumentationAssemblyPrefix: [Poli\n", u"Shop.Order", u"Place", true},
+        {"SkipDynamicInstrumentationNamespace: Shop\n", u"Shop.Order", u"Place", true},
+        {"SkipDynamicInstrumentationNamespace: Shop\n", u"Billing.Internal.Ledger", u"Post", false},
+        {"SkipDynamicInstrumentationNamespacePrefix: Bill\n", u"Billing.Internal.Ledger", u"Post", true},
+        {"SkipDynamicInstrumentationClass: Shop.Invoice\n", u"Shop.Invoice", u"Issue", true},
+        {"SkipDynamicInstrumentationClass: Shop.Invoice\n", u"Shop.Order", u"Place", false},
+        {"SkipDynamicInstrumentationMethodForClass: Shop.Order Place\n", u"Shop.Order", u"Place", true},
+        {"SkipDynamicInstrumentationMethodForClass: Shop.Order Place\n", u"Shop.Order", u"Dispose", false},
+        {"SkipDynamicInstrumentationAssembly: PolicyShapes\nDoNotSkipDynamicInstrumentationClass: Shop.Order\n",
+         u"Shop.Order", u"Place", false},
+        {"SkipDynamicInstrumentationAssembly: PolicyShapes\n"
+         "DoNotSkipDynamicInstrumentationMethodForClass: Shop.Order Dispose\n",
+         u"Shop.Order", u"Dispose", false},
+        {"SkipDynamicInstrumentationAssembly: PolicyShapes\n"
+         "DoNotSkipDynamicInstrumentationMethodForClass: Shop.Order Dispose\n",
+         u"Shop.Order", u"Place", true},
+    };
+    for (const Case& test : cases) {
+        auto controller = directives(std::string(kEverything) + test.text);
+        IMetaDataContext* method = at({test.type}, test.method);
+        EXPECT_EQ(controller->getDynamicInstrumentationSkips()->skipClassMethod(method), test.skipped) << test.text;
+        EXPECT_FALSE(controller->getSkips()->skipClassMethod(method)) << test.text;
+        EXPECT_TRUE(selects(*controller, method)) << test.text;
+    }
+    auto empty = directives("SkipDynamicInstrumentationEmptyClasses\n");
+    EXPECT_EQ(globalFilterLog(*empty, true), "\t ! class: \n");
+    EXPECT_EQ(globalFilterLog(*empty), "");
+}
+
+TEST_F(DirectiveLanguage, FlagSkipsExcludeFromTheirFlagOnly) {
+    auto controller = directives(
+        "IdentifyAssemblyAs: PolicyShapes A\n"
+        "TraceAllMethodsIfFlagged: A\n"
+        "TurnOn: A\n"
+        "IdentifyClassAs: Shop.Order B\n"
+        "TraceAllMethodsIfFlagged: B\n"
+        "TurnOn: B\n"
+        "SkipClassForFlag: Shop.Order A\n"
+        "SkipNamespaceForFlag: Billing.Internal A\n"
+        "SkipNamespacePrefixForFlag: Microsoft A\n"
+        "SkipMethodForFlag: A Refund\n");
+    EXPECT_THAT(account(*controller, at({u"Shop.Order"}, u"Place")).skipped, ElementsAre("A"));
+    EXPECT_THAT(account(*controller, at({u"Shop.Order"}, u"Place")).matched, ElementsAre("B"));
+    EXPECT_TRUE(selects(*controller, at({u"Shop.Order"}, u"Place")));
+    EXPECT_FALSE(selects(*controller, at({u"Billing.Internal.Ledger"}, u"Post")));
+    EXPECT_FALSE(selects(*controller, at({u"Microsoft.AspNetCore.Mvc.Controller"}, u"Index")));
+    // The flag stands first in SkipMethodForFlag.
+    EXPECT_FALSE(selects(*controller, at({u"Shop.PaymentBase"}, u"Refund")));
+    EXPECT_TRUE(selects(*controller, at({u"Shop.CardPayment"}, u"Pay")));
+    EXPECT_EQ(controller->getDirectiveGroup(u"Refund"), nullptr);
+
+    for (const char* skip : {"SkipAssemblyForFlag: PolicyShapes A\n", "SkipAssemblyPrefixForFlag: [Policy A\n"}) {
+        auto assembly = directives(std::string("IdentifyAssemblyAs: PolicyShapes A\nTraceAllMethodsIfFlagged: A\n"
+                                               "TurnOn: A\n") + skip);
+        Account seen = account(*assembly, at({u"Program"}, u"Main"));
+        EXPECT_THAT(seen.skipped, ElementsAre("A")) << skip;
+        EXPECT_FALSE(seen.skippedGlobally);
+    }
+}
+
+TEST_F(DirectiveLanguage, FlagStateFollowsTheLastTurnAndTheLabelledForm) {
+    auto controller = directives(
+        "SetFlag: F\n"
+        "IdentifyClassAs: Shop.Order F\n"
+        "TraceOneMethodIfFlagged: F Place\n");
+    EXPECT_FALSE(selects(*controller, at({u"Shop.Order"}, u"Place")));
+    EXPECT_EQ(line(*controller, "TurnOn: F"), S_OK);
+    EXPECT_TRUE(selects(*controller, at({u"Shop.Order"}, u"Place")));
+    EXPECT_FALSE(selects(*controller, at({u"Shop.Order"}, u"Dispose")));
+    EXPECT_EQ(line(*controller, "TurnOff: F"), S_OK);
+    EXPECT_FALSE(selects(*controller, at({u"Shop.Order"}, u"Place")));
+    EXPECT_EQ(line(*controller, "TurnOn: F"), S_OK);
+    EXPECT_TRUE(selects(*controller, at({u"Shop.Order"}, u"Place")));
+
+    // TurnOff alone does not declare the flag.
+    auto off = directives("TurnOff: G\n");
+    ASSERT_NE(off->getDirectiveGroup(u"G"), nullptr);
+    EXPECT_FALSE(off->getDirectiveGroup(u"G")->isCreated());
+    EXPECT_TRUE(off->getDirectiveGroup(u"G")->wasActiveSet());
+
+    // The labelled form turns on a flag that is not yet created...
+    auto labelled = directives("TurnOff: F\nTraceOneMethodWithlabelOfClass: Shop.Order Place label F\n");
+    EXPECT_TRUE(selects(*labelled, at({u"Shop.Order"}, u"Place")));
+    // ...or created but never turned, and leaves one turned off after creation off.
+    auto declared = directives("SetFlag: F\nTraceOneMethodWithlabelOfClass: Shop.Order Place label F\n");
+    EXPECT_TRUE(selects(*declared, at({u"Shop.Order"}, u"Place")));
+    auto turnedOff = directives("SetFlag: F\nTurnOff: F\nTraceOneMethodWithlabelOfClass: Shop.Order Place x F\n");
+    EXPECT_FALSE(selects(*turnedOff, at({u"Shop.Order"}, u"Place")));
+    EXPECT_THAT(groupNames(*turnedOff), ElementsAre("F"));
+}
+
+TEST_F(DirectiveLanguage, ClassSelectionKeywords) {
+    std::string text;
+    for (const char* flag : {"All", "Asm", "Cls", "Inh", "Ann", "Pat"}) {
+        text += std::string("TraceAllMethodsIfFlagged: ") + flag + "\nTurnOn: " + flag + "\n";
+    }
+    auto controller = directives(text +
+                                 "IdentifyAllClassesAs: All\n"
+                                 "IdentifyAssemblyAs: PolicyShapes Asm\n"
+                                 "IdentifyClassAs: Shop.Invoice Cls\n"
+                                 "IdentifyInheritedAs: Shop.IRepository Inh\n"
+                                 "IdentifyInheritedAs: Shop.Order Inh\n"
+                                 "IdentifyAnnotatedClassAs: Shop.AuditedAttribute Ann\n"
+                                 "IdentifyMatchingClassesAs: Billing.* Pat\n");
+    EXPECT_THAT(account(*controller, at({u"Shop.Invoice"}, u"Cancel")).matched, ElementsAre("All", "Ann", "Asm", "Cls"));
+    EXPECT_THAT(account(*controller, at({u"Shop.OrderRepository"}, u"Load")).matched, ElementsAre("All", "Asm", "Inh"));
+    EXPECT_THAT(account(*controller, at({u"Shop.SpecialOrder"}, u"Upgrade")).matched, ElementsAre("All", "Asm", "Inh"));
+    EXPECT_THAT(account(*controller, at({u"Shop.VerySpecialOrder"}, u"Celebrate")).matched, ElementsAre("All", "Asm"));
+    EXPECT_THAT(account(*controller, at({u"Billing.Internal.Ledger"}, u"Post")).matched, ElementsAre("All", "Asm", "Pat"));
+    ModuleID coreLib = module(RealAssemblies::coreLibPath());
+    Account string = account(*controller, at(coreLib, {u"System.String"}, u"Concat"));
+    EXPECT_THAT(string.matched, ElementsAre("All"));
+    EXPECT_THAT(string.unmatched, ElementsAre("Ann", "Asm", "Cls", "Inh", "Pat"));
+}
+
+TEST_F(DirectiveLanguage, MethodSelectionKeywords) {
+    const char* const all[] = {"TraceAllMethodsIfFlagged", "TraceAllMethodsWithParametersIfFlagged",
+                               "TraceAllMethodsWithThresholdIfFlagged", "TraceAllComplexMethodsIfFlagged",
+                               "TraceAllComplexMethodsWithThresholdIfFlagged", "TraceComplexMethodsIfFlagged",
+                               "TraceComplexMethodsWithParametersIfFlagged",
+                               "TraceComplexMethodsWithThresholdIfFlagged"};
+    for (const char* keyword : all) {
+        auto controller = directives(std::string("IdentifyClassAs: Shop.Invoice F\nTurnOn: F\n") + keyword + ": F\n");
+        EXPECT_TRUE(selects(*controller, at({u"Shop.Invoice"}, u"Cancel"))) << keyword;
+        EXPECT_FALSE(selects(*controller, at({u"Shop.Order"}, u"Place"))) << keyword;
+    }
+    for (const char* keyword : {"TraceOneMethodIfFlagged", "TraceOneMethodWithParametersIfFlagged",
+                                "TraceOneMethodWithThresholdIfFlagged"}) {
+        auto controller = directives(std::string("IdentifyClassAs: Shop.Order F\nTurnOn: F\n") + keyword +
+                                     ": F Get;()Ljava/lang/String;\n");
+        EXPECT_TRUE(selects(*controller, at({u"Shop.Order"}, u"GetName"))) << keyword;
+        EXPECT_TRUE(selects(*controller, at({u"Shop.Order"}, u"G"))) << keyword;
+        EXPECT_FALSE(selects(*controller, at({u"Shop.Order"}, u"Place"))) << keyword;
+    }
+    for (const char* keyword : {"TraceAnnotatedMethodsIfFlagged", "TraceAnnotatedMethodsWithParametersIfFlagged"}) {
+        auto controller = directives(std::string("IdentifyAssemblyAs: PolicyShapes F\nTurnOn: F\n") + keyword +
+                                     ": F Shop.AuditedAttribute\n");
+        EXPECT_TRUE(selects(*controller, at({u"Shop.Invoice"}, u"Issue"))) << keyword;
+        EXPECT_FALSE(selects(*controller, at({u"Shop.Invoice"}, u"Cancel"))) << keyword;
+    }
+    auto pattern = directives("IdentifyAssemblyAs: PolicyShapes F\nTurnOn: F\n"
+                              "TraceMatchingMethodsWithParametersIfFlagged: F *ncel\n");
+    EXPECT_TRUE(selects(*pattern, at({u"Shop.Invoice"}, u"Cancel")));
+    EXPECT_FALSE(selects(*pattern, at({u"Shop.Invoice"}, u"Issue")));
+
+    // Class rules alone or method rules alone select nothing.
+    auto classOnly = directives("IdentifyClassAs: Shop.Order F\nTurnOn: F\n");
+    auto methodOnly = directives("TraceAllMethodsIfFlagged: F\nTurnOn: F\n");
+    EXPECT_FALSE(selects(*classOnly, at({u"Shop.Order"}, u"Place")));
+    EXPECT_FALSE(selects(*methodOnly, at({u"Shop.Order"}, u"Place")));
+}
+
+TEST_F(DirectiveLanguage, OneLineFormsMakeLiveAnonymousGroups) {
+    struct Case {
+        const char* text;
+        const char16_t* type;
+        const char16_t* method;
+        bool selected;
+    };
+    const Case cases[] = {
+        {"TraceAllMethodsOfClass: Shop.Invoice", u"Shop.Invoice", u"Cancel", true},
+        {"TraceAllMethodsWithThresholdOfClass: Shop.Invoice", u"Shop.Invoice", u"Issue", true},
+        {"TraceAllMethodsOfClass: [Other]Shop.Invoice", u"Shop.Invoice", u"Issue", false},
+        {"TraceAllMethodsIfInherits: Shop.PaymentBase", u"Shop.CardPayment", u"Pay", true},
+        {"TraceAllMethodsIfInherits: Shop.PaymentBase", u"Shop.PaymentBase", u"Refund", false},
+        {"TraceOneMethodOfClass: Shop.Invoice Issue", u"Shop.Invoice", u"Issue", true},
+        {"TraceOneMethodOfClass: Shop.Invoice Issue", u"Shop.Invoice", u"Cancel", false},
+        {"TraceOneMethodWithParametersOfClass: Shop.Invoice Issue", u"Shop.Invoice", u"Issue", true},
+        {"TraceOneMethodWithThresholdOfClass: Shop.Invoice Issue", u"Shop.Invoice", u"Issue", true},
+        {"TraceOneMethodIfInherits: Shop.IRepository Save", u"Shop.OrderRepository", u"Save", true},
+        {"TraceOneMethodIfInherits: Shop.IRepository Save", u"Shop.OrderRepository", u"Load", false},
+        {"TraceOneMethodWithParametersIfInherits: Shop.IRepository Save", u"Shop.OrderRepository", u"Save", true},
+    };
+    for (const Case& test : cases) {
+        auto controller = directives(std::string(test.text) + "\n");
+        EXPECT_EQ(selects(*controller, at({test.type}, test.method)), test.selected) << test.text;
+        EXPECT_THAT(groupNames(*controller), ElementsAre("Anonymous_0")) << test.text;
+    }
+
+    // Every repetition makes a group of its own; the groups are asked in the
+    // order of their names' code units.
+    std::string twelve;
+    for (int i = 0; i < 12; ++i) {
+        twelve += "TraceOneMethodOfClass: Shop.Order Place\n";
+    }
+    auto controller = directives(twelve);
+    EXPECT_THAT(account(*controller, at({u"Shop.Order"}, u"Place")).matched,
+                ElementsAre("Anonymous_0", "Anonymous_1", "Anonymous_10", "Anonymous_11", "Anonymous_2",
+                            "Anonymous_3", "Anonymous_4", "Anonymous_5", "Anonymous_6", "Anonymous_7",
+                            "Anonymous_8", "Anonymous_9"));
+}
+
+TEST_F(DirectiveLanguage, IgnoredKeywordsBuildNothing) {
+    HRESULT status = E_FAIL;
+    auto controller = directives(
+        "IdentifyFlagAs: X Y\n"
+        "IdentifyTwoFlagIntersectionAsAggregateFlag: X Y Z\n"
+        "IdentifyTwoFlagUnionAsAggregateFlag: X Y Z\n"
+        "InstrumentationPoint: X\n"
+        "NoticeConstructorCompletionIfFlagged: X\n"
+        "NoticeFieldAssignmentIfFlagged: X\n"
+        "NoticeObjectCreationIfFlagged: X\n"
+        "SubstituteResultIfFlagged\n",
+        &status);
+    EXPECT_EQ(status, S_OK);
+    EXPECT_THAT(groupNames(*controller), IsEmpty());
+    EXPECT_EQ(globalFilterLog(*controller), "");
+
+    // An aggregate's name turned on is an empty group that selects nothing.
+    auto aggregate = directives(std::string(kEverything) +
+                                "IdentifyTwoFlagUnionAsAggregateFlag: All Other Both\n"
+                                "TurnOn: Both\n");
+    EXPECT_THAT(account(*aggregate, at({u"Shop.Order"}, u"Place")).unmatched, ElementsAre("Both"));
+}
+
+TEST_F(DirectiveLanguage, KeywordsCompareOverTheirOwnLength) {
+    auto shortSkip = directives(std::string(kEverything) + "Skip: PolicyShapes\n");
+    EXPECT_FALSE(selects(*shortSkip, at({u"Shop.Order"}, u"Place")));
+    auto shortSet = directives("Set: F\n");
+    ASSERT_NE(shortSet->getDirectiveGroup(u"F"), nullptr);
+    EXPECT_TRUE(shortSet->getDirectiveGroup(u"F")->isCreated());
+    EXPECT_FALSE(shortSet->getDirectiveGroup(u"F")->wasActiveSet());
+    auto shortTrace = directives("IdentifyClassAs: Shop.Order F\nTurnOn: F\nTrace: F\n");
+    EXPECT_TRUE(selects(*shortTrace, at({u"Shop.Order"}, u"Place")));
+    // An earlier constant wins: the extra token is ignored, no group is made.
+    auto extra = directives(std::string(kEverything) + "SkipAssembly: PolicyShapes F\n");
+    EXPECT_FALSE(selects(*extra, at({u"Shop.Order"}, u"Place")));
+    EXPECT_EQ(extra->getDirectiveGroup(u"F"), nullptr);
+    // Too few arguments for SkipClassForFlag: the line is unknown, not SkipClass.
+    auto shortLine = directives(std::string(kEverything) + "SkipClassForFlag: Shop.Order\n");
+    EXPECT_TRUE(selects(*shortLine, at({u"Shop.Order"}, u"Place")));
+
+    auto spaced = directives("  SetFlag : F\n\tTurnOn:G\n");
+    EXPECT_THAT(groupNames(*spaced), ElementsAre("F", "G"));
+    auto colons = directives("IdentifyClassAs: [PolicyShapes]Shop.Order F:x\n");
+    EXPECT_THAT(groupNames(*colons), ElementsAre("F:x"));
+    auto alone = directives("SkipEmptyClasses\n");
+    EXPECT_EQ(globalFilterLog(*alone), "\t ! class: \n");
+
+    for (const char* unknown : {"setflag: F\n", "SetFlag F\n", "SetFlag:\n", "#SetFlag: F\n", "   # SetFlag: F\n",
+                                "IdentifyClassAs: Foo\n", "SetFlags: F\n"}) {
+        HRESULT status = E_FAIL;
+        auto controller = directives(unknown, &status);
+        EXPECT_EQ(status, S_OK) << unknown;
+        EXPECT_THAT(groupNames(*controller), IsEmpty()) << unknown;
+    }
+}
+
+TEST_F(DirectiveLanguage, BadInputLeavesWhatEarlierLinesBuilt) {
+    const std::string base = std::string(kEverything) +
+                             "SkipClass: Shop.Invoice\n"
+                             "TraceOneMethodOfClass: Billing.Internal.Ledger Post\n"
+                             "SetFlag: Off\n"
+                             "IdentifyClassAs: Shop.Order Off\n"
+                             "TraceAllMethodsIfFlagged: Off\n";
+    std::ifstream dll(RealAssemblies::testAsset("PolicyShapes"), std::ios::binary);
+    std::string binary((std::istreambuf_iterator<char>(dll)), std::istreambuf_iterator<char>());
+    ASSERT_GT(binary.size(), 1000u);
+    const std::string bad[] = {
+        binary,
+        std::string(5000, 'x') + "\n",
+        std::string(3000, ':') + "\n",
+        ":::: ::\n::",
+        "NoSuchKeyword: a b c d e\n",
+        "IdentifyClassAs: Shop.Invoice\n",
+        "TraceOneMethodWithlabelOfClass: Shop.Invoice Issue label\n",
+        "TraceOneMethodOfClass: Shop.Invoice\n",
+        "TurnOn\n",
+        std::string("\xff\xfe\x00SetFlag: Z\n", 13),
+        std::string("\x01\x80\xc3\xa9: \xff\xff\n"),
+    };
+    struct Probe {
+        const char16_t* type;
+        const char16_t* method;
+    };
+    const Probe probes[] = {{u"Shop.Order", u"Place"}, {u"Shop.Invoice", u"Issue"},
+                            {u"Billing.Internal.Ledger", u"Post"}, {u"Program", u"Main"}};
+    auto reference = directives(base);
+    for (const std::string& input : bad) {
+        HRESULT status = E_FAIL;
+        auto controller = directives(base + input, &status);
+        EXPECT_EQ(status, S_OK);
+        EXPECT_EQ(groupNames(*controller), groupNames(*reference));
+        EXPECT_EQ(globalFilterLog(*controller), globalFilterLog(*reference));
+        for (const Probe& probe : probes) {
+            Account got = account(*controller, at({probe.type}, probe.method));
+            Account expected = account(*reference, at({probe.type}, probe.method));
+            EXPECT_EQ(got.skippedGlobally, expected.skippedGlobally);
+            EXPECT_EQ(got.matched, expected.matched);
+            EXPECT_EQ(got.unmatched, expected.unmatched);
+        }
+    }
+    EXPECT_EQ(directives("")->getDirectiveGroup(u"All"), nullptr);
+}
+
+TEST_F(DirectiveLanguage, OverlongLineArrivesInPieces) {
+    // The read stops after 2047 units; what follows is read as a line of its own.
+    auto controller = directives("SetFlag: " + std::string(2047 - 9, 'x') + "TurnOn: Hidden\n");
+    EXPECT_THAT(groupNames(*controller), ElementsAre("Hidden", std::string(2047 - 9, 'x')));
+    EXPECT_TRUE(controller->getDirectiveGroup(u"Hidden")->isActive());
+}
