@@ -1,0 +1,25 @@
+#include "rewrite/BaseTokenGetter.h"
+
+#include "runtime/Guids.h"
+
+HRESULT BaseTokenGetter::getToken(unsigned long moduleID, unsigned int* token) {
+    ModuleMetaData metadata;
+    metadata.moduleID = moduleID;
+    HRESULT hr = info->GetModuleMetaData(moduleID, 0, IID_IMetaDataImport,
+                                         reinterpret_cast<IUnknown**>(&metadata.import));
+    if (SUCCEEDED(hr)) {
+        hr = metadata.import->QueryInterface(IID_IMetaDataEmit, reinterpret_cast<void**>(&metadata.emit));
+    }
+    if (SUCCEEDED(hr)) {
+        hr = metadata.import->QueryInterface(IID_IMetaDataAssemblyImport,
+                                             reinterpret_cast<void**>(&metadata.assemblyImport));
+    }
+    if (SUCCEEDED(hr)) {
+        hr = metadata.import->QueryInterface(IID_IMetaDataAssemblyEmit,
+                                             reinterpret_cast<void**>(&metadata.assemblyEmit));
+    }
+    if (SUCCEEDED(hr)) {
+        hr = getToken(metadata, token);
+    }
+    return hr;
+}

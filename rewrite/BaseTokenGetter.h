@@ -1,0 +1,20 @@
+// The common shape of the descriptive token getters: gather the module's
+// metadata interfaces, then resolve. One object serves whichever of the three
+// interfaces its holder needs.
+#pragma once
+
+#include "rewrite/IMemberTokenGetter.h"
+#include "rewrite/ISignatureTokenGetter.h"
+#include "rewrite/ITypeTokenGetter.h"
+#include "rewrite/ModuleMetaData.h"
+
+class BaseTokenGetter : public ITypeTokenGetter, public IMemberTokenGetter, public ISignatureTokenGetter {
+public:
+    explicit BaseTokenGetter(ICorProfilerInfo* info) : info(info) {}
+
+    HRESULT getToken(unsigned long moduleID, unsigned int* token) override;
+    virtual HRESULT getToken(const ModuleMetaData& metadata, unsigned int* token) = 0;
+
+protected:
+    ICorProfilerInfo* info;
+};

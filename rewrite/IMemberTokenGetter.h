@@ -1,0 +1,25 @@
+// A method described by its class, name and signature, turned into a token of
+// any module on demand: a MethodDef in the module that defines it, else a
+// MemberRef, found or defined.
+//
+// Contract: no lock inside; called where instrumentMethod runs. Destroyed
+// through this interface by its owner.
+#pragma once
+
+#include "runtime/CorProfilerInfo.h"
+#include "runtime/MetaDataStructs.h"
+
+class IMemberTokenGetter {
+public:
+    // The getter behind a caching wrapper; null if it cannot be made. The
+    // arguments are copied.
+    static IMemberTokenGetter* newTokenGetter(ICorProfilerInfo* info, const char16_t* assembly,
+                                              unsigned char* publicKeyToken, unsigned int length,
+                                              ASSEMBLYMETADATA* metadata, const char16_t* className,
+                                              const char16_t* memberName, unsigned char* signature,
+                                              unsigned int signatureLength);
+
+    virtual ~IMemberTokenGetter() = default;
+
+    virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;
+};

@@ -1,0 +1,22 @@
+// Resolves a member of a class in a module: FindMember where the module
+// defines the class, else a MemberRef, found or defined.
+#pragma once
+
+#include <vector>
+
+#include "rewrite/TypeTokenGetter.h"
+
+class MemberTokenGetter : public TypeTokenGetter {
+public:
+    MemberTokenGetter(ICorProfilerInfo* info, const char16_t* assembly, const unsigned char* publicKeyToken,
+                      unsigned int length, const ASSEMBLYMETADATA* metadata, const char16_t* className,
+                      const char16_t* memberName, const unsigned char* signature, unsigned int signatureLength);
+
+    using TypeTokenGetter::getToken;
+    HRESULT getToken(const ModuleMetaData& metadata, unsigned int* token) override;
+
+protected:
+    std::u16string memberName;
+    std::vector<unsigned char> signature;
+    unsigned int signatureLength;
+};

@@ -1,0 +1,159 @@
+#include "rewrite/Profiler.h"
+
+#include <new>
+#include <string>
+
+#include "metadata/CLRUtils.h"
+#include "platform/CoreCLRPAL.h"
+
+namespace {
+
+// An assembly identity: name, public key token, version.
+struct AssemblyIdentity {
+    const char16_t* name;
+    unsigned char token[8];
+    unsigned short version[4];
+};
+
+const AssemblyIdentity kAgent = {u"tarn.Agent", {0x5c, 0x0e, 0x91, 0xa4, 0x7d, 0x23, 0xb6, 0xf8}, {26, 8, 1, 17}};
+const AssemblyIdentity kCoreCLRLibrary = {
+    u"System.Private.CoreLib", {0x7c, 0xec, 0x85, 0xd7, 0xbe, 0xa7, 0x79, 0x8e}, {4, 0, 0, 0}};
+const AssemblyIdentity kDesktopLibrary = {u"mscorlib", {0xb7, 0x7a, 0x5c, 0x56, 0x19, 0x34, 0xe0, 0x89}, {2, 0, 0, 0}};
+const AssemblyIdentity kSystemRuntime = {
+    u"System.Runtime", {0xb0, 0x3f, 0x5f, 0x7f, 0x11, 0xd5, 0x0a, 0x3a}, {4, 0, 0, 0}};
+
+const char16_t kSyntheticShimClass[] = u"com.tarn.harrowlite.fieldmark.dotnet.SyntheticAgentShim";
+const char16_t kAgentShimClass[] = u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim";
+
+struct MemberDescription {
+    const char16_t* name;
+    unsigned char signature[5];
+    unsigned int length;
+};
+
+// In the order of Profiler::TraceMember.
+const MemberDescription kTraceMembers[Profiler::kTraceMemberCount] = {
+    {u"corInitTrace", {0x00, 0x01, 0x08, 0x08}, 4},
+    {u"initTrace", {0x00, 0x01, 0x08, 0x08}, 4},
+    {u"loadTrace", {0x00, 0x00, 0x01}, 3},
+    {u"loadTrace", {0x00, 0x01, 0x01, 0x1C}, 4},
+    {u"pushTrace", {0x00, 0x02, 0x01, 0x08, 0x1C}, 5},
+    {u"startTrace", {0x00, 0x00, 0x01}, 3},
+    {u"finishValueTypeTrace", {0x00, 0x01, 0x01, 0x1C}, 4},
+    {u"finishTrace", {0x00, 0x00, 0x01}, 3},
+    {u"finishTrace", {0x00, 0x01, 0x01, 0x1C}, 4},
+    {u"catchTrace", {0x00, 0x01, 0x01, 0x1C}, 4},
+};
+
+// In the order of Profiler::TraceType; all in the core library but the one
+// that names System.Runtime.
+struct TypeDescription {
+    const char16_t* name;
+    bool inSystemRuntime;
+};
+const TypeDescription kTraceTypes[Profiler::kTraceTypeCount] = {
+    {u"System.Exception", false}, {u"System.ValueType", false}, {u"System.ValueType", true},
+    {u"System.Enum", false},      {u"System.Boolean", false},   {u"System.Char", false},
+    {u"System.SByte", false},     {u"System.Int16", false},     {u"System.Int32", false},
+    {u"System.Int64", false},     {u"System.Byte", false},      {u"System.UInt16", false},
+    {u"System.UInt32", false},    {u"System.UInt64", false},    {u"System.Single", false},
+    {u"System.Double", false},
+};
+
+ASSEMBLYMETADATA versionOf(const AssemblyIdentity& identity) {
+    ASSEMBLYMETADATA metadata{};
+    metadata.usMajorVersion = identity.version[0];
+    metadata.usMinorVersion = identity.version[1];
+    metadata.usBuildNumber = identity.version[2];
+    metadata.usRevisionNumber = identity.version[3];
+    return metadata;
+}
+
+// Where the agent would be installed in the global assembly cache of a
+// desktop runtime; without one the shim is the only way in.
+bool agentMissingFromGAC(FILE* log) {
+    const char16_t* root = _wgetenv(u"SystemRoot");
+    if (root == nullptr) return true;
+    std::u16string path(root);
+    path += u"\\assembly\\GAC_MSIL\\tarn.Agent";
+    if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES) return false;
+    if (log != nullptr) fprintf_8(log, "tarn.Agent was not found int the GAC. Injecting SyntheticAgentShim\n");
+    return true;
+}
+
+}  // namespace
+
+Profiler* Profiler::newInstance(ICorProfilerInfo* info, unsigned int clrVersion, bool isCoreCLR,
+                                IProfilerController* controller) {
+    FILE* log = controller != nullptr ? controller->getNativeLog() : nullptr;
+    int setting = controller != nullptr ? controller->shouldUseSyntheticShim() : E_FAIL;
+    bool synthetic = false;
+    if (clrVersion != 2) {
+        if (setting >= 0) {
+            synthetic = setting == 0;
+        } else if (isCoreCLR) {
+            synthetic = true;
+        } else {
+            synthetic = agentMissingFromGAC(log);
+        }
+    }
+
+    Profiler* profiler = new (std::nothrow) Profiler(info, clrVersion);
+    if (profiler == nullptr) return nullptr;
+    profiler->controller = controller;
+    profiler->log = log;
+    profiler->useSyntheticShim = synthetic;
+    if (FAILED(profiler->createGetters(isCoreCLR))) {
+        delete profiler;
+        return nullptr;
+    }
+    return profiler;
+}
+
+Profiler::Profiler(ICorProfilerInfo* info, unsigned int clrVersion)
+    : info(info),
+      clrVersion(clrVersion),
+      isDotnetCore(CLRUtils::IsDotnetCore(info)),
+      coreLibraryName(isDotnetCore ? kCoreCLRLibrary.name : kDesktopLibrary.name) {}
+
+HRESULT Profiler::createGetters(bool isCoreCLR) {
+    const AssemblyIdentity& coreLibrary = isCoreCLR ? kCoreCLRLibrary : kDesktopLibrary;
+    const AssemblyIdentity& shimAssembly = useSyntheticShim ? coreLibrary : kAgent;
+    const char16_t* shimClass = useSyntheticShim ? kSyntheticShimClass : kAgentShimClass;
+    ASSEMBLYMETADATA shimVersion = versionOf(shimAssembly);
+    for (unsigned int i = 0; i < kTraceMemberCount; ++i) {
+        MemberDescription member = kTraceMembers[i];
+        unsigned char token[8];
+        std::copy(shimAssembly.token, shimAssembly.token + 8, token);
+        memberGetters[i] = IMemberTokenGetter::newTokenGetter(info, shimAssembly.name, token, 8, &shimVersion,
+                                                              shimClass, member.name, member.signature,
+                                                              member.length);
+        if (memberGetters[i].get() == nullptr) return E_OUTOFMEMORY;
+    }
+    for (unsigned int i = 0; i < kTraceTypeCount; ++i) {
+        const AssemblyIdentity& assembly = kTraceTypes[i].inSystemRuntime ? kSystemRuntime : coreLibrary;
+        ASSEMBLYMETADATA version = versionOf(assembly);
+        unsigned char token[8];
+        std::copy(assembly.token, assembly.token + 8, token);
+        typeGetters[i] =
+            ITypeTokenGetter::newTokenGetter(info, assembly.name, token, 8, &version, kTraceTypes[i].name);
+        if (typeGetters[i].get() == nullptr) return E_OUTOFMEMORY;
+    }
+    varGetter = IVarTypeSpecTokenGetter::newTokenGetter(info, ELEMENT_TYPE_VAR);
+    mvarGetter = IVarTypeSpecTokenGetter::newTokenGetter(info, ELEMENT_TYPE_MVAR);
+    valueTypeGetter = IValueTypeSpecTokenGetter::newTokenGetter(info);
+    if (varGetter.get() == nullptr || mvarGetter.get() == nullptr || valueTypeGetter.get() == nullptr) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+HRESULT Profiler::hijackMethod(IMetaDataContext* context) {
+    // Forwarding core-library methods to the agent is not part of this engine
+    // yet; the hub treats the refusal as "not hijacked".
+    return E_NOTIMPL;
+}
+
+void Profiler::clearHistoryForFunction(IMetaDataContext* context) {
+    methodHistory.erase(MethodKey(context->getModuleID(), context->getMethodDef()));
+}

@@ -1,0 +1,169 @@
+// The instrumentation engine. One object per process, owned by the callback
+// hub; no lock of its own: the hub calls it under profilerLock, or on the
+// module-load path one scan at a time. The per-method fields below are
+// replaced for each method and make it unfit for concurrent use.
+#pragma once
+
+#include <cstdio>
+#include <map>
+#include <utility>
+
+#include "metadata/IMetaDataContext.h"
+#include "platform/AutoPointer.h"
+#include "policy/IProfilerController.h"
+#include "rewrite/IMemberTokenGetter.h"
+#include "rewrite/IMethodBlobInputStream.h"
+#include "rewrite/IMethodBuffer.h"
+#include "rewrite/IMethodBuilder.h"
+#include "rewrite/IProfiler.h"
+#include "rewrite/ITypeTokenGetter.h"
+#include "rewrite/IValueTypeSpecTokenGetter.h"
+#include "rewrite/IVarTypeSpecTokenGetter.h"
+
+class Profiler : public IProfiler {
+public:
+    // The trace functions, in the order of the member getters.
+    enum TraceMember : unsigned int {
+        kCorInitTrace,
+        kInitTrace,
+        kLoadTrace,
+        kLoadTraceObject,
+        kPushTrace,
+        kStartTrace,
+        kFinishValueTypeTrace,
+        kFinishTrace,
+        kFinishTraceObject,
+        kCatchTrace,
+        kTraceMemberCount,
+    };
+    // The types that the injected code names, in the order of the type getters.
+    enum TraceType : unsigned int {
+        kException,
+        kValueType,
+        kRuntimeValueType,
+        kEnum,
+        kBoolean,
+        kChar,
+        kSByte,
+        kInt16,
+        kInt32,
+        kInt64,
+        kByte,
+        kUInt16,
+        kUInt32,
+        kUInt64,
+        kSingle,
+        kDouble,
+        kTraceTypeCount,
+    };
+    // The places of traceTokens.
+    enum TraceToken : unsigned int {
+        kInitToken,
+        kLoadToken,
+        kPushToken,
+        kStartToken,
+        kFinishValueTypeToken,
+        kFinishToken,
+        kCatchToken,
+        kExceptionToken,
+        kTraceTokenCount,
+    };
+    static constexpr unsigned int kHijackTokenCount = 10;
+
+    // IProfiler::newInstance with the controller given rather than fetched.
+    // A null controller counts as no setting and no log.
+    static Profiler* newInstance(ICorProfilerInfo* info, unsigned int clrVersion, bool isCoreCLR,
+                                 IProfilerController* controller);
+
+    Profiler(ICorProfilerInfo* info, unsigned int clrVersion);
+
+    IMethodBuilder* getBuilder() override { return builder.get(); }
+    HRESULT hijackMethod(IMetaDataContext* context) override;
+    HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) override;
+    void clearHistoryForFunction(IMetaDataContext* context) override;
+    bool usingSyntheticShim() override { return useSyntheticShim; }
+    const char16_t* getLastError() override { return lastError; }
+
+    // The stages, in pipeline order; each returns an HRESULT and reads what
+    // the earlier ones stored.
+    HRESULT updateContext(IMetaDataContext* context);
+    HRESULT updateSignatures();
+    HRESULT updateOriginalCode();
+    HRESULT updateTokens();
+    HRESULT updateInitTrace();
+    HRESULT updateCorTrace();
+    HRESULT updateStartTrace();
+    HRESULT updateFinishTrace();
+    HRESULT updateCatchTrace();
+
+    // What the set-up decided and resolved, for the tests and the log.
+    bool isCoreLibraryMethod() const { return isCoreLibrary; }
+    bool isValueTypeMethod() const { return isValueType; }
+    unsigned int getLocalSigToken() const { return localSigToken; }
+    unsigned int getLocalCount() const { return localCount; }
+    unsigned int getResultLocal() const { return resultLocal; }
+    unsigned int getTraceLocal() const { return traceLocal; }
+    unsigned int getTraceToken(TraceToken which) const { return traceTokens[which]; }
+    const char16_t* getCoreLibraryName() const { return coreLibraryName; }
+    void setHijackToken(unsigned int index, unsigned int token) { hijackTokens[index] = token; }
+
+private:
+    using MethodKey = std::pair<ModuleID, mdMethodDef>;
+
+    HRESULT createGetters(bool isCoreCLR);
+    HRESULT runStages(IMetaDataContext* context, unsigned int* counter);
+    HRESULT writeBody(unsigned int* counter, HRESULT hr);
+    HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult, unsigned char resultType,
+                                unsigned int* sigToken, unsigned int* count);
+    HRESULT insertAt(unsigned int* index, Opcode opcode, unsigned long operand = 0, unsigned int target = 0);
+    HRESULT insertLabel(unsigned int* index, unsigned int label);
+    HRESULT getClassToken(unsigned int* token);
+    HRESULT insertParameters(unsigned int* index);
+    HRESULT insertParameter(unsigned int* index, unsigned int argument, unsigned int first);
+    bool isStackOnlyType(unsigned int token);
+    HRESULT insertResultBoxing(unsigned int* index);
+
+    HRESULT getPrimativeToken(unsigned char elementType, unsigned int* token);
+    HRESULT getVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
+    HRESULT getMVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
+    HRESULT getGenInstToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
+    HRESULT getParameterTypeToken(IVarTypeSpecTokenGetter* getter, IMethodBlobInputStream* stream,
+                                  unsigned int index, unsigned int* token);
+    static HRESULT resolveTypeSpecClassToken(IMetaDataImport* import, unsigned int typeSpec, unsigned int* token);
+    static HRESULT typeHasAttribute(IMetaDataImport* import, unsigned int typeDef, const char16_t* name);
+
+    ICorProfilerInfo* info;
+    unsigned int clrVersion;
+    std::map<MethodKey, HRESULT> methodHistory;
+    AutoPointer<IMemberTokenGetter> memberGetters[kTraceMemberCount];
+    unsigned int hijackTokens[kHijackTokenCount] = {};
+    AutoPointer<ITypeTokenGetter> typeGetters[kTraceTypeCount];
+    AutoPointer<IVarTypeSpecTokenGetter> varGetter;
+    AutoPointer<IVarTypeSpecTokenGetter> mvarGetter;
+    AutoPointer<IValueTypeSpecTokenGetter> valueTypeGetter;
+    IMetaDataContext* context = nullptr;
+    AutoPointer<IMethodBuilder> builder;
+    AutoPointer<IMethodBuffer> buffer;
+    unsigned char* newBody = nullptr;
+    bool isCoreLibrary = false;
+    bool useSyntheticShim = false;
+    bool isDotnetCore = false;
+    const char16_t* coreLibraryName = nullptr;
+    const char16_t* lastError = nullptr;
+    AutoPointer<IMethodBlobInputStream> signature;
+    bool isValueType = false;
+    bool hasThis = false;
+    bool hasReturn = false;
+    unsigned char returnType = 0;
+    unsigned int returnToken = 0;
+    unsigned int paramCount = 0;
+    unsigned int localSigToken = 0;
+    unsigned int localCount = 0;
+    unsigned int resultLocal = 0;
+    unsigned int traceLocal = 0;
+    unsigned int traceTokens[kTraceTokenCount] = {};
+    unsigned int minStack = 0;
+    unsigned int stackGrowth = 0;
+    IProfilerController* controller = nullptr;
+    FILE* log = nullptr;
+};

@@ -1,0 +1,225 @@
+// The set-up stages of instrumentMethod: the method in hand, its signature
+// with the extended local signature, and the trace functions' tokens in its
+// module.
+#include <memory>
+
+#include "platform/CoreCLRPAL.h"
+#include "rewrite/IBlobOutputStream.h"
+#include "rewrite/Profiler.h"
+#include "runtime/Guids.h"
+
+namespace {
+
+const char16_t kNativeIntegerMessage[] = u"Native integer types are not supported.";
+
+bool sameText(const char16_t* a, const char16_t* b) {
+    return a != nullptr && b != nullptr && std::u16string_view(a) == std::u16string_view(b);
+}
+
+}  // namespace
+
+HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    HRESULT hr = newContext->getClassName(&assembly, &className);
+    bool coreLibrary = SUCCEEDED(hr) && sameText(assembly, coreLibraryName);
+
+    AutoPointer<IMethodBuilder> newBuilder;
+    if (SUCCEEDED(hr)) {
+        newBuilder = IMethodBuilder::newInstance();
+        if (newBuilder.get() == nullptr) hr = E_OUTOFMEMORY;
+    }
+    LPCBYTE body = nullptr;
+    ULONG bodySize = 0;
+    if (SUCCEEDED(hr)) hr = info->GetILFunctionBody(newContext->getModuleID(), newContext->getMethodDef(), &body, &bodySize);
+    AutoPointer<IMethodBuffer> newBuffer;
+    if (SUCCEEDED(hr)) {
+        newBuffer = IMethodBuffer::newInstance(body);
+        if (newBuffer.get() == nullptr) hr = E_OUTOFMEMORY;
+    }
+    if (SUCCEEDED(hr)) {
+        context = newContext;
+        isCoreLibrary = coreLibrary;
+        builder = std::move(newBuilder);
+        buffer = std::move(newBuffer);
+        minStack = 0;
+        stackGrowth = 0;
+    }
+    return hr;
+}
+
+HRESULT Profiler::updateSignatures() {
+    IMetaDataImport* import = context->getImport();
+    PCCOR_SIGNATURE bytes = nullptr;
+    ULONG length = 0;
+    HRESULT hr = import->GetMethodProps(context->getMethodDef(), nullptr, nullptr, 0, nullptr, nullptr, &bytes,
+                                        &length, nullptr, nullptr);
+    AutoPointer<IMethodBlobInputStream> stream;
+    if (SUCCEEDED(hr)) {
+        stream = IMethodBlobInputStream::newInstance(bytes, length);
+        if (stream.get() == nullptr) hr = E_OUTOFMEMORY;
+    }
+
+    unsigned char flags = 0;
+    if (SUCCEEDED(hr)) {
+        stream->shiftToFlags();
+        hr = stream->readByte(&flags);
+    }
+    unsigned char newReturnType = 0;
+    unsigned int newReturnToken = 0;
+    unsigned int returnIndex = 0;
+    if (SUCCEEDED(hr)) {
+        stream->shiftToRetType();
+        returnIndex = stream->getIndex();
+        hr = stream->readRetType(&newReturnType, &newReturnToken);
+    }
+    if (SUCCEEDED(hr)) {
+        switch (newReturnType) {
+        case ELEMENT_TYPE_I:
+        case ELEMENT_TYPE_U:
+            lastError = kNativeIntegerMessage;
+            hr = E_FAIL;
+            break;
+        case ELEMENT_TYPE_VAR:
+            hr = getVarTypeToken(stream.get(), returnIndex, &newReturnToken);
+            break;
+        case ELEMENT_TYPE_MVAR:
+            hr = getMVarTypeToken(stream.get(), returnIndex, &newReturnToken);
+            break;
+        case ELEMENT_TYPE_GENERICINST:
+            hr = getGenInstToken(stream.get(), returnIndex, &newReturnToken);
+            if (hr == S_FALSE) newReturnToken = 0;
+            break;
+        default:
+            break;
+        }
+    }
+    unsigned int newParamCount = 0;
+    if (SUCCEEDED(hr)) {
+        stream->shiftToParamCount();
+        hr = stream->readNumber(&newParamCount);
+    }
+    bool newHasReturn = newReturnType != ELEMENT_TYPE_VOID;
+
+    bool newIsValueType = false;
+    if (SUCCEEDED(hr)) {
+        char16_t* parentAssembly = nullptr;
+        char16_t* parentClass = nullptr;
+        if (SUCCEEDED(context->getParentName(&parentAssembly, &parentClass)) &&
+            (sameText(parentClass, u"System.ValueType") || sameText(parentClass, u"System.Enum"))) {
+            newIsValueType = true;
+            if (controller != nullptr && controller->shouldLogUninstrumentedMethods() == 0 && log != nullptr) {
+                fprintf_8(log, "Parent Class is ValueType @ [%S]%S\n", parentAssembly, parentClass);
+            }
+        }
+    }
+
+    unsigned int newLocalSigToken = 0;
+    unsigned int count = 0;
+    if (SUCCEEDED(hr)) {
+        hr = buildLocalSignature(stream.get(), newHasReturn, newReturnType, &newLocalSigToken, &count);
+    }
+    if (SUCCEEDED(hr)) {
+        signature = std::move(stream);
+        hasThis = (flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0;
+        returnType = newReturnType;
+        returnToken = newReturnToken;
+        paramCount = newParamCount;
+        hasReturn = newHasReturn;
+        isValueType = newIsValueType;
+        localSigToken = newLocalSigToken;
+        localCount = count;
+        resultLocal = count - 2;
+        traceLocal = count - 1;
+    }
+    return hr;
+}
+
+// The method's locals, unchanged, then the result local (when there is a
+// result) and the trace local.
+HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult, unsigned char resultType,
+                                      unsigned int* sigToken, unsigned int* count) {
+    AutoPointer<IBlobOutputStream> blob(IBlobOutputStream::newInstance());
+    if (blob.get() == nullptr) return E_OUTOFMEMORY;
+    unsigned int added = hasResult ? 2 : 1;
+    HRESULT hr = blob->writeByte(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG);
+
+    IMetaDataImport* import = context->getImport();
+    unsigned int incomingToken = buffer->isTinyHeader() ? 0 : buffer->getHeader()->Fat.LocalVarSigTok;
+    if (SUCCEEDED(hr) && incomingToken != 0) {
+        PCCOR_SIGNATURE bytes = nullptr;
+        ULONG length = 0;
+        hr = import->GetSigFromToken(incomingToken, &bytes, &length);
+        AutoPointer<IBlobInputStream> incoming;
+        if (SUCCEEDED(hr)) {
+            incoming = IBlobInputStream::newInstance(bytes, length);
+            if (incoming.get() == nullptr) hr = E_OUTOFMEMORY;
+        }
+        unsigned char callingConvention = 0;
+        unsigned int incomingCount = 0;
+        if (SUCCEEDED(hr)) hr = incoming->readByte(&callingConvention);
+        if (SUCCEEDED(hr)) hr = incoming->readNumber(&incomingCount);
+        if (SUCCEEDED(hr)) {
+            *count = incomingCount + added;
+            hr = blob->writeNumber(*count);
+        }
+        unsigned char value = 0;
+        while (SUCCEEDED(hr) && incoming->getIndex() < incoming->getLength()) {
+            hr = incoming->readByte(&value);
+            if (SUCCEEDED(hr)) hr = blob->writeByte(value);
+        }
+    } else if (SUCCEEDED(hr)) {
+        *count = added;
+        hr = blob->writeNumber(*count);
+    }
+
+    if (SUCCEEDED(hr) && hasResult) {
+        if (resultType == ELEMENT_TYPE_TYPEDBYREF) {
+            hr = blob->writeByte(ELEMENT_TYPE_OBJECT);
+        } else {
+            // The type behind a leading byref, with its tokens.
+            stream->shiftToRetType();
+            while (SUCCEEDED(stream->readCustomMod(nullptr, nullptr))) {
+            }
+            unsigned char next = 0;
+            hr = stream->peekByte(&next);
+            if (SUCCEEDED(hr) && next == ELEMENT_TYPE_BYREF) hr = stream->readByte(&next);
+            if (SUCCEEDED(hr)) hr = blob->writeType(stream);
+        }
+    }
+    if (SUCCEEDED(hr)) hr = blob->writeByte(ELEMENT_TYPE_I4);
+
+    AutoCOMPointer<IMetaDataEmit> emit;
+    if (SUCCEEDED(hr)) hr = import->QueryInterface(IID_IMetaDataEmit, reinterpret_cast<void**>(&emit));
+    if (SUCCEEDED(hr)) hr = emit->GetTokenFromSig(blob->getBytes(), blob->getLength(), sigToken);
+    return hr;
+}
+
+HRESULT Profiler::updateTokens() {
+    unsigned int tokens[kTraceTokenCount] = {};
+    HRESULT hr = S_OK;
+    if (isCoreLibrary && !isDotnetCore) {
+        // The forwarders that the hijack defined in the core library.
+        tokens[kInitToken] = hijackTokens[1];
+        tokens[kLoadToken] = hasThis ? hijackTokens[3] : hijackTokens[2];
+        tokens[kPushToken] = hijackTokens[4];
+        tokens[kStartToken] = hijackTokens[5];
+        tokens[kFinishToken] = hasReturn ? hijackTokens[8] : hijackTokens[7];
+        tokens[kCatchToken] = hijackTokens[9];
+    } else {
+        ModuleID module = context->getModuleID();
+        auto resolve = [&](TraceMember member, TraceToken place) {
+            if (SUCCEEDED(hr)) hr = memberGetters[member]->getToken(module, &tokens[place]);
+        };
+        resolve(isCoreLibrary && useSyntheticShim ? kCorInitTrace : kInitTrace, kInitToken);
+        resolve(hasThis ? kLoadTraceObject : kLoadTrace, kLoadToken);
+        if (hasThis && isValueType) resolve(kFinishValueTypeTrace, kFinishValueTypeToken);
+        resolve(kPushTrace, kPushToken);
+        resolve(kStartTrace, kStartToken);
+        resolve(hasReturn ? kFinishTraceObject : kFinishTrace, kFinishToken);
+        resolve(kCatchTrace, kCatchToken);
+    }
+    if (SUCCEEDED(hr)) hr = typeGetters[kException]->getToken(context->getModuleID(), &tokens[kExceptionToken]);
+    if (SUCCEEDED(hr)) std::copy(tokens, tokens + kTraceTokenCount, traceTokens);
+    return hr;
+}

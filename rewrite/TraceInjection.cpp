@@ -1,0 +1,431 @@
+// The rewrite of one method: its own body wrapped by calls of the trace
+// functions on entry, on the shared normal exit and in an added catch-all
+// handler that rethrows.
+#include <new>
+
+#include "rewrite/Profiler.h"
+#include "rewrite/TraceLabels.h"
+#include "runtime/Guids.h"
+#include "runtime/MethodMalloc.h"
+
+namespace {
+
+constexpr unsigned int kNameSize = 2048;
+const char16_t kNativeIntegerMessage[] = u"Native integer types are not supported.";
+constexpr unsigned int kStageCount = 9;
+
+unsigned int atLeast(unsigned int value, unsigned int floor) { return value < floor ? floor : value; }
+
+}  // namespace
+
+HRESULT Profiler::instrumentMethod(IMetaDataContext* newContext, unsigned int* step) {
+    lastError = nullptr;
+    unsigned int counter = 0;
+    MethodKey key(newContext->getModuleID(), newContext->getMethodDef());
+    auto found = methodHistory.find(key);
+    if (found != methodHistory.end()) {
+        *step = 0;
+        return found->second;
+    }
+
+    HRESULT hr = runStages(newContext, &counter);
+    hr = writeBody(&counter, hr);
+    try {
+        methodHistory[key] = hr;
+    } catch (const std::bad_alloc&) {
+        // Unremembered, the method is simply tried again next time.
+    }
+    *step = counter;
+    return hr;
+}
+
+HRESULT Profiler::runStages(IMetaDataContext* newContext, unsigned int* counter) {
+    HRESULT hr = S_OK;
+    HRESULT (Profiler::*const stages[kStageCount])() = {
+        nullptr,
+        &Profiler::updateSignatures,
+        &Profiler::updateOriginalCode,
+        &Profiler::updateTokens,
+        &Profiler::updateInitTrace,
+        &Profiler::updateCorTrace,
+        &Profiler::updateStartTrace,
+        &Profiler::updateFinishTrace,
+        &Profiler::updateCatchTrace,
+    };
+    for (unsigned int i = 0; i < kStageCount && SUCCEEDED(hr); ++i) {
+        ++*counter;
+        try {
+            hr = i == 0 ? updateContext(newContext) : (this->*stages[i])();
+        } catch (const std::bad_alloc&) {
+            hr = E_OUTOFMEMORY;
+        }
+    }
+    if (SUCCEEDED(hr)) {
+        IMAGE_COR_ILMETHOD_FAT* header = builder->getFatHeader();
+        // The field has 16 bits; the addition wraps within them.
+        header->MaxStack = static_cast<unsigned short>(header->MaxStack + stackGrowth);
+        if (header->MaxStack < minStack) header->MaxStack = minStack;
+    }
+    return hr;
+}
+
+// Stages 10 to 12: memory from the runtime's allocator, the body written into
+// it, and the body installed. The runtime keeps the block.
+HRESULT Profiler::writeBody(unsigned int* counter, HRESULT hr) {
+    if (FAILED(hr)) return hr;
+    ++*counter;
+    AutoCOMPointer<IMethodMalloc> allocator;
+    hr = info->GetILFunctionBodyAllocator(context->getModuleID(), &allocator);
+    if (SUCCEEDED(hr)) {
+        newBody = static_cast<unsigned char*>(allocator->Alloc(builder->getTotalSize()));
+        // An allocator may report failure through the address itself.
+        if (newBody == nullptr ||
+            static_cast<HRESULT>(reinterpret_cast<uintptr_t>(newBody)) == E_OUTOFMEMORY) {
+            hr = E_OUTOFMEMORY;
+        }
+    }
+    if (SUCCEEDED(hr)) {
+        ++*counter;
+        hr = builder->writeToBuffer(newBody);
+    }
+    if (SUCCEEDED(hr)) {
+        ++*counter;
+        hr = info->SetILFunctionBody(context->getModuleID(), context->getMethodDef(), newBody);
+    }
+    return hr;
+}
+
+HRESULT Profiler::insertAt(unsigned int* index, Opcode opcode, unsigned long operand, unsigned int target) {
+    HRESULT hr = builder->insertIL(*index, opcode, operand, target);
+    if (SUCCEEDED(hr)) ++*index;
+    return hr;
+}
+
+HRESULT Profiler::insertLabel(unsigned int* index, unsigned int label) {
+    return insertAt(index, Opcode::OPCODE_LABEL, label);
+}
+
+HRESULT Profiler::updateOriginalCode() {
+    builder->copyHeader(buffer->getHeader());
+    HRESULT hr = builder->insertIL(0, buffer->getCode(), buffer->getCodeSize());
+    if (SUCCEEDED(hr) && buffer->hasEH()) {
+        IMAGE_COR_ILMETHOD_SECT_EH* section = buffer->getEH();
+        bool small = buffer->isSmallEH();
+        for (unsigned int i = 0; i < buffer->getEHClauses() && SUCCEEDED(hr); ++i) {
+            hr = small ? builder->insertEHClause(&section->Small.Clauses[i])
+                       : builder->insertEHClause(&section->Fat.Clauses[i]);
+        }
+    }
+    if (SUCCEEDED(hr)) hr = builder->insertIL(0, Opcode::OPCODE_LABEL, LABEL_METHOD_BODY, 0);
+
+    if (SUCCEEDED(hr) && context->isInstanceTypeInitializer()) {
+        // The entry code goes behind the base or chained constructor call.
+        IMetaDataImport* import = context->getImport();
+        unsigned int ctorBody = 1;
+        unsigned int count = builder->getILCount();
+        for (unsigned int i = 0; i + 1 < count; ++i) {
+            IILInstruction* instruction = builder->getIL(i);
+            if (instruction->opcode() != Opcode::call) continue;
+            unsigned int token = static_cast<unsigned int>(instruction->operand());
+            char16_t name[kNameSize] = {};
+            ULONG length = 0;
+            HRESULT nameResult = E_FAIL;
+            if (TypeFromToken(token) == mdtMethodDef) {
+                nameResult = import->GetMethodProps(token, nullptr, name, kNameSize, &length, nullptr, nullptr,
+                                                    nullptr, nullptr, nullptr);
+            } else if (TypeFromToken(token) == mdtMemberRef) {
+                nameResult = import->GetMemberRefProps(token, nullptr, name, kNameSize, &length, nullptr, nullptr);
+            }
+            if (SUCCEEDED(nameResult) && std::u16string_view(name) == u".ctor") {
+                ctorBody = i + 1;
+                break;
+            }
+        }
+        hr = builder->insertIL(ctorBody, Opcode::OPCODE_LABEL, LABEL_CTOR_BODY, 0);
+    }
+
+    if (SUCCEEDED(hr)) {
+        // The list ends in the end label of the decoded code.
+        int last = static_cast<int>(builder->getILCount()) - 1;
+        while (last >= 0 && builder->getIL(last)->opcode() == Opcode::OPCODE_LABEL) --last;
+        int scanFrom = 0;
+        if (last >= 0 && builder->getIL(last)->opcode() == Opcode::ret) {
+            // That ret stays as the only one, behind the shared exit.
+            hr = builder->insertIL(last, Opcode::OPCODE_LABEL, LABEL_EXIT, 0);
+            scanFrom = last - 1;
+        } else {
+            unsigned int end = builder->getILCount();
+            hr = builder->insertIL(end, Opcode::OPCODE_LABEL, LABEL_EXIT, 0);
+            if (SUCCEEDED(hr)) hr = builder->insertIL(end + 1, Opcode::ret, 0, 0);
+            scanFrom = static_cast<int>(end);
+        }
+        // Each other ret becomes a branch in place, so that a branch that
+        // aimed at it reaches the shared exit with the value on the stack.
+        for (int i = scanFrom; i >= 0 && SUCCEEDED(hr); --i) {
+            if (builder->getIL(i)->opcode() == Opcode::ret) hr = builder->replaceIL(i, Opcode::br, 0, LABEL_EXIT);
+        }
+    }
+    if (SUCCEEDED(hr)) builder->getFatHeader()->LocalVarSigTok = localSigToken;
+    return hr;
+}
+
+// Where the entry code goes: the start, or behind a constructor's base call.
+static HRESULT entryIndex(IMethodBuilder* builder, bool constructor, unsigned int* index) {
+    *index = 0;
+    if (!constructor) return S_OK;
+    int label = builder->findLabel(LABEL_CTOR_BODY);
+    if (label < 0) return E_UNEXPECTED;
+    *index = static_cast<unsigned int>(label) + 1;
+    return S_OK;
+}
+
+HRESULT Profiler::updateInitTrace() {
+    unsigned int index = 0;
+    HRESULT hr = entryIndex(builder.get(), context->isInstanceTypeInitializer(), &index);
+    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_INIT_TRACE);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldc_i4, context->getMethodID());
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kInitToken]);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::stloc, traceLocal);
+    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_INIT_TRACE_END);
+    minStack = atLeast(minStack, 1);
+    return hr;
+}
+
+HRESULT Profiler::updateCorTrace() {
+    if (!isCoreLibrary || isDotnetCore) return S_OK;
+    // Until the agent has recorded its first operations the method stays
+    // untraced: the field guards the call of initTrace.
+    unsigned int index = 0;
+    HRESULT hr = entryIndex(builder.get(), context->isInstanceTypeInitializer(), &index);
+    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_COR_TRACE);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldsfld, hijackTokens[0]);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldc_i4_1);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::bgt_s, 0, LABEL_COR_TRACE_READY);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldc_i4_0);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::stloc_s, traceLocal);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::br_s, 0, LABEL_INIT_TRACE_END);
+    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_COR_TRACE_READY);
+    return hr;
+}
+
+HRESULT Profiler::getClassToken(unsigned int* token) {
+    if (clrVersion != 2 && clrVersion != 4) {
+        *token = context->getTypeDef();
+        return S_OK;
+    }
+    return valueTypeGetter->getToken(context->getModuleID(), context->getTypeDef(), token);
+}
+
+HRESULT Profiler::updateStartTrace() {
+    int found = builder->findLabel(LABEL_INIT_TRACE_END);
+    if (found < 0) return E_UNEXPECTED;
+    unsigned int index = static_cast<unsigned int>(found) + 1;
+    HRESULT hr = insertLabel(&index, LABEL_START_TRACE);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldloc, traceLocal);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::brfalse, 0, LABEL_START_TRACE_END);
+    if (SUCCEEDED(hr) && hasThis) hr = insertAt(&index, Opcode::ldarg_0);
+    if (SUCCEEDED(hr) && hasThis && isValueType) {
+        unsigned int classToken = 0;
+        hr = getClassToken(&classToken);
+        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldobj, classToken);
+        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::box, classToken);
+    }
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kLoadToken]);
+    if (SUCCEEDED(hr) && paramCount != 0) {
+        hr = insertLabel(&index, LABEL_PUSH_TRACE);
+        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldloc, traceLocal);
+        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldc_i4, 2);
+        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::blt_s, 0, LABEL_PUSH_TRACE_END);
+        if (SUCCEEDED(hr)) hr = insertParameters(&index);
+        if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_PUSH_TRACE_END);
+    }
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kStartToken]);
+    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_START_TRACE_END);
+    minStack = atLeast(minStack, 2);
+    return hr;
+}
+
+HRESULT Profiler::insertParameters(unsigned int* index) {
+    signature->shiftToFirstParam();
+    unsigned int first = hasThis ? 1 : 0;
+    HRESULT hr = S_OK;
+    for (unsigned int argument = first; argument < paramCount + first && SUCCEEDED(hr); ++argument) {
+        hr = insertParameter(index, argument, first);
+    }
+    return hr;
+}
+
+HRESULT Profiler::insertParameter(unsigned int* index, unsigned int argument, unsigned int first) {
+    unsigned int position = signature->getIndex();
+    unsigned char type = 0;
+    unsigned int typeToken = 0;
+    HRESULT hr = signature->readParam(&type, &typeToken);
+    // ref, out and in parameters are not reported.
+    if (FAILED(hr) || type == ELEMENT_TYPE_BYREF) return hr;
+
+    unsigned int valueType = 0;
+    HRESULT genericResult = S_FALSE;
+    unsigned int genericToken = 0;
+    if (type == ELEMENT_TYPE_VALUETYPE) {
+        valueType = typeToken;
+    } else if (type == ELEMENT_TYPE_GENERICINST) {
+        genericResult = getGenInstToken(signature.get(), position, &genericToken);
+        if (FAILED(genericResult)) return genericResult;
+        if (genericResult == S_OK) valueType = genericToken;
+    }
+    if (valueType != 0 && isStackOnlyType(valueType)) return S_OK;
+
+    hr = insertAt(index, Opcode::ldc_i4, argument - first);
+    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::ldarg, argument);
+    unsigned int boxToken = 0;
+    bool box = false;
+    if (SUCCEEDED(hr)) {
+        switch (type) {
+        case ELEMENT_TYPE_VALUETYPE:
+            boxToken = typeToken;
+            box = true;
+            break;
+        case ELEMENT_TYPE_I:
+        case ELEMENT_TYPE_U:
+            lastError = kNativeIntegerMessage;
+            hr = E_NOTIMPL;
+            break;
+        case ELEMENT_TYPE_VAR:
+            hr = getVarTypeToken(signature.get(), position, &boxToken);
+            box = true;
+            break;
+        case ELEMENT_TYPE_MVAR:
+            hr = getMVarTypeToken(signature.get(), position, &boxToken);
+            box = true;
+            break;
+        case ELEMENT_TYPE_GENERICINST:
+            // Only a value-type instance is boxed; a class instance is a reference.
+            boxToken = genericToken;
+            box = genericResult == S_OK;
+            break;
+        default:
+            if (type >= ELEMENT_TYPE_BOOLEAN && type <= ELEMENT_TYPE_R8) {
+                hr = getPrimativeToken(type, &boxToken);
+                box = true;
+            }
+            break;
+        }
+    }
+    if (SUCCEEDED(hr) && box) hr = insertAt(index, Opcode::box, boxToken);
+    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::call, traceTokens[kPushToken]);
+    return hr;
+}
+
+// Ref structs cannot be boxed, and read-only structs are left out with them.
+bool Profiler::isStackOnlyType(unsigned int token) {
+    IMetaDataImport* import = context->getImport();
+    AutoCOMPointer<IMetaDataImport> otherScope;
+    IMetaDataImport* scope = import;
+    if (TypeFromToken(token) == mdtTypeSpec) {
+        unsigned int resolved = 0;
+        if (SUCCEEDED(resolveTypeSpecClassToken(import, token, &resolved))) token = resolved;
+    }
+    if (TypeFromToken(token) == mdtTypeRef) {
+        mdTypeDef definition = 0;
+        if (SUCCEEDED(import->ResolveTypeRef(token, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&otherScope),
+                                             &definition))) {
+            token = definition;
+            scope = otherScope.get();
+        }
+    }
+    if (TypeFromToken(token) != mdtTypeDef) return false;
+    return typeHasAttribute(scope, token, u"System.Runtime.CompilerServices.IsByRefLikeAttribute") == S_OK ||
+           typeHasAttribute(scope, token, u"System.Runtime.CompilerServices.IsReadOnlyAttribute") == S_OK;
+}
+
+HRESULT Profiler::updateFinishTrace() {
+    int found = builder->findLabel(LABEL_EXIT);
+    if (found < 0) return E_UNEXPECTED;
+    unsigned int index = static_cast<unsigned int>(found) + 1;
+    HRESULT hr = insertLabel(&index, LABEL_FINISH_TRACE);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldloc, traceLocal);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::brfalse, 0, LABEL_FINISH_TRACE_END);
+    if (SUCCEEDED(hr) && isValueType && hasThis) {
+        // A fresh copy of this value, as the body left it.
+        unsigned int classToken = 0;
+        hr = getClassToken(&classToken);
+        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldarg_0);
+        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldobj, classToken);
+        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::box, classToken);
+        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kFinishValueTypeToken]);
+    }
+    if (SUCCEEDED(hr) && hasReturn) {
+        hr = insertAt(&index, Opcode::dup);
+        if (SUCCEEDED(hr)) hr = insertResultBoxing(&index);
+    }
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kFinishToken]);
+    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_FINISH_TRACE_END);
+    minStack = atLeast(minStack, 2);
+    stackGrowth = atLeast(stackGrowth, 2);
+    return hr;
+}
+
+// A method's own generic parameter (MVAR) goes out unboxed, as do references.
+HRESULT Profiler::insertResultBoxing(unsigned int* index) {
+    switch (returnType) {
+    case ELEMENT_TYPE_VALUETYPE:
+    case ELEMENT_TYPE_VAR:
+        return insertAt(index, Opcode::box, returnToken);
+    case ELEMENT_TYPE_I:
+    case ELEMENT_TYPE_U:
+        lastError = kNativeIntegerMessage;
+        return E_FAIL;
+    case ELEMENT_TYPE_GENERICINST:
+        return returnToken != 0 ? insertAt(index, Opcode::box, returnToken) : S_OK;
+    default:
+        break;
+    }
+    if (returnType < ELEMENT_TYPE_BOOLEAN || returnType > ELEMENT_TYPE_R8) return S_OK;
+    unsigned int token = 0;
+    HRESULT hr = getPrimativeToken(returnType, &token);
+    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::box, token);
+    return hr;
+}
+
+HRESULT Profiler::updateCatchTrace() {
+    int found = builder->findLabel(LABEL_EXIT);
+    if (found < 0) return E_UNEXPECTED;
+    // All exits meet here: the value is parked across the leave, which empties
+    // the stack, and reloaded behind the protected block.
+    unsigned int index = static_cast<unsigned int>(found) + 1;
+    HRESULT hr = S_OK;
+    if (hasReturn) hr = insertAt(&index, Opcode::stloc, resultLocal);
+    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::leave, 0, LABEL_TRY_END);
+    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_TRY_END);
+    if (SUCCEEDED(hr) && hasReturn) hr = insertAt(&index, Opcode::ldloc, resultLocal);
+    if (FAILED(hr)) return hr;
+    builder->getFatHeader()->Flags |= CorILMethod_MoreSects;
+
+    unsigned int end = builder->getILCount();
+    hr = insertLabel(&end, LABEL_CATCH_TRACE);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::ldloc, traceLocal);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::brfalse, 0, LABEL_CATCH_TRACE_END);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::dup);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::call, traceTokens[kCatchToken]);
+    if (SUCCEEDED(hr)) hr = insertLabel(&end, LABEL_CATCH_TRACE_END);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::rethrow);
+    if (FAILED(hr)) return hr;
+
+    // The added clause is the last one, so it encloses all incoming clauses.
+    int tryStart = builder->findLabel(context->isInstanceTypeInitializer() ? LABEL_CTOR_BODY : LABEL_METHOD_BODY);
+    int tryEnd = builder->findLabel(LABEL_TRY_END);
+    int handler = builder->findLabel(LABEL_CATCH_TRACE);
+    int codeSize = static_cast<int>(builder->getCodeSize());
+    if (tryStart < 0 || tryEnd < 0 || handler < 0 || codeSize < 0) return E_UNEXPECTED;
+    int tryOffset = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(tryStart)));
+    int tryLength = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(tryEnd))) - tryOffset;
+    int handlerOffset = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(handler)));
+    if (tryOffset < 0 || tryLength < 0 || handlerOffset < 0) return E_UNEXPECTED;
+    hr = builder->insertEHClause(traceTokens[kExceptionToken], COR_ILEXCEPTION_CLAUSE_NONE,
+                                 static_cast<unsigned int>(tryOffset), static_cast<unsigned int>(tryLength),
+                                 static_cast<unsigned int>(handlerOffset),
+                                 static_cast<unsigned int>(codeSize - handlerOffset), 0);
+    minStack = atLeast(minStack, 3);
+    stackGrowth = atLeast(stackGrowth, 2);
+    return hr;
+}

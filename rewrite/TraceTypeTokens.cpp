@@ -1,0 +1,111 @@
+// Tokens for the types that the injected code boxes, and the tests that keep
+// stack-only types out of the parameter sequences.
+#include <string>
+
+#include "platform/AutoPointer.h"
+#include "rewrite/ITypeSpecTokenGetter.h"
+#include "rewrite/Profiler.h"
+
+namespace {
+
+constexpr unsigned int kNameSize = 2048;
+constexpr ULONG kAttributeLimit = 64;
+constexpr HRESULT kBadTypeSpec = static_cast<HRESULT>(0x80131195);
+
+}  // namespace
+
+HRESULT Profiler::getPrimativeToken(unsigned char elementType, unsigned int* token) {
+    if (elementType < ELEMENT_TYPE_BOOLEAN || elementType > ELEMENT_TYPE_R8) return E_INVALIDARG;
+    static const TraceType kClasses[] = {kBoolean, kChar,   kSByte,  kByte,   kInt16,  kUInt16,
+                                         kInt32,   kUInt32, kInt64,  kUInt64, kSingle, kDouble};
+    return typeGetters[kClasses[elementType - ELEMENT_TYPE_BOOLEAN]]->getToken(context->getModuleID(), token);
+}
+
+HRESULT Profiler::getParameterTypeToken(IVarTypeSpecTokenGetter* getter, IMethodBlobInputStream* stream,
+                                        unsigned int index, unsigned int* token) {
+    unsigned int length = 0;
+    AutoArrayPointer<unsigned char> copy(stream->copyLastSignature(index, &length));
+    if (copy.get() == nullptr || length < 2) return E_INVALIDARG;
+    return getter->getToken(context->getModuleID(), copy.get()[1], token);
+}
+
+HRESULT Profiler::getVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token) {
+    return getParameterTypeToken(varGetter.get(), stream, index, token);
+}
+
+HRESULT Profiler::getMVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token) {
+    return getParameterTypeToken(mvarGetter.get(), stream, index, token);
+}
+
+HRESULT Profiler::getGenInstToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token) {
+    unsigned int length = 0;
+    unsigned char* copy = stream->copyLastSignature(index, &length);
+    if (copy == nullptr || length < 2) {
+        delete[] copy;
+        return E_INVALIDARG;
+    }
+    if (copy[1] != ELEMENT_TYPE_VALUETYPE) {
+        // A generic class: a reference, nothing to box.
+        delete[] copy;
+        return S_FALSE;
+    }
+    AutoPointer<ITypeSpecTokenGetter> getter(ITypeSpecTokenGetter::newTokenGetter(info, copy, length));
+    if (getter.get() == nullptr) return E_OUTOFMEMORY;
+    HRESULT hr = getter->getToken(context->getModuleID(), token);
+    return SUCCEEDED(hr) ? S_OK : hr;
+}
+
+HRESULT Profiler::resolveTypeSpecClassToken(IMetaDataImport* import, unsigned int typeSpec, unsigned int* token) {
+    PCCOR_SIGNATURE bytes = nullptr;
+    ULONG length = 0;
+    HRESULT hr = import->GetTypeSpecFromToken(typeSpec, &bytes, &length);
+    AutoPointer<IBlobInputStream> stream;
+    if (SUCCEEDED(hr)) {
+        stream = IBlobInputStream::newInstance(bytes, length);
+        if (stream.get() == nullptr) hr = E_OUTOFMEMORY;
+    }
+    unsigned int value = ELEMENT_TYPE_MODIFIER;
+    while (SUCCEEDED(hr) && (value & ELEMENT_TYPE_MODIFIER) != 0) hr = stream->readNumber(&value);
+    if (FAILED(hr)) return hr;
+    if (value == ELEMENT_TYPE_CLASS) return stream->readToken(token);
+    if (value == ELEMENT_TYPE_GENERICINST) {
+        unsigned int skipped = 0;
+        hr = stream->readNumber(&skipped);
+        return SUCCEEDED(hr) ? stream->readToken(token) : hr;
+    }
+    return kBadTypeSpec;
+}
+
+HRESULT Profiler::typeHasAttribute(IMetaDataImport* import, unsigned int typeDef, const char16_t* name) {
+    HCORENUM enumerator = nullptr;
+    mdCustomAttribute attributes[kAttributeLimit];
+    ULONG count = 0;
+    HRESULT hr = import->EnumCustomAttributes(&enumerator, typeDef, 0, attributes, kAttributeLimit, &count);
+    bool found = false;
+    std::u16string_view wanted(name);
+    for (ULONG i = count; SUCCEEDED(hr) && i-- > 0 && !found;) {
+        mdToken constructor = 0;
+        hr = import->GetCustomAttributeProps(attributes[i], nullptr, &constructor, nullptr, nullptr);
+        mdToken parent = 0;
+        if (SUCCEEDED(hr)) {
+            if (TypeFromToken(constructor) == mdtMethodDef) {
+                hr = import->GetMethodProps(constructor, &parent, nullptr, 0, nullptr, nullptr, nullptr, nullptr,
+                                            nullptr, nullptr);
+            } else if (TypeFromToken(constructor) == mdtMemberRef) {
+                hr = import->GetMemberRefProps(constructor, &parent, nullptr, 0, nullptr, nullptr, nullptr);
+            } else {
+                hr = E_UNEXPECTED;
+            }
+        }
+        char16_t parentName[kNameSize] = {};
+        ULONG length = 0;
+        if (SUCCEEDED(hr) && TypeFromToken(parent) == mdtTypeDef) {
+            hr = import->GetTypeDefProps(parent, parentName, kNameSize, &length, nullptr, nullptr);
+        } else if (SUCCEEDED(hr) && TypeFromToken(parent) == mdtTypeRef) {
+            hr = import->GetTypeRefProps(parent, nullptr, parentName, kNameSize, &length);
+        }
+        if (SUCCEEDED(hr) && wanted == parentName) found = true;
+    }
+    if (enumerator != nullptr) import->CloseEnum(enumerator);
+    return found ? S_OK : S_FALSE;
+}

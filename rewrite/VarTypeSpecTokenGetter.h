@@ -1,0 +1,23 @@
+// TypeSpecs of single generic parameters (!n or !!n), one getter per number,
+// made at the first request for it.
+#pragma once
+
+#include "platform/AutoPointer.h"
+#include "rewrite/ITypeSpecTokenGetter.h"
+#include "rewrite/IVarTypeSpecTokenGetter.h"
+
+class VarTypeSpecTokenGetter : public IVarTypeSpecTokenGetter {
+public:
+    // The most generic parameters that the rewrite can box.
+    static constexpr unsigned int kParameterLimit = 10;
+
+    VarTypeSpecTokenGetter(ICorProfilerInfo* info, unsigned char elementType)
+        : info(info), elementType(elementType) {}
+
+    HRESULT getToken(unsigned long moduleID, unsigned char number, unsigned int* token) override;
+
+private:
+    AutoPointer<ITypeSpecTokenGetter> getters[kParameterLimit];
+    ICorProfilerInfo* info;
+    unsigned char elementType;
+};
