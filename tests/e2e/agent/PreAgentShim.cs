@@ -1,0 +1,175 @@
+// The trace functions that instrumented methods reach through the synthetic
+// shim. Each call becomes one text line appended to the file named by
+// TARN_AGENT_RECORD; without it nothing is recorded. Nothing here may throw
+// into the caller, and a call that arrives while this thread is already in the
+// agent (a value's ToString that is itself instrumented) is not traced.
+using System;
+using System.Globalization;
+using System.IO;
+using System.Text;
+
+namespace com.tarn.harrowlite.fieldmark.dotnet
+{
+    public static class PreAgentShim
+    {
+        // What initTrace answers when TARN_AGENT_TRACE_VALUE does not say:
+        // trace this call, with its parameters.
+        private const int ParametersWanted = 2;
+
+        private static readonly object gate = new object();
+        private static readonly string recordPath = ReadVariable("TARN_AGENT_RECORD");
+        private static readonly int traceValue = ReadTraceValue();
+        private static StreamWriter writer;
+
+        [ThreadStatic] private static bool busy;
+
+        public static int initTrace(int methodId)
+        {
+            return Enter("initTrace " + methodId.ToString(CultureInfo.InvariantCulture)) ? traceValue : 0;
+        }
+
+        public static int corInitTrace(int methodId)
+        {
+            return Enter("corInitTrace " + methodId.ToString(CultureInfo.InvariantCulture)) ? traceValue : 0;
+        }
+
+        public static void loadTrace()
+        {
+            Enter("loadTrace");
+        }
+
+        public static void loadTrace(object self)
+        {
+            Enter("loadTrace this=", self);
+        }
+
+        public static void pushTrace(int position, object value)
+        {
+            Enter("pushTrace " + position.ToString(CultureInfo.InvariantCulture) + " ", value);
+        }
+
+        public static void startTrace()
+        {
+            Enter("startTrace");
+        }
+
+        public static void finishValueTypeTrace(object result)
+        {
+            Enter("finishValueTypeTrace result=", result);
+        }
+
+        public static void finishTrace()
+        {
+            Enter("finishTrace");
+        }
+
+        public static void finishTrace(object result)
+        {
+            Enter("finishTrace result=", result);
+        }
+
+        public static void catchTrace(object exception)
+        {
+            Enter("catchTrace ", exception);
+        }
+
+        private static bool Enter(string line)
+        {
+            return Record(line, null, false);
+        }
+
+        private static bool Enter(string head, object value)
+        {
+            return Record(head, value, true);
+        }
+
+        // Appends the line, with value's text behind head if withValue; false
+        // if the call came from within the agent on this thread.
+        private static bool Record(string head, object value, bool withValue)
+        {
+            if (busy)
+                return false;
+            busy = true;
+            try
+            {
+                if (recordPath != null)
+                    Append(withValue ? head + Describe(value) : head);
+            }
+            catch (Exception)
+            {
+                // A record that cannot be written is lost; the caller goes on.
+            }
+            finally
+            {
+                busy = false;
+            }
+            return true;
+        }
+
+        private static void Append(string line)
+        {
+            lock (gate)
+            {
+                if (writer == null)
+                {
+                    var stream = new FileStream(recordPath, FileMode.Append, FileAccess.Write,
+                        FileShare.ReadWrite | FileShare.Delete);
+                    writer = new StreamWriter(stream, new UTF8Encoding(false)) { AutoFlush = true };
+                }
+                writer.Write(line);
+                writer.Write('\n');
+            }
+        }
+
+        // "null", "<element type>[<length>]" for an array, "<type>:<message>"
+        // for an exception, else "<type>:<text>" in the invariant culture.
+        private static string Describe(object value)
+        {
+            if (value == null)
+                return "null";
+            Type type = value.GetType();
+            if (value is Array array)
+                return type.GetElementType().FullName + "[" + array.Length.ToString(CultureInfo.InvariantCulture) + "]";
+            string text;
+            try
+            {
+                text = value is Exception exception ? exception.Message
+                    : value is IFormattable formattable ? formattable.ToString(null, CultureInfo.InvariantCulture)
+                    : value.ToString();
+            }
+            catch (Exception failure)
+            {
+                text = "<" + failure.GetType().FullName + " in ToString>";
+            }
+            return type.FullName + ":" + OneLine(text);
+        }
+
+        private static string OneLine(string text)
+        {
+            if (text == null)
+                return "";
+            return text.Replace("\\", "\\\\").Replace("\r", "\\r").Replace("\n", "\\n");
+        }
+
+        private static string ReadVariable(string name)
+        {
+            try
+            {
+                string value = Environment.GetEnvironmentVariable(name);
+                return string.IsNullOrEmpty(value) ? null : value;
+            }
+            catch (Exception)
+            {
+                return null;
+            }
+        }
+
+        private static int ReadTraceValue()
+        {
+            string text = ReadVariable("TARN_AGENT_TRACE_VALUE");
+            return text != null && int.TryParse(text, NumberStyles.Integer, CultureInfo.InvariantCulture, out int value)
+                ? value
+                : ParametersWanted;
+        }
+    }
+}
