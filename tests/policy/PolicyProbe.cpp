@@ -1,0 +1,38 @@
+// Makes the profiler controller of this process the way the callback hub does,
+// through the process gate, and prints its application decision. The policy
+// tests copy it under the process names under test and start it with the
+// command lines under test; its arguments are the command line, not options.
+// The runtime is hosted so that entry assemblies can be read; the runtime
+// interface is a double that reports a Core runtime. The native log goes to
+// stdout unless a log file is configured, and the probe's own lines begin
+// with "probe.".
+#include <cstdio>
+
+#include "gate/ProfilingManager.h"
+#include "platform/FormattedOutput.h"
+#include "support/HostedRuntime.h"
+#include "support/ProfilerInfoDouble.h"
+
+// The hub owns this lock; here it is recursive from the start.
+CRITICAL_SECTION gProfilingManagerLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+
+int main()
+{
+    if (!HostedRuntime::instance().ready()) {
+        printf_8("probe.error=%s\n", HostedRuntime::instance().error().c_str());
+        return 2;
+    }
+    AutoCOMPointer<ProfilerInfoDouble> info(ProfilerInfoDouble::newInstance());
+    IProfilerController* controller = ProfilingManager::getInstance()->getController(info);
+    if (controller == nullptr) {
+        printf_8("probe.controller=-\n");
+        return 0;
+    }
+    FILE* log = controller->getNativeLog();
+    const int status = controller->shouldMonitorApplication();
+    fflush(log);
+    printf_8("probe.status=%d\n", status);
+    printf_8("probe.app.name=%S\n", controller->getAppName().c_str());
+    printf_8("probe.log=%s\n", log == stdout ? "stdout" : "file");
+    return 0;
+}

@@ -1,0 +1,134 @@
+#include "AgentInstallation.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <unistd.h>
+
+#include "policy/Properties.h"
+#include "support/RealAssemblies.h"
+
+namespace {
+
+std::string executableName()
+{
+    const std::string exe = std::filesystem::read_symlink("/proc/self/exe").string();
+    return exe.substr(exe.rfind('/') + 1);
+}
+
+} // namespace
+
+AgentInstallation::AgentInstallation(bool azure) : azure(azure)
+{
+    set("harrowlite.nativeprofiler.logfile", "logs/native.log");
+    saveEnvironment("com.tarn.harrowlite.agentProfile", profilePath().c_str());
+    saveEnvironment("com.tarn.harrowlite.AgentProfile", nullptr);
+    saveEnvironment("WEBSITE_INSTANCE_ID", nullptr);
+    if (azure) {
+        std::filesystem::create_directories(profilePath());
+        scratch.write("site/applicationHost.xdt", "<configuration/>");
+        saveEnvironment("HOME", scratch.path("home").c_str());
+    } else {
+        std::filesystem::create_directories(agentDirectory());
+    }
+}
+
+AgentInstallation::~AgentInstallation()
+{
+    for (const auto& [name, saved] : savedEnvironment) {
+        if (saved.first) {
+            setenv(name.c_str(), saved.second.c_str(), 1);
+        } else {
+            unsetenv(name.c_str());
+        }
+    }
+}
+
+void AgentInstallation::saveEnvironment(const char* name, const char* value)
+{
+    const char* old = getenv(name);
+    savedEnvironment.emplace(name, std::make_pair(old != nullptr, old != nullptr ? std::string(old) : std::string()));
+    if (value != nullptr) {
+        setenv(name, value, 1);
+    } else {
+        unsetenv(name);
+    }
+}
+
+std::string AgentInstallation::profilePath() const
+{
+    return azure ? scratch.path("site/wwwroot/agent") : scratch.path("agent/profiles/default.properties");
+}
+
+std::string AgentInstallation::agentDirectory() const
+{
+    return azure ? scratch.path("site/wwwroot") : scratch.path("agent/profiles");
+}
+
+std::string AgentInstallation::write(const std::string& relative, const std::string& text) const
+{
+    if (!relative.empty() && relative[0] == '/') {
+        return scratch.write(relative.substr(1), text);
+    }
+    return scratch.write(agentDirectory().substr(scratch.path().size() + 1) + "/" + relative, text);
+}
+
+std::string AgentInstallation::makeDirectory(const std::string& relative) const
+{
+    const std::string path = agentDirectory() + "/" + relative;
+    std::filesystem::create_directories(path);
+    return path;
+}
+
+std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerInfo* info)
+{
+    IProperties* store = nullptr;
+    if (azure) {
+        // The profile is a folder here: the properties come as app settings would.
+        Properties::PropertyMap map;
+        for (const auto& [key, value] : properties) {
+            map[RealAssemblies::widen(key)] = RealAssemblies::widen(value);
+        }
+        store = new Properties(map);
+    } else {
+        std::string text;
+        for (const auto& [key, value] : properties) {
+            text += key + "=" + value + "\n";
+        }
+        scratch.write("agent/profiles/default.properties", text);
+        FILE* file = fopen(profilePath().c_str(), "r");
+        store = IProperties::newInstance();
+        store->readProperties(file);
+        fclose(file);
+    }
+    last = static_cast<ProfilerController*>(IProfilerController::newInstance(info, store));
+    return std::unique_ptr<ProfilerController>(last);
+}
+
+std::string AgentInstallation::logPath() const
+{
+    const std::string name = "native_" + executableName() + ".log";
+    return azure ? scratch.path("home/LogFiles/SiteExtensions/TMS/tarn/" + name) : agentDirectory() + "/logs/" + name;
+}
+
+std::vector<std::string> AgentInstallation::log() const
+{
+    if (last != nullptr) {
+        fflush(last->getNativeLog());
+    }
+    std::vector<std::string> lines;
+    std::ifstream file(logPath());
+    for (std::string line; std::getline(file, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::string joined(const std::vector<std::string>& lines)
+{
+    std::string text;
+    for (const std::string& line : lines) {
+        text += "  " + line + "\n";
+    }
+    return text;
+}

@@ -1,0 +1,58 @@
+// An agent installation laid out under a scratch directory, with the agent
+// profile named in this process's environment (as the process gate leaves it)
+// and a profiler controller made over it the way the gate makes one. The
+// native log goes to a file of its own, read back by log().
+//
+// Two layouts: the ordinary one, agent/profiles/default.properties, read as a
+// properties file; and the Azure one, in which the profile names the folder
+// site/wwwroot/agent beside site/applicationHost.xdt, and HOME points into the
+// scratch directory.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "policy/ProfilerController.h"
+#include "support/ScratchDirectory.h"
+
+class AgentInstallation {
+public:
+    explicit AgentInstallation(bool azure = false);
+    ~AgentInstallation();
+    AgentInstallation(const AgentInstallation&) = delete;
+    AgentInstallation& operator=(const AgentInstallation&) = delete;
+
+    // The folder of the agent profile, where directive names are looked up first.
+    std::string agentDirectory() const;
+    std::string root() const { return scratch.path(); }
+    // Writes a file under the agent directory (or, with a leading '/', under the root).
+    std::string write(const std::string& relative, const std::string& text) const;
+    std::string makeDirectory(const std::string& relative) const;
+
+    // A property for the next controller; the log file is set already.
+    void set(const std::string& key, const std::string& value) { properties[key] = value; }
+    void unset(const std::string& key) { properties.erase(key); }
+
+    // A controller over the installation as it stands; null if none is made.
+    std::unique_ptr<ProfilerController> controller(ICorProfilerInfo* info);
+
+    // The lines of the native log of the last controller so far.
+    std::vector<std::string> log() const;
+    // Where the native log of this process lands.
+    std::string logPath() const;
+
+private:
+    std::string profilePath() const;
+    void saveEnvironment(const char* name, const char* value);
+
+    ScratchDirectory scratch;
+    bool azure;
+    std::map<std::string, std::string> properties;
+    std::map<std::string, std::pair<bool, std::string>> savedEnvironment;
+    ProfilerController* last = nullptr;
+};
+
+// The lines of a log, for failure messages.
+std::string joined(const std::vector<std::string>& lines);

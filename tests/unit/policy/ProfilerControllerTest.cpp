@@ -1,0 +1,220 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <unistd.h>
+
+#include "AgentInstallation.h"
+#include "runtime/CorErrors.h"
+#include "support/ProfilerInfoDouble.h"
+#include "support/RealAssemblies.h"
+
+namespace {
+
+class ProfilerControllerTest : public ::testing::Test {
+protected:
+    void SetUp() override { info = ProfilerInfoDouble::newInstance(); }
+
+    AutoCOMPointer<ProfilerInfoDouble> info;
+};
+
+} // namespace
+
+TEST_F(ProfilerControllerTest, IsRefusedWithoutAnAgentProfile)
+{
+    AgentInstallation installation;
+    unsetenv("com.tarn.harrowlite.agentProfile");
+    EXPECT_EQ(installation.controller(info), nullptr);
+
+    // The capitalised spelling serves as well.
+    setenv("com.tarn.harrowlite.AgentProfile", (installation.agentDirectory() + "/default.properties").c_str(), 1);
+    std::unique_ptr<ProfilerController> controller = installation.controller(info);
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(RealAssemblies::narrow(controller->getAgentDirectory().c_str()), installation.agentDirectory());
+}
+
+TEST_F(ProfilerControllerTest, RelativeProfileIsMadeAbsoluteFromTheWorkingDirectory)
+{
+    AgentInstallation installation;
+    const std::string cwd = std::filesystem::current_path().string();
+    setenv("com.tarn.harrowlite.agentProfile", "profiles/agent.properties", 1);
+    std::unique_ptr<ProfilerController> controller = installation.controller(info);
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(RealAssemblies::narrow(controller->getAgentProfilePath().c_str()), cwd + "/profiles/agent.properties");
+    EXPECT_EQ(RealAssemblies::narrow(controller->getAgentDirectory().c_str()), cwd + "/profiles");
+}
+
+TEST_F(ProfilerControllerTest, SwitchesKeepTheirDefaultsWithoutKeys)
+{
+    AgentInstallation installation;
+    std::unique_ptr<ProfilerController> controller = installation.controller(info);
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(controller->shouldLogMethodBytes(), S_FALSE);
+    EXPECT_EQ(controller->shouldLogUninstrumentedMethods(), S_FALSE);
+    EXPECT_EQ(controller->shouldMonitorNgenModules(), S_OK);
+    EXPECT_EQ(controller->shouldInstrumentOnModuleLoad(), S_FALSE);
+    EXPECT_EQ(controller->shouldDisableTransparencyChecks(), S_FALSE);
+    EXPECT_EQ(controller->shouldUseSyntheticShim(), E_FAIL);
+    EXPECT_EQ(controller->shouldFieldMarkEnabled(), E_FAIL);
+    EXPECT_EQ(controller->shouldEnableDynamicInstrumentation(), S_FALSE);
+    EXPECT_TRUE(controller->usingGenericAgentTrigger());
+    EXPECT_EQ(controller->getCacheSize(), 5000);
+}
+
+TEST_F(ProfilerControllerTest, TrueWordsAreValuesThatBeginWithTrue)
+{
+    struct Case {
+        const char* value;
+        int expected;
+    };
+    for (const Case& c : {Case {"true", S_OK}, Case {"TRUE", S_OK}, Case {"TrueIsh", S_OK}, Case {"1", S_FALSE},
+                          Case {"yes", S_FALSE}, Case {"on", S_FALSE}}) {
+        AgentInstallation installation;
+        installation.set("harrowlite.nativeprofiler.logBytecode", c.value);
+        installation.set("harrowlite.nativeprofiler.logAllMethodsNoticed", c.value);
+        installation.set("harrowlite.nativeprofiler.clrv4.transparency.checks.disabled", c.value);
+        installation.set("harrowlite.agent.remoteagentdynamicinstrumentation.enabled", c.value);
+        installation.set("harrowlite.nativeprofiler.synthetic.shim.enabled", c.value);
+        std::unique_ptr<ProfilerController> controller = installation.controller(info);
+        ASSERT_NE(controller, nullptr);
+        EXPECT_EQ(controller->shouldLogMethodBytes(), c.expected) << c.value;
+        EXPECT_EQ(controller->shouldLogUninstrumentedMethods(), c.expected) << c.value;
+        EXPECT_EQ(controller->shouldDisableTransparencyChecks(), c.expected) << c.value;
+        EXPECT_EQ(controller->shouldEnableDynamicInstrumentation(), c.expected) << c.value;
+        // Set at all, the shim switch answers yes or no, never the unset E_FAIL.
+        EXPECT_EQ(controller->shouldUseSyntheticShim(), c.expected) << c.value;
+    }
+}
+
+TEST_F(ProfilerControllerTest, OtherSwitchesFollowTheirOwnRules)
+{
+    struct Case {
+        const char* value;
+        int ngen;
+        int onLoad;
+        int fieldMark;
+        bool trigger;
+    };
+    // ngen is off only for a value beginning with "false"; the bool properties
+    // keep their default for anything but "true..." or "false...".
+    for (const Case& c : {Case {"FALSE", S_FALSE, S_FALSE, E_FAIL, false}, Case {"no", S_OK, S_FALSE, E_FAIL, true},
+                          Case {"True", S_OK, S_OK, S_OK, true}}) {
+        AgentInstallation installation;
+        installation.set("harrowlite.nativeprofiler.ngen.monitor.enabled", c.value);
+        installation.set("harrowlite.nativeprofiler.instrumentOnModuleLoad", c.value);
+        installation.set("harrowlite.fieldmark.enable", c.value);
+        installation.set("harrowlite.nativeprofiler.generic.agent.trigger.enabled", c.value);
+        std::unique_ptr<ProfilerController> controller = installation.controller(info);
+        ASSERT_NE(controller, nullptr);
+        EXPECT_EQ(controller->shouldMonitorNgenModules(), c.ngen) << c.value;
+        EXPECT_EQ(controller->shouldInstrumentOnModuleLoad(), c.onLoad) << c.value;
+        EXPECT_EQ(controller->shouldFieldMarkEnabled(), c.fieldMark) << c.value;
+        EXPECT_EQ(controller->usingGenericAgentTrigger(), c.trigger) << c.value;
+    }
+}
+
+TEST_F(ProfilerControllerTest, CacheSizeOfZeroOrNoNumberIsTheDefault)
+{
+    for (const auto& [value, expected] : {std::pair {"0", 5000}, std::pair {"abc", 5000}, std::pair {"250", 250}}) {
+        AgentInstallation installation;
+        installation.set("harrowlite.nativeprofiler.directivematching.cache.max.size", value);
+        std::unique_ptr<ProfilerController> controller = installation.controller(info);
+        ASSERT_NE(controller, nullptr);
+        EXPECT_EQ(controller->getCacheSize(), expected) << value;
+    }
+}
+
+TEST_F(ProfilerControllerTest, GenericTriggerNeedsItsAppDomainOnTheDesktopRuntime)
+{
+    AgentInstallation installation;
+    std::unique_ptr<ProfilerController> core = installation.controller(info);
+    ASSERT_NE(core, nullptr);
+    EXPECT_TRUE(core->isGenericAgentTriggerEnabled());
+    core->setIsAttach(true);
+    EXPECT_FALSE(core->isGenericAgentTriggerEnabled());
+
+    info->setRuntimeType(COR_PRF_DESKTOP_CLR);
+    std::unique_ptr<ProfilerController> desktop = installation.controller(info);
+    ASSERT_NE(desktop, nullptr);
+    EXPECT_FALSE(desktop->isGenericAgentTriggerEnabled());
+    desktop->setGenericDomainTrigger(1);
+    EXPECT_TRUE(desktop->isGenericAgentTriggerEnabled());
+
+    installation.set("harrowlite.nativeprofiler.generic.agent.trigger.enabled", "false");
+    std::unique_ptr<ProfilerController> off = installation.controller(info);
+    ASSERT_NE(off, nullptr);
+    off->setGenericDomainTrigger(1);
+    EXPECT_FALSE(off->isGenericAgentTriggerEnabled());
+}
+
+TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessBesideTheProfile)
+{
+    AgentInstallation installation;
+    std::unique_ptr<ProfilerController> controller = installation.controller(info);
+    ASSERT_NE(controller, nullptr);
+    FILE* log = controller->getNativeLog();
+    ASSERT_NE(log, stdout);
+    EXPECT_EQ(controller->getNativeLog(), log);
+    fprintf(log, "first line\n");
+    // The executable's name makes the log this process's own.
+    EXPECT_EQ(installation.log(), std::vector<std::string> {"first line"}) << installation.logPath();
+}
+
+TEST_F(ProfilerControllerTest, NativeLogWithAnAbsolutePathKeepsItsFolder)
+{
+    AgentInstallation installation;
+    const std::string folder = installation.root() + "/elsewhere/deeper";
+    installation.set("harrowlite.nativeprofiler.logfile", folder + "/trace");
+    std::unique_ptr<ProfilerController> controller = installation.controller(info);
+    ASSERT_NE(controller, nullptr);
+    ASSERT_NE(controller->getNativeLog(), stdout);
+    // A name without a dot is taken whole, and the folders are made.
+    const std::string exe = std::filesystem::read_symlink("/proc/self/exe").filename().string();
+    EXPECT_TRUE(std::filesystem::exists(folder + "/trace_" + exe + ".log"));
+}
+
+TEST_F(ProfilerControllerTest, NativeLogFallsBackToStandardOutput)
+{
+    AgentInstallation installation;
+    installation.unset("harrowlite.nativeprofiler.logfile");
+    std::unique_ptr<ProfilerController> unset = installation.controller(info);
+    ASSERT_NE(unset, nullptr);
+    EXPECT_EQ(unset->getNativeLog(), stdout);
+
+    // Neither the full path nor the name alone can be opened below a device.
+    installation.set("harrowlite.nativeprofiler.logfile", "/dev/null/logs/native.log");
+    std::unique_ptr<ProfilerController> unopenable = installation.controller(info);
+    ASSERT_NE(unopenable, nullptr);
+    EXPECT_EQ(unopenable->getNativeLog(), stdout);
+}
+
+TEST_F(ProfilerControllerTest, NativeLogOnAzureGoesToTheSiteLogFolder)
+{
+    AgentInstallation installation(true);
+    {
+        std::unique_ptr<ProfilerController> controller = installation.controller(info);
+        ASSERT_NE(controller, nullptr);
+        ASSERT_NE(controller->getNativeLog(), stdout);
+        EXPECT_TRUE(std::filesystem::exists(installation.logPath())) << installation.logPath();
+    }
+    // The instance's first six characters make a folder of their own.
+    setenv("WEBSITE_INSTANCE_ID", "abcdef0123456789", 1);
+    std::unique_ptr<ProfilerController> controller = installation.controller(info);
+    ASSERT_NE(controller, nullptr);
+    ASSERT_NE(controller->getNativeLog(), stdout);
+    const std::string exe = std::filesystem::read_symlink("/proc/self/exe").filename().string();
+    EXPECT_TRUE(std::filesystem::exists(installation.root() + "/home/LogFiles/SiteExtensions/TMS/tarn/abcdef/native_" +
+                                        exe + ".log"));
+}
+
+TEST_F(ProfilerControllerTest, MemoEntriesAreClearedOneFunctionAtATime)
+{
+    AgentInstallation installation;
+    std::unique_ptr<ProfilerController> controller = installation.controller(info);
+    ASSERT_NE(controller, nullptr);
+    controller->getCompiledMethods()[10] = 0;
+    controller->getCompiledMethods()[11] = 1;
+    controller->clearCacheForFunction(10);
+    EXPECT_EQ(controller->getCompiledMethods().count(10), 0u);
+    EXPECT_EQ(controller->getCompiledMethods().at(11), 1);
+}
