@@ -1,0 +1,267 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "PolicyFixture.h"
+#include "policy/IProfilerController.h"
+#include "runtime/CorErrors.h"
+#include "runtime/CorMetadataEnums.h"
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace {
+
+// The policy as far as the scan asks it: whether every class is to be logged.
+// Every other question fails.
+class LoggingPolicy : public IProfilerController {
+public:
+    explicit LoggingPolicy(bool logClasses) : logClasses(logClasses) {}
+
+    int shouldLogUninstrumentedMethods() override { return logClasses ? 0 : 1; }
+
+    int shouldMonitorApplication() override { return E_NOTIMPL; }
+    int shouldMonitorMethod(IMetaDataContext*) override { return E_NOTIMPL; }
+    int shouldMonitorMethodUncached(IMetaDataContext*) override { return E_NOTIMPL; }
+    int shouldHijackMethod(IMetaDataContext*) override { return E_NOTIMPL; }
+    int shouldLogMethodBytes() override { return E_NOTIMPL; }
+    int shouldMonitorNgenModules() override { return E_NOTIMPL; }
+    int shouldInstrumentOnModuleLoad() override { return E_NOTIMPL; }
+    int shouldDisableTransparencyChecks() override { return E_NOTIMPL; }
+    int shouldFieldMarkEnabled() override { return E_NOTIMPL; }
+    int shouldUseSyntheticShim() override { return E_NOTIMPL; }
+    bool isByRefLike(IMetaDataContext*) override { return false; }
+    bool usingGenericAgentTrigger() override { return false; }
+    bool isGenericAgentTriggerEnabled() override { return false; }
+    void setGenericDomainTrigger(AppDomainID) override {}
+    void setGenericModuleTrigger(ModuleID) override {}
+    void setIsAttach(bool) override {}
+    int getMonitoredMethodsForModule(ICorProfilerInfo*, ModuleID, std::set<mdMethodDef>&) override {
+        return E_NOTIMPL;
+    }
+    void setCLRVersion(unsigned int) override {}
+    std::u16string& getAppName() override { return name; }
+    FILE* getNativeLog() override { return nullptr; }
+    int shouldEnableDynamicInstrumentation() override { return E_NOTIMPL; }
+    int shouldSkipDynamicInstrumentation(IMetaDataContext*) override { return E_NOTIMPL; }
+    int shouldSkipAssembly(IMetaDataContext*) override { return E_NOTIMPL; }
+    int initializeDirectives() override { return E_NOTIMPL; }
+    int reloadDirectives() override { return E_NOTIMPL; }
+    int addDynamicDirective(char16_t*) override { return E_NOTIMPL; }
+    void clearCacheForFunction(FunctionID) override {}
+    std::map<unsigned long, int>& getCompiledMethods() override { return compiled; }
+
+private:
+    bool logClasses;
+    std::u16string name;
+    std::map<unsigned long, int> compiled;
+};
+
+struct Statistics {
+    std::string assembly;
+    unsigned long long types = 0;
+    unsigned long long cumulativeTypes = 0;
+    unsigned long long methods = 0;
+    unsigned long long cumulativeMethods = 0;
+    unsigned long long matched = 0;
+    unsigned long long cumulativeMatched = 0;
+};
+
+// The last statistics line of a log; an assembly name of "" if there is none.
+Statistics statisticsOf(const std::string& log) {
+    static const std::regex line(
+        R"(\[([^\]]*)\] \((\d+)/(\d+)\)ms to process \((\d+)/(\d+)\) types and \((\d+)/(\d+)\) methods\. )"
+        R"(Matched: \((\d+)/(\d+)\)\n)");
+    Statistics found;
+    for (std::sregex_iterator it(log.begin(), log.end(), line), end; it != end; ++it) {
+        const std::smatch& m = *it;
+        EXPECT_LE(std::stoull(m[2]), std::stoull(m[3]));
+        found = {m[1], std::stoull(m[4]), std::stoull(m[5]), std::stoull(m[6]),
+                 std::stoull(m[7]), std::stoull(m[8]), std::stoull(m[9])};
+    }
+    return found;
+}
+
+size_t occurrences(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+std::string hex(mdToken token) {
+    std::ostringstream text;
+    text << "0x" << std::hex << token;
+    return text.str();
+}
+
+const char* const kEverythingForScan =
+    "IdentifyAllClassesAs: All\n"
+    "TraceAllMethodsIfFlagged: All\n"
+    "TurnOn: All\n";
+
+}  // namespace
+
+class ModuleScan : public PolicyFixture {
+protected:
+    void SetUp() override {
+        PolicyFixture::SetUp();
+        log = tmpfile();
+    }
+    void TearDown() override { fclose(log); }
+
+    std::set<mdMethodDef> scan(const std::string& text, ModuleID where, bool logClasses = false) {
+        auto controller = directives(text, nullptr, log);
+        LoggingPolicy policy(logClasses);
+        std::set<mdMethodDef> methods;
+        controller->getMonitoredMethodsForModule(&policy, info, where, methods);
+        return methods;
+    }
+
+    // The methods that a scan of all classes should find: those of every type
+    // but interfaces, without abstract ones.
+    std::set<mdMethodDef> concreteMethods(ModuleID where) {
+        IMetaDataImport* import = info->importOf(where);
+        std::set<mdMethodDef> all;
+        HCORENUM types = nullptr;
+        mdTypeDef type = 0;
+        ULONG count = 0;
+        while (import->EnumTypeDefs(&types, &type, 1, &count) == S_OK && count == 1) {
+            DWORD flags = 0;
+            EXPECT_EQ(import->GetTypeDefProps(type, nullptr, 0, nullptr, &flags, nullptr), S_OK);
+            HCORENUM methods = nullptr;
+            mdMethodDef method = 0;
+            while ((flags & tdInterface) == 0 && import->EnumMethods(&methods, type, &method, 1, &count) == S_OK &&
+                   count == 1) {
+                DWORD attributes = 0;
+                EXPECT_EQ(import->GetMethodProps(method, nullptr, nullptr, 0, nullptr, &attributes, nullptr, nullptr,
+                                                 nullptr, nullptr),
+                          S_OK);
+                if ((attributes & mdAbstract) == 0) {
+                    all.insert(method);
+                }
+            }
+            import->CloseEnum(methods);
+        }
+        import->CloseEnum(types);
+        return all;
+    }
+
+    FILE* log = nullptr;
+};
+
+TEST_F(ModuleScan, SelectsConcreteMethodsOfCoveredClassesAndLogsEachMatch) {
+    std::set<mdMethodDef> methods = scan(
+        "IdentifyAssemblyAs: PolicyShapes All\n"
+        "TraceAllMethodsIfFlagged: All\n"
+        "TurnOn: All\n"
+        "TraceOneMethodOfClass: Shop.Invoice Issue\n",
+        shop);
+    EXPECT_EQ(methods, concreteMethods(shop));
+    EXPECT_TRUE(methods.count(methodIn(shop, {u"Shop.CardPayment"}, u"Pay")));
+    EXPECT_FALSE(methods.count(methodIn(shop, {u"Shop.PaymentBase"}, u"Pay")));
+    EXPECT_TRUE(methods.count(methodIn(shop, {u"Shop.PaymentBase"}, u"Refund")));
+    EXPECT_FALSE(methods.count(methodIn(shop, {u"Shop.IRepository"}, u"Save")));
+    EXPECT_TRUE(methods.count(methodIn(shop, {u"Shop.Order", u"Line"}, u"Touch")));
+
+    const std::string text = contents(log);
+    const std::string issue = hex(methodIn(shop, {u"Shop.Invoice"}, u"Issue"));
+    EXPECT_THAT(text, HasSubstr("Matched method [PolicyShapes]Shop.Invoice::Issue (All) mdef:" + issue + "\n"));
+    EXPECT_THAT(text, HasSubstr("Matched method [PolicyShapes]Shop.Invoice::Issue (Anonymous_0) mdef:" + issue + "\n"));
+    EXPECT_THAT(text, HasSubstr("Matched method [PolicyShapes]Shop.Order+Line::Touch (All) mdef:"));
+    EXPECT_EQ(occurrences(text, "Matched method "), methods.size() + 1);
+    EXPECT_THAT(text, Not(HasSubstr("Processing class")));
+
+    Statistics statistics = statisticsOf(text);
+    EXPECT_EQ(statistics.assembly, "PolicyShapes");
+    // Every type definition, interfaces included, and the methods of Invoice
+    // counted once for each group that covers it.
+    unsigned long long types = 0;
+    HCORENUM enumerator = nullptr;
+    mdTypeDef type = 0;
+    ULONG count = 0;
+    while (info->importOf(shop)->EnumTypeDefs(&enumerator, &type, 1, &count) == S_OK && count == 1) {
+        ++types;
+    }
+    info->importOf(shop)->CloseEnum(enumerator);
+    EXPECT_EQ(statistics.types, types);
+    EXPECT_EQ(statistics.matched, methods.size());
+    EXPECT_GE(statistics.cumulativeTypes, statistics.types);
+    EXPECT_GE(statistics.cumulativeMatched, statistics.matched);
+    const unsigned long long abstractAndInvoice = 1 + 3;
+    EXPECT_EQ(statistics.methods, methods.size() + abstractAndInvoice);
+}
+
+TEST_F(ModuleScan, AsksTheGlobalFilterForAssemblyAndClassOnly) {
+    std::set<mdMethodDef> methods = scan(
+        "IdentifyClassAs: Shop.Order All\n"
+        "IdentifyClassAs: Shop.Invoice All\n"
+        "TraceAllMethodsIfFlagged: All\n"
+        "TurnOn: All\n"
+        "SkipClass: Shop.Invoice\n"
+        "SkipMethodForClass: Shop.Order Place\n"
+        "SkipMethod: Dispose\n"
+        "SkipClassForFlag: Shop.Order All\n",
+        shop);
+    EXPECT_TRUE(methods.count(methodIn(shop, {u"Shop.Order"}, u"Place")));
+    EXPECT_TRUE(methods.count(methodIn(shop, {u"Shop.Order"}, u"Dispose")));
+    EXPECT_TRUE(methods.count(methodIn(shop, {u"Shop.OrderItem"}, u"Total")));
+    EXPECT_FALSE(methods.count(methodIn(shop, {u"Shop.Invoice"}, u"Issue")));
+    EXPECT_FALSE(methods.count(methodIn(shop, {u"Shop.SpecialOrder"}, u"Upgrade")));
+}
+
+TEST_F(ModuleScan, LogsEveryClassButInterfacesWhenAsked) {
+    scan("SetFlag: Nothing\n", shop, true);
+    const std::string text = contents(log);
+    EXPECT_THAT(text, HasSubstr("Processing class on load: [PolicyShapes]Shop.Order typeDef:" +
+                                hex(typeIn(shop, {u"Shop.Order"})) + "\n"));
+    EXPECT_THAT(text, HasSubstr("Processing class on load: [PolicyShapes]Program typeDef:"));
+    EXPECT_THAT(text, Not(HasSubstr("Shop.IRepository")));
+    EXPECT_THAT(text, Not(HasSubstr("Matched method")));
+}
+
+TEST_F(ModuleScan, SkippedAssemblyStillWritesItsStatistics) {
+    std::set<mdMethodDef> methods = {0x06000001};
+    auto controller = directives(std::string(kEverythingForScan) + "SkipAssemblyPrefix: Policy\n", nullptr, log);
+    info->importOf(shop)->resetCalls();
+    controller->getMonitoredMethodsForModule(nullptr, info, shop, methods);
+    Statistics statistics = statisticsOf(contents(log));
+    EXPECT_EQ(statistics.assembly, "PolicyShapes");
+    EXPECT_EQ(statistics.types, 0u);
+    EXPECT_EQ(statistics.methods, 0u);
+    // The set is the caller's: what it held stays and is what is reported.
+    EXPECT_EQ(statistics.matched, 1u);
+    EXPECT_EQ(methods.size(), 1u);
+    EXPECT_EQ(info->importOf(shop)->calls("EnumTypeDefs"), 0);
+}
+
+TEST_F(ModuleScan, ExactlyOneBatchOfTypesTakesASecondEmptyBatch) {
+    ModuleID many = module(RealAssemblies::testAsset("ThousandTypes"));
+    info->importOf(many)->resetCalls();
+    std::set<mdMethodDef> methods = scan(
+        "IdentifyAssemblyAs: ThousandTypes F\n"
+        "TraceOneMethodIfFlagged: F Run\n"
+        "TurnOn: F\n",
+        many);
+    EXPECT_EQ(info->importOf(many)->calls("EnumTypeDefs"), 2);
+    EXPECT_EQ(info->importOf(many)->calls("CloseEnum"), 1 + 1024);
+    Statistics statistics = statisticsOf(contents(log));
+    EXPECT_EQ(statistics.assembly, "ThousandTypes");
+    EXPECT_EQ(statistics.types, 1024u);
+    EXPECT_EQ(methods.size(), 1024u);
+    // Each class has Run and its constructor.
+    EXPECT_EQ(statistics.methods, 2048u);
+}
+
+TEST_F(ModuleScan, UnreadableModuleEndsTheScanQuietly) {
+    ModuleID unreadable = info->addUnreadableModule();
+    std::set<mdMethodDef> methods;
+    auto controller = directives(kEverythingForScan, nullptr, log);
+    controller->getMonitoredMethodsForModule(nullptr, info, unreadable, methods);
+    EXPECT_TRUE(methods.empty());
+    EXPECT_EQ(contents(log), "");
+}
