@@ -1,0 +1,317 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "AgentInstallation.h"
+#include "PolicyFixture.h"
+#include "runtime/CorErrors.h"
+
+namespace {
+
+class DirectiveLoading : public PolicyFixture {
+protected:
+    // Loads the directives of the installation as it stands.
+    std::unique_ptr<ProfilerController> load(int* status = nullptr)
+    {
+        std::unique_ptr<ProfilerController> controller = installation->controller(info);
+        EXPECT_NE(controller, nullptr);
+        if (controller != nullptr) {
+            const int result = controller->initializeDirectives();
+            if (status != nullptr) {
+                *status = result;
+            }
+        }
+        return controller;
+    }
+
+    // The loading lines of the log, with the agent directory shortened to "~".
+    std::vector<std::string> loadLines()
+    {
+        std::vector<std::string> lines;
+        const std::string prefix = installation->agentDirectory();
+        for (std::string line : installation->log()) {
+            for (size_t at = line.find(prefix); at != std::string::npos; at = line.find(prefix)) {
+                line.replace(at, prefix.size(), "~");
+            }
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+    // 0 if the controller selects Shop's class.method.
+    int decide(ProfilerController& controller, const char16_t* className, const char16_t* method)
+    {
+        return controller.shouldMonitorMethod(at({className}, method));
+    }
+
+    // Another installation; the old one gives the environment back first.
+    void fresh(bool azure)
+    {
+        installation.reset();
+        installation = std::make_unique<AgentInstallation>(azure);
+    }
+
+    // The same function compiled again: the context goes back to its id.
+    int decideAgain(ProfilerController& controller, FunctionID function)
+    {
+        EXPECT_EQ(context->setFunction(function), S_OK);
+        return controller.shouldMonitorMethod(context.get());
+    }
+
+    std::unique_ptr<AgentInstallation> installation = std::make_unique<AgentInstallation>();
+};
+
+std::string select(const std::string& className, const std::string& method)
+{
+    return "TraceOneMethodOfClass: " + className + " " + method + "\n";
+}
+
+} // namespace
+
+TEST_F(DirectiveLoading, SourcesAreReadInTheirOrderAndListsAreTrimmed)
+{
+    installation->set("harrowlite.fieldmark.directivesFile", "a.fmd, b.fml ,dir");
+    installation->set("harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true");
+    installation->write("a.fmd", select("Shop.Order", "Place"));
+    installation->write("b.fml", "Title: some probes\nDescription: what they are\n# a comment\n\n"
+                                 "c.fmd trailing words are ignored\nmissing.fmd\n");
+    installation->write("c.fmd", select("Shop.Order", "Dispose"));
+    installation->write("dir/d1.fmd", select("Shop.Invoice", "Issue"));
+    installation->write("dir/d2.netcore.fmd", select("Shop.Invoice", "Cancel"));
+    installation->write("dir/notes.txt", select("Shop.OrderItem", "Total"));
+    installation->write("dynamic/e.fmd", select("Shop.OrderRepository", "Save"));
+    installation->write("persistedprobes/f.fmd", select("Shop.OrderRepository", "Load"));
+
+    int status = -1;
+    std::unique_ptr<ProfilerController> controller = load(&status);
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(loadLines(), (std::vector<std::string> {
+                               "Started loading ~/a.fmd", "Loaded ~/a.fmd",
+                               "Started loading ~/b.fml", "Started loading ~/c.fmd", "Loaded ~/c.fmd", "Loaded ~/b.fml",
+                               "Started loading ~/dir/d1.fmd", "Loaded ~/dir/d1.fmd",
+                               // On the Core runtime no file is passed over for its marker.
+                               "Started loading ~/dir/d2.netcore.fmd", "Loaded ~/dir/d2.netcore.fmd",
+                               "Started loading ~/dynamic/e.fmd", "Loaded ~/dynamic/e.fmd",
+                               "Started loading ~/persistedprobes/f.fmd", "Loaded ~/persistedprobes/f.fmd"}))
+        << joined(installation->log());
+
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.Invoice", u"Issue"), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.Invoice", u"Cancel"), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.OrderRepository", u"Save"), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.OrderRepository", u"Load"), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.OrderItem", u"Total"), 1);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Get"), 1);
+    // Loaded once: the next question finds the directives in place.
+    EXPECT_EQ(controller->initializeDirectives(), 0);
+    EXPECT_EQ(loadLines().size(), 14u);
+}
+
+TEST_F(DirectiveLoading, NativeDirectivesFileIsTheOnlySource)
+{
+    installation->set("harrowlite.nativeprofiler.directivesFile", "a.fmd");
+    installation->set("harrowlite.fieldmark.directivesFile", "b.fmd");
+    installation->set("harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true");
+    installation->write("a.fmd", select("Shop.Order", "Place"));
+    installation->write("b.fmd", select("Shop.Order", "Dispose"));
+    installation->write("dynamic/e.fmd", select("Shop.Invoice", "Issue"));
+    installation->write("persistedprobes/f.fmd", select("Shop.Invoice", "Cancel"));
+
+    std::unique_ptr<ProfilerController> controller = load();
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Started loading ~/a.fmd", "Loaded ~/a.fmd"}));
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 1);
+    EXPECT_EQ(decide(*controller, u"Shop.Invoice", u"Issue"), 1);
+    EXPECT_EQ(decide(*controller, u"Shop.Invoice", u"Cancel"), 1);
+}
+
+TEST_F(DirectiveLoading, FailingEntryEndsItsListAndWhatWasLoadedStands)
+{
+    installation->set("harrowlite.fieldmark.directivesFile", "a.fmd,missing.fmd,c.fmd");
+    installation->write("a.fmd", select("Shop.Order", "Place"));
+    installation->write("c.fmd", select("Shop.Order", "Dispose"));
+    installation->write("persistedprobes/f.fmd", select("Shop.Invoice", "Issue"));
+
+    int status = 0;
+    std::unique_ptr<ProfilerController> controller = load(&status);
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(status, E_FAIL);
+    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Started loading ~/a.fmd", "Loaded ~/a.fmd",
+                                                      "Invalid file missing.fmd"}));
+    // The next question does not load again, and a.fmd is in force.
+    EXPECT_EQ(controller->initializeDirectives(), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 1);
+    EXPECT_EQ(decide(*controller, u"Shop.Invoice", u"Issue"), 1);
+}
+
+TEST_F(DirectiveLoading, EntriesNeedAKnownExtension)
+{
+    installation->set("harrowlite.fieldmark.directivesFile", "notes.txt");
+    installation->write("notes.txt", select("Shop.Order", "Place"));
+    int status = 0;
+    std::unique_ptr<ProfilerController> txt = load(&status);
+    EXPECT_EQ(status, E_FAIL);
+    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Invalid entry notes.txt"}));
+
+    // A persistedprobes that is a plain file has no extension at all.
+    fresh(false);
+    installation->write("persistedprobes", select("Shop.Order", "Place"));
+    std::unique_ptr<ProfilerController> plain = load(&status);
+    EXPECT_EQ(status, E_FAIL);
+    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Invalid entry persistedprobes"}));
+}
+
+TEST_F(DirectiveLoading, ListEntriesAreReadAsDirectiveFilesFromTheStartOfTheirLine)
+{
+    installation->set("harrowlite.fieldmark.directivesFile", "main.fml");
+    // A nested list is read as directives: its lines are unknown keywords.
+    installation->write("main.fml", "inner.fml\n   c.fmd\nd.fmd\n");
+    installation->write("inner.fml", "c.fmd\n");
+    installation->write("c.fmd", select("Shop.Order", "Place"));
+    installation->write("d.fmd", select("Shop.Order", "Dispose"));
+
+    std::unique_ptr<ProfilerController> controller = load();
+    ASSERT_NE(controller, nullptr);
+    // "   c.fmd" gives a word of 8 units from the c on, line feed included: no such file.
+    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Started loading ~/main.fml", "Started loading ~/inner.fml",
+                                                      "Loaded ~/inner.fml", "Started loading ~/d.fmd",
+                                                      "Loaded ~/d.fmd", "Loaded ~/main.fml"}));
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 1);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 0);
+}
+
+TEST_F(DirectiveLoading, IgnoreListIsASubstringTestOnTheWholePath)
+{
+    installation->set("harrowlite.fieldmark.directivesFile", "dir");
+    installation->set("harrowlite.fieldmark.dotnetcore.ignoreDirectivesFile", "zzz, bar,foo");
+    installation->set("harrowlite.fieldmark.dotnetframework.ignoreDirectivesFile", "keep");
+    installation->write("dir/foobar.fmd", select("Shop.Order", "Place"));
+    installation->write("dir/keep.fmd", select("Shop.Order", "Dispose"));
+    installation->write("dir/xbar.fmd", select("Shop.Invoice", "Issue"));
+
+    std::unique_ptr<ProfilerController> core = load();
+    ASSERT_NE(core, nullptr);
+    // " bar" keeps its blank, so xbar.fmd is read; the framework list is not used here.
+    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Skipping ~/dir/foobar.fmd", "Started loading ~/dir/keep.fmd",
+                                                      "Loaded ~/dir/keep.fmd", "Started loading ~/dir/xbar.fmd",
+                                                      "Loaded ~/dir/xbar.fmd"}));
+    EXPECT_EQ(decide(*core, u"Shop.Order", u"Place"), 1);
+    EXPECT_EQ(decide(*core, u"Shop.Order", u"Dispose"), 0);
+}
+
+TEST_F(DirectiveLoading, DesktopRuntimeSkipsCoreFilesAndUsesTheFrameworkIgnoreList)
+{
+    info->setRuntimeType(COR_PRF_DESKTOP_CLR);
+    installation->set("harrowlite.fieldmark.directivesFile", "dir");
+    installation->set("harrowlite.fieldmark.dotnetcore.ignoreDirectivesFile", "keep");
+    installation->set("harrowlite.fieldmark.dotnetframework.ignoreDirectivesFile", "foo");
+    installation->write("dir/foobar.fmd", select("Shop.Order", "Place"));
+    installation->write("dir/keep.fmd", select("Shop.Order", "Dispose"));
+    installation->write("dir/web.netcore.fmd", select("Shop.Invoice", "Issue"));
+
+    std::unique_ptr<ProfilerController> desktop = load();
+    ASSERT_NE(desktop, nullptr);
+    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Skipping ~/dir/foobar.fmd", "Started loading ~/dir/keep.fmd",
+                                                      "Loaded ~/dir/keep.fmd",
+                                                      "Skipping .NET Core FMD ~/dir/web.netcore.fmd"}));
+}
+
+TEST_F(DirectiveLoading, DynamicFolderIsReadOnlyWithDynamicInstrumentation)
+{
+    installation->write("dynamic/e.fmd", select("Shop.Order", "Place"));
+    installation->write("persistedprobes/f.fmd", select("Shop.Order", "Dispose"));
+    std::unique_ptr<ProfilerController> controller = load();
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Started loading ~/persistedprobes/f.fmd",
+                                                      "Loaded ~/persistedprobes/f.fmd"}));
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 1);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 0);
+}
+
+TEST_F(DirectiveLoading, ExtensionBundlesOnAzureAreReadInNameOrder)
+{
+    fresh(true);
+    // Bundles of every agent installed beside this one: <root>/<agent>/tarn/extensions/<bundle>.
+    installation->write("/one/tarn/extensions/zeta/directives/z.fmd", select("Shop.Order", "Place"));
+    installation->write("/two/tarn/extensions/alpha/directives/a.fmd", select("Shop.Order", "Dispose"));
+    installation->write("/two/tarn/extensions/beta/directives/b.fmd", select("Shop.Invoice", "Issue"));
+
+    std::unique_ptr<ProfilerController> all = load();
+    ASSERT_NE(all, nullptr);
+    const std::vector<std::string> log = installation->log();
+    const std::string root = installation->root();
+    EXPECT_EQ(log, (std::vector<std::string> {
+                       "Loading alpha", "Started loading " + root + "/site/wwwroot\\..\\..\\two\\tarn\\extensions\\alpha\\directives/a.fmd",
+                       "Loaded " + root + "/site/wwwroot\\..\\..\\two\\tarn\\extensions\\alpha\\directives/a.fmd",
+                       "Loading beta", "Started loading " + root + "/site/wwwroot\\..\\..\\two\\tarn\\extensions\\beta\\directives/b.fmd",
+                       "Loaded " + root + "/site/wwwroot\\..\\..\\two\\tarn\\extensions\\beta\\directives/b.fmd",
+                       "Loading zeta", "Started loading " + root + "/site/wwwroot\\..\\..\\one\\tarn\\extensions\\zeta\\directives/z.fmd",
+                       "Loaded " + root + "/site/wwwroot\\..\\..\\one\\tarn\\extensions\\zeta\\directives/z.fmd"}))
+        << joined(log);
+    EXPECT_EQ(decide(*all, u"Shop.Order", u"Place"), 0);
+    EXPECT_EQ(decide(*all, u"Shop.Invoice", u"Issue"), 0);
+    all.reset();
+
+    // A chosen list of bundles, from a folder given absolutely.
+    fresh(true);
+    const std::string folder = installation->write("/bundles/beta/directives/b.fmd", select("Shop.Invoice", "Issue"));
+    installation->write("/bundles/gamma/directives/g.fmd", select("Shop.Order", "Place"));
+    installation->set("harrowlite.agent.extensions.bundles.load", "beta");
+    installation->set("harrowlite.agent.extensions.directory", installation->root() + "/bundles");
+    std::unique_ptr<ProfilerController> chosen = load();
+    ASSERT_NE(chosen, nullptr);
+    EXPECT_EQ(installation->log().front(), "Loading beta") << joined(installation->log());
+    EXPECT_EQ(decide(*chosen, u"Shop.Invoice", u"Issue"), 0);
+    EXPECT_EQ(decide(*chosen, u"Shop.Order", u"Place"), 1);
+    chosen.reset();
+
+    // An absolute folder that does not exist; loading goes on.
+    fresh(true);
+    installation->set("harrowlite.agent.extensions.directory", installation->root() + "/nowhere");
+    installation->write("persistedprobes/f.fmd", select("Shop.Order", "Dispose"));
+    std::unique_ptr<ProfilerController> missing = load();
+    ASSERT_NE(missing, nullptr);
+    EXPECT_EQ(installation->log().front(), "Failed with invalid handle") << joined(installation->log());
+    EXPECT_EQ(decide(*missing, u"Shop.Order", u"Dispose"), 0);
+}
+
+TEST_F(DirectiveLoading, ReloadReadsAgainAndKeepsTheMemo)
+{
+    installation->set("harrowlite.fieldmark.directivesFile", "a.fmd");
+    installation->write("a.fmd", select("Shop.Order", "Place"));
+    std::unique_ptr<ProfilerController> controller = load();
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 0);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Get"), 1);
+    const FunctionID get = context->getFunctionID();
+
+    installation->write("a.fmd", select("Shop.Order", "Get"));
+    EXPECT_EQ(controller->reloadDirectives(), 0);
+    const std::vector<std::string> lines = loadLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Loaded ~/a.fmd"), 2) << joined(lines);
+    // Decided before the reload: the memo answers until it is cleared.
+    EXPECT_EQ(decideAgain(*controller, get), 1);
+    controller->clearCacheForFunction(get);
+    EXPECT_EQ(decideAgain(*controller, get), 0);
+    EXPECT_EQ(controller->shouldMonitorMethodUncached(at({u"Shop.Order"}, u"Place")), 1);
+}
+
+TEST_F(DirectiveLoading, DynamicDirectiveChangesOnlyWhatIsNotDecided)
+{
+    std::unique_ptr<ProfilerController> controller = installation->controller(info);
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(controller->addDynamicDirective(nullptr), E_UNEXPECTED);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 1);
+    const FunctionID place = context->getFunctionID();
+
+    char16_t line[] = u"TraceAllMethodsOfClass: Shop.Order";
+    EXPECT_EQ(controller->addDynamicDirective(line), 0);
+    EXPECT_EQ(decideAgain(*controller, place), 1);
+    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 0);
+    controller->clearCacheForFunction(place);
+    EXPECT_EQ(decideAgain(*controller, place), 0);
+}
