@@ -1,0 +1,154 @@
+#include <gtest/gtest.h>
+
+#include "AgentInstallation.h"
+#include "PolicyFixture.h"
+#include "runtime/CorErrors.h"
+
+namespace {
+
+// Decisions on the methods of a console program built with the SDK.
+class MethodDecision : public PolicyFixture {
+protected:
+    void SetUp() override
+    {
+        PolicyFixture::SetUp();
+        program = module(RealAssemblies::testAsset("PolicyConsole"));
+    }
+
+    IMetaDataContext* method(const char16_t* className, const char16_t* name) { return at(program, {className}, name); }
+
+    std::unique_ptr<ProfilerController> make(const std::string& directives = "")
+    {
+        if (!directives.empty()) {
+            installation.set("harrowlite.fieldmark.directivesFile", "probes.fmd");
+            installation.write("probes.fmd", directives);
+        }
+        std::unique_ptr<ProfilerController> controller = installation.controller(info);
+        EXPECT_NE(controller, nullptr);
+        return controller;
+    }
+
+    AgentInstallation installation;
+    ModuleID program = 0;
+};
+
+} // namespace
+
+TEST_F(MethodDecision, MainMethodsAreSelectedWithoutDirectiveFiles)
+{
+    std::unique_ptr<ProfilerController> controller = make();
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Program", u"Main")), 0);
+    const FunctionID main = context->getFunctionID();
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Worker", u"main")), 0);
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Worker", u"Work")), 1);
+    const FunctionID work = context->getFunctionID();
+    EXPECT_EQ(controller->getCompiledMethods().at(main), 0);
+    EXPECT_EQ(controller->getCompiledMethods().at(work), 1);
+}
+
+TEST_F(MethodDecision, ReadOnlyAndByRefLikeStructsAreVetoed)
+{
+    std::unique_ptr<ProfilerController> controller = make("TraceAllMethodsOfClass: PolicyConsole.Pair\n"
+                                                          "TraceAllMethodsOfClass: PolicyConsole.Counter\n"
+                                                          "TraceAllMethodsOfClass: PolicyConsole.Cursor\n");
+    // A generic read-only struct; the context names it without its arity.
+    EXPECT_TRUE(controller->isByRefLike(method(u"PolicyConsole.Pair`1", u"GetFirst")));
+    EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 1);
+    // The directives alone select it.
+    EXPECT_EQ(controller->shouldMonitorMethodUncached(context.get()), 0);
+
+    EXPECT_TRUE(controller->isByRefLike(method(u"PolicyConsole.Cursor", u"Advance")));
+    EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 1);
+    EXPECT_FALSE(controller->isByRefLike(method(u"PolicyConsole.Counter", u"Next")));
+    EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 0);
+    EXPECT_FALSE(controller->isByRefLike(method(u"PolicyConsole.Worker", u"Work")));
+
+    EXPECT_EQ(installation.log(),
+              (std::vector<std::string> {
+                  "Started loading " + installation.agentDirectory() + "/probes.fmd",
+                  "Loaded " + installation.agentDirectory() + "/probes.fmd",
+                  "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Pair::GetFirst",
+                  "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Cursor::Advance"}))
+        << joined(installation.log());
+}
+
+TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModule)
+{
+    std::unique_ptr<ProfilerController> controller = make("SkipClass: PolicyConsole.Worker\n");
+    // No module named yet.
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
+    const FunctionID next = context->getFunctionID();
+
+    controller->setGenericModuleTrigger(program);
+    // Not in the trigger's module, then skipped by the global filter.
+    EXPECT_EQ(controller->shouldMonitorMethod(at({u"Shop.Order"}, u"Place")), 1);
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Worker", u"Work")), 1);
+    // Decided before, but the trigger comes first; the memo stays as it was.
+    ASSERT_EQ(context->setFunction(next), S_OK);
+    EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 0);
+    EXPECT_EQ(controller->getCompiledMethods().at(next), 1);
+    EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 1);
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Worker", u"Helper")), 1);
+    const std::vector<std::string> log = installation.log();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "Generic agent trigger matched."), 1) << joined(log);
+}
+
+TEST_F(MethodDecision, GenericTriggerNeverFiresAfterAttach)
+{
+    std::unique_ptr<ProfilerController> controller = make();
+    controller->setGenericModuleTrigger(program);
+    controller->setIsAttach(true);
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
+}
+
+TEST_F(MethodDecision, GenericTriggerOnTheDesktopRuntimeFollowsTheAppDomain)
+{
+    info->setRuntimeType(COR_PRF_DESKTOP_CLR);
+    std::unique_ptr<ProfilerController> controller = make();
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
+    // The double puts every assembly into AppDomain 1.
+    controller->setGenericDomainTrigger(2);
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
+    controller->setGenericDomainTrigger(1);
+    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 0);
+}
+
+TEST_F(MethodDecision, HijackIsOnlyForTheDesktopCoreLibrary)
+{
+    std::unique_ptr<ProfilerController> core = make();
+    const ModuleID coreLib = module(RealAssemblies::coreLibPath());
+    EXPECT_EQ(core->shouldHijackMethod(at(coreLib, {u"System.Object"}, u"ToString")), 1);
+
+    info->setRuntimeType(COR_PRF_DESKTOP_CLR);
+    std::unique_ptr<ProfilerController> desktop = make();
+    EXPECT_EQ(desktop->shouldHijackMethod(at(coreLib, {u"System.Object"}, u"ToString")), 1);
+    context->failClassName = true;
+    EXPECT_EQ(desktop->shouldHijackMethod(context.get()), E_FAIL);
+}
+
+TEST_F(MethodDecision, SkipsOfAssembliesAndDynamicInstrumentation)
+{
+    // The first question loads, and a failed load means "not skipped".
+    installation.set("harrowlite.fieldmark.directivesFile", "skips.fmd,missing.fmd");
+    installation.write("skips.fmd", "SkipAssembly: PolicyShapes\nSkipDynamicInstrumentationClass: Shop.Order\n");
+    std::unique_ptr<ProfilerController> controller = installation.controller(info);
+    ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(controller->shouldSkipAssembly(at({u"Shop.Order"}, u"Place")), 1);
+    EXPECT_EQ(controller->shouldSkipAssembly(context.get()), 0);
+    EXPECT_EQ(controller->shouldSkipAssembly(method(u"PolicyConsole.Worker", u"Work")), 1);
+    EXPECT_EQ(controller->shouldSkipDynamicInstrumentation(at({u"Shop.Order"}, u"Place")), 0);
+    EXPECT_EQ(controller->shouldSkipDynamicInstrumentation(at({u"Shop.Invoice"}, u"Issue")), 1);
+}
+
+TEST_F(MethodDecision, ModuleScanGoesThroughTheDirectives)
+{
+    std::unique_ptr<ProfilerController> controller = make("TraceOneMethodOfClass: PolicyConsole.Worker Helper\n");
+    std::set<mdMethodDef> methods;
+    EXPECT_EQ(controller->getMonitoredMethodsForModule(info, program, methods), 0);
+    EXPECT_TRUE(methods.empty());
+    ASSERT_EQ(controller->initializeDirectives(), 0);
+    EXPECT_EQ(controller->getMonitoredMethodsForModule(info, program, methods), 0);
+    EXPECT_EQ(methods.count(methodIn(program, {u"PolicyConsole.Worker"}, u"Helper")), 1u);
+    EXPECT_EQ(methods.count(methodIn(program, {u"PolicyConsole.Program"}, u"Main")), 1u);
+    EXPECT_EQ(methods.count(methodIn(program, {u"PolicyConsole.Worker"}, u"Work")), 0u);
+}
