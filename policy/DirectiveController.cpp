@@ -132,8 +132,8 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
     const int64_t started = Performance::GetTimeInMillis();
     unsigned int typeCount = 0;
     unsigned int methodCount = 0;
-    AutoPointer<IMetaDataContext> context(IMetaDataContext::newInstance(info));
-    HRESULT hr = context.get() != nullptr ? context->setModuleID(module) : E_OUTOFMEMORY;
+    AutoPointer<IMetaDataContext> context(info != nullptr ? IMetaDataContext::newInstance(info) : nullptr);
+    HRESULT hr = context.get() != nullptr ? context->setModuleID(module) : E_INVALIDARG;
 
     if (SUCCEEDED(hr) && !skips.skipAssembly(context)) {
         AutoCOMPointer<ICorProfilerInfo2> info2;
