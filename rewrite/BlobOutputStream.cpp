@@ -4,8 +4,9 @@
 #include <new>
 
 #include "rewrite/BlobInputStream.h"
-#include "runtime/CorErrors.h"
+#include "rewrite/CorSig.h"
 #include "runtime/CorMetadataEnums.h"
+#include "runtime/CorErrors.h"
 
 IBlobOutputStream* IBlobOutputStream::newInstance() { return new (std::nothrow) BlobOutputStream(); }
 
@@ -49,23 +50,8 @@ HRESULT BlobOutputStream::writeByte(IBlobInputStream* input, unsigned char* valu
 
 HRESULT BlobOutputStream::writeNumber(unsigned int value) {
     unsigned char encoded[4];
-    if (value < 0x80) {
-        encoded[0] = static_cast<unsigned char>(value);
-        return writeBytes(encoded, 1);
-    }
-    if (value < 0x4000) {
-        encoded[0] = static_cast<unsigned char>(0x80 | value >> 8);
-        encoded[1] = static_cast<unsigned char>(value);
-        return writeBytes(encoded, 2);
-    }
-    if (value < 0x20000000) {
-        encoded[0] = static_cast<unsigned char>(0xC0 | value >> 24);
-        encoded[1] = static_cast<unsigned char>(value >> 16);
-        encoded[2] = static_cast<unsigned char>(value >> 8);
-        encoded[3] = static_cast<unsigned char>(value);
-        return writeBytes(encoded, 4);
-    }
-    return E_INVALIDARG;
+    ULONG size = CorSigCompressData(value, encoded);
+    return size == kCorSigNoEncoding ? E_INVALIDARG : writeBytes(encoded, size);
 }
 
 HRESULT BlobOutputStream::writeNumber(IBlobInputStream* input, unsigned int* value) {
@@ -77,17 +63,9 @@ HRESULT BlobOutputStream::writeNumber(IBlobInputStream* input, unsigned int* val
 }
 
 HRESULT BlobOutputStream::writeToken(unsigned int token) {
-    unsigned int row = RidFromToken(token);
-    switch (TypeFromToken(token)) {
-    case mdtTypeDef:
-        return writeNumber(row << 2);
-    case mdtTypeRef:
-        return writeNumber(row << 2 | 1);
-    case mdtTypeSpec:
-        return writeNumber(row << 2 | 2);
-    default:
-        return E_INVALIDARG;
-    }
+    unsigned char encoded[4];
+    ULONG size = CorSigCompressToken(token, encoded);
+    return size == kCorSigNoEncoding ? E_INVALIDARG : writeBytes(encoded, size);
 }
 
 HRESULT BlobOutputStream::writeToken(IBlobInputStream* input, unsigned int* token) {
