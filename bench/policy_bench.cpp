@@ -1,0 +1,172 @@
+// The directive decision for every method of the core library, against a
+// directive set of the size that real installations load: about 500 rules over
+// 50 flags, with global and per-flag skips. Figures are per method, with the
+// match cache (cleared before each pass, as every method is decided once in a
+// process) and without it.
+#include <benchmark/benchmark.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "metadata/IMetaDataContext.h"
+#include "policy/IDirectiveController.h"
+#include "support/HostedRuntime.h"
+#include "support/ProfilerInfoDouble.h"
+#include "support/RealAssemblies.h"
+#include "unit/policy/SteeredContext.h"
+
+namespace {
+
+struct Method {
+    mdTypeDef type;
+    mdToken extends;
+    mdMethodDef token;
+};
+
+struct CoreLibrary {
+    AutoCOMPointer<ProfilerInfoDouble> info;
+    ModuleID module = 0;
+    std::vector<Method> methods;
+    std::vector<std::string> classNames;
+    std::string error;
+};
+
+CoreLibrary& coreLibrary() {
+    static CoreLibrary* library = [] {
+        auto* made = new CoreLibrary();
+        if (!HostedRuntime::instance().ready()) {
+            made->error = HostedRuntime::instance().error();
+            return made;
+        }
+        made->info = ProfilerInfoDouble::newInstance();
+        made->module = made->info->addModule(RealAssemblies::coreLibPath());
+        IMetaDataImport* import = made->info->importOf(made->module);
+        if (import == nullptr) {
+            made->error = "cannot open the core library";
+            return made;
+        }
+        HCORENUM types = nullptr;
+        mdTypeDef type = 0;
+        ULONG count = 0;
+        while (import->EnumTypeDefs(&types, &type, 1, &count) == S_OK && count == 1) {
+            char16_t name[1024];
+            ULONG length = 0;
+            DWORD flags = 0;
+            mdToken extends = 0;
+            import->GetTypeDefProps(type, name, 1024, &length, &flags, &extends);
+            made->classNames.push_back(RealAssemblies::narrow(name));
+            HCORENUM methods = nullptr;
+            mdMethodDef method = 0;
+            while (import->EnumMethods(&methods, type, &method, 1, &count) == S_OK && count == 1) {
+                made->methods.push_back({type, extends, method});
+            }
+            import->CloseEnum(methods);
+        }
+        import->CloseEnum(types);
+        return made;
+    }();
+    return *library;
+}
+
+// 50 flags of about ten rules each, drawn from the library's own class names,
+// with the skips that a shipped directive set carries.
+std::string realisticDirectives(const CoreLibrary& library) {
+    static const char* const methodNames[] = {"Invoke", "Execute", "Send", "Receive", "Read", "Write",
+                                              "Open", "Close", "Parse", "Format", "Run", "Start"};
+    std::string text =
+        "SkipAssemblyPrefix: Microsoft.\n"
+        "SkipNamespacePrefix: System.Runtime.Intrinsics\n"
+        "SkipNamespacePrefix: Internal.\n"
+        "SkipNamespace: System.Numerics\n"
+        "SkipClass: System.String\n"
+        "SkipClass: System.Span\n"
+        "SkipMethodForClass: System.Collections.Generic.List Add\n"
+        "DoNotSkipMethodForClass: System.String Concat\n"
+        "SkipEmptyClasses\n";
+    size_t next = 0;
+    const size_t stride = library.classNames.size() / 400 + 1;
+    for (int flag = 0; flag < 50; ++flag) {
+        const std::string name = "Flag" + std::to_string(flag);
+        for (int rule = 0; rule < 3; ++rule, next += stride) {
+            text += "IdentifyClassAs: " + library.classNames[next % library.classNames.size()] + " " + name + "\n";
+        }
+        text += "IdentifyInheritedAs: " + library.classNames[(next + 7) % library.classNames.size()] + " " + name +
+                "\n";
+        if (flag % 5 == 0) {
+            text += "IdentifyMatchingClassesAs: *Collections.Concurrent.*Queue* " + name + "\n";
+            text += "TraceAllMethodsIfFlagged: " + name + "\n";
+        } else {
+            text += "TraceOneMethodIfFlagged: " + name + " " + methodNames[flag % 12] + "\n";
+            text += "TraceOneMethodIfFlagged: " + name + " " + methodNames[(flag + 5) % 12] + "\n";
+            text += "TraceMatchingMethodsWithParametersIfFlagged: " + name + " Try*Async\n";
+        }
+        text += "SkipMethodForFlag: " + name + " ToString\n";
+        text += "SkipNamespaceForFlag: System.Reflection.Emit " + name + "\n";
+        text += (flag % 10 == 9 ? "SetFlag: " : "TurnOn: ") + name + "\n";
+    }
+    for (int i = 0; i < 20; ++i, next += stride) {
+        text += "TraceOneMethodOfClass: " + library.classNames[next % library.classNames.size()] + " " +
+                methodNames[i % 12] + "\n";
+    }
+    return text;
+}
+
+void decideEveryMethod(benchmark::State& state, bool withCache) {
+    CoreLibrary& library = coreLibrary();
+    if (!library.error.empty()) {
+        state.SkipWithError(library.error.c_str());
+        return;
+    }
+    std::unique_ptr<IDirectiveController> controller(IDirectiveController::newInstance(nullptr));
+    std::u16string text = RealAssemblies::widen(realisticDirectives(library));
+    size_t rules = 0;
+    for (size_t start = 0; start < text.size();) {
+        size_t end = text.find(u'\n', start);
+        std::u16string line = text.substr(start, end - start);
+        controller->readDirective(line.data());
+        ++rules;
+        start = end + 1;
+    }
+    std::unique_ptr<IMetaDataContext> real(IMetaDataContext::newInstance(library.info));
+    SteeredContext context(real.get());
+    context.setModuleID(library.module);
+    context.setImport(library.info->importOf(library.module));
+
+    size_t selected = 0;
+    for (auto _ : state) {
+        controller->clearCache();
+        selected = 0;
+        mdTypeDef current = 0;
+        for (const Method& method : library.methods) {
+            if (method.type != current) {
+                current = method.type;
+                context.setTypeDef(method.type);
+                context.setSuperToken(method.extends);
+                context.classID = withCache ? library.module + method.type : 0;
+            }
+            context.setMethodDef(method.token);
+            selected += controller->shouldMonitor(&context) ? 1 : 0;
+        }
+    }
+    state.counters["methods"] = static_cast<double>(library.methods.size());
+    state.counters["selected"] = static_cast<double>(selected);
+    state.counters["rules"] = static_cast<double>(rules);
+    state.counters["per_method"] = benchmark::Counter(static_cast<double>(library.methods.size()),
+                                                      benchmark::Counter::kIsIterationInvariantRate |
+                                                          benchmark::Counter::kInvert);
+}
+
+void DecisionWithCache(benchmark::State& state) {
+    decideEveryMethod(state, true);
+}
+BENCHMARK(DecisionWithCache)->Unit(benchmark::kMillisecond);
+
+void DecisionWithoutCache(benchmark::State& state) {
+    decideEveryMethod(state, false);
+}
+BENCHMARK(DecisionWithoutCache)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
