@@ -216,19 +216,7 @@ HRESULT ProfilerCallback::InitializeForAttach(IUnknown* pCorProfilerInfoUnk, voi
 }
 
 // Slots whose work is not built yet: they leave the runtime's defaults in place.
-HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsSafeToBlock) {
-    return S_OK;
-}
-
 HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus) {
-    return S_OK;
-}
-
-HRESULT ProfilerCallback::JITCachedFunctionSearchStarted(FunctionID functionId, BOOL* pbUseCachedFunction) {
-    return S_OK;
-}
-
-HRESULT ProfilerCallback::JITInlining(FunctionID callerId, FunctionID calleeId, BOOL* pfShouldInline) {
     return S_OK;
 }
 

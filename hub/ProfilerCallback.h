@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "metadata/IMetaDataContext.h"
 #include "platform/AutoPointer.h"
@@ -21,6 +22,14 @@
 #include "runtime/CorProfilerCallback.h"
 #include "runtime/CorProfilerInfo.h"
 #include "sampling/TraceProfiler.h"
+
+// One batch of methods for the runtime to compile again (or to revert).
+struct rejit_requests {
+    int identifier;
+    ModuleID modules[128];
+    mdMethodDef methods[128];
+    unsigned int count;
+};
 
 class ProfilerCallback final : public ICorProfilerCallback4 {
 public:
@@ -147,9 +156,17 @@ public:
     ICorProfilerInfo* getProfilerInfo() const { return profilerInfo.get(); }
     TraceProfiler& getTraceProfiler() { return traceProfiler; }
 
+    // Queues one method for the service thread; a revert brings back its own
+    // body. The identifier of the batch it went into. Takes profilerLock.
+    int RequestReJIT(ModuleID module, mdMethodDef method, bool revert);
+
 private:
     // Writes to the controller's log, if there is a controller.
     void logToController(const char* line);
+    // The compile path of one method, under profilerLock and the re-entrance flag.
+    void compileMethod(FunctionID functionId);
+    // Assembly, class and method of the method in hand; false if one cannot be read.
+    bool methodNames(char16_t** assembly, char16_t** className, char16_t** method);
 
     AutoCOMPointer<ICorProfilerInfo> profilerInfo;
     AutoPointer<IProfilerController> controller;
@@ -182,6 +199,9 @@ private:
     bool hooksEnabled;
     bool isCoreCLR;
     int lastReJITRequestId;
+    // Batches waiting for the service thread, under profilerLock.
+    std::vector<rejit_requests> rejitRequests;
+    std::vector<rejit_requests> revertRequests;
     // Ring of 64 pairs: request identifier, then result.
     int rejitStatus[128];
     // Index of the newest pair; -2 while the ring is empty.

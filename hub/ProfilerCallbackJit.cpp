@@ -1,0 +1,177 @@
+// The compile path: the runtime's compile, precompiled-code and inlining
+// events, and the queue of methods for the service thread.
+#include <new>
+
+#include "hub/ProfilerCallback.h"
+#include "platform/FormattedOutput.h"
+
+namespace {
+
+// The label at the first instruction of a method's own body in the builder.
+constexpr unsigned int kMethodBodyLabel = 0x80000008;
+constexpr size_t kBatchSize = 128;
+
+// Holds a critical section for one scope, also when something is thrown.
+class HeldLock {
+public:
+    explicit HeldLock(CRITICAL_SECTION* section) : section(section) { EnterCriticalSection(section); }
+    ~HeldLock() { LeaveCriticalSection(section); }
+    HeldLock(const HeldLock&) = delete;
+    HeldLock& operator=(const HeldLock&) = delete;
+
+private:
+    CRITICAL_SECTION* section;
+};
+
+int nextRequestId(int last) { return (last + 1) % 0x7FFFFFFF; }
+
+} // namespace
+
+HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsSafeToBlock) {
+    // A method compiled where the profiler may not block is left untouched.
+    if (!fIsSafeToBlock || disabled || !jitEnabled) {
+        return S_OK;
+    }
+    try {
+        HeldLock held(&profilerLock);
+        // Our own work can set off a compile on this thread: it passes untouched.
+        if (inJITCallback) {
+            return S_OK;
+        }
+        inJITCallback = true;
+        try {
+            compileMethod(functionId);
+        } catch (...) {
+            inJITCallback = false;
+            throw;
+        }
+        inJITCallback = false;
+    } catch (...) {
+        // The runtime compiles the method's own body.
+    }
+    return S_OK;
+}
+
+void ProfilerCallback::compileMethod(FunctionID functionId) {
+    IMetaDataContext* context = metaDataContext;
+    if (context == nullptr || controller == nullptr || profiler == nullptr) {
+        return;
+    }
+    HRESULT result = context->setFunction(functionId);
+    bool monitored = controller->shouldMonitorMethod(context) == 0;
+
+    // The first method after an attach carries instrumentation in any case, so
+    // that the agent gets its chance to start, and goes back to its own body
+    // on the service thread's next round.
+    if (attached && !firstAttachMethodSeen) {
+        firstAttachMethodSeen = true;
+        if (!monitored && !controller->isByRefLike(context)) {
+            monitored = true;
+            RequestReJIT(context->getModuleID(), context->getMethodDef(), true);
+        }
+    }
+    // A method that nobody monitors goes on only as the hijack target.
+    const bool goesOn =
+        monitored || (!agentHijacked && clrVersion >= 4 && controller->shouldHijackMethod(context) == 0);
+
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    char16_t* method = nullptr;
+    if (goesOn) {
+        if (SUCCEEDED(result) && !agentHijacked && controller->shouldHijackMethod(context) == 0) {
+            result = profiler->hijackMethod(context);
+            agentHijacked = SUCCEEDED(result);
+            if (logEnabled && methodNames(&assembly, &className, &method)) {
+                fprintf_8(nativeLog, "%S [%S]%S::%S\n", SUCCEEDED(result) ? u"Hijacked" : u"Failed to hijack",
+                          assembly, className, method);
+                fflush(nativeLog);
+            }
+        }
+        unsigned int step = 0;
+        result = profiler->instrumentMethod(context, &step);
+        if (logEnabled && methodNames(&assembly, &className, &method)) {
+            fprintf_8(nativeLog, "%S [%S]%S::%S - 0x%X(%02d) - [functionID = 0x%llx]\n",
+                      SUCCEEDED(result) ? u"Instrumented" : u"Failed to instrument", assembly, className, method,
+                      result, step, static_cast<unsigned long long>(functionId));
+            fflush(nativeLog);
+        }
+        if (SUCCEEDED(result) && logMethodBytes && step > 0) {
+            IMethodBuilder* builder = profiler->getBuilder();
+            const int label = builder->findLabel(kMethodBodyLabel);
+            builder->print(nativeLog, builder->getILByteIndex(static_cast<unsigned int>(label)));
+            fflush(nativeLog);
+        }
+    }
+    if (SUCCEEDED(result) && logUninstrumented && logEnabled && methodNames(&assembly, &className, &method)) {
+        fprintf_8(nativeLog, "%S [%S]%S::%S \n", SUCCEEDED(result) ? u"Processed" : u"Failed to process", assembly,
+                  className, method);
+        fflush(nativeLog);
+    }
+}
+
+bool ProfilerCallback::methodNames(char16_t** assembly, char16_t** className, char16_t** method) {
+    return SUCCEEDED(metaDataContext->getClassName(assembly, className)) &&
+           SUCCEEDED(metaDataContext->getMethodName(method));
+}
+
+HRESULT ProfilerCallback::JITCachedFunctionSearchStarted(FunctionID functionId, BOOL* pbUseCachedFunction) {
+    try {
+        HeldLock held(&profilerLock);
+        if (metaDataContext == nullptr || controller == nullptr || pbUseCachedFunction == nullptr) {
+            return S_OK;
+        }
+        // Precompiled code of a monitored method would never reach the compile event.
+        if (SUCCEEDED(metaDataContext->setFunction(functionId)) &&
+            controller->shouldMonitorMethod(metaDataContext) == 0) {
+            *pbUseCachedFunction = FALSE;
+        }
+    } catch (...) {
+        // The runtime's default stands.
+    }
+    return S_OK;
+}
+
+HRESULT ProfilerCallback::JITInlining(FunctionID callerId, FunctionID calleeId, BOOL* pfShouldInline) {
+    try {
+        HeldLock held(&profilerLock);
+        if (metaDataContext == nullptr || controller == nullptr || pfShouldInline == nullptr ||
+            FAILED(metaDataContext->setFunction(calleeId))) {
+            return S_OK;
+        }
+        // An inlined method would never reach the compile event.
+        if (controller->shouldMonitorMethod(metaDataContext) == 0) {
+            *pfShouldInline = FALSE;
+        }
+        // With dynamic instrumentation every method outside its skip filter
+        // stays a call of its own, to be picked up later.
+        if (controller->shouldEnableDynamicInstrumentation() == 0 &&
+            controller->shouldSkipDynamicInstrumentation(metaDataContext) != 0) {
+            *pfShouldInline = FALSE;
+        }
+    } catch (...) {
+        // The runtime's answer stands.
+    }
+    return S_OK;
+}
+
+int ProfilerCallback::RequestReJIT(ModuleID module, mdMethodDef method, bool revert) {
+    HeldLock held(&profilerLock);
+    std::vector<rejit_requests>& list = revert ? revertRequests : rejitRequests;
+    // A revert batch that step 5 left full gets a successor too, so that no
+    // entry is ever written past 128.
+    if (list.empty() || list.back().count == kBatchSize) {
+        lastReJITRequestId = nextRequestId(lastReJITRequestId);
+        list.push_back(rejit_requests {lastReJITRequestId, {}, {}, 0});
+    }
+    rejit_requests& batch = list.back();
+    batch.modules[batch.count] = module;
+    batch.methods[batch.count] = method;
+    ++batch.count;
+    const int identifier = batch.identifier;
+    // A full batch opens a new one, on the ReJIT list whichever list was full.
+    if (batch.count == kBatchSize) {
+        lastReJITRequestId = nextRequestId(lastReJITRequestId);
+        rejitRequests.push_back(rejit_requests {lastReJITRequestId, {}, {}, 0});
+    }
+    return identifier;
+}
