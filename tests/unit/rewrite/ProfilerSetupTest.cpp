@@ -1,0 +1,153 @@
+// The engine's set-up: where the trace functions live, the extended local
+// signature, and the tokens resolved per module.
+#include <cstdlib>
+#include <filesystem>
+
+#include "RewriteChecks.h"
+#include "runtime/Guids.h"
+#include "support/ScratchDirectory.h"
+
+using ::testing::Return;
+
+class ProfilerSetup : public RewriteFixture {
+protected:
+    bool shimChosen(unsigned int clrVersion, bool isCoreCLR, int setting) {
+        EXPECT_CALL(controller, shouldUseSyntheticShim()).WillRepeatedly(Return(setting));
+        std::unique_ptr<Profiler> made(Profiler::newInstance(info.get(), clrVersion, isCoreCLR, &controller));
+        EXPECT_NE(made, nullptr);
+        return made != nullptr && made->usingSyntheticShim();
+    }
+
+    // Runs the set-up stages alone on a method of the shapes.
+    HRESULT setUp(const char16_t* typeName, const char16_t* name) {
+        EXPECT_EQ(context->setFunction(info->addFunction(shapes, method(typeName, name))), S_OK);
+        HRESULT hr = profiler->updateContext(context.get());
+        if (SUCCEEDED(hr)) hr = profiler->updateSignatures();
+        return hr;
+    }
+
+    std::vector<unsigned char> localSignature() {
+        PCCOR_SIGNATURE bytes = nullptr;
+        ULONG length = 0;
+        EXPECT_EQ(info->importOf(shapes)->GetSigFromToken(profiler->getLocalSigToken(), &bytes, &length), S_OK);
+        return std::vector<unsigned char>(bytes, bytes + length);
+    }
+};
+
+TEST_F(ProfilerSetup, ShimChoiceFollowsVersionSettingRuntimeAndGlobalCache) {
+    EXPECT_FALSE(shimChosen(2, true, 0)) << "version 2 never uses the shim";
+    EXPECT_TRUE(shimChosen(4, false, 0));
+    EXPECT_FALSE(shimChosen(4, true, 1));
+    EXPECT_TRUE(shimChosen(4, true, E_FAIL)) << "CoreCLR without a setting";
+    EXPECT_EQ(logText(), "") << "no look at the file system on CoreCLR";
+
+    // Another runtime without a setting asks the global assembly cache.
+    ScratchDirectory root;
+    const char* saved = std::getenv("SystemRoot");
+    std::string savedValue = saved != nullptr ? saved : "";
+    unsetenv("SystemRoot");
+    EXPECT_TRUE(shimChosen(4, false, E_FAIL));
+    setenv("SystemRoot", root.path().c_str(), 1);
+    EXPECT_TRUE(shimChosen(4, false, E_FAIL));
+    EXPECT_EQ(logText(), "tarn.Agent was not found int the GAC. Injecting SyntheticAgentShim\n");
+    std::filesystem::create_directories(root.path() + "\\assembly\\GAC_MSIL\\tarn.Agent");
+    EXPECT_FALSE(shimChosen(4, false, E_FAIL));
+    if (saved != nullptr) {
+        setenv("SystemRoot", savedValue.c_str(), 1);
+    } else {
+        unsetenv("SystemRoot");
+    }
+}
+
+TEST_F(ProfilerSetup, TheLocalSignatureGainsTheResultAndTraceLocalsAtItsEnd) {
+    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"Empty")));
+    EXPECT_EQ(localSignature(), (std::vector<unsigned char>{0x07, 0x01, 0x08}));
+    EXPECT_EQ(profiler->getTraceLocal(), 0u);
+
+    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Derived", u"Add")));
+    EXPECT_EQ(localSignature(), (std::vector<unsigned char>{0x07, 0x02, 0x08, 0x08}));
+    EXPECT_EQ(profiler->getResultLocal(), 0u);
+    EXPECT_EQ(profiler->getTraceLocal(), 1u);
+
+    // A ref int result is parked in an int32.
+    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"RefReturn")));
+    EXPECT_EQ(localSignature(), (std::vector<unsigned char>{0x07, 0x02, 0x08, 0x08}));
+
+    // A string result behind incoming locals.
+    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"Switch")));
+    std::vector<unsigned char> locals = localSignature();
+    EXPECT_EQ(locals[locals.size() - 2], 0x0E);
+    EXPECT_EQ(locals.back(), 0x08);
+    EXPECT_EQ(profiler->getResultLocal(), profiler->getLocalCount() - 2);
+
+    // A value-type result keeps its token.
+    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"ValueResult")));
+    locals = localSignature();
+    EXPECT_EQ(locals[locals.size() - 3], 0x11);
+
+    // 127 locals and no result: 128 takes two bytes where 127 took one.
+    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Wide", u"Locals127")));
+    locals = localSignature();
+    EXPECT_EQ(profiler->getLocalCount(), 128u);
+    EXPECT_EQ(locals[1], 0x80);
+    EXPECT_EQ(locals[2], 0x80);
+    EXPECT_EQ(profiler->getTraceLocal(), 127u);
+
+    // A native integer result stops the stage before any code is touched.
+    EXPECT_EQ(setUp(u"RewriteShapes.Shapes", u"NativeReturn"), E_FAIL);
+    EXPECT_EQ(std::u16string(profiler->getLastError()), u"Native integer types are not supported.");
+}
+
+TEST_F(ProfilerSetup, TokensOfOneModuleAreResolvedOnceAndSharedByItsMethods) {
+    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Derived", u"Instance")));
+    ASSERT_EQ(profiler->updateTokens(), S_OK);
+    unsigned int first[Profiler::kTraceTokenCount];
+    for (unsigned int i = 0; i < Profiler::kTraceTokenCount; ++i) {
+        first[i] = profiler->getTraceToken(static_cast<Profiler::TraceToken>(i));
+    }
+    EXPECT_EQ(first[Profiler::kFinishValueTypeToken], 0u) << "a class method";
+    IMetaDataImport* import = info->importOf(shapes);
+    for (unsigned int i : {Profiler::kInitToken, Profiler::kLoadToken, Profiler::kPushToken, Profiler::kStartToken,
+                           Profiler::kFinishToken, Profiler::kCatchToken}) {
+        EXPECT_TRUE(import->IsValidToken(first[i]));
+        EXPECT_EQ(TypeFromToken(first[i]), mdtMemberRef);
+    }
+    char16_t name[128] = {};
+    ASSERT_EQ(import->GetTypeRefProps(first[Profiler::kExceptionToken], nullptr, name, 128, nullptr), S_OK);
+    EXPECT_EQ(std::u16string(name), u"System.Exception");
+
+    // A static method of the same module: other overloads, the same references.
+    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Derived", u"Add")));
+    ASSERT_EQ(profiler->updateTokens(), S_OK);
+    EXPECT_EQ(profiler->getTraceToken(Profiler::kInitToken), first[Profiler::kInitToken]);
+    EXPECT_EQ(profiler->getTraceToken(Profiler::kPushToken), first[Profiler::kPushToken]);
+    EXPECT_EQ(profiler->getTraceToken(Profiler::kExceptionToken), first[Profiler::kExceptionToken]);
+    EXPECT_NE(profiler->getTraceToken(Profiler::kLoadToken), first[Profiler::kLoadToken]) << "loadTrace ()";
+}
+
+TEST_F(ProfilerSetup, WithoutTheShimTheAgentAssemblyIsReferenced) {
+    EXPECT_CALL(controller, shouldUseSyntheticShim()).WillRepeatedly(Return(1));
+    profiler.reset(Profiler::newInstance(info.get(), 4, true, &controller));
+    ASSERT_FALSE(profiler->usingSyntheticShim());
+    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"Empty")));
+    ASSERT_EQ(profiler->updateTokens(), S_OK);
+    IMetaDataImport* import = info->importOf(shapes);
+    mdToken type = 0;
+    ASSERT_EQ(import->GetMemberRefProps(profiler->getTraceToken(Profiler::kInitToken), &type, nullptr, 0, nullptr,
+                                        nullptr, nullptr),
+              S_OK);
+    char16_t name[128] = {};
+    mdToken scope = 0;
+    ASSERT_EQ(import->GetTypeRefProps(type, &scope, name, 128, nullptr), S_OK);
+    EXPECT_EQ(std::u16string(name), u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim");
+    AutoCOMPointer<IMetaDataAssemblyImport> assemblies;
+    ASSERT_EQ(import->QueryInterface(IID_IMetaDataAssemblyImport, reinterpret_cast<void**>(&assemblies)), S_OK);
+    char16_t assembly[128] = {};
+    ASSEMBLYMETADATA version{};
+    ASSERT_EQ(assemblies->GetAssemblyRefProps(scope, nullptr, nullptr, assembly, 128, nullptr, &version, nullptr,
+                                              nullptr, nullptr),
+              S_OK);
+    EXPECT_EQ(std::u16string(assembly), u"tarn.Agent");
+    EXPECT_EQ(version.usMajorVersion, 26);
+    EXPECT_EQ(version.usRevisionNumber, 17);
+}

@@ -1,0 +1,107 @@
+// The checks every rewritten body must pass, independent of the builder:
+// the verifier's decode and stack simulation, one ret behind the shared exit,
+// the added clause outermost and last, the header, and the local signature
+// extended at its end only.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "RewriteFixture.h"
+
+namespace rewrite_checks {
+
+inline uint32_t compressed(const unsigned char*& p) {
+    uint32_t value = 0;
+    if ((p[0] & 0x80) == 0) {
+        value = *p++;
+    } else if ((p[0] & 0xC0) == 0x80) {
+        value = (p[0] & 0x3Fu) << 8 | p[1];
+        p += 2;
+    } else {
+        value = (p[0] & 0x1Fu) << 24 | p[1] << 16 | p[2] << 8 | p[3];
+        p += 4;
+    }
+    return value;
+}
+
+struct LocalSignature {
+    uint32_t count = 0;
+    std::vector<unsigned char> types;  // the bytes behind the count
+};
+
+inline LocalSignature localSignature(IMetaDataImport* import, uint32_t token) {
+    LocalSignature result;
+    if (token == 0) return result;
+    PCCOR_SIGNATURE bytes = nullptr;
+    ULONG length = 0;
+    EXPECT_EQ(import->GetSigFromToken(token, &bytes, &length), S_OK);
+    const unsigned char* p = bytes + 1;
+    EXPECT_EQ(bytes[0], 0x07);
+    result.count = compressed(p);
+    result.types.assign(p, bytes + length);
+    return result;
+}
+
+}  // namespace rewrite_checks
+
+// Returns the verifier's result for further checks by the caller.
+inline ILVerifier::Result checkRewritten(RewriteInfoDouble& info, Profiler& profiler, ModuleID module,
+                                         mdMethodDef method, const unsigned char* body, bool returnsValue) {
+    using namespace rewrite_checks;
+    IMetaDataImport* import = info.importOf(module);
+    ILVerifier::Result verified = ILVerifier::verify(body, import, returnsValue);
+    EXPECT_TRUE(verified.ok()) << std::hex << method << "\n" << verified.describe();
+    if (!verified.ok()) return verified;
+
+    EXPECT_TRUE(verified.fat);
+    EXPECT_NE(verified.flags & 0x8, 0u);
+    EXPECT_EQ(verified.count(0x2A), 1u) << "one ret";
+    EXPECT_EQ(verified.count(0xFE1A) >= 1, true) << "rethrow of the added handler";
+
+    // The added clause: last, catch-all on System.Exception, around all others.
+    EXPECT_FALSE(verified.clauses.empty());
+    if (verified.clauses.empty()) return verified;
+    const ILVerifier::Clause& added = verified.clauses.back();
+    EXPECT_EQ(added.flags, 0u);
+    EXPECT_EQ(added.classOrFilter, profiler.getTraceToken(Profiler::kExceptionToken));
+    EXPECT_EQ(added.handlerOffset + added.handlerLength, verified.codeSize);
+    uint32_t tryEnd = added.tryOffset + added.tryLength;
+    for (size_t i = 0; i + 1 < verified.clauses.size(); ++i) {
+        const ILVerifier::Clause& inner = verified.clauses[i];
+        uint32_t innerBegin = (inner.flags & 1) != 0 ? std::min(inner.classOrFilter, inner.tryOffset) : inner.tryOffset;
+        EXPECT_GE(innerBegin, added.tryOffset);
+        EXPECT_LE(inner.handlerOffset + inner.handlerLength, tryEnd);
+    }
+    for (const ILVerifier::Instruction& instruction : verified.instructions) {
+        if (instruction.opcode != 0x2A) continue;
+        EXPECT_GE(instruction.offset, tryEnd) << "the ret stands behind the protected block";
+        EXPECT_LT(instruction.offset, added.handlerOffset);
+    }
+
+    // Header: MaxStack of the incoming body plus 2, at least 3.
+    LPCBYTE original = nullptr;
+    ULONG size = 0;
+    EXPECT_EQ(info.GetILFunctionBody(module, method, &original, &size), S_OK);
+    bool tiny = (original[0] & 3) == 2;
+    uint32_t incomingStack = tiny ? 8 : static_cast<uint16_t>(original[2] | original[3] << 8);
+    EXPECT_EQ(verified.maxStack, std::max<uint32_t>(static_cast<uint16_t>(incomingStack + 2), 3));
+    uint32_t incomingFlags = tiny ? 0x3 : static_cast<uint32_t>((original[0] | original[1] << 8) & 0xFFF);
+    EXPECT_EQ(verified.flags, incomingFlags | 0x8);
+
+    // Locals: the incoming ones unchanged, then the result and the trace local.
+    uint32_t incomingToken = tiny ? 0 : static_cast<uint32_t>(original[8] | original[9] << 8 | original[10] << 16 |
+                                                              static_cast<uint32_t>(original[11]) << 24);
+    LocalSignature before = localSignature(import, incomingToken);
+    LocalSignature after = localSignature(import, verified.localSigToken);
+    EXPECT_EQ(after.count, before.count + (returnsValue ? 2 : 1));
+    EXPECT_EQ(after.count, profiler.getLocalCount());
+    EXPECT_GE(after.types.size(), before.types.size() + 1);
+    if (after.types.size() > before.types.size()) {
+        EXPECT_TRUE(std::equal(before.types.begin(), before.types.end(), after.types.begin()));
+        EXPECT_EQ(after.types.back(), 0x08) << "trace local int32";
+    }
+    return verified;
+}

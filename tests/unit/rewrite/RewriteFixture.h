@@ -1,0 +1,145 @@
+// The engine over real metadata: the test assembly of rewrite shapes (and any
+// other assembly a test adds) copied and opened for writing, a metadata
+// context on it, and a controller whose shim setting and log the test picks.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+#include "metadata/IMetaDataContext.h"
+#include "policy/IProfilerController.h"
+#include "rewrite/Profiler.h"
+#include "support/HostedRuntime.h"
+#include "support/ILVerifier.h"
+#include "support/RealAssemblies.h"
+#include "support/RewriteInfoDouble.h"
+
+class MockController : public IProfilerController {
+public:
+    MOCK_METHOD(int, shouldMonitorApplication, (), (override));
+    MOCK_METHOD(int, shouldMonitorMethod, (IMetaDataContext*), (override));
+    MOCK_METHOD(int, shouldMonitorMethodUncached, (IMetaDataContext*), (override));
+    MOCK_METHOD(int, shouldHijackMethod, (IMetaDataContext*), (override));
+    MOCK_METHOD(int, shouldLogMethodBytes, (), (override));
+    MOCK_METHOD(int, shouldLogUninstrumentedMethods, (), (override));
+    MOCK_METHOD(int, shouldMonitorNgenModules, (), (override));
+    MOCK_METHOD(int, shouldInstrumentOnModuleLoad, (), (override));
+    MOCK_METHOD(int, shouldDisableTransparencyChecks, (), (override));
+    MOCK_METHOD(int, shouldUseSyntheticShim, (), (override));
+    MOCK_METHOD(int, shouldFieldMarkEnabled, (), (override));
+    MOCK_METHOD(bool, isByRefLike, (IMetaDataContext*), (override));
+    MOCK_METHOD(bool, usingGenericAgentTrigger, (), (override));
+    MOCK_METHOD(bool, isGenericAgentTriggerEnabled, (), (override));
+    MOCK_METHOD(void, setGenericDomainTrigger, (AppDomainID), (override));
+    MOCK_METHOD(void, setGenericModuleTrigger, (ModuleID), (override));
+    MOCK_METHOD(void, setIsAttach, (bool), (override));
+    MOCK_METHOD(int, getMonitoredMethodsForModule, (ICorProfilerInfo*, ModuleID, std::set<mdMethodDef>&), (override));
+    MOCK_METHOD(void, setCLRVersion, (unsigned int), (override));
+    MOCK_METHOD(std::u16string&, getAppName, (), (override));
+    MOCK_METHOD(FILE*, getNativeLog, (), (override));
+    MOCK_METHOD(int, shouldEnableDynamicInstrumentation, (), (override));
+    MOCK_METHOD(int, shouldSkipDynamicInstrumentation, (IMetaDataContext*), (override));
+    MOCK_METHOD(int, shouldSkipAssembly, (IMetaDataContext*), (override));
+    MOCK_METHOD(int, initializeDirectives, (), (override));
+    MOCK_METHOD(int, reloadDirectives, (), (override));
+    MOCK_METHOD(int, addDynamicDirective, (char16_t*), (override));
+    MOCK_METHOD(void, clearCacheForFunction, (FunctionID), (override));
+    MOCK_METHOD((std::map<unsigned long, int>&), getCompiledMethods, (), (override));
+};
+
+// The outcome of one instrumentMethod.
+struct Rewrite {
+    HRESULT hr = E_FAIL;
+    unsigned int step = 99;
+    mdMethodDef method = 0;
+    const unsigned char* body = nullptr;  // as installed, null if none
+};
+
+class RewriteFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
+        info = std::make_unique<RewriteInfoDouble>();
+        shapes = info->addModule(RealAssemblies::testAsset("RewriteShapes"));
+        ASSERT_NE(shapes, 0u);
+        log = std::tmpfile();
+        ON_CALL(controller, getNativeLog()).WillByDefault(::testing::Return(log));
+        ON_CALL(controller, shouldUseSyntheticShim()).WillByDefault(::testing::Return(E_FAIL));
+        ON_CALL(controller, shouldLogUninstrumentedMethods()).WillByDefault(::testing::Return(0));
+        context.reset(IMetaDataContext::newInstance(info.get()));
+        profiler.reset(Profiler::newInstance(info.get(), 4, true, &controller));
+        ASSERT_NE(profiler, nullptr);
+    }
+
+    void TearDown() override {
+        profiler.reset();
+        context.reset();
+        if (log != nullptr) std::fclose(log);
+    }
+
+    std::string logText() {
+        std::fflush(log);
+        std::rewind(log);
+        std::string text;
+        int c;
+        while ((c = std::fgetc(log)) != EOF) text += static_cast<char>(c);
+        return text;
+    }
+
+    mdTypeDef type(const char16_t* name, ModuleID module = 0) {
+        return RealAssemblies::findType(info->importOf(module == 0 ? shapes : module), name);
+    }
+
+    // A method by type and name, in the shapes module; several overloads
+    // (constructors) are told apart by their parameter count.
+    mdMethodDef method(const char16_t* typeName, const char16_t* name, int parameters = -1) {
+        IMetaDataImport* import = info->importOf(shapes);
+        HCORENUM enumerator = nullptr;
+        mdMethodDef tokens[16];
+        ULONG count = 0;
+        import->EnumMethodsWithName(&enumerator, type(typeName), name, tokens, 16, &count);
+        import->CloseEnum(enumerator);
+        for (ULONG i = 0; i < count; ++i) {
+            PCCOR_SIGNATURE signature = nullptr;
+            ULONG length = 0;
+            import->GetMethodProps(tokens[i], nullptr, nullptr, 0, nullptr, nullptr, &signature, &length, nullptr,
+                                   nullptr);
+            if (parameters < 0 || static_cast<int>(signature[1]) == parameters) return tokens[i];
+        }
+        ADD_FAILURE() << "no method " << RealAssemblies::narrow(name);
+        return 0;
+    }
+
+    Rewrite rewrite(ModuleID module, mdMethodDef token) {
+        Rewrite outcome;
+        outcome.method = token;
+        EXPECT_EQ(context->setFunction(info->addFunction(module, token)), S_OK);
+        outcome.hr = profiler->instrumentMethod(context.get(), &outcome.step);
+        outcome.body = info->installedBody(module, token);
+        return outcome;
+    }
+
+    Rewrite rewrite(const char16_t* typeName, const char16_t* name, int parameters = -1) {
+        return rewrite(shapes, method(typeName, name, parameters));
+    }
+
+    bool returnsValue(ModuleID module, mdMethodDef token) {
+        PCCOR_SIGNATURE signature = nullptr;
+        ULONG length = 0;
+        info->importOf(module)->GetMethodProps(token, nullptr, nullptr, 0, nullptr, nullptr, &signature, &length,
+                                               nullptr, nullptr);
+        return ILVerifier::returnsValue(signature, length);
+    }
+
+    std::unique_ptr<RewriteInfoDouble> info;
+    ModuleID shapes = 0;
+    FILE* log = nullptr;
+    ::testing::NiceMock<MockController> controller;
+    std::unique_ptr<IMetaDataContext> context;
+    std::unique_ptr<Profiler> profiler;
+};
