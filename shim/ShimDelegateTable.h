@@ -1,0 +1,64 @@
+// The shape of the synthetic shim class: its four delegate types, and the ten
+// delegate fields with the shim method that calls through each, the stub the
+// class constructor points it at, and the agent method that replaces the stub.
+// The agent's class holds a public static method of the same name and
+// signature for every row: that is the contract with the managed agent.
+#pragma once
+
+#include "runtime/CorTypes.h"
+
+namespace ShimDelegateTable {
+
+// Standard method signatures, default calling convention.
+inline constexpr COR_SIGNATURE initTraceSig[] = {0x00, 0x01, 0x08, 0x08};        // int32 (int32)
+inline constexpr COR_SIGNATURE pushTraceSig[] = {0x00, 0x02, 0x01, 0x08, 0x1C};  // void (int32, object)
+inline constexpr COR_SIGNATURE traceSig[] = {0x00, 0x00, 0x01};                  // void ()
+inline constexpr COR_SIGNATURE traceObjSig[] = {0x00, 0x01, 0x01, 0x1C};         // void (object)
+
+// The delegate types in the order in which they are defined.
+enum DelegateKind : unsigned int { InitTrace, PushTrace, Trace, TraceObj, DelegateKindCount };
+
+struct DelegateShape {
+    const char16_t* typeName;
+    const char16_t* emptyMethod;  // the stub that does nothing
+    const COR_SIGNATURE* signature;
+    ULONG signatureLength;
+};
+
+inline constexpr DelegateShape delegates[DelegateKindCount] = {
+    {u"InitTrace", u"emptyInitTrace", initTraceSig, sizeof(initTraceSig)},
+    {u"PushTrace", u"emptyPushTrace", pushTraceSig, sizeof(pushTraceSig)},
+    {u"Trace", u"emptyTrace", traceSig, sizeof(traceSig)},
+    {u"TraceObj", u"emptyTraceObj", traceObjSig, sizeof(traceObjSig)},
+};
+
+// Where the class constructor points a field before the agent is loaded.
+enum class InitialTarget { LoadInitTrace, LoadInitTraceIfAttached, EmptyStub };
+
+struct FieldShape {
+    const char16_t* fieldName;
+    DelegateKind kind;
+    // The shim method, and the agent method of the same name.
+    const char16_t* methodName;
+    InitialTarget initialTarget;
+};
+
+inline constexpr unsigned int kFieldCount = 10;
+
+inline constexpr FieldShape fields[kFieldCount] = {
+    {u"InitTraceDelegate", InitTrace, u"initTrace", InitialTarget::LoadInitTrace},
+    {u"CorInitTraceDelegate", InitTrace, u"corInitTrace", InitialTarget::LoadInitTraceIfAttached},
+    {u"LoadTraceDelegate", Trace, u"loadTrace", InitialTarget::EmptyStub},
+    {u"LoadTraceObjDelegate", TraceObj, u"loadTrace", InitialTarget::EmptyStub},
+    {u"PushTraceDelegate", PushTrace, u"pushTrace", InitialTarget::EmptyStub},
+    {u"StartTraceDelegate", Trace, u"startTrace", InitialTarget::EmptyStub},
+    {u"FinishValueTypeTraceDelegate", TraceObj, u"finishValueTypeTrace", InitialTarget::EmptyStub},
+    {u"FinishTraceDelegate", Trace, u"finishTrace", InitialTarget::EmptyStub},
+    {u"FinishTraceObjDelegate", TraceObj, u"finishTrace", InitialTarget::EmptyStub},
+    {u"CatchTraceDelegate", TraceObj, u"catchTrace", InitialTarget::EmptyStub},
+};
+
+inline constexpr const char16_t* kShimClassName = u"com.tarn.harrowlite.fieldmark.dotnet.SyntheticAgentShim";
+inline constexpr const char16_t* kAgentClassName = u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim";
+
+}  // namespace ShimDelegateTable

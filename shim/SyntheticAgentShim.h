@@ -1,0 +1,97 @@
+// Writes the synthetic agent shim into the core library while its module is
+// loading: a public class whose static trace methods call through static
+// delegate fields. The class constructor points the fields at stubs and at a
+// loader, loadInitTrace, which on the first initTrace loads the managed agent
+// from disk, points every field at the agent's class and passes the call on.
+//
+// One call on a stack object, on the runtime thread that reports the module
+// load; nothing survives it but the metadata and bodies given to the runtime.
+#pragma once
+
+#include <cstdio>
+
+#include "rewrite/IMethodBuilder.h"
+#include "runtime/CorProfilerInfo.h"
+#include "runtime/MetaDataInterfaces.h"
+#include "shim/ShimDelegateTable.h"
+
+class SyntheticAgentShim {
+public:
+    // Defines the class, its fields, methods and bodies in the module, then
+    // applies the new metadata. Each failed step is logged; nothing emitted is
+    // undone. info is not counted and must outlive the call.
+    HRESULT DefineSyntheticAgentShim(ICorProfilerInfo* info, ModuleID module, FILE* log, bool dotnetCore,
+                                     bool attached);
+
+private:
+    // The core library's types that the shim refers to, in lookup order.
+    enum CorlibType : unsigned int {
+        Object,
+        Type,
+        RuntimeTypeHandle,
+        Delegate,
+        Int32,
+        IsVolatile,
+        MulticastDelegate,
+        IAsyncResult,
+        AsyncCallback,
+        Assembly,
+        MethodInfo,
+        CorlibTypeCount
+    };
+
+    struct DelegateRecord {
+        mdTypeDef type = 0;
+        mdMethodDef ctor = 0;
+        mdMethodDef invoke = 0;
+        mdMethodDef emptyMethod = 0;
+    };
+
+    HRESULT FindCorlibTypes();
+    HRESULT DefineDelegateType(const char16_t* name, const COR_SIGNATURE* signature, ULONG signatureLength,
+                               mdTypeDef* outType, mdMethodDef* outInvoke, mdMethodDef* outCtor);
+    HRESULT DefineDelegateField(const char16_t* name, mdTypeDef delegateType, mdFieldDef* outField);
+    HRESULT DefineShimMethod(const char16_t* name, mdFieldDef field, mdMethodDef invoke,
+                             const COR_SIGNATURE* signature, ULONG signatureLength, mdMethodDef* outMethod);
+    HRESULT DefineEmptyDelegateMethod(const char16_t* name, mdMethodDef* outMethod, const COR_SIGNATURE* signature,
+                                      ULONG signatureLength);
+    HRESULT DefineLoadInitMethod();
+    // Continues the running result of DefineLoadInitMethod: after a failure
+    // the lookups are skipped but their failure lines are still logged.
+    HRESULT FindLoaderMethods(HRESULT hr);
+    HRESULT DefineClassCtor();
+    HRESULT AssignMethodBody(mdMethodDef method, IMethodBuilder* builder);
+    HRESULT GenerateAssignEmptyDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
+                                        mdMethodDef delegateCtor, mdMethodDef method);
+    HRESULT GenerateAssignDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
+                                   mdTypeDef delegateType, const char16_t* methodName,
+                                   const COR_SIGNATURE* signature);
+    HRESULT DefineUserString(const char16_t* text, mdString* outToken);
+    HRESULT DumpMethodsWithName(mdTypeDef type, const char16_t* name);
+    HRESULT DumpSignature(const COR_SIGNATURE* signature, ULONG length);
+
+    ICorProfilerInfo* info = nullptr;
+    IMetaDataEmit* emit = nullptr;
+    IMetaDataImport* import = nullptr;
+    FILE* log = nullptr;
+    ModuleID module = 0;
+    bool dotnetCore = false;
+    bool attached = false;
+
+    mdTypeDef corlibTypes[CorlibTypeCount] = {};
+    mdMethodDef getMethodMethod = 0;
+    mdMethodDef getTypeFromHandleMethod = 0;
+    mdMethodDef createDelegateMethod = 0;
+    mdMethodDef loadFromMethod = 0;
+    mdMethodDef getTypeMethod = 0;
+
+    mdTypeDef loadContextType = 0;
+    mdMethodDef getDefaultMethod = 0;
+    mdMethodDef loadFromAssemblyPathMethod = 0;
+
+    mdTypeDef shimType = 0;
+    mdFieldDef delegateFields[ShimDelegateTable::kFieldCount] = {};
+    mdMethodDef shimInitTraceMethod = 0;
+    mdMethodDef loadInitTraceMethod = 0;
+    DelegateRecord delegateRecords[ShimDelegateTable::DelegateKindCount];
+};

@@ -1,0 +1,68 @@
+// The shim's class constructor: every delegate field starts out at a stub
+// that does nothing, or at the loader for the fields that bring the agent in.
+#include "shim/SyntheticAgentShim.h"
+
+#include "platform/AutoPointer.h"
+#include "platform/FormattedOutput.h"
+
+using namespace ShimDelegateTable;
+
+namespace {
+
+constexpr DWORD kClassCtorFlags = mdStatic | mdSpecialName | mdRTSpecialName;
+constexpr COR_SIGNATURE kClassCtorSig[] = {0x00, 0x00, 0x01};  // void ()
+
+}  // namespace
+
+HRESULT SyntheticAgentShim::DefineClassCtor() {
+    mdMethodDef cctor = 0;
+    HRESULT hr = emit->DefineMethod(shimType, u".cctor", kClassCtorFlags, kClassCtorSig, sizeof(kClassCtorSig), 0, 0,
+                                    &cctor);
+    AutoPointer<IMethodBuilder> builder(IMethodBuilder::newInstance());
+    if (SUCCEEDED(hr) && builder.get() == nullptr) {
+        hr = E_OUTOFMEMORY;
+    }
+
+    unsigned int index = 0;
+    if (SUCCEEDED(hr)) {
+        builder->getFatHeader()->MaxStack = 10;
+    }
+    for (unsigned int i = 0; i < kFieldCount && SUCCEEDED(hr); ++i) {
+        const DelegateRecord& record = delegateRecords[fields[i].kind];
+        mdMethodDef target = record.emptyMethod;
+        // Without an attach, corInitTrace stays quiet until code outside the
+        // core library has brought the agent in through initTrace.
+        if (fields[i].initialTarget == InitialTarget::LoadInitTrace ||
+            (fields[i].initialTarget == InitialTarget::LoadInitTraceIfAttached && attached)) {
+            target = loadInitTraceMethod;
+        }
+        hr = GenerateAssignEmptyDelegate(builder.get(), index, delegateFields[i], record.ctor, target);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(index++, Opcode::ret, 0, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = AssignMethodBody(cctor, builder.get());
+    }
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to AssignMethodBody\n");
+    }
+    return hr;
+}
+
+HRESULT SyntheticAgentShim::GenerateAssignEmptyDelegate(IMethodBuilder* builder, unsigned int& ilIndex,
+                                                        mdFieldDef field, mdMethodDef delegateCtor,
+                                                        mdMethodDef method) {
+    // field = new DelegateType(null, &method)
+    HRESULT hr = builder->insertIL(ilIndex++, Opcode::ldnull, 0, 0);
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::ldftn, method, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::newobj, delegateCtor, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::stsfld, field, 0);
+    }
+    return hr;
+}

@@ -1,0 +1,278 @@
+// loadInitTrace: loads the managed agent, points every delegate field at the
+// agent's class, and passes the first initTrace call on.
+#include "shim/SyntheticAgentShim.h"
+
+#include "platform/AutoPointer.h"
+#include "platform/FormattedOutput.h"
+#include "shim/AgentLocation.h"
+#include "shim/ShimSignature.h"
+
+using namespace ShimDelegateTable;
+
+namespace {
+
+constexpr DWORD kShimMethodFlags = mdPublic | mdStatic | mdHideBySig;
+
+// ldc.i4.<n> in its shortest form.
+Opcode loadConstant(unsigned int value) {
+    return value <= 8 ? static_cast<Opcode>(static_cast<unsigned int>(Opcode::ldc_i4_0) + value) : Opcode::ldc_i4_s;
+}
+
+}  // namespace
+
+HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
+    HRESULT hr = emit->DefineMethod(shimType, u"loadInitTrace", kShimMethodFlags, initTraceSig, sizeof(initTraceSig),
+                                    0, 0, &loadInitTraceMethod);
+
+    std::u16string path;
+    if (SUCCEEDED(hr)) {
+        path = AgentLocation::find(dotnetCore);
+        if (path.empty()) {
+            fprintf_8(log, "No agent location: neither the agent location nor the agent profile is set\n");
+            hr = E_INVALIDARG;
+        } else {
+            fprintf_8(log, "Looking for agent at %S\n", path.c_str());
+        }
+    }
+    mdString pathString = 0;
+    mdString agentClassString = 0;
+    if (SUCCEEDED(hr)) {
+        hr = DefineUserString(path.c_str(), &pathString);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = DefineUserString(kAgentClassName, &agentClassString);
+    }
+
+    hr = FindLoaderMethods(hr);
+
+    AutoPointer<IMethodBuilder> builder(IMethodBuilder::newInstance());
+    if (SUCCEEDED(hr) && builder.get() == nullptr) {
+        hr = E_OUTOFMEMORY;
+    }
+    // One local of class System.Type: the agent's class.
+    ShimSignature locals;
+    locals.add(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG).add(1).addClass(corlibTypes[Type]);
+    mdSignature localsToken = 0;
+    if (SUCCEEDED(hr)) {
+        builder->getFatHeader()->MaxStack = 10;
+        hr = emit->GetTokenFromSig(locals.bytes(), locals.length(), &localsToken);
+    }
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to GetTokenFromSig\n");
+    }
+
+    unsigned int index = 0;
+    if (SUCCEEDED(hr)) {
+        builder->getFatHeader()->LocalVarSigTok = localsToken;
+        if (dotnetCore) {
+            hr = builder->insertIL(index++, Opcode::call, getDefaultMethod, 0);
+            if (SUCCEEDED(hr)) {
+                hr = builder->insertIL(index++, Opcode::ldstr, pathString, 0);
+            }
+            if (SUCCEEDED(hr)) {
+                hr = builder->insertIL(index++, Opcode::callvirt, loadFromAssemblyPathMethod, 0);
+            }
+        } else {
+            hr = builder->insertIL(index++, Opcode::ldstr, pathString, 0);
+            if (SUCCEEDED(hr)) {
+                hr = builder->insertIL(index++, Opcode::call, loadFromMethod, 0);
+            }
+        }
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(index++, Opcode::ldstr, agentClassString, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(index++, Opcode::callvirt, getTypeMethod, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(index++, Opcode::stloc_0, 0, 0);
+    }
+
+    // A field that cannot be pointed at the agent keeps its stub; the others
+    // still go over, so the results of these emissions are not kept.
+    if (SUCCEEDED(hr)) {
+        for (unsigned int i = 0; i < kFieldCount; ++i) {
+            const FieldShape& field = fields[i];
+            GenerateAssignDelegate(builder.get(), index, delegateFields[i], delegateRecords[field.kind].type,
+                                   field.methodName, delegates[field.kind].signature);
+        }
+        // By now initTrace leads to the agent: the first call is delivered after all.
+        builder->insertIL(index++, Opcode::ldarg_0, 0, 0);
+        builder->insertIL(index++, Opcode::call, shimInitTraceMethod, 0);
+        hr = builder->insertIL(index++, Opcode::ret, 0, 0);
+    }
+
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to create method body\n");
+    } else {
+        hr = AssignMethodBody(loadInitTraceMethod, builder.get());
+        if (FAILED(hr)) {
+            fprintf_8(log, "Failed to AssignMethodBody\n");
+        }
+    }
+    return hr;
+}
+
+HRESULT SyntheticAgentShim::FindLoaderMethods(HRESULT hr) {
+    if (dotnetCore) {
+        ShimSignature getDefault;
+        getDefault.add(IMAGE_CEE_CS_CALLCONV_DEFAULT).add(0).addClass(loadContextType);
+        if (SUCCEEDED(hr)) {
+            hr = import->FindMethod(loadContextType, u"get_Default", getDefault.bytes(), getDefault.length(),
+                                    &getDefaultMethod);
+        }
+        if (FAILED(hr)) {
+            fprintf_8(log, "Failed to locate AssemblyLoadContext.get_Default\n");
+            DumpMethodsWithName(loadContextType, u"get_Default");
+        }
+
+        ShimSignature loadFromPath;
+        loadFromPath.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).addClass(corlibTypes[Assembly]).add(ELEMENT_TYPE_STRING);
+        if (SUCCEEDED(hr)) {
+            hr = import->FindMethod(loadContextType, u"LoadFromAssemblyPath", loadFromPath.bytes(),
+                                    loadFromPath.length(), &loadFromAssemblyPathMethod);
+        }
+        if (FAILED(hr)) {
+            fprintf_8(log, "Failed to locate LoadFromAssemblyPath\n");
+            DumpSignature(loadFromPath.bytes(), loadFromPath.length());
+            DumpMethodsWithName(loadContextType, u"LoadFromAssemblyPath");
+        }
+    } else {
+        ShimSignature loadFrom;
+        loadFrom.add(IMAGE_CEE_CS_CALLCONV_DEFAULT).add(1).addClass(corlibTypes[Assembly]).add(ELEMENT_TYPE_STRING);
+        if (SUCCEEDED(hr)) {
+            hr = import->FindMethod(corlibTypes[Assembly], u"LoadFrom", loadFrom.bytes(), loadFrom.length(),
+                                    &loadFromMethod);
+        }
+        if (FAILED(hr)) {
+            fprintf_8(log, "Failed to locate Assembly.LoadFrom\n");
+        }
+    }
+
+    ShimSignature getType;
+    getType.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).addClass(corlibTypes[Type]).add(ELEMENT_TYPE_STRING);
+    if (SUCCEEDED(hr)) {
+        hr = import->FindMethod(corlibTypes[Assembly], u"GetType", getType.bytes(), getType.length(), &getTypeMethod);
+    }
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to locate GetType 0x%x\n", hr);
+        DumpMethodsWithName(corlibTypes[Assembly], u"GetType");
+    }
+
+    ShimSignature getMethod;
+    getMethod.add(IMAGE_CEE_CS_CALLCONV_HASTHIS)
+        .add(2)
+        .addClass(corlibTypes[MethodInfo])
+        .add(ELEMENT_TYPE_STRING)
+        .add(ELEMENT_TYPE_SZARRAY)
+        .addClass(corlibTypes[Type]);
+    if (SUCCEEDED(hr)) {
+        hr = import->FindMethod(corlibTypes[Type], u"GetMethod", getMethod.bytes(), getMethod.length(),
+                                &getMethodMethod);
+    }
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to locate GetMethod 0x%x\n", hr);
+        DumpMethodsWithName(corlibTypes[Type], u"GetMethod");
+    }
+
+    ShimSignature getTypeFromHandle;
+    getTypeFromHandle.add(IMAGE_CEE_CS_CALLCONV_DEFAULT)
+        .add(1)
+        .addClass(corlibTypes[Type])
+        .addValueType(corlibTypes[RuntimeTypeHandle]);
+    if (SUCCEEDED(hr)) {
+        hr = import->FindMethod(corlibTypes[Type], u"GetTypeFromHandle", getTypeFromHandle.bytes(),
+                                getTypeFromHandle.length(), &getTypeFromHandleMethod);
+    }
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to find GetTypeFromHandle\n");
+    }
+
+    ShimSignature createDelegate;
+    createDelegate.add(IMAGE_CEE_CS_CALLCONV_DEFAULT)
+        .add(2)
+        .addClass(corlibTypes[Delegate])
+        .addClass(corlibTypes[Type])
+        .addClass(corlibTypes[MethodInfo]);
+    if (SUCCEEDED(hr)) {
+        hr = import->FindMethod(corlibTypes[Delegate], u"CreateDelegate", createDelegate.bytes(),
+                                createDelegate.length(), &createDelegateMethod);
+    }
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to find CreateDelegate\n");
+    }
+    return hr;
+}
+
+HRESULT SyntheticAgentShim::GenerateAssignDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
+                                                   mdTypeDef delegateType, const char16_t* methodName,
+                                                   const COR_SIGNATURE* signature) {
+    // field = (DelegateType) Delegate.CreateDelegate(typeof(DelegateType),
+    //     agentType.GetMethod(methodName, new Type[] { parameter types }))
+    mdString nameString = 0;
+    HRESULT hr = builder->insertIL(ilIndex++, Opcode::ldtoken, delegateType, 0);
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::call, getTypeFromHandleMethod, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::ldloc_0, 0, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = DefineUserString(methodName, &nameString);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::ldstr, nameString, 0);
+    }
+
+    const unsigned int parameterCount = signature[1];
+    if (SUCCEEDED(hr)) {
+        if (parameterCount <= 2) {
+            hr = builder->insertIL(ilIndex++, loadConstant(parameterCount), 0, 0);
+        } else {
+            hr = S_FALSE;
+        }
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::newarr, corlibTypes[Type], 0);
+    }
+    for (unsigned int i = 0; i < parameterCount && SUCCEEDED(hr); ++i) {
+        hr = builder->insertIL(ilIndex++, Opcode::dup, 0, 0);
+        if (SUCCEEDED(hr)) {
+            hr = builder->insertIL(ilIndex++, loadConstant(i), i, 0);
+        }
+        if (SUCCEEDED(hr)) {
+            switch (signature[i + 3]) {
+            case ELEMENT_TYPE_I4:
+                hr = builder->insertIL(ilIndex++, Opcode::ldtoken, corlibTypes[Int32], 0);
+                break;
+            case ELEMENT_TYPE_OBJECT:
+                hr = builder->insertIL(ilIndex++, Opcode::ldtoken, corlibTypes[Object], 0);
+                break;
+            default:
+                hr = S_FALSE;
+                break;
+            }
+        }
+        if (SUCCEEDED(hr)) {
+            hr = builder->insertIL(ilIndex++, Opcode::call, getTypeFromHandleMethod, 0);
+        }
+        if (SUCCEEDED(hr)) {
+            hr = builder->insertIL(ilIndex++, Opcode::stelem_ref, 0, 0);
+        }
+    }
+
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::callvirt, getMethodMethod, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::call, createDelegateMethod, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::castclass, delegateType, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::stsfld, field, 0);
+    }
+    return hr;
+}

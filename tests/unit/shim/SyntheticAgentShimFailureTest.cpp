@@ -1,0 +1,117 @@
+// The failure cascade: after a failed step the later steps are skipped, the
+// later failure lines are still logged, and nothing is applied.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ShimFixture.h"
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+namespace {
+
+constexpr HRESULT kNotFound = static_cast<HRESULT>(0x80131130);
+
+using SyntheticAgentShimFailureTest = ShimFixture;
+
+TEST_F(SyntheticAgentShimFailureTest, MetadataThatCannotBeOpenedLogsTheWholeCascade) {
+    metaDataResult = E_FAIL;
+    EXPECT_EQ(define(true, false), E_FAIL);
+
+    EXPECT_EQ(logText, "Failed to allocate COM ptrs\nFailed to find corlib types\nFailed to create delegate fields\n");
+    EXPECT_EQ(info->calls("GetModuleMetaData"), 1);
+    EXPECT_EQ(info->calls("SetILFunctionBody"), 0);
+    EXPECT_EQ(info->calls("ApplyMetaData"), 0);
+    EXPECT_TRUE(info->queried().empty());
+    EXPECT_EQ(shimType(), 0u);
+}
+
+TEST_F(SyntheticAgentShimFailureTest, MissingIsVolatileFailsTheCorlibLookupBeforeAnythingIsDefined) {
+    faulting->failFindTypeDefByName(u"System.Runtime.CompilerServices.IsVolatile", kNotFound);
+    EXPECT_EQ(define(true, false), kNotFound);
+
+    EXPECT_EQ(logText, "Failed to find corlib types\nFailed to create delegate fields\n");
+    EXPECT_EQ(shimType(), 0u);
+    // The lookup stops at the first type that is missing.
+    EXPECT_EQ(faulting->typeNamesSought().size(), 6u);
+    EXPECT_EQ(info->calls("ApplyMetaData"), 0);
+}
+
+TEST_F(SyntheticAgentShimFailureTest, GetTypeNotFoundLogsEveryLaterStepAndAppliesNothing) {
+    faulting->failFindMethod(u"GetType", kNotFound);
+    EXPECT_EQ(define(true, false), kNotFound);
+
+    EXPECT_THAT(logLines("Failed"),
+                ElementsAre("Failed to locate GetType 0x80131130", "Failed to locate GetMethod 0x80131130",
+                            "Failed to find GetTypeFromHandle", "Failed to find CreateDelegate",
+                            "Failed to GetTokenFromSig", "Failed to create method body"));
+    mdTypeDef assembly = corlibType(u"System.Reflection.Assembly");
+    mdTypeDef type = corlibType(u"System.Type");
+    char expectedDump[128];
+    snprintf(expectedDump, sizeof(expectedDump), "Dumping methods for type: 0x%x with name: GetType", assembly);
+    EXPECT_THAT(logLines("Dumping"),
+                ElementsAre(expectedDump, StartsWith("Dumping methods for type: 0x" + [&] {
+                                char hex[16];
+                                snprintf(hex, sizeof(hex), "%x", type);
+                                return std::string(hex);
+                            }() + " with name: GetMethod")));
+    // The real Assembly.GetType overloads are listed with their signatures.
+    EXPECT_THAT(logText, HasSubstr("Method GetType sig: 0x20 0x1 0x12 "));
+    EXPECT_EQ(logLines()[0], "Looking for agent at /opt/tarn/bin/netcore/tarn.Agent.dll");
+
+    mdTypeDef shim = shimType();
+    ASSERT_NE(shim, 0u);
+    EXPECT_EQ(info->calls("ApplyMetaData"), 0);
+    EXPECT_TRUE(info->queried().empty());
+    // The trace methods and stubs were in before the loader failed; the loader
+    // and the class constructor get no body.
+    EXPECT_EQ(info->bodies().size(), 14u);
+    EXPECT_EQ(info->bodies().count(methodNamed(shim, "loadInitTrace")), 0u);
+    EXPECT_EQ(methodNamed(shim, ".cctor"), 0u);
+}
+
+TEST_F(SyntheticAgentShimFailureTest, MissingDefaultLoadContextDumpsTheMethodsOfThatName) {
+    faulting->failFindMethod(u"get_Default", kNotFound);
+    EXPECT_EQ(define(true, false), kNotFound);
+
+    std::vector<std::string> lines = logLines();
+    ASSERT_GE(lines.size(), 5u) << logText;
+    EXPECT_EQ(lines[1], "Failed to locate AssemblyLoadContext.get_Default");
+    char expectedDump[128];
+    snprintf(expectedDump, sizeof(expectedDump), "Dumping methods for type: 0x%x with name: get_Default",
+             corlibType(u"System.Runtime.Loader.AssemblyLoadContext"));
+    EXPECT_EQ(lines[2], expectedDump);
+    EXPECT_THAT(lines[3], StartsWith("Method get_Default sig: 0x0 0x0 0x12 0x"));
+    // The lookup that follows logs the signature it sought before its dump.
+    EXPECT_EQ(lines[4], "Failed to locate LoadFromAssemblyPath");
+    EXPECT_THAT(lines[5], StartsWith(" 0x20 0x1 0x12 0x"));
+    // The signature's bytes run on into the dump's heading.
+    EXPECT_THAT(lines[5], HasSubstr(" 0xeDumping methods for type:"));
+    EXPECT_EQ(info->calls("ApplyMetaData"), 0);
+}
+
+TEST_F(SyntheticAgentShimFailureTest, RuntimeWithoutInfo7LogsThatMetadataCannotBeApplied) {
+    EXPECT_EQ(define(true, false, 4), E_NOINTERFACE);
+
+    EXPECT_EQ(logText,
+              "Looking for agent at /opt/tarn/bin/netcore/tarn.Agent.dll\nFailed to ApplyMetaData 0x80004002\n");
+    EXPECT_EQ(info->calls("ApplyMetaData"), 0);
+    EXPECT_EQ(info->bodies().size(), 16u);
+    EXPECT_EQ(info->references(), 0u);
+}
+
+TEST_F(SyntheticAgentShimFailureTest, NoAgentLocationAtAllFailsTheLoaderInsteadOfCrashing) {
+    environment.set("com.tarn.harrowlite.agentProfile", nullptr);
+    EXPECT_EQ(define(true, false), E_INVALIDARG);
+
+    EXPECT_THAT(logLines("Failed"), ElementsAre("Failed to locate AssemblyLoadContext.get_Default",
+                                                "Failed to locate LoadFromAssemblyPath",
+                                                "Failed to locate GetType 0x80070057",
+                                                "Failed to locate GetMethod 0x80070057",
+                                                "Failed to find GetTypeFromHandle", "Failed to find CreateDelegate",
+                                                "Failed to GetTokenFromSig", "Failed to create method body"));
+    EXPECT_EQ(info->calls("ApplyMetaData"), 0);
+}
+
+}  // namespace
