@@ -69,10 +69,7 @@ ProfilerCallback::ProfilerCallback()
 // Nothing here may throw: the process would end.
 ProfilerCallback::~ProfilerCallback() {
     logToController("Tear down profiler\n");
-    if (serviceThread != nullptr) {
-        SetEvent(serviceStopEvent);
-        CloseHandle(serviceThread);
-    }
+    stopServiceThread();
     CloseHandle(serviceStopEvent);
     disabled = true;
     controller = nullptr;
@@ -113,46 +110,6 @@ ULONG ProfilerCallback::Release() {
         delete this;
     }
     return count;
-}
-
-// Obtains the highest info interface the runtime offers. The rest of the
-// start-up (the process gate, the controller, the event mask, the engine and
-// the context) is not done here yet: the profiler stays loaded and idle.
-HRESULT ProfilerCallback::Initialize(IUnknown* pICorProfilerInfoUnk) {
-    if (pICorProfilerInfoUnk == nullptr) {
-        return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
-    }
-    ICorProfilerInfo3* info3 = nullptr;
-    HRESULT hr = pICorProfilerInfoUnk->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3));
-    if (SUCCEEDED(hr)) {
-        profilerInfo = info3;
-        clrVersion = 4;
-        AutoCOMPointer<ICorProfilerInfo4> info4;
-        if (SUCCEEDED(pICorProfilerInfoUnk->QueryInterface(IID_ICorProfilerInfo4,
-                                                           reinterpret_cast<void**>(&info4)))) {
-            supportsReJIT = true;
-        }
-    } else {
-        ICorProfilerInfo2* info2 = nullptr;
-        hr = pICorProfilerInfoUnk->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2));
-        if (SUCCEEDED(hr)) {
-            profilerInfo = info2;
-            clrVersion = 2;
-        } else {
-            ICorProfilerInfo* info = nullptr;
-            hr = pICorProfilerInfoUnk->QueryInterface(IID_ICorProfilerInfo, reinterpret_cast<void**>(&info));
-            if (SUCCEEDED(hr)) {
-                profilerInfo = info;
-                clrVersion = 1;
-            }
-        }
-    }
-    if (FAILED(hr)) {
-        return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
-    }
-    fpc = this;
-    traceProfiler.Init();
-    return S_OK;
 }
 
 HRESULT ProfilerCallback::Shutdown() {
@@ -216,10 +173,6 @@ HRESULT ProfilerCallback::InitializeForAttach(IUnknown* pCorProfilerInfoUnk, voi
 }
 
 // Slots whose work is not built yet: they leave the runtime's defaults in place.
-HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus) {
-    return S_OK;
-}
-
 HRESULT ProfilerCallback::ProfilerAttachComplete() {
     return S_OK;
 }

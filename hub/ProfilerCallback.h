@@ -160,6 +160,14 @@ public:
     // body. The identifier of the batch it went into. Takes profilerLock.
     int RequestReJIT(ModuleID module, mdMethodDef method, bool revert);
 
+    // False without ICorProfilerInfo4, else "harrowlite.agent.rejit.enabled"
+    // (default true); the properties are read anew at each call.
+    bool IsReJITEnabled();
+    // "harrowlite.agent.deep.instrumentation.enabled" (default true), read anew.
+    bool IsTraceProfilerEnabled();
+    // Body of the ReJIT service thread; the argument is the callback object.
+    static DWORD ServiceReJITThreadFunction(LPVOID callback);
+
 private:
     // Writes to the controller's log, if there is a controller.
     void logToController(const char* line);
@@ -167,6 +175,13 @@ private:
     void compileMethod(FunctionID functionId);
     // Assembly, class and method of the method in hand; false if one cannot be read.
     bool methodNames(char16_t** assembly, char16_t** className, char16_t** method);
+    // Steps of ModuleLoadFinished: the generic agent trigger, the hijack of
+    // AppDomain.SetupDomain (desktop runtime), the rewriting on module load.
+    void findGenericTrigger(ModuleID moduleId, AppDomainID domainId, const char16_t* domainName, HRESULT result);
+    void hijackSetupDomain(ModuleID moduleId);
+    void instrumentModule(ModuleID moduleId, const char16_t* assemblyName, HRESULT result);
+    // Signals the service thread until it has left; then its handle is closed.
+    void stopServiceThread();
 
     AutoCOMPointer<ICorProfilerInfo> profilerInfo;
     AutoPointer<IProfilerController> controller;
@@ -185,6 +200,8 @@ private:
     AutoPointer<IProfiler> profiler;
     AutoPointer<IMetaDataContext> metaDataContext;
     HANDLE serviceThread;
+    // Set by the service thread as it leaves.
+    std::atomic<bool> serviceThreadDone{false};
     CRITICAL_SECTION profilerLock;
     CRITICAL_SECTION moduleLock;
     bool inJITCallback;

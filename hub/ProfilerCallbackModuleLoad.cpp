@@ -1,0 +1,307 @@
+// A module has loaded: its names for lookup, its log line, the generic agent
+// trigger, the agent's P/Invokes, the synthetic shim in the first module, and
+// the rewriting of its methods when instrumenting on module load.
+#include <cinttypes>
+#include <set>
+#include <string>
+
+#include "hub/ProfilerCallback.h"
+#include "hub/UnixDllImportPatcher.h"
+#include "platform/FormattedOutput.h"
+#include "platform/Performance.h"
+#include "platform/Text16.h"
+#include "runtime/Guids.h"
+#include "shim/SyntheticAgentShim.h"
+
+namespace {
+
+constexpr ULONG kNameUnits = 300;
+constexpr mdAssembly kNoAssembly = 0x20000000;
+const char16_t kAgentAssemblyPrefix[] = u"tarn.Agent";
+constexpr size_t kAgentAssemblyPrefixUnits = 10;
+
+// Shared by all threads that load modules, without a lock.
+bool firstModule = true;
+bool domainTriggerSatisfied = false;
+ModuleID privateCorLib = 0;
+ModuleID genericTrigger = 0;
+uint64_t cumulative = 0;
+
+std::u16string& corlibDomain() {
+    static std::u16string domain;
+    return domain;
+}
+
+// Holds a critical section for one scope.
+class ScopedSection {
+public:
+    explicit ScopedSection(CRITICAL_SECTION* section) : section(section) { EnterCriticalSection(section); }
+    ~ScopedSection() { LeaveCriticalSection(section); }
+    ScopedSection(const ScopedSection&) = delete;
+    ScopedSection& operator=(const ScopedSection&) = delete;
+
+private:
+    CRITICAL_SECTION* section;
+};
+
+// Major, minor, revision and build of the module's assembly; zeros where the
+// module has no manifest or cannot say.
+struct ModuleFacts {
+    DWORD flags = 0;
+    USHORT version[4] = {};
+};
+
+ModuleFacts readModuleFacts(ICorProfilerInfo* info, ModuleID moduleId) {
+    ModuleFacts facts;
+    AutoCOMPointer<ICorProfilerInfo3> info3;
+    if (FAILED(info->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3)))) {
+        return facts;
+    }
+    char16_t path[kNameUnits] = {};
+    ULONG length = 0;
+    AssemblyID assembly = 0;
+    if (FAILED(info3->GetModuleInfo2(moduleId, nullptr, kNameUnits, &length, path, &assembly, &facts.flags))) {
+        facts.flags = 0;
+    }
+    AutoCOMPointer<IMetaDataAssemblyImport> import;
+    mdAssembly token = kNoAssembly;
+    if (SUCCEEDED(info3->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataAssemblyImport,
+                                           reinterpret_cast<IUnknown**>(&import))) &&
+        SUCCEEDED(import->GetAssemblyFromScope(&token)) && token != kNoAssembly) {
+        ASSEMBLYMETADATA metadata = {};
+        if (SUCCEEDED(import->GetAssemblyProps(token, nullptr, nullptr, nullptr, nullptr, 0, nullptr, &metadata,
+                                               nullptr))) {
+            facts.version[0] = metadata.usMajorVersion;
+            facts.version[1] = metadata.usMinorVersion;
+            facts.version[2] = metadata.usRevisionNumber;
+            facts.version[3] = metadata.usBuildNumber;
+        }
+    }
+    return facts;
+}
+
+bool readNames(IMetaDataContext* context, char16_t** assembly, char16_t** className, char16_t** method) {
+    return SUCCEEDED(context->getClassName(assembly, className)) && SUCCEEDED(context->getMethodName(method));
+}
+
+}  // namespace
+
+HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus) {
+    try {
+        if (profilerInfo == nullptr || controller == nullptr || nativeLog == nullptr) {
+            return S_OK;
+        }
+        char16_t modulePath[kNameUnits] = {};
+        char16_t assemblyName[kNameUnits] = {};
+        char16_t domainName[kNameUnits] = {};
+        ULONG length = 0;
+        AssemblyID assemblyId = 0;
+        AppDomainID domainId = 0;
+        HRESULT result = profilerInfo->GetModuleInfo(moduleId, nullptr, kNameUnits, &length, modulePath, &assemblyId);
+        {
+            ScopedSection held(&moduleLock);
+            moduleIds.emplace(modulePath, moduleId);
+        }
+        if (SUCCEEDED(result)) {
+            result = profilerInfo->GetAssemblyInfo(assemblyId, kNameUnits, &length, assemblyName, &domainId, nullptr);
+        }
+        if (SUCCEEDED(result)) {
+            ScopedSection held(&moduleLock);
+            // An older entry of the same name stays.
+            moduleIds.emplace(assemblyName, moduleId);
+        }
+        if (SUCCEEDED(result)) {
+            result = profilerInfo->GetAppDomainInfo(domainId, kNameUnits, &length, domainName, nullptr);
+        }
+
+        findGenericTrigger(moduleId, domainId, domainName, result);
+
+        if (SUCCEEDED(result)) {
+            const ModuleFacts facts = readModuleFacts(profilerInfo, moduleId);
+            fprintf_u16(nativeLog, u"Module Loaded %s (%d.%d.%d-%d) [ngen:%d] Domain: %s from %s\n", assemblyName,
+                        facts.version[0], facts.version[1], facts.version[2], facts.version[3],
+                        (facts.flags & COR_PRF_MODULE_NGEN) != 0 ? 1 : 0, domainName, modulePath);
+            fflush(nativeLog);
+
+            if (strncmp_u16(assemblyName, kAgentAssemblyPrefix, kAgentAssemblyPrefixUnits) == 0) {
+                fprintf_8(nativeLog, "Patching PInvoke...\n");
+                UnixDllImportPatcher patcher(profilerInfo, moduleId, nativeLog);
+                patcher.PatchDllImports();
+            }
+        }
+
+        const bool onModuleLoad = controller->shouldInstrumentOnModuleLoad() == 0;
+        if (firstModule) {
+            firstModule = false;
+            if (SUCCEEDED(result) && profiler != nullptr && profiler->usingSyntheticShim()) {
+                SyntheticAgentShim shim;
+                if (SUCCEEDED(shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, attached))) {
+                    fprintf_8(nativeLog, "Defined Synthetic Shim\n");
+                } else {
+                    fprintf_8(nativeLog, "Failed to define Synthetic Shim\n");
+                    fprintf_8(nativeLog, "*** The agent has been disabled.\n");
+                    disabled = true;
+                }
+                fflush(nativeLog);
+            }
+            if (onModuleLoad && !disabled) {
+                result = S_OK;
+                if (!isCoreCLR) {
+                    hijackSetupDomain(moduleId);
+                }
+            }
+        }
+
+        if (onModuleLoad && !disabled) {
+            instrumentModule(moduleId, assemblyName, result);
+        }
+    } catch (...) {
+        // The module loads as it is.
+    }
+    return S_OK;
+}
+
+void ProfilerCallback::findGenericTrigger(ModuleID moduleId, AppDomainID domainId, const char16_t* domainName,
+                                          HRESULT result) {
+    if (!controller->usingGenericAgentTrigger()) {
+        return;
+    }
+    if (!isCoreCLR) {
+        // The first domain other than the one that loaded the core library.
+        if (domainTriggerSatisfied) {
+            return;
+        }
+        if (corlibDomain().empty()) {
+            corlibDomain() = domainName;
+        } else if (corlibDomain() != domainName) {
+            controller->setGenericDomainTrigger(domainId);
+            domainTriggerSatisfied = true;
+        }
+        return;
+    }
+    // The first module after the core library whose assembly is not skipped.
+    if (privateCorLib == 0) {
+        privateCorLib = moduleId;
+        return;
+    }
+    if (genericTrigger != 0 || moduleId == privateCorLib) {
+        return;
+    }
+    AutoCOMPointer<IMetaDataImport> import;
+    if (SUCCEEDED(result)) {
+        profilerInfo->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import));
+    }
+    AutoPointer<IMetaDataContext> context(IMetaDataContext::newInstance(profilerInfo));
+    if (context == nullptr) {
+        return;
+    }
+    context->setImport(import);
+    context->setModuleID(moduleId);
+    if (controller->shouldSkipAssembly(context) == 1) {
+        genericTrigger = moduleId;
+        controller->setGenericModuleTrigger(moduleId);
+    }
+}
+
+void ProfilerCallback::hijackSetupDomain(ModuleID moduleId) {
+    // Both signatures stop short of their five parameters; the lookup takes
+    // them as they are.
+    static const COR_SIGNATURE kSetupDomainV2[] = {0x20, 0x05, 0x01, 0x02, 0x0E, 0x0E};
+    static const COR_SIGNATURE kSetupDomain[] = {0x20, 0x05, 0x01, 0x02, 0x0E, 0x0E, 0x1D, 0x1D};
+
+    AutoCOMPointer<IMetaDataImport> import;
+    HRESULT result =
+        profilerInfo->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import));
+    mdTypeDef type = 0;
+    if (SUCCEEDED(result)) {
+        result = import->FindTypeDefByName(u"System.AppDomain", 0, &type);
+    }
+    if (FAILED(result)) {
+        fprintf_8(nativeLog, "Failed to find System.AppDomain\n");
+    }
+    mdMethodDef method = 0;
+    if (SUCCEEDED(result)) {
+        result = clrVersion == 2 ? import->FindMethod(type, u"SetupDomain", kSetupDomainV2, sizeof(kSetupDomainV2), &method)
+                                 : import->FindMethod(type, u"SetupDomain", kSetupDomain, sizeof(kSetupDomain), &method);
+    }
+    if (FAILED(result)) {
+        fprintf_8(nativeLog, "Failed to find AppDomain.SetupDomain\n");
+        return;
+    }
+    AutoPointer<IMetaDataContext> context(IMetaDataContext::newInstance(profilerInfo));
+    if (context == nullptr) {
+        return;
+    }
+    context->setImport(import);
+    context->setModuleID(moduleId);
+    context->setTypeDef(type);
+    context->setMethodDef(method);
+    result = profiler->hijackMethod(context);
+    if (FAILED(result)) {
+        fprintf_8(nativeLog, "Failed to hijack AppDomain.SetupDomain\n");
+        return;
+    }
+    unsigned int step = 0;
+    if (FAILED(profiler->instrumentMethod(context, &step))) {
+        fprintf_8(nativeLog, "Failed to instrument AppDomain.SetupDomain\n");
+    }
+}
+
+void ProfilerCallback::instrumentModule(ModuleID moduleId, const char16_t* assemblyName, HRESULT result) {
+    std::set<mdMethodDef> methods;
+    controller->getMonitoredMethodsForModule(profilerInfo, moduleId, methods);
+
+    const int64_t started = Performance::GetTimeInMillis();
+    AutoCOMPointer<IMetaDataImport> import;
+    if (SUCCEEDED(result)) {
+        result = profilerInfo->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataImport,
+                                                 reinterpret_cast<IUnknown**>(&import));
+    }
+    AutoPointer<IMetaDataContext> context(IMetaDataContext::newInstance(profilerInfo));
+    if (context == nullptr) {
+        return;
+    }
+    context->setImport(import);
+    context->setModuleID(moduleId);
+    for (mdMethodDef method : methods) {
+        mdTypeDef type = 0;
+        mdToken super = 0;
+        if (SUCCEEDED(result)) {
+            result = import->GetMethodProps(method, &type, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                            nullptr);
+        }
+        if (SUCCEEDED(result)) {
+            result = import->GetTypeDefProps(type, nullptr, 0, nullptr, nullptr, &super);
+        }
+        context->setTypeDef(type);
+        context->setSuperToken(super);
+        context->setMethodDef(method);
+        unsigned int step = 0;
+        if (SUCCEEDED(result)) {
+            result = profiler->instrumentMethod(context, &step);
+        }
+        char16_t* assembly = nullptr;
+        char16_t* className = nullptr;
+        char16_t* name = nullptr;
+        if (logEnabled && readNames(context, &assembly, &className, &name)) {
+            if (FAILED(result)) {
+                const char16_t* error = profiler->getLastError();
+                fprintf_8(nativeLog, "Failed to instrument [%S]%S::%S - 0x%X(%02d) (%S)\n", assembly, className, name,
+                          result, step, error != nullptr ? error : u"Unknown error.");
+            } else {
+                fprintf_8(nativeLog, "Instrumented [%S]%S::%S\n", assembly, className, name);
+            }
+            fflush(nativeLog);
+        }
+        // One bad method does not stop the walk.
+        if (FAILED(result)) {
+            result = S_OK;
+        }
+    }
+    const uint64_t elapsed = static_cast<uint64_t>(Performance::GetTimeInMillis() - started);
+    cumulative += elapsed;
+    fprintf_u16(nativeLog, u"[%s] Instrumented %u methods in (%llu/%llu)ms\n", assemblyName,
+                static_cast<unsigned int>(methods.size()), static_cast<unsigned long long>(elapsed),
+                static_cast<unsigned long long>(cumulative));
+    fflush(nativeLog);
+}

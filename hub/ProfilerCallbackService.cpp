@@ -1,0 +1,36 @@
+// The ReJIT service thread: wakes once a second until the callback object is
+// torn down. The rounds of queued requests run on it.
+#include "hub/ProfilerCallback.h"
+#include "platform/FormattedOutput.h"
+#include "platform/Synchronization.h"
+#include "platform/Threads.h"
+
+namespace {
+constexpr DWORD kServiceIntervalMs = 1000;
+}  // namespace
+
+DWORD ProfilerCallback::ServiceReJITThreadFunction(LPVOID parameter) {
+    auto* callback = static_cast<ProfilerCallback*>(parameter);
+    do {
+        if (fpc == nullptr && callback->nativeLog != nullptr) {
+            fprintf_8(callback->nativeLog, "*** fpc is NULL\n");
+        }
+    } while (WaitForSingleObject(callback->serviceStopEvent, kServiceIntervalMs) == WAIT_TIMEOUT);
+    // From here on the object may be gone: nothing of it is touched again.
+    callback->serviceThreadDone = true;
+    return 0;
+}
+
+void ProfilerCallback::stopServiceThread() {
+    if (serviceThread == nullptr) {
+        return;
+    }
+    // A wake-up that finds the thread between two waits is lost: signal until
+    // it has left, so that it never waits on an event that is about to close.
+    while (!serviceThreadDone) {
+        SetEvent(serviceStopEvent);
+        Sleep(1);
+    }
+    CloseHandle(serviceThread);
+    serviceThread = nullptr;
+}
