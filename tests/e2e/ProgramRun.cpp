@@ -21,7 +21,9 @@ namespace {
 
 const char* const kProfilerClsid = "{7C1E42A9-63D0-4B1F-9E25-3AD8F06B17C4}";
 
-std::string makeWorkDir() {
+}  // namespace
+
+std::string newWorkDir() {
     std::string pattern = std::string(TARN_E2E_DIR) + "/run-XXXXXX";
     std::vector<char> buffer(pattern.begin(), pattern.end());
     buffer.push_back('\0');
@@ -30,6 +32,8 @@ std::string makeWorkDir() {
     }
     return buffer.data();
 }
+
+namespace {
 
 // The inherited environment without any profiler setting of the caller's, with the
 // run's own variables on top.
@@ -80,7 +84,7 @@ std::map<std::string, std::string> profilerEnvironment() {
 
 RunResult runProgram(const std::string& program, const RunOptions& options) {
     RunResult result;
-    result.workDir = makeWorkDir();
+    result.workDir = options.workDir.empty() ? newWorkDir() : options.workDir;
     result.env = options.profiled ? profilerEnvironment() : std::map<std::string, std::string>{};
     for (const auto& [name, value] : options.env) {
         result.env[name] = value;

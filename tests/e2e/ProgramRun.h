@@ -13,6 +13,9 @@ struct RunOptions {
     std::map<std::string, std::string> env;  // set on top of the inherited environment
     bool profiled = true;
     int timeoutSeconds = 120;
+    // Empty: a fresh directory is made for the run. Otherwise one made by
+    // newWorkDir, already furnished by the test (an agent installation).
+    std::string workDir;
 };
 
 struct RunResult {
@@ -27,6 +30,9 @@ struct RunResult {
     // Everything about the run, for the message of a failed assertion.
     std::string describe() const;
 };
+
+// A fresh, empty directory under the suite's output folder.
+std::string newWorkDir();
 
 // Path of the built assembly of a program under tests/e2e/programs.
 std::string programPath(const std::string& program);

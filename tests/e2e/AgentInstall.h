@@ -1,0 +1,61 @@
+// An agent installation laid out in a run's working directory, as a real one
+// stands on a machine: the agent profile (a properties file) in agent/, the
+// directive files beside it, and the built test agent under
+// agent/bin/netcore/tarn.Agent.dll, where the shim's loader looks for it.
+// The native log and the agent's record land in the same directory.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ProgramRun.h"
+
+namespace e2e {
+
+class AgentInstall {
+public:
+    // Lays out a fresh working directory with the agent copied in, the native
+    // log switched on and field marking enabled.
+    AgentInstall();
+
+    const std::string& workDir() const { return root; }
+    std::string agentDirectory() const { return root + "/agent"; }
+    std::string profilePath() const { return agentDirectory() + "/default.properties"; }
+
+    // A property of the profile, written when the run starts.
+    void set(const std::string& key, const std::string& value) { properties[key] = value; }
+    void unset(const std::string& key) { properties.erase(key); }
+    // A file in the agent directory; returns its path.
+    std::string write(const std::string& relative, const std::string& text) const;
+    // Directive lines, read through "harrowlite.fieldmark.directivesFile".
+    void directives(const std::string& lines);
+    // Takes the agent away, or puts a file of the given content in its place.
+    void removeAgent() const;
+    void replaceAgent(const std::string& content) const;
+
+    // Options for runProgram: this directory, the profile variable, the record file.
+    RunOptions options(std::vector<std::string> args = {}) const;
+    // Writes the profile and runs the program in this installation.
+    RunResult run(const std::string& program, RunOptions options) const;
+
+    // The native log of the run (one file per process, named after it).
+    std::vector<std::string> log() const;
+    std::string logText() const;
+    // What the agent recorded, one trace call a line.
+    std::vector<std::string> record() const;
+
+private:
+    void writeProfile() const;
+
+    std::string root;
+    std::map<std::string, std::string> properties;
+};
+
+// Lines of a text, without their line ends.
+std::vector<std::string> splitLines(const std::string& text);
+// Lines that begin with prefix.
+std::vector<std::string> linesStartingWith(const std::vector<std::string>& lines, const std::string& prefix);
+std::string joinLines(const std::vector<std::string>& lines);
+
+}  // namespace e2e
