@@ -60,7 +60,7 @@ public:
     // Cached: class and assembly of the type def, nested names joined by '+'.
     virtual HRESULT getClassName(char16_t** assembly, char16_t** className) = 0;
     virtual HRESULT getMethodName(char16_t** name) = 0;
-    // Cached names of the base class; E_NOTIMPL for a type specification or none.
+    // Cached names of the base class; E_NOTIMPL for a TypeSpec base or none.
     virtual HRESULT getParentName(char16_t** assembly, char16_t** className) = 0;
     // Cached lists of at most kListLimit entries.
     virtual HRESULT getInterfaces(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;

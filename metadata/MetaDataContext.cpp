@@ -273,7 +273,7 @@ HRESULT MetaDataContext::getClassName(unsigned int token, char16_t* assembly, ch
             hr = getTypeRefAssemblyName(token, assembly, size, nullptr);
         }
     } else {
-        // A type specification (generic instance) or another kind of token.
+        // A TypeSpec (generic instance) or another kind of token.
         hr = E_NOTIMPL;
     }
     return hr;

@@ -49,8 +49,8 @@ void patchArgs(CharPointers& pointers, const char* format, va_list args, char pa
     va_copy(walk, args);
     for (const char* cursor = format; *cursor != 0; ++cursor) {
         char conversion = 0;
-        const char* spec = nullptr;
-        if (!ParsePrintfFormatSpec(cursor, conversion, spec)) {
+        const char* specifier = nullptr;
+        if (!ParsePrintfFormatSpec(cursor, conversion, specifier)) {
             continue;
         }
         if (conversion == patchedConversion) {
@@ -64,18 +64,18 @@ void patchArgs(CharPointers& pointers, const char* format, va_list args, char pa
 
 }  // namespace
 
-bool ParsePrintfFormatSpec(const char*& cursor, char& conversion, const char*& spec) {
+bool ParsePrintfFormatSpec(const char*& cursor, char& conversion, const char*& specifier) {
     if (*cursor != '%') {
         return false;
     }
-    spec = cursor + 1;
-    conversion = *spec;
+    specifier = cursor + 1;
+    conversion = *specifier;
     if (conversion == '%') {
         ++cursor;
         return false;
     }
     // Flags, width, precision and length modifiers are skipped unread; the
-    // terminator is not a stop, callers pass complete specifications.
+    // terminator is not a stop, callers pass complete conversions.
     while (!isConversion(conversion)) {
         ++cursor;
         conversion = cursor[1];

@@ -13,8 +13,8 @@
 #endif
 
 // True when cursor (on a '%') starts a conversion; cursor then stands on the
-// character before the conversion character, spec after the '%'.
-bool ParsePrintfFormatSpec(const char*& cursor, char& conversion, const char*& spec);
+// character before the conversion character, specifier after the '%'.
+bool ParsePrintfFormatSpec(const char*& cursor, char& conversion, const char*& specifier);
 // Address of the current general-purpose argument slot.
 void** GetArgPointer(va_list& args);
 // Steps over one argument of the given conversion.

@@ -9,15 +9,15 @@ TEST(PrintfArgs, ParseStopsBeforeTheConversionCharacter) {
     const char* format = "%-20S tail";
     const char* cursor = format;
     char conversion = 0;
-    const char* spec = nullptr;
-    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, spec));
+    const char* specifier = nullptr;
+    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, specifier));
     EXPECT_EQ(conversion, 'S');
-    EXPECT_EQ(spec, format + 1);
+    EXPECT_EQ(specifier, format + 1);
     EXPECT_EQ(cursor, format + 3);
 
     format = "%s";
     cursor = format;
-    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, spec));
+    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, specifier));
     EXPECT_EQ(conversion, 's');
     EXPECT_EQ(cursor, format);
 
@@ -25,11 +25,11 @@ TEST(PrintfArgs, ParseStopsBeforeTheConversionCharacter) {
     // on to the next one.
     format = "%ld";
     cursor = format;
-    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, spec));
+    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, specifier));
     EXPECT_EQ(conversion, 'd');
     format = "%C%d";
     cursor = format;
-    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, spec));
+    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, specifier));
     EXPECT_EQ(conversion, 'd');
     EXPECT_EQ(cursor, format + 2);
 }
@@ -38,14 +38,14 @@ TEST(PrintfArgs, ParseRefusesTextAndPercentPercent) {
     const char* format = "x%";
     const char* cursor = format;
     char conversion = '?';
-    const char* spec = nullptr;
-    EXPECT_FALSE(ParsePrintfFormatSpec(cursor, conversion, spec));
+    const char* specifier = nullptr;
+    EXPECT_FALSE(ParsePrintfFormatSpec(cursor, conversion, specifier));
     EXPECT_EQ(cursor, format);
     EXPECT_EQ(conversion, '?');
 
     format = "%%d";
     cursor = format;
-    EXPECT_FALSE(ParsePrintfFormatSpec(cursor, conversion, spec));
+    EXPECT_FALSE(ParsePrintfFormatSpec(cursor, conversion, specifier));
     EXPECT_EQ(cursor, format + 1);
     EXPECT_EQ(conversion, '%');
 }
