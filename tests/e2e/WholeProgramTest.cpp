@@ -1,0 +1,88 @@
+// Every method of a program, or of a real library, selected at once: the
+// program must print and return what it does without the profiler, and no
+// rewritten body may be refused by the runtime.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "AgentInstall.h"
+#include "ProgramRun.h"
+
+namespace {
+
+using e2e::AgentInstall;
+using e2e::joinLines;
+using e2e::linesStartingWith;
+
+std::string allMethodsOf(const std::string& assembly) {
+    return "IdentifyAssemblyAs: " + assembly + " Everything\n"
+           "TraceAllMethodsIfFlagged: Everything\n"
+           "TurnOn: Everything\n";
+}
+
+e2e::RunResult plainRun(const std::string& program) {
+    e2e::RunOptions plain;
+    plain.profiled = false;
+    return e2e::runProgram(program, plain);
+}
+
+// Instrumented lines of the compile path for one assembly.
+std::vector<std::string> instrumented(const std::vector<std::string>& log, const std::string& assembly) {
+    return linesStartingWith(log, "Instrumented [" + assembly + "]");
+}
+
+TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
+    AgentInstall install;
+    install.directives(allMethodsOf("Stress"));
+    auto reference = plainRun("Stress");
+    auto run = install.run("Stress", install.options());
+    auto log = install.log();
+    const std::string why = run.describe() + "--- native log ---\n" + joinLines(log);
+
+    ASSERT_EQ(reference.exitCode, 0) << reference.describe();
+    ASSERT_NE(reference.out.find("wide: "), std::string::npos) << reference.describe();
+    EXPECT_NE(reference.out.find(" more than 255 locals: True\n"), std::string::npos) << reference.describe();
+    EXPECT_EQ(run.exitCode, reference.exitCode) << why;
+    EXPECT_EQ(run.out, reference.out) << why;
+    EXPECT_EQ(run.out.find("INVALID PROGRAM"), std::string::npos) << why;
+    EXPECT_EQ(linesStartingWith(log, "Failed to instrument").size(), 0u) << why;
+    // The shapes went through the rewriting, compiler-made classes included.
+    const std::vector<std::string> done = instrumented(log, "Stress");
+    for (const std::string method : {"Stress.Derived::.ctor", "Stress.Counter::Add", "Stress.Shapes::Nested",
+                                     "Stress.Shapes::SumAsync", "Stress.Shapes::Evens", "Stress.Shapes::Find",
+                                     "Stress.Wide::Many", "Stress.Shapes::Ackermann", "Stress.Program::Main"}) {
+        bool found = false;
+        for (const auto& line : done) {
+            found = found || line.find("]" + method + " - 0x0(") != std::string::npos;
+        }
+        EXPECT_TRUE(found) << method << "\n" << why;
+    }
+    EXPECT_GT(done.size(), 40u) << why;
+    // The agent saw the calls: exceptions of the throwing shapes among them.
+    const std::vector<std::string> record = install.record();
+    EXPECT_FALSE(linesStartingWith(record, "catchTrace System.NotSupportedException:always").empty()) << why;
+    EXPECT_FALSE(linesStartingWith(record, "catchTrace System.TimeoutException:late").empty()) << why;
+}
+
+TEST(WholeProgram, EveryMethodOfARealLibrary) {
+    AgentInstall install;
+    install.directives(allMethodsOf("Newtonsoft.Json"));
+    auto reference = plainRun("JsonRoundTrip");
+    auto run = install.run("JsonRoundTrip", install.options());
+    auto log = install.log();
+    const std::string why = run.describe() + "--- native log (failures) ---\n" +
+                            joinLines(linesStartingWith(log, "Failed"));
+
+    ASSERT_EQ(reference.exitCode, 6) << reference.describe();
+    ASSERT_NE(reference.out.find("round trip equal: True\n"), std::string::npos) << reference.describe();
+    EXPECT_EQ(run.exitCode, reference.exitCode) << why;
+    EXPECT_EQ(run.out, reference.out) << why;
+    EXPECT_EQ(run.err, "") << why;
+    EXPECT_EQ(linesStartingWith(log, "Failed to instrument").size(), 0u) << why;
+    // Hundreds of the library's methods were compiled through the rewriting.
+    EXPECT_GT(instrumented(log, "Newtonsoft.Json").size(), 300u) << why;
+    EXPECT_GT(linesStartingWith(install.record(), "initTrace ").size(), 1000u) << why;
+}
+
+}  // namespace
