@@ -2,6 +2,8 @@
 #include <time.h>
 
 #include "platform/Clock.h"
+#include "platform/Performance.h"
+#include "platform/Threads.h"
 
 TEST(Clock, CountersFollowTheMonotonicClock) {
     LARGE_INTEGER frequency{};
@@ -13,6 +15,7 @@ TEST(Clock, CountersFollowTheMonotonicClock) {
     LARGE_INTEGER counter{};
     EXPECT_EQ(QueryPerformanceCounter(&counter), TRUE);
     ULONGLONG ticks = GetTickCount64();
+    int64_t millis = Performance::GetTimeInMillis();
     timespec after;
     clock_gettime(CLOCK_MONOTONIC, &after);
 
@@ -22,6 +25,13 @@ TEST(Clock, CountersFollowTheMonotonicClock) {
     EXPECT_LE(counter.QuadPart, high);
     EXPECT_GE(ticks, static_cast<ULONGLONG>(low / 1000000));
     EXPECT_LE(ticks, static_cast<ULONGLONG>(high / 1000000));
+    EXPECT_GE(millis, low / 1000000);
+    EXPECT_LE(millis, high / 1000000);
+
+    // Sleep waits at least its time, by both millisecond clocks.
+    Sleep(20);
+    EXPECT_GE(GetTickCount64() - ticks, 20u);
+    EXPECT_GE(Performance::GetTimeInMillis() - millis, 20);
 }
 
 TEST(Clock, TickCountIsTheLowWordOfTheSixtyFourBitCount) {

@@ -7,19 +7,12 @@
 
 #include "platform/DirectorySearch.h"
 #include "platform/Handles.h"
-#include "platform/TextConversion.h"
+#include "support/RealAssemblies.h"
 #include "support/ScratchDirectory.h"
 
 namespace {
 
 using Text = std::basic_string<char16_t>;
-
-Text widen(const std::string& s)
-{
-    Text out;
-    FromChar8(s.c_str(), out);
-    return out;
-}
 
 struct Found {
     Text name;
@@ -62,19 +55,32 @@ TEST_F(DirectorySearch, DeliversMatchesInSortedOrderWithTheDirectoryBit)
 {
     const std::vector<Found> expected {
         {u"b.fmd", 0}, {u"c.fmd", 0}, {u"sub.fmd", FILE_ATTRIBUTE_DIRECTORY}};
-    EXPECT_EQ(search(widen(scratch.path("dir/*.fmd"))), expected);
+    EXPECT_EQ(search(RealAssemblies::widen(scratch.path("dir/*.fmd"))), expected);
     // Backslashes are read as slashes, all through the pattern.
-    EXPECT_EQ(search(widen(scratch.path("dir\\*.fmd"))), expected);
-    EXPECT_EQ(search(widen(scratch.path("dir")) + u"\\..\\dir\\*.fmd"), expected);
+    EXPECT_EQ(search(RealAssemblies::widen(scratch.path("dir\\*.fmd"))), expected);
+    EXPECT_EQ(search(RealAssemblies::widen(scratch.path("dir")) + u"\\..\\dir\\*.fmd"), expected);
+
+    // No match, or no directory: an invalid handle.
+    WIN32_FIND_DATAW data {};
+    EXPECT_EQ(FindFirstFileW(RealAssemblies::widen(scratch.path("dir/*.none")).c_str(), &data), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(FindFirstFileW(RealAssemblies::widen(scratch.path("missing/*.fmd")).c_str(), &data),
+              INVALID_HANDLE_VALUE);
 }
 
-TEST_F(DirectorySearch, StarDeliversTheDotEntriesToo)
+TEST_F(DirectorySearch, StarDeliversTheDotEntriesAndAnEarlyCloseFreesTheSearchOnce)
 {
-    const std::vector<Found> all = search(widen(scratch.path("dir/*")));
+    const std::vector<Found> all = search(RealAssemblies::widen(scratch.path("dir/*")));
     ASSERT_EQ(all.size(), 6u);
     EXPECT_EQ(all[0], (Found {u".", FILE_ATTRIBUTE_DIRECTORY}));
     EXPECT_EQ(all[1], (Found {u"..", FILE_ATTRIBUTE_DIRECTORY}));
     EXPECT_EQ(all[2].name, u"a.txt");
+
+    WIN32_FIND_DATAW data {};
+    HANDLE handle = FindFirstFileW(RealAssemblies::widen(scratch.path("dir/*")).c_str(), &data);
+    ASSERT_NE(handle, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Text(data.cFileName), u".");
+    EXPECT_TRUE(FindClose(handle));
+    EXPECT_FALSE(CloseHandle(handle));
 }
 
 TEST_F(DirectorySearch, PatternWithoutSeparatorSearchesTheWorkingDirectory)
@@ -84,21 +90,4 @@ TEST_F(DirectorySearch, PatternWithoutSeparatorSearchesTheWorkingDirectory)
     const std::vector<Found> found = search(u"*.txt");
     ASSERT_EQ(chdir(previous.c_str()), 0);
     EXPECT_EQ(found, (std::vector<Found> {{u"a.txt", 0}}));
-}
-
-TEST_F(DirectorySearch, NoMatchOrNoDirectoryIsAnInvalidHandle)
-{
-    WIN32_FIND_DATAW data {};
-    EXPECT_EQ(FindFirstFileW(widen(scratch.path("dir/*.none")).c_str(), &data), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(FindFirstFileW(widen(scratch.path("missing/*.fmd")).c_str(), &data), INVALID_HANDLE_VALUE);
-}
-
-TEST_F(DirectorySearch, ClosingEarlyFreesTheSearchOnce)
-{
-    WIN32_FIND_DATAW data {};
-    HANDLE handle = FindFirstFileW(widen(scratch.path("dir/*")).c_str(), &data);
-    ASSERT_NE(handle, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(Text(data.cFileName), u".");
-    EXPECT_TRUE(FindClose(handle));
-    EXPECT_FALSE(CloseHandle(handle));
 }

@@ -5,49 +5,35 @@
 
 #include "platform/PrintfArgs.h"
 
-TEST(PrintfArgs, ParseStopsBeforeTheConversionCharacter) {
-    const char* format = "%-20S tail";
-    const char* cursor = format;
-    char conversion = 0;
-    const char* specifier = nullptr;
-    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, specifier));
-    EXPECT_EQ(conversion, 'S');
-    EXPECT_EQ(specifier, format + 1);
-    EXPECT_EQ(cursor, format + 3);
-
-    format = "%s";
-    cursor = format;
-    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, specifier));
-    EXPECT_EQ(conversion, 's');
-    EXPECT_EQ(cursor, format);
-
-    // Length modifiers are skipped; 'C' is not a conversion, so the scan runs
-    // on to the next one.
-    format = "%ld";
-    cursor = format;
-    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, specifier));
-    EXPECT_EQ(conversion, 'd');
-    format = "%C%d";
-    cursor = format;
-    EXPECT_TRUE(ParsePrintfFormatSpec(cursor, conversion, specifier));
-    EXPECT_EQ(conversion, 'd');
-    EXPECT_EQ(cursor, format + 2);
-}
-
-TEST(PrintfArgs, ParseRefusesTextAndPercentPercent) {
-    const char* format = "x%";
-    const char* cursor = format;
-    char conversion = '?';
-    const char* specifier = nullptr;
-    EXPECT_FALSE(ParsePrintfFormatSpec(cursor, conversion, specifier));
-    EXPECT_EQ(cursor, format);
-    EXPECT_EQ(conversion, '?');
-
-    format = "%%d";
-    cursor = format;
-    EXPECT_FALSE(ParsePrintfFormatSpec(cursor, conversion, specifier));
-    EXPECT_EQ(cursor, format + 1);
-    EXPECT_EQ(conversion, '%');
+TEST(PrintfArgs, ParseStopsBeforeTheConversionAndRefusesTextAndPercentPercent) {
+    struct Case {
+        const char* format;
+        bool parsed;
+        char conversion;   // '?' where it stays untouched
+        long cursorAt;     // where the cursor is left
+        long specifierAt;  // -1: not checked
+    };
+    const Case cases[] = {
+        {"%-20S tail", true, 'S', 3, 1},
+        {"%s", true, 's', 0, -1},
+        // Length modifiers are skipped; 'C' is not a conversion, so the scan
+        // runs on to the next one.
+        {"%ld", true, 'd', 1, -1},
+        {"%C%d", true, 'd', 2, -1},
+        {"x%", false, '?', 0, -1},
+        {"%%d", false, '%', 1, -1},
+    };
+    for (const Case& c : cases) {
+        const char* cursor = c.format;
+        char conversion = '?';
+        const char* specifier = nullptr;
+        EXPECT_EQ(ParsePrintfFormatSpec(cursor, conversion, specifier), c.parsed) << c.format;
+        EXPECT_EQ(conversion, c.conversion) << c.format;
+        EXPECT_EQ(cursor - c.format, c.cursorAt) << c.format;
+        if (c.specifierAt >= 0) {
+            EXPECT_EQ(specifier - c.format, c.specifierAt) << c.format;
+        }
+    }
 }
 
 TEST(PrintfArgs, FixCharFormatRewritesOnlyBarePercentS) {

@@ -8,30 +8,22 @@
 #include "platform/Synchronization.h"
 #include "platform/Threads.h"
 
-TEST(Synchronization, CriticalSectionIsRecursive) {
-    CRITICAL_SECTION section;
-    InitializeCriticalSection(&section);
-    EnterCriticalSection(&section);
-    EnterCriticalSection(&section);
-    auto otherThreadCanEnter = [&] {
-        int result = 0;
-        std::thread([&] {
-            result = pthread_mutex_trylock(&section);
-            if (result == 0) {
-                pthread_mutex_unlock(&section);
-            }
-        }).join();
-        return result == 0;
-    };
-    EXPECT_FALSE(otherThreadCanEnter());
-    LeaveCriticalSection(&section);
-    EXPECT_FALSE(otherThreadCanEnter());
-    LeaveCriticalSection(&section);
-    EXPECT_TRUE(otherThreadCanEnter());
-    DeleteCriticalSection(&section);
+namespace {
+
+bool anotherThreadCanLock(pthread_mutex_t& mutex) {
+    int result = -1;
+    std::thread([&] {
+        result = pthread_mutex_trylock(&mutex);
+        if (result == 0) {
+            pthread_mutex_unlock(&mutex);
+        }
+    }).join();
+    return result == 0;
 }
 
-namespace {
+pthread_mutex_t& mutexOf(HANDLE event) {
+    return static_cast<EventHandleInternal*>(static_cast<HandleInternal*>(event))->mutex;
+}
 
 // One waiter on a condition variable, and a waker that wakes it only once it
 // is known to be waiting: the flag is set under the critical section, which
@@ -71,6 +63,19 @@ struct WaitScene {
 
 }  // namespace
 
+TEST(Synchronization, CriticalSectionIsRecursive) {
+    CRITICAL_SECTION section;
+    InitializeCriticalSection(&section);
+    EnterCriticalSection(&section);
+    EnterCriticalSection(&section);
+    EXPECT_FALSE(anotherThreadCanLock(section));
+    LeaveCriticalSection(&section);
+    EXPECT_FALSE(anotherThreadCanLock(section));
+    LeaveCriticalSection(&section);
+    EXPECT_TRUE(anotherThreadCanLock(section));
+    DeleteCriticalSection(&section);
+}
+
 TEST(Synchronization, SleepConditionVariableAnswersOneForTimeOutZeroForWake) {
     WaitScene lonely;
     lonely.wait(20);
@@ -89,42 +94,35 @@ TEST(Synchronization, SleepConditionVariableAnswersOneForTimeOutZeroForWake) {
     EXPECT_EQ(unlimited.result, 0);
 }
 
-TEST(Synchronization, DeadlineIsPlainUpTo2147Milliseconds) {
-    timespec now{100, 0};
-    timespec deadline = SleepConditionDeadline(now, 1500);
-    EXPECT_EQ(deadline.tv_sec, 101);
-    EXPECT_EQ(deadline.tv_nsec, 500000000);
-
-    now = {100, 900000000};
-    deadline = SleepConditionDeadline(now, 2147);
-    EXPECT_EQ(deadline.tv_sec, 103);
-    EXPECT_EQ(deadline.tv_nsec, 47000000);
-
-    deadline = SleepConditionDeadline(now, 0);
-    EXPECT_EQ(deadline.tv_sec, 100);
-    EXPECT_EQ(deadline.tv_nsec, 900000000);
-}
-
-TEST(Synchronization, DeadlineOverflowsAbove2147Milliseconds) {
+TEST(Synchronization, DeadlineIsPlainUpTo2147MillisecondsAndOverflowsAbove) {
+    struct Case {
+        timespec now;
+        int milliseconds;
+        timespec deadline;
+    };
+    const Case cases[] = {
+        {{100, 0}, 1500, {101, 500000000}},
+        {{100, 900000000}, 2147, {103, 47000000}},
+        {{100, 900000000}, 0, {100, 900000000}},
+        // From 4295 ms the product is positive again but too small.
+        {{100, 0}, 5000, {100, 705032704}},
+    };
+    for (const Case& c : cases) {
+        timespec deadline = SleepConditionDeadline(c.now, c.milliseconds);
+        EXPECT_EQ(deadline.tv_sec, c.deadline.tv_sec) << c.milliseconds;
+        EXPECT_EQ(deadline.tv_nsec, c.deadline.tv_nsec) << c.milliseconds;
+    }
     // 4294 ms: the product is slightly negative; with enough nanoseconds the
     // sum stays positive and the deadline lies in the past.
-    timespec now{100, 500000000};
-    timespec deadline = SleepConditionDeadline(now, 4294);
+    timespec deadline = SleepConditionDeadline({100, 500000000}, 4294);
     EXPECT_EQ(deadline.tv_sec, 100);
-    EXPECT_LT(deadline.tv_nsec, now.tv_nsec);
-
+    EXPECT_LT(deadline.tv_nsec, 500000000);
     // 3000 ms from a whole second: the sum is negative, read as a huge unsigned
     // count, and the deadline lands centuries ahead.
-    now = {100, 0};
-    deadline = SleepConditionDeadline(now, 3000);
+    deadline = SleepConditionDeadline({100, 0}, 3000);
     EXPECT_GT(deadline.tv_sec, 100 + 500L * 365 * 24 * 3600);
     EXPECT_GE(deadline.tv_nsec, 0);
     EXPECT_LT(deadline.tv_nsec, 1000000000);
-
-    // From 4295 ms the product is positive again but too small.
-    deadline = SleepConditionDeadline(now, 5000);
-    EXPECT_EQ(deadline.tv_sec, 100);
-    EXPECT_EQ(deadline.tv_nsec, 705032704);
 }
 
 TEST(Synchronization, SetEventBeforeTheWaitIsLost) {
@@ -141,9 +139,8 @@ TEST(Synchronization, SetEventBeforeTheWaitIsLost) {
     Sleep(50);
     EXPECT_EQ(otherResult, 0xFFFFu);
     // Give up both holds: the other thread gets in and times out in turn.
-    pthread_mutex_t& mutex = static_cast<EventHandleInternal*>(static_cast<HandleInternal*>(event))->mutex;
-    pthread_mutex_unlock(&mutex);
-    pthread_mutex_unlock(&mutex);
+    pthread_mutex_unlock(&mutexOf(event));
+    pthread_mutex_unlock(&mutexOf(event));
     other.join();
     EXPECT_EQ(otherResult, WAIT_TIMEOUT);
     EXPECT_EQ(CloseHandle(event), TRUE);
@@ -162,15 +159,7 @@ TEST(Synchronization, SetEventWakesAThreadThatIsWaiting) {
     waiter.join();
     EXPECT_EQ(result, WAIT_OBJECT_0);
     // The woken wait left the mutex: another thread can take it.
-    pthread_mutex_t& mutex = static_cast<EventHandleInternal*>(static_cast<HandleInternal*>(event))->mutex;
-    int locked = -1;
-    std::thread([&] {
-        locked = pthread_mutex_trylock(&mutex);
-        if (locked == 0) {
-            pthread_mutex_unlock(&mutex);
-        }
-    }).join();
-    EXPECT_EQ(locked, 0);
+    EXPECT_TRUE(anotherThreadCanLock(mutexOf(event)));
     EXPECT_EQ(CloseHandle(event), TRUE);
 }
 

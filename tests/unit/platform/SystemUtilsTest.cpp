@@ -10,19 +10,12 @@
 #include <unistd.h>
 
 #include "platform/SystemUtils.h"
-#include "platform/TextConversion.h"
+#include "support/RealAssemblies.h"
 #include "support/ScratchDirectory.h"
 
 namespace {
 
 using Text = std::basic_string<char16_t>;
-
-Text widen(const std::string& s)
-{
-    Text out;
-    FromChar8(s.c_str(), out);
-    return out;
-}
 
 bool isDirectory(const std::string& path)
 {
@@ -48,7 +41,7 @@ TEST(SystemUtils, ProgramArgumentsStartWithThisProgram)
     std::vector<Text> args;
     SystemUtils::GetProgramArguments(args);
     ASSERT_FALSE(args.empty());
-    EXPECT_EQ(args[0], widen(program_invocation_name));
+    EXPECT_EQ(args[0], RealAssemblies::widen(program_invocation_name));
     EXPECT_EQ(SystemUtils::GetPid(), getpid());
 }
 
@@ -59,8 +52,8 @@ TEST(SystemUtils, FullModulePathIsTheMappedFile)
     const std::string name = std::filesystem::path(expected).filename();
 
     Text path = u"untouched";
-    ASSERT_TRUE(SystemUtils::GetFullModulePath(widen(name).c_str(), path));
-    EXPECT_EQ(path, widen(expected));
+    ASSERT_TRUE(SystemUtils::GetFullModulePath(RealAssemblies::widen(name).c_str(), path));
+    EXPECT_EQ(path, RealAssemblies::widen(expected));
 
     std::string narrow = "untouched";
     ASSERT_TRUE(SystemUtils::GetFullModulePathA(name.c_str(), narrow));
@@ -68,7 +61,7 @@ TEST(SystemUtils, FullModulePathIsTheMappedFile)
 
     // Any part of a file name will do.
     Text partial;
-    ASSERT_TRUE(SystemUtils::GetFullModulePath(widen(name.substr(0, 4)).c_str(), partial));
+    ASSERT_TRUE(SystemUtils::GetFullModulePath(RealAssemblies::widen(name.substr(0, 4)).c_str(), partial));
     EXPECT_EQ(partial.front(), u'/');
     EXPECT_EQ(partial.find(u'\n'), Text::npos);
 }
@@ -97,18 +90,18 @@ TEST(SystemUtils, TryToCreateFullPathMakesTheDirectoriesAboveTheFile)
     ScratchDirectory scratch;
     // A stale errno from before must not turn a made directory into a failure.
     errno = ENOENT;
-    EXPECT_TRUE(SystemUtils::TryToCreateFullPath(widen(scratch.path("a/b/c.log"))));
+    EXPECT_TRUE(SystemUtils::TryToCreateFullPath(RealAssemblies::widen(scratch.path("a/b/c.log"))));
     EXPECT_TRUE(isDirectory(scratch.path("a")));
     EXPECT_TRUE(isDirectory(scratch.path("a/b")));
     EXPECT_FALSE(std::filesystem::exists(scratch.path("a/b/c.log")));
 
     // Both separators count; existing directories are fine.
-    EXPECT_TRUE(SystemUtils::TryToCreateFullPath(widen(scratch.path("a\\x/y\\z.log"))));
+    EXPECT_TRUE(SystemUtils::TryToCreateFullPath(RealAssemblies::widen(scratch.path("a\\x/y\\z.log"))));
     EXPECT_TRUE(isDirectory(scratch.path("a\\x")));
     EXPECT_TRUE(isDirectory(scratch.path("a\\x/y")));
 
     // A prefix ending in ':' is passed over.
-    EXPECT_TRUE(SystemUtils::TryToCreateFullPath(widen(scratch.path("d:/e.log"))));
+    EXPECT_TRUE(SystemUtils::TryToCreateFullPath(RealAssemblies::widen(scratch.path("d:/e.log"))));
     EXPECT_FALSE(std::filesystem::exists(scratch.path("d:")));
 
     // No separator: nothing to do.
@@ -117,5 +110,5 @@ TEST(SystemUtils, TryToCreateFullPathMakesTheDirectoriesAboveTheFile)
 
     // A file where a directory should be.
     scratch.write("file", "x");
-    EXPECT_FALSE(SystemUtils::TryToCreateFullPath(widen(scratch.path("file/sub/c.log"))));
+    EXPECT_FALSE(SystemUtils::TryToCreateFullPath(RealAssemblies::widen(scratch.path("file/sub/c.log"))));
 }

@@ -4,26 +4,43 @@
 #include <string>
 
 #include "platform/Text16.h"
+#include "support/RealAssemblies.h"
 
 using u16 = std::basic_string<char16_t>;
 
-TEST(Text16, StrcmpComparesOverTheFirstArgumentOnly) {
-    EXPECT_EQ(strcmp_u16(u"abc", u"abcd"), 0);
-    EXPECT_EQ(strcmp_u16(u"abcd", u"abc"), 1);
-    EXPECT_EQ(strcmp_u16(u"", u"anything"), 0);
-    EXPECT_EQ(strcmp_u16(u"abd", u"abc"), 1);
-    EXPECT_EQ(strcmp_u16(u"abb", u"abc"), -1);
-    // Units compare unsigned: 0xFFE9 is above 'z'.
-    EXPECT_EQ(strcmp_u16(u"\xFFE9", u"z"), 1);
-    EXPECT_EQ(strcmp_u16(u"z", u"\xFFE9"), -1);
-}
-
-TEST(Text16, StrncmpReadsThroughTerminators) {
+TEST(Text16, ComparisonsRunOverTheFirstArgumentAndCaseFoldsAsciiLowBytes) {
+    struct Case {
+        int (*compare)(const char16_t*, const char16_t*);
+        const char16_t* a;
+        const char16_t* b;
+        int sign;
+    };
+    const Case cases[] = {
+        {strcmp_u16, u"abc", u"abcd", 0}, {strcmp_u16, u"abcd", u"abc", 1}, {strcmp_u16, u"", u"anything", 0},
+        {strcmp_u16, u"abd", u"abc", 1}, {strcmp_u16, u"abb", u"abc", -1},
+        // Units compare unsigned: 0xFFE9 is above 'z'.
+        {strcmp_u16, u"\xFFE9", u"z", 1}, {strcmp_u16, u"z", u"\xFFE9", -1},
+        {strcasecmp_u16, u"TRUE", u"true", 0}, {strcasecmp_u16, u"tr", u"true", 0},
+        {strcasecmp_u16, u"", u"true", 0}, {strcasecmp_u16, u"trued", u"true", 1},
+        {strcasecmp_u16, u"abc", u"abd", -1},
+        // Only the low byte takes part: U+0141 is 'A', and so equals 'a'.
+        {strcasecmp_u16, u"\x0141", u"A", 0}, {strcasecmp_u16, u"\x0141", u"a", 0},
+        // No folding beyond ASCII: the Latin-1 pair 0xC9/0xE9 stays apart.
+        {strcasecmp_u16, u"\x00C9", u"\x00E9", -1},
+    };
+    for (const Case& c : cases) {
+        int result = c.compare(c.a, c.b);
+        // strcmp_u16 answers exactly -1, 0 or 1; the case-blind one only by sign.
+        EXPECT_EQ(c.compare == strcmp_u16 ? result : (result > 0) - (result < 0), c.sign)
+            << RealAssemblies::narrow(c.a) << " ? " << RealAssemblies::narrow(c.b);
+    }
     const char16_t a[] = {u'a', 0, u'x'};
     const char16_t b[] = {u'a', 0, u'y'};
     EXPECT_EQ(strncmp_u16(a, b, 2), 0);
-    EXPECT_EQ(strncmp_u16(a, b, 3), -1);
+    EXPECT_EQ(strncmp_u16(a, b, 3), -1) << "read through the terminators";
     EXPECT_EQ(strncmp_u16(u"abc", u"xyz", 0), 0);
+    EXPECT_EQ(strncasecmp_u16(u"ABCx", u"abcy", 3), 0);
+    EXPECT_NE(strncasecmp_u16(u"ABCx", u"abcy", 4), 0);
 }
 
 TEST(Text16, WcslessMakesAStringAndItsExtensionsEquivalent) {
@@ -38,21 +55,6 @@ TEST(Text16, WcslessMakesAStringAndItsExtensionsEquivalent) {
     EXPECT_FALSE(keys.insert(u"ab").second);
     EXPECT_TRUE(keys.insert(u"b").second);
     EXPECT_EQ(keys.size(), 2u);
-}
-
-TEST(Text16, StrcasecmpFoldsAsciiOnlyOverLowBytes) {
-    EXPECT_EQ(strcasecmp_u16(u"TRUE", u"true"), 0);
-    EXPECT_EQ(strcasecmp_u16(u"tr", u"true"), 0);
-    EXPECT_EQ(strcasecmp_u16(u"", u"true"), 0);
-    EXPECT_GT(strcasecmp_u16(u"trued", u"true"), 0);
-    EXPECT_LT(strcasecmp_u16(u"abc", u"abd"), 0);
-    // Only the low byte takes part: U+0141 is 'A', and so equals 'a'.
-    EXPECT_EQ(strcasecmp_u16(u"\x0141", u"A"), 0);
-    EXPECT_EQ(strcasecmp_u16(u"\x0141", u"a"), 0);
-    // No folding beyond ASCII: the Latin-1 pair 0xC9/0xE9 stays apart.
-    EXPECT_NE(strcasecmp_u16(u"\x00C9", u"\x00E9"), 0);
-    EXPECT_EQ(strncasecmp_u16(u"ABCx", u"abcy", 3), 0);
-    EXPECT_NE(strncasecmp_u16(u"ABCx", u"abcy", 4), 0);
 }
 
 TEST(Text16, CopiesAlwaysTerminateAndNeverPad) {
