@@ -54,6 +54,17 @@ std::vector<std::string> childEnvironment(const std::map<std::string, std::strin
     return result;
 }
 
+// A profiled run that names no agent profile gets the smallest one that lets
+// the profiler start: field marking on, the native log in the run's directory,
+// and the built test agent for the traced Main.
+void furnishDefaultProfile(const std::string& workDir, std::map<std::string, std::string>& env) {
+    const std::string profile = workDir + "/default.properties";
+    std::ofstream(profile) << "harrowlite.fieldmark.enable=true\n"
+                              "harrowlite.nativeprofiler.logfile=native.log\n";
+    env["TMSENV_AGENT_PROFILE"] = profile;
+    env["com.tarn.harrowlite.agentLocation"] = std::string(TARN_E2E_DIR) + "/agent/tarn.Agent.dll";
+}
+
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
     for (auto& text : texts) {
@@ -73,6 +84,9 @@ std::string readFile(const std::string& path) {
 }
 
 std::string programPath(const std::string& program) {
+    if (program.size() > 4 && program.compare(program.size() - 4, 4, ".dll") == 0) {
+        return program;
+    }
     return std::string(TARN_E2E_DIR) + "/" + program + "/" + program + ".dll";
 }
 
@@ -88,6 +102,9 @@ RunResult runProgram(const std::string& program, const RunOptions& options) {
     result.env = options.profiled ? profilerEnvironment() : std::map<std::string, std::string>{};
     for (const auto& [name, value] : options.env) {
         result.env[name] = value;
+    }
+    if (options.profiled && result.env.count("TMSENV_AGENT_PROFILE") == 0) {
+        furnishDefaultProfile(result.workDir, result.env);
     }
     result.env["DOTNET_CLI_TELEMETRY_OPTOUT"] = "1";
 

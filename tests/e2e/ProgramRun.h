@@ -34,7 +34,8 @@ struct RunResult {
 // A fresh, empty directory under the suite's output folder.
 std::string newWorkDir();
 
-// Path of the built assembly of a program under tests/e2e/programs.
+// Path of the built assembly of a program under tests/e2e/programs; a name
+// ending in ".dll" is taken as the path itself.
 std::string programPath(const std::string& program);
 
 // The environment variables that make the runtime load our library.

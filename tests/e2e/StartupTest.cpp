@@ -1,0 +1,238 @@
+// Start-up decisions, seen from outside a real process: what the native log
+// says, what the runtime does with the event mask, and whether the program
+// still runs as it does without us.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "AgentInstall.h"
+#include "ProgramRun.h"
+
+namespace {
+
+using e2e::AgentInstall;
+using e2e::joinLines;
+using e2e::linesStartingWith;
+
+bool mapsOurLibrary(const e2e::RunResult& run) {
+    return run.err.find(std::string("mapped: ") + TARN_PROFILER_PATH) != std::string::npos;
+}
+
+e2e::RunResult plainRun(const std::string& program, std::vector<std::string> args = {}) {
+    e2e::RunOptions plain;
+    plain.profiled = false;
+    plain.args = std::move(args);
+    return e2e::runProgram(program, plain);
+}
+
+int jitted(const e2e::RunResult& run) {
+    size_t at = run.err.find("jitted=");
+    return at == std::string::npos ? -1 : std::stoi(run.err.substr(at + 7));
+}
+
+std::string why(const e2e::RunResult& run, const AgentInstall& install) {
+    return run.describe() + "--- native log ---\n" + install.logText();
+}
+
+// With the defaults the mask disables all precompiled images, so the runtime
+// compiles what it would otherwise take ready-made. Without ReJIT the mask asks
+// for profile images instead, which the runtime does not have either; only with
+// ReJIT and NGEN monitoring both off does precompiled code stay in use (the
+// agent and the instrumented Main add a few compilations). The
+// program is unchanged in every case.
+TEST(Startup, EventMaskDecidesOverPrecompiledCode) {
+    struct Case {
+        const char* name;
+        std::vector<std::pair<std::string, std::string>> properties;
+        bool precompiledUsed;
+    };
+    const Case cases[] = {
+        {"defaults", {}, false},
+        {"ReJIT off", {{"harrowlite.agent.rejit.enabled", "false"}}, false},
+        {"NGEN monitoring off", {{"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"}}, false},
+        {"ReJIT and NGEN monitoring off",
+         {{"harrowlite.agent.rejit.enabled", "false"}, {"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"}},
+         true},
+    };
+    auto plain = plainRun("JitCount");
+    ASSERT_EQ(plain.exitCode, 0) << plain.describe();
+    ASSERT_GT(jitted(plain), 0) << plain.describe();
+    for (const Case& c : cases) {
+        AgentInstall install;
+        for (const auto& [key, value] : c.properties) {
+            install.set(key, value);
+        }
+        auto run = install.run("JitCount", install.options());
+        auto log = install.log();
+        EXPECT_EQ(run.out, plain.out) << c.name << "\n" << why(run, install);
+        if (c.precompiledUsed) {
+            EXPECT_LT(jitted(run), 10 * jitted(plain)) << c.name << "\n" << why(run, install) << plain.err;
+        } else {
+            EXPECT_GT(jitted(run), 30 * jitted(plain)) << c.name << "\n" << why(run, install) << plain.err;
+        }
+        EXPECT_EQ(linesStartingWith(log, "Runtime Info: Core CLR (0x2) version 10.0.12 (10.0_").size(), 1u)
+            << c.name << "\n" << joinLines(log);
+        EXPECT_EQ(linesStartingWith(log, "Application dotnet monitored").size(), 1u) << c.name << "\n" << joinLines(log);
+        EXPECT_EQ(linesStartingWith(log, "Module Loaded JitCount ").size(), 1u) << c.name << "\n" << joinLines(log);
+    }
+}
+
+// Rewriting at module load: compile events are off, the program's module is
+// instrumented in one go with its summary line, and the traces still arrive.
+TEST(Startup, InstrumentationOnModuleLoad) {
+    AgentInstall install;
+    install.set("harrowlite.nativeprofiler.instrumentOnModuleLoad", "true");
+    install.directives("TraceAllMethodsOfClass: Traced.Subject\n");
+    auto reference = plainRun("Traced", {"3"});
+    auto run = install.run("Traced", install.options({"3"}));
+    auto log = install.log();
+
+    EXPECT_EQ(run.exitCode, 3) << why(run, install);
+    EXPECT_EQ(run.out, reference.out) << why(run, install);
+    // One summary a module, the program's naming the size of its set: the
+    // seven methods of the class and the hidden Main.
+    const auto summaries = linesStartingWith(log, "[Traced] Instrumented ");
+    ASSERT_EQ(summaries.size(), 1u) << why(run, install);
+    EXPECT_EQ(summaries[0].rfind("[Traced] Instrumented 8 methods in (", 0), 0u) << summaries[0];
+    EXPECT_FALSE(linesStartingWith(log, "[System.Private.CoreLib] Instrumented 0 methods in (").empty())
+        << why(run, install);
+    EXPECT_EQ(linesStartingWith(log, "Instrumented [Traced]Traced.Subject::Scalars").size(), 1u) << why(run, install);
+    // No compile event came: no line of the compile path.
+    for (const auto& line : log) {
+        EXPECT_EQ(line.find("functionID"), std::string::npos) << line;
+    }
+    const auto record = install.record();
+    EXPECT_FALSE(linesStartingWith(record, "pushTrace 11 System.Double:2.25").empty()) << joinLines(record);
+    EXPECT_FALSE(linesStartingWith(record, "catchTrace System.InvalidOperationException:bad 5").empty())
+        << joinLines(record);
+}
+
+// A build tool of the dotnet command keeps the library loaded and idle: no
+// controller, so no native log, and nothing rewritten.
+TEST(Startup, DotnetInternalCommandLeavesTheProfilerIdle) {
+    AgentInstall install;
+    const std::string built = std::string(TARN_E2E_DIR) + "/Hello/Hello";
+    const std::string tool = install.workDir() + "/MSBuild";
+    for (const std::string suffix : {".dll", ".runtimeconfig.json"}) {
+        std::ofstream(tool + suffix, std::ios::binary) << e2e::readFile(built + suffix);
+    }
+    auto options = install.options({"4"});
+    options.env["TARN_E2E_REPORT_MAPS"] = "1";
+    auto run = install.run(tool + ".dll", options);
+
+    EXPECT_EQ(run.exitCode, 4) << why(run, install);
+    EXPECT_NE(run.out.find("sum=5050"), std::string::npos) << why(run, install);
+    EXPECT_TRUE(mapsOurLibrary(run)) << why(run, install);
+    EXPECT_EQ(install.logText(), "") << why(run, install);
+}
+
+// Refusals: the runtime drops and unloads the profiler, and the program runs
+// as if it had never been asked to load it.
+TEST(Startup, RefusedProcessesRunUntouched) {
+    struct Case {
+        const char* name;
+        void (*prepare)(AgentInstall&, e2e::RunOptions&);
+        const char* logLine;  // expected in the native log, or null for no log at all
+    };
+    const Case cases[] = {
+        {"application excluded",
+         [](AgentInstall& install, e2e::RunOptions&) {
+             install.set("harrowlite.agent.dotnet.monitorApplications", "SomethingElse");
+         },
+         "Application Hello not monitored"},
+        {"field marking off",
+         [](AgentInstall& install, e2e::RunOptions&) { install.set("harrowlite.fieldmark.enable", "false"); },
+         "Monitoring disabled due to harrowlite.fieldmark.enable=false"},
+        {"profile missing",
+         [](AgentInstall& install, e2e::RunOptions& options) {
+             options.env["TMSENV_AGENT_PROFILE"] = install.agentDirectory() + "/absent.properties";
+         },
+         nullptr},
+        {"profile a dangling link",
+         [](AgentInstall& install, e2e::RunOptions& options) {
+             const std::string link = install.agentDirectory() + "/dangling.properties";
+             ASSERT_EQ(symlink((install.agentDirectory() + "/gone").c_str(), link.c_str()), 0);
+             options.env["TMSENV_AGENT_PROFILE"] = link;
+         },
+         nullptr},
+    };
+    auto reference = plainRun("Hello", {"5"});
+    for (const Case& c : cases) {
+        AgentInstall install;
+        install.directives("TraceAllMethodsOfClass: Program\n");
+        auto options = install.options({"5"});
+        options.env["TARN_E2E_REPORT_MAPS"] = "1";
+        c.prepare(install, options);
+        auto run = install.run("Hello", options);
+        auto log = install.log();
+
+        EXPECT_EQ(run.exitCode, 5) << c.name << "\n" << why(run, install);
+        EXPECT_EQ(run.out, reference.out) << c.name << "\n" << why(run, install);
+        EXPECT_FALSE(mapsOurLibrary(run)) << c.name << "\n" << why(run, install);
+        EXPECT_TRUE(linesStartingWith(log, "Module Loaded").empty()) << c.name << "\n" << why(run, install);
+        EXPECT_EQ(e2e::readFile(install.workDir() + "/record.txt"), "") << c.name;
+        if (c.logLine != nullptr) {
+            EXPECT_EQ(linesStartingWith(log, c.logLine).size(), 1u) << c.name << "\n" << why(run, install);
+        } else {
+            EXPECT_EQ(install.logText(), "") << c.name;
+        }
+    }
+}
+
+// The shim is defined whatever lies on disk; the agent is loaded at the first
+// traced call, and a missing agent or one without the class raises in the
+// thread that made it.
+TEST(Startup, AgentThatCannotBeLoadedFailsTheFirstTracedCall) {
+    struct Case {
+        const char* name;
+        bool remove;
+        const char* exception;
+    };
+    const Case cases[] = {
+        {"agent missing", true, "System.IO.FileNotFoundException"},
+        {"agent without the class", false, "System.NullReferenceException"},
+    };
+    for (const Case& c : cases) {
+        AgentInstall install;
+        if (c.remove) {
+            install.removeAgent();
+        } else {
+            install.replaceAgent(e2e::readFile(std::string(TARN_E2E_DIR) + "/Hello/Hello.dll"));
+        }
+        auto run = install.run("Hello", install.options());
+        auto log = install.log();
+
+        EXPECT_NE(run.exitCode, 0) << c.name << "\n" << why(run, install);
+        EXPECT_NE(run.err.find(c.exception), std::string::npos) << c.name << "\n" << why(run, install);
+        EXPECT_EQ(run.out.find("sum=5050"), std::string::npos) << c.name << "\n" << why(run, install);
+        EXPECT_EQ(linesStartingWith(log, "Looking for agent at " + install.agentDirectory() +
+                                             "/bin/netcore/tarn.Agent.dll").size(), 1u)
+            << c.name << "\n" << why(run, install);
+        EXPECT_EQ(linesStartingWith(log, "Defined Synthetic Shim").size(), 1u) << c.name;
+        EXPECT_EQ(linesStartingWith(log, "Instrumented [Hello]Program::Main - 0x0(").size(), 1u)
+            << c.name << "\n" << why(run, install);
+    }
+}
+
+// The agent's native calls reach this library once its classes are patched,
+// on every thread; a class outside the list keeps its own library name.
+TEST(Startup, PatchedPInvokeReachesTheNativeThreadId) {
+    auto plain = plainRun("tarn.AgentExtras");
+    AgentInstall install;
+    auto run = install.run("tarn.AgentExtras", install.options());
+
+    ASSERT_EQ(plain.exitCode, 0) << plain.describe();
+    EXPECT_EQ(plain.out, "patched: DllNotFoundException\nunlisted: DllNotFoundException\nworker: DllNotFoundException\n")
+        << plain.describe();
+    EXPECT_EQ(run.exitCode, 0) << why(run, install);
+    EXPECT_EQ(run.out, "patched: this thread\nunlisted: DllNotFoundException\nworker: this thread\n")
+        << why(run, install);
+    EXPECT_EQ(linesStartingWith(install.log(), "Patching PInvoke...").size(), 2u) << why(run, install);
+}
+
+}  // namespace
