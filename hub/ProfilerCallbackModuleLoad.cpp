@@ -191,8 +191,10 @@ void ProfilerCallback::findGenericTrigger(ModuleID moduleId, AppDomainID domainI
     if (SUCCEEDED(result)) {
         profilerInfo->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import));
     }
+    // Without metadata the assembly's name cannot be had, and the module
+    // cannot be the trigger.
     AutoPointer<IMetaDataContext> context(IMetaDataContext::newInstance(profilerInfo));
-    if (context == nullptr) {
+    if (import == nullptr || context == nullptr) {
         return;
     }
     context->setImport(import);

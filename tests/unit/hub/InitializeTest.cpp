@@ -1,0 +1,165 @@
+// Start-up decisions of the callback object on a fake runtime, each in a child
+// process of its own (the process gate is made once per process).
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <vector>
+
+#include "StartupChild.h"
+
+namespace {
+
+std::string hex(unsigned long value) {
+    char text[16];
+    snprintf(text, sizeof(text), "0x%lX", value);
+    return text;
+}
+
+TEST(Initialize, EventMaskOfEachConfiguration) {
+    struct Case {
+        const char* name;
+        std::map<std::string, std::string> properties;
+        bool attach;
+        int infoVersion;
+        unsigned long mask;
+    };
+    const Case cases[] = {
+        {"launch, defaults", {}, false, 10, 0xB006022C},
+        {"deep instrumentation off", {{"harrowlite.agent.deep.instrumentation.enabled", "false"}}, false, 10,
+         0xA006002C},
+        {"ReJIT off", {{"harrowlite.agent.rejit.enabled", "false"}}, false, 10, 0x3002022C},
+        {"ICorProfilerInfo4 absent", {}, false, 3, 0x3002022C},
+        {"NGEN monitoring off", {{"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"}}, false, 10, 0x9004022C},
+        {"transparency checks disabled", {{"harrowlite.nativeprofiler.clrv4.transparency.checks.disabled", "true"}},
+         false, 10, 0xF006022C},
+        {"dynamic instrumentation on", {{"harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true"}}, false,
+         10, 0xB006122C},
+        {"instrumentation on module load", {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}}, false, 10,
+         0x9006020C},
+        {"attach, defaults", {}, true, 10, 0x1004022C},
+        {"attach, instrumentation on module load", {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}},
+         true, 10, 0x1006020C},
+    };
+    for (const Case& c : cases) {
+        StartupSetup setup;
+        setup.properties.insert(c.properties.begin(), c.properties.end());
+        setup.attach = c.attach;
+        const int version = c.infoVersion;
+        setup.makeInfo = [version] { return new RuntimeInfoFake(version); };
+        setup.body = [](ProfilerCallback* callback, RuntimeInfoFake*, std::ostream& notes) {
+            notes << "rejit=" << callback->IsReJITEnabled() << " supports=" << callback->getSupportsReJIT();
+        };
+        StartupOutcome outcome = runStartup(setup);
+        EXPECT_EQ(outcome.result, S_OK) << c.name << "\n" << outcome.log;
+        EXPECT_EQ(outcome.setEventMaskCalls, 1) << c.name;
+        EXPECT_EQ(hex(outcome.mask), hex(c.mask)) << c.name << "\n" << outcome.log;
+        EXPECT_TRUE(outcome.fpcSet) << c.name;
+        // The service thread, where there is one, stops when the object goes.
+        EXPECT_TRUE(outcome.released) << c.name;
+        const bool reJIT = (c.mask & COR_PRF_ENABLE_REJIT) != 0;
+        EXPECT_EQ(outcome.notes, std::string("rejit=") + (reJIT ? "1" : "0") + " supports=" + (reJIT ? "1" : "0"))
+            << c.name;
+        EXPECT_NE(outcome.log.find("Runtime Info: Core CLR (0x2) version "), std::string::npos) << c.name;
+        EXPECT_EQ(outcome.log.find("Attaching to application ") != std::string::npos, c.attach) << outcome.log;
+    }
+}
+
+TEST(Initialize, OldCoreRuntimeIsRefusedFromBuild22221On) {
+    for (USHORT build : {USHORT(22220), USHORT(22221)}) {
+        StartupSetup setup;
+        setup.makeInfo = [build] {
+            auto* info = new RuntimeInfoFake();
+            info->major = 4;
+            info->build = build;
+            return info;
+        };
+        StartupOutcome outcome = runStartup(setup);
+        const bool refused = build == 22220;
+        EXPECT_EQ(outcome.result, refused ? CORPROF_E_PROFILER_CANCEL_ACTIVATION : S_OK) << build << outcome.log;
+        EXPECT_EQ(outcome.setEventMaskCalls, refused ? 0 : 1) << build;
+        EXPECT_EQ(outcome.fpcSet, !refused) << build;
+        // The runtime line carries the runtime's numbers; the library's folder
+        // version is 0 in a process without the runtime library.
+        EXPECT_NE(outcome.log.find("Runtime Info: Core CLR (0x2) version 4.0_" + std::to_string(build) + "\n"),
+                  std::string::npos)
+            << outcome.log;
+        EXPECT_EQ(outcome.log.find("Unsupported .NET Core version") != std::string::npos, refused) << outcome.log;
+    }
+    // A desktop runtime of the same numbers is not held to that limit.
+    StartupSetup desktop;
+    desktop.makeInfo = [] {
+        auto* info = new RuntimeInfoFake();
+        info->type = COR_PRF_DESKTOP_CLR;
+        info->major = 4;
+        info->build = 100;
+        return info;
+    };
+    StartupOutcome outcome = runStartup(desktop);
+    EXPECT_EQ(outcome.result, S_OK) << outcome.log;
+    EXPECT_NE(outcome.log.find("Runtime Info: Desktop CLR (0x1) version 4.0_100\n"), std::string::npos) << outcome.log;
+}
+
+TEST(Initialize, RefusalsLeaveTheRuntimeWithoutEventsAndFpcNull) {
+    struct Case {
+        const char* name;
+        std::map<std::string, std::string> properties;
+        bool withProfile;
+        const char* logLine;
+    };
+    const Case cases[] = {
+        {"no agent profile", {}, false, nullptr},
+        {"field marking off", {{"harrowlite.fieldmark.enable", "false"}}, true,
+         "Monitoring disabled due to harrowlite.fieldmark.enable=false\n"},
+        {"TMS disabled", {{"TMS_ENABLED", "false"}}, true, nullptr},
+        {"application not listed", {{"harrowlite.agent.dotnet.monitorApplications", "SomeOtherApp"}}, true,
+         "not monitored\n"},
+    };
+    for (const Case& c : cases) {
+        StartupSetup setup;
+        setup.properties.insert_or_assign("harrowlite.fieldmark.enable", "true");
+        for (const auto& [key, value] : c.properties) {
+            setup.properties.insert_or_assign(key, value);
+        }
+        setup.withProfile = c.withProfile;
+        StartupOutcome outcome = runStartup(setup);
+        EXPECT_EQ(outcome.result, CORPROF_E_PROFILER_CANCEL_ACTIVATION) << c.name << "\n" << outcome.log;
+        EXPECT_EQ(outcome.setEventMaskCalls, 0) << c.name;
+        EXPECT_FALSE(outcome.fpcSet) << c.name;
+        EXPECT_TRUE(outcome.released) << c.name;
+        if (c.logLine != nullptr) {
+            EXPECT_NE(outcome.log.find(c.logLine), std::string::npos) << c.name << "\n" << outcome.log;
+        }
+    }
+}
+
+// A mask the runtime will not take: both failure lines, a refusal, and the
+// sampling profiler initialised all the same.
+TEST(Initialize, FailedEventMaskIsLoggedAndRefused) {
+    StartupSetup setup;
+    setup.makeInfo = [] {
+        auto* info = new RuntimeInfoFake();
+        info->setEventMaskResult = E_FAIL;
+        return info;
+    };
+    StartupOutcome outcome = runStartup(setup);
+    EXPECT_EQ(outcome.result, CORPROF_E_PROFILER_CANCEL_ACTIVATION);
+    EXPECT_EQ(outcome.setEventMaskCalls, 1);
+    EXPECT_FALSE(outcome.fpcSet);
+    EXPECT_NE(outcome.log.find("Failed to set event mask to 0xb006022c\nFailed to initialize (0x80004005)\n"),
+              std::string::npos)
+        << outcome.log;
+}
+
+TEST(Initialize, ProfileVariableIsSetAndTheApplicationLogged) {
+    StartupSetup setup;
+    setup.body = [](ProfilerCallback*, RuntimeInfoFake*, std::ostream& notes) {
+        notes << "profile=" << (getenv("com.tarn.harrowlite.agentProfile") != nullptr);
+    };
+    StartupOutcome outcome = runStartup(setup);
+    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    // The gate canonicalised the profile into the variable that the agent reads.
+    EXPECT_EQ(outcome.notes, "profile=1");
+    EXPECT_NE(outcome.log.find("Application tarn_hub_tests monitored\n"), std::string::npos) << outcome.log;
+}
+
+}  // namespace
