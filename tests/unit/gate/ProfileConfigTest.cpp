@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "GateProbeRun.h"
+#include "GateInstallation.h"
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -22,7 +22,7 @@ protected:
         billing = installation.writeProfile("billing.properties", "agent.name=billing\n");
     }
 
-    ProbeRun runWithConfig(const std::string& config, const std::string& host, const std::vector<std::string>& arguments)
+    ProbeProcess runWithConfig(const std::string& config, const std::string& host, const std::vector<std::string>& arguments)
     {
         installation.writeProfile("AgentProfile.config", config);
         return installation.run(host, arguments, installation.environment());
@@ -45,7 +45,7 @@ protected:
 
 TEST_F(ProfileConfig, ProcessRuleWithPlainGlobChoosesItsProfile)
 {
-    const ProbeRun run = runWithConfig("ForProcess app*\n"
+    const ProbeProcess run = runWithConfig("ForProcess app*\n"
                                        "use shop.properties\n"
                                        "ForProcess *\n"
                                        "use billing.properties\n",
@@ -59,35 +59,9 @@ TEST_F(ProfileConfig, ProcessRuleWithPlainGlobChoosesItsProfile)
                                           "Matched for profile: " + shop, "Opening " + shop));
 }
 
-TEST_F(ProfileConfig, DllRuleWithQuotedGlobListAndRegex)
-{
-    const std::string config = "ForDll \"Billing*,Invoices*\"\n"
-                               "use billing.properties\n"
-                               "ForProcess /^dot(net|NET)$/\n"
-                               "use shop.properties\n";
-    const ProbeRun invoices = runWithConfig(config, "dotnet", {"exec", "/srv/Invoices.Api.dll"});
-    EXPECT_EQ(invoices["custom.config"], billing) << invoices.describe();
-    EXPECT_THAT(words("dotnet"), Contains("dll name: Invoices.Api.dll"));
-
-    // No dll rule fits: the regular expression on the process name does.
-    const ProbeRun other = runWithConfig(config, "dotnet", {"Shop.dll"});
-    EXPECT_EQ(other["custom.config"], shop) << other.describe();
-
-    // Bare glob list, and a regular expression must match the whole name.
-    const ProbeRun bare = runWithConfig("ForDll Other.dll,Shop*\n"
-                                        "use billing.properties\n",
-                                        "dotnet", {"Shop.dll"});
-    EXPECT_EQ(bare["custom.config"], billing) << bare.describe();
-    const ProbeRun partial = runWithConfig("ForProcess /dot/\n"
-                                           "use shop.properties\n",
-                                           "dotnet", {"Shop.dll"});
-    EXPECT_EQ(partial["custom.config"], "") << partial.describe();
-    EXPECT_EQ(partial["agent.profile"], installation.defaultProfile());
-}
-
 TEST_F(ProfileConfig, MissingProfileLetsTheNextRuleTry)
 {
-    const ProbeRun run = runWithConfig("ForProcess app.exe\n"
+    const ProbeProcess run = runWithConfig("ForProcess app.exe\n"
                                        "use missing.properties\n"
                                        "ForProcess app.*\n"
                                        "use billing.properties\n",
@@ -101,48 +75,54 @@ TEST_F(ProfileConfig, MissingProfileLetsTheNextRuleTry)
                                           "parsed command: ForProcess value: app.*",
                                           "parsed command: use value: billing.properties",
                                           "Matched for profile: " + billing, "Opening " + billing));
-
-    // Only a missing profile: the default stands.
-    const ProbeRun none = runWithConfig("ForProcess app.exe\nuse missing.properties\n", "app.exe", {});
-    EXPECT_EQ(none["custom.config"], "") << none.describe();
-    EXPECT_EQ(none["agent.profile"], installation.defaultProfile());
 }
 
-TEST_F(ProfileConfig, CommandsInAnyCaseAndByLeadingPart)
+TEST_F(ProfileConfig, RulesChooseTheFirstProfileThatFits)
 {
-    const ProbeRun upper = runWithConfig("FORPROCESS app.exe\nUSE shop.properties\n", "app.exe", {});
-    EXPECT_EQ(upper["custom.config"], shop) << upper.describe();
-
-    const ProbeRun abbreviated = runWithConfig("forproc app.exe\nus shop.properties\n", "app.exe", {});
-    EXPECT_EQ(abbreviated["custom.config"], shop) << abbreviated.describe();
-
-    // "For" is first taken for "ForAppPool", whose subject is always empty here.
-    const ProbeRun pool = runWithConfig("For *\nuse shop.properties\nForAppPool *\nuse shop.properties\n", "app.exe", {});
-    EXPECT_EQ(pool["custom.config"], "") << pool.describe();
-}
-
-TEST_F(ProfileConfig, CommentsBlankLinesAndIncompleteLinesCountForLineNumbers)
-{
-    const ProbeRun run = runWithConfig("# rules for the shop\n"
-                                       "\n"
-                                       "   \t\n"
-                                       "ForProcess\n"
-                                       "  \t#ForProcess app.exe\n"
-                                       "\tForProcess\tapp.exe\r\n"
-                                       "use shop.properties\r\n",
-                                       "app.exe", {});
-    EXPECT_EQ(run["custom.config"], shop) << run.describe();
-
-    const ProbeRun stopped = runWithConfig("# comment\n"
-                                           "\n"
-                                           "use shop.properties\n"
-                                           "ForProcess app.exe\n"
-                                           "use shop.properties\n",
-                                           "app.exe", {});
-    EXPECT_EQ(stopped["custom.config"], "") << stopped.describe();
-    EXPECT_THAT(words("app"), ElementsAre("app pool: ", "process name: app.exe", "dll name: ",
-                                          "parsed command: use value: shop.properties",
-                                          "Invalid match command  on line: 3", "Opening " + installation.defaultProfile()));
+    struct Case {
+        std::string config;
+        std::string host;
+        std::vector<std::string> arguments;
+        std::string chosen; // "" for none: the default profile stands
+        std::string logged = "";
+    };
+    const char binary[] = "ForProcess \x01\xff\0app.exe\nuse shop.properties\nForProcess app.exe\nuse billing.properties\n";
+    const std::string dllThenRegex = "ForDll \"Billing*,Invoices*\"\nuse billing.properties\n"
+                                     "ForProcess /^dot(net|NET)$/\nuse shop.properties\n";
+    const std::vector<Case> cases {
+        // A quoted glob list on the dll; where no dll rule fits, the regular expression on the process.
+        {dllThenRegex, "dotnet", {"exec", "/srv/Invoices.Api.dll"}, billing, "dll name: Invoices.Api.dll"},
+        {dllThenRegex, "dotnet", {"Shop.dll"}, shop},
+        // A bare glob list; a regular expression must match the whole name.
+        {"ForDll Other.dll,Shop*\nuse billing.properties\n", "dotnet", {"Shop.dll"}, billing},
+        {"ForProcess /dot/\nuse shop.properties\n", "dotnet", {"Shop.dll"}, ""},
+        // Only a missing profile.
+        {"ForProcess app.exe\nuse missing.properties\n", "app.exe", {}, ""},
+        // Commands in any case and by their leading part; "For" is first taken
+        // for "ForAppPool", whose subject is always empty here.
+        {"FORPROCESS app.exe\nUSE shop.properties\n", "app.exe", {}, shop},
+        {"forproc app.exe\nus shop.properties\n", "app.exe", {}, shop},
+        {"For *\nuse shop.properties\nForAppPool *\nuse shop.properties\n", "app.exe", {}, ""},
+        // Comments, blank lines and a command without a value are passed over.
+        {"# rules for the shop\n\n   \t\nForProcess\n  \t#ForProcess app.exe\n\tForProcess\tapp.exe\r\n"
+         "use shop.properties\r\n",
+         "app.exe", {}, shop},
+        // The rest of an overlong line reads as a command without a value.
+        {"ForProcess " + std::string(3000, 'x') + "\nuse shop.properties\nForProcess app.exe\nuse billing.properties\n",
+         "app.exe", {}, billing},
+        {std::string(binary, sizeof(binary) - 1), "app.exe", {}, billing},
+    };
+    for (const Case& c : cases) {
+        const ProbeProcess run = runWithConfig(c.config, c.host, c.arguments);
+        SCOPED_TRACE(c.config + run.describe());
+        ASSERT_EQ(run.exitStatus, 0);
+        EXPECT_EQ(run["properties"], "1");
+        EXPECT_EQ(run["custom.config"], c.chosen);
+        EXPECT_EQ(run["agent.profile"], c.chosen.empty() ? installation.defaultProfile() : c.chosen);
+        if (!c.logged.empty()) {
+            EXPECT_THAT(words(c.host.substr(0, c.host.find('.'))), Contains(c.logged));
+        }
+    }
 }
 
 TEST_F(ProfileConfig, MalformedLayoutsStopReading)
@@ -162,9 +142,12 @@ TEST_F(ProfileConfig, MalformedLayoutsStopReading)
           "Expected use command on line: 2"}},
         {"ForProcess nothing\nuse shop.properties\nuse shop.properties\nForProcess app.exe\nuse shop.properties\n",
          {"parsed command: ForProcess value: nothing", shopLine, shopLine, "Invalid match command  on line: 3"}},
+        // Comments and blank lines count for line numbers.
+        {"# comment\n\nuse shop.properties\nForProcess app.exe\nuse shop.properties\n",
+         {shopLine, "Invalid match command  on line: 3"}},
     };
     for (const Case& c : cases) {
-        const ProbeRun run = runWithConfig(c.config, "app.exe", {});
+        const ProbeProcess run = runWithConfig(c.config, "app.exe", {});
         EXPECT_EQ(run["custom.config"], "") << c.config << run.describe();
         std::vector<std::string> expected {"app pool: ", "process name: app.exe", "dll name: "};
         expected.insert(expected.end(), c.parsed.begin(), c.parsed.end());
@@ -175,7 +158,7 @@ TEST_F(ProfileConfig, MalformedLayoutsStopReading)
 
 TEST_F(ProfileConfig, OddPatternsMatchNothing)
 {
-    const ProbeRun run = runWithConfig("ForProcess app.exe \n" // the trailing blank stays in the pattern
+    const ProbeProcess run = runWithConfig("ForProcess app.exe \n" // the trailing blank stays in the pattern
                                        "use shop.properties\n"
                                        "ForProcess /\n"
                                        "use shop.properties\n"
@@ -202,7 +185,7 @@ TEST_F(ProfileConfig, ProfileFolderAndConfigFileProblems)
 {
     // A profile given without any '/' is found in the working directory.
     installation.files().write("plain.properties", "a=b\n");
-    const ProbeRun plain = installation.run(
+    const ProbeProcess plain = installation.run(
         "app.exe", {}, {"com.tarn.harrowlite.agentProfile=plain.properties", "TMS_DIAGNOSTICS_ENABLED=1", "LD_PRELOAD=" + installation.library()});
     EXPECT_EQ(plain["custom.config"], "") << plain.describe();
     EXPECT_EQ(plain["properties"], "1");
@@ -211,27 +194,9 @@ TEST_F(ProfileConfig, ProfileFolderAndConfigFileProblems)
                                           "Opening " + installation.files().path("plain.properties")));
 
     // No AgentProfile.config: the default profile stands.
-    const ProbeRun noConfig = installation.run("app.exe", {}, installation.environment());
+    const ProbeProcess noConfig = installation.run("app.exe", {}, installation.environment());
     EXPECT_EQ(noConfig["custom.config"], "") << noConfig.describe();
     EXPECT_EQ(noConfig["agent.profile"], installation.defaultProfile());
     EXPECT_THAT(words("app"), ElementsAre("failed to open: " + configPath(), "Opening " + installation.defaultProfile()));
 }
 
-TEST_F(ProfileConfig, OverlongAndBinaryLinesDoNotStopTheProcess)
-{
-    const std::string longPattern(3000, 'x');
-    const ProbeRun longLine = runWithConfig("ForProcess " + longPattern + "\n"
-                                            "use shop.properties\n"
-                                            "ForProcess app.exe\n"
-                                            "use billing.properties\n",
-                                            "app.exe", {});
-    EXPECT_EQ(longLine.exitStatus, 0) << longLine.describe();
-    EXPECT_EQ(longLine["properties"], "1");
-    // The rest of the long line reads as a command without a value and is passed over.
-    EXPECT_EQ(longLine["custom.config"], billing);
-
-    const char bytes[] = "ForProcess \x01\xff\0app.exe\nuse shop.properties\nForProcess app.exe\nuse billing.properties\n";
-    const ProbeRun binary = runWithConfig(std::string(bytes, sizeof(bytes) - 1), "app.exe", {});
-    EXPECT_EQ(binary.exitStatus, 0) << binary.describe();
-    EXPECT_EQ(binary["custom.config"], billing);
-}

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "GateProbeRun.h"
+#include "GateInstallation.h"
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -49,7 +49,7 @@ TEST(ProfilingManager, AnalysesTheDotnetCommandLine)
         {"app.exe", {}, "0", "-", "-", "0"},
     };
     for (const CommandLine& line : cases) {
-        const ProbeRun run = installation.run(line.host, line.arguments, installation.environment());
+        const ProbeProcess run = installation.run(line.host, line.arguments, installation.environment());
         const std::string label = line.host + " " + ::testing::PrintToString(line.arguments) + "\n" + run.describe();
         ASSERT_EQ(run.exitStatus, 0) << label;
         EXPECT_EQ(run["internal"], line.internal) << label;
@@ -64,21 +64,21 @@ TEST(ProfilingManager, AnalysesTheDotnetCommandLine)
 TEST(ProfilingManager, PickFirstLetsExactlyOneRuntimeThrough)
 {
     GateInstallation installation;
-    const ProbeRun run = installation.run("dotnet", {"app.dll"}, installation.environment());
+    const ProbeProcess run = installation.run("dotnet", {"app.dll"}, installation.environment());
     EXPECT_EQ(run["pick"], "first") << run.describe();
     EXPECT_EQ(run["clr.0.v4"], kPass);
     EXPECT_EQ(run["clr.1.v4"], kCancel);
 
     std::vector<std::string> environment = installation.environment();
     environment.push_back("GATE_PROBE_RUNTIMES=1,4,2");
-    const ProbeRun withVersionOne = installation.run("dotnet", {"app.dll"}, environment);
+    const ProbeProcess withVersionOne = installation.run("dotnet", {"app.dll"}, environment);
     EXPECT_EQ(withVersionOne["clr.0.v1"], kCancel) << withVersionOne.describe(); // version 1 never passes
     EXPECT_EQ(withVersionOne["clr.1.v4"], kPass);
     EXPECT_EQ(withVersionOne["clr.2.v2"], kCancel);
 
     environment = installation.environment();
     environment.push_back("GATE_PROBE_CONCURRENT=1");
-    const ProbeRun concurrent = installation.run("dotnet", {"app.dll"}, environment);
+    const ProbeProcess concurrent = installation.run("dotnet", {"app.dll"}, environment);
     const std::string results = concurrent["clr.concurrent"];
     EXPECT_TRUE(results == std::string(kPass) + "," + kCancel || results == std::string(kCancel) + "," + kPass)
         << concurrent.describe();
@@ -108,7 +108,7 @@ TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords)
                                   "com.tarn.harrowlite.nativeprofiler.monitor.inprocsxs.multiple.clrs=" + c.value + "\n");
         std::vector<std::string> environment = installation.environment();
         environment.push_back("GATE_PROBE_RUNTIMES=4,2,4");
-        const ProbeRun run = installation.run("dotnet", {"app.dll"}, environment);
+        const ProbeProcess run = installation.run("dotnet", {"app.dll"}, environment);
         const std::string label = "value '" + c.value + "'\n" + run.describe();
         EXPECT_EQ(run["pick"], c.pick) << label;
         EXPECT_EQ(run["clr.0.v4"], c.first) << label;
@@ -122,7 +122,7 @@ TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords)
     std::vector<std::string> environment = installation.environment();
     environment.push_back("TMSENV_COM_TARN_HARROWLITE_NATIVEPROFILER_MONITOR_INPROCSXS_MULTIPLE_CLRS=");
     environment.push_back("GATE_PROBE_RUNTIMES=4,2");
-    const ProbeRun empty = installation.run("dotnet", {"app.dll"}, environment);
+    const ProbeProcess empty = installation.run("dotnet", {"app.dll"}, environment);
     EXPECT_EQ(empty["pick"], "many") << empty.describe();
     EXPECT_EQ(empty["clr.0.v4"], kPass);
     EXPECT_EQ(empty["clr.1.v2"], kPass);
@@ -133,31 +133,31 @@ TEST(ProfilingManager, PropertiesCanRefuseTheProcess)
     GateInstallation installation;
     installation.writeProfile("default.properties",
                               "TMS_ENABLED=false\n");
-    const ProbeRun disabled = installation.run("dotnet", {"app.dll"}, installation.environment());
+    const ProbeProcess disabled = installation.run("dotnet", {"app.dll"}, installation.environment());
     EXPECT_EQ(disabled["properties"], "1") << disabled.describe();
     EXPECT_EQ(disabled["clr.0.v4"], kCancel);
 
     installation.writeProfile("default.properties",
                               "harrowlite.agent.dotnet.monitorApplications.exclude=Other, MyApp\n");
-    const ProbeRun excluded = installation.run("dotnet", {"exec", "/srv/myapp.dll"}, installation.environment());
+    const ProbeProcess excluded = installation.run("dotnet", {"exec", "/srv/myapp.dll"}, installation.environment());
     EXPECT_EQ(excluded["clr.0.v4"], kCancel) << excluded.describe();
     EXPECT_THAT(installation.diagnosticLog("dotnet"), Contains("Ignoring dotnet application myapp"));
 
-    const ProbeRun notExcluded = installation.run("dotnet", {"exec", "/srv/yourapp.dll"}, installation.environment());
+    const ProbeProcess notExcluded = installation.run("dotnet", {"exec", "/srv/yourapp.dll"}, installation.environment());
     EXPECT_EQ(notExcluded["clr.0.v4"], kPass) << notExcluded.describe();
     EXPECT_THAT(installation.diagnosticLog("dotnet"), Not(Contains("Ignoring dotnet application yourapp")));
 
     // Another host has no application name: the exclude list is not looked at.
     installation.writeProfile("default.properties",
                               "harrowlite.agent.dotnet.monitorApplications.exclude=myhost,myapp,dotnet\n");
-    const ProbeRun otherHost = installation.run("myhost", {"myapp.dll"}, installation.environment());
+    const ProbeProcess otherHost = installation.run("myhost", {"myapp.dll"}, installation.environment());
     EXPECT_EQ(otherHost["clr.0.v4"], kPass) << otherHost.describe();
 }
 
 TEST(ProfilingManager, WithoutAReadableProfileEveryRuntimeIsRefused)
 {
     GateInstallation installation;
-    const ProbeRun unset = installation.run("app.exe", {}, {"TMS_DIAGNOSTICS_ENABLED=1", "LD_PRELOAD=" + installation.library()});
+    const ProbeProcess unset = installation.run("app.exe", {}, {"TMS_DIAGNOSTICS_ENABLED=1", "LD_PRELOAD=" + installation.library()});
     EXPECT_EQ(unset["properties"], "0") << unset.describe();
     EXPECT_EQ(unset["agent.profile"], "-");
     EXPECT_EQ(unset["clr.0.v4"], kCancel);
@@ -165,7 +165,7 @@ TEST(ProfilingManager, WithoutAReadableProfileEveryRuntimeIsRefused)
                 ElementsAre("Failed to get com.tarn.harrowlite.agentProfile."));
 
     const std::string missing = installation.profiles() + "/missing.properties";
-    const ProbeRun absent = installation.run(
+    const ProbeProcess absent = installation.run(
         "app.exe", {}, {"com.tarn.harrowlite.agentProfile=" + missing, "TMS_DIAGNOSTICS_ENABLED=1", "LD_PRELOAD=" + installation.library()});
     EXPECT_EQ(absent["properties"], "0") << absent.describe();
     EXPECT_EQ(absent["clr.0.v4"], kCancel);
@@ -191,7 +191,7 @@ TEST(ProfilingManager, AgentProfileComesFromTheFirstSourceAndIsMadeCanonical)
         {{"TMSENV_AGENT_PROFILE=" + canonical, "com.tarn.harrowlite.AgentProfile=" + other}, canonical},
     };
     for (const Case& c : cases) {
-        const ProbeRun run = installation.run("dotnet", {"app.dll"}, c.environment);
+        const ProbeProcess run = installation.run("dotnet", {"app.dll"}, c.environment);
         EXPECT_EQ(run["agent.profile"], c.expected) << ::testing::PrintToString(c.environment) << run.describe();
         EXPECT_EQ(run["properties"], "1");
         EXPECT_EQ(run["clr.0.v4"], kPass);
@@ -207,19 +207,19 @@ TEST(ProfilingManager, AzureIsRecognisedBesideTheSiteAndReadsAppSettings)
     installation.files().write("site/applicationHost.xdt", "<configuration/>");
     const std::vector<std::string> environment {"com.tarn.harrowlite.agentProfile=" + site};
 
-    const ProbeRun azure = installation.run("dotnet", {"app.dll"}, environment);
+    const ProbeProcess azure = installation.run("dotnet", {"app.dll"}, environment);
     EXPECT_EQ(azure["azure"], "1") << azure.describe();
     EXPECT_EQ(azure["clr.0.v4"], kPass);
 
     std::vector<std::string> switchedOff = environment;
     switchedOff.push_back("APPSETTING_TMS_ENABLED=false");
-    const ProbeRun refused = installation.run("dotnet", {"app.dll"}, switchedOff);
+    const ProbeProcess refused = installation.run("dotnet", {"app.dll"}, switchedOff);
     EXPECT_EQ(refused["clr.0.v4"], kCancel) << refused.describe();
 
     // Outside Azure the app settings take no part.
     std::vector<std::string> notAzure = installation.environment();
     notAzure.push_back("APPSETTING_TMS_ENABLED=false");
-    const ProbeRun ordinary = installation.run("dotnet", {"app.dll"}, notAzure);
+    const ProbeProcess ordinary = installation.run("dotnet", {"app.dll"}, notAzure);
     EXPECT_EQ(ordinary["azure"], "0") << ordinary.describe();
     EXPECT_EQ(ordinary["clr.0.v4"], kPass);
 }
@@ -228,7 +228,7 @@ TEST(ProfilingManager, DiagnosticLogDumpsTheProcessBesideTheAgentHome)
 {
     GateInstallation installation;
     const std::vector<std::string> environment = installation.environment();
-    const ProbeRun run = installation.run("app.exe", {"--urls", "http://*:80"}, environment);
+    const ProbeProcess run = installation.run("app.exe", {"--urls", "http://*:80"}, environment);
     ASSERT_EQ(run.exitStatus, 0) << run.describe();
     EXPECT_EQ(run["agent.home"], installation.home());
     EXPECT_EQ(run["diagnostic.enabled"], "1");
@@ -253,7 +253,7 @@ TEST(ProfilingManager, DiagnosticLogDumpsTheProcessBesideTheAgentHome)
     expected.push_back("Opening " + installation.defaultProfile());
     EXPECT_THAT(installation.diagnosticLog("app"), ElementsAreArray(expected));
 
-    const ProbeRun dotnet = installation.run("dotnet", {"exec", "Shop.dll"}, environment);
+    const ProbeProcess dotnet = installation.run("dotnet", {"exec", "Shop.dll"}, environment);
     const std::vector<std::string> dotnetLog = installation.diagnosticLog("dotnet");
     ASSERT_GE(dotnetLog.size(), 5u) << dotnet.describe();
     EXPECT_EQ(dotnetLog[2], "is dotnet core: true");
@@ -268,26 +268,26 @@ TEST(ProfilingManager, DiagnosticLogSwitchAndFallbacks)
     const std::string preload = "LD_PRELOAD=" + installation.library();
 
     for (const char* off : {"0", "10", "true"}) {
-        const ProbeRun run = installation.run("app.exe", {}, {profile, preload, std::string("TMS_DIAGNOSTICS_ENABLED=") + off});
+        const ProbeProcess run = installation.run("app.exe", {}, {profile, preload, std::string("TMS_DIAGNOSTICS_ENABLED=") + off});
         EXPECT_EQ(run["diagnostic.enabled"], "0") << off;
         EXPECT_EQ(run["clr.0.v4"], kPass) << off;
     }
     EXPECT_FALSE(std::filesystem::exists(installation.home() + "/logs"));
 
     // An empty value is as good as "1".
-    const ProbeRun empty = installation.run("app.exe", {}, {profile, preload, "TMS_DIAGNOSTICS_ENABLED="});
+    const ProbeProcess empty = installation.run("app.exe", {}, {profile, preload, "TMS_DIAGNOSTICS_ENABLED="});
     EXPECT_EQ(empty["diagnostic.enabled"], "1") << empty.describe();
     EXPECT_TRUE(std::filesystem::exists(installation.diagnosticLogPath("app")));
 
     // Without the library in the process the home is the working directory.
-    const ProbeRun noLibrary = installation.run("app.exe", {}, {profile, "TMS_DIAGNOSTICS_ENABLED=1"});
+    const ProbeProcess noLibrary = installation.run("app.exe", {}, {profile, "TMS_DIAGNOSTICS_ENABLED=1"});
     EXPECT_EQ(noLibrary["agent.home"], ".") << noLibrary.describe();
     EXPECT_TRUE(std::filesystem::exists(installation.files().path("logs/nativeprofiler_diagnostic_app.log")));
 
     // A log that cannot be made changes no decision.
     std::filesystem::remove_all(installation.home() + "/logs");
     installation.files().write("agent/logs", "a file where the folder belongs");
-    const ProbeRun blocked = installation.run("app.exe", {}, installation.environment());
+    const ProbeProcess blocked = installation.run("app.exe", {}, installation.environment());
     EXPECT_EQ(blocked.exitStatus, 0) << blocked.describe();
     EXPECT_EQ(blocked["properties"], "1");
     EXPECT_EQ(blocked["clr.0.v4"], kPass);
@@ -296,7 +296,7 @@ TEST(ProfilingManager, DiagnosticLogSwitchAndFallbacks)
 TEST(ProfilingManager, ControllerIsMadeOnceFromTheProperties)
 {
     GateInstallation installation;
-    const ProbeRun run = installation.run("dotnet", {"app.dll"}, installation.environment());
+    const ProbeProcess run = installation.run("dotnet", {"app.dll"}, installation.environment());
     EXPECT_EQ(run["same.instance"], "1") << run.describe();
     EXPECT_EQ(run["controller.calls"], "1");
     EXPECT_EQ(run["controller.same"], "1");

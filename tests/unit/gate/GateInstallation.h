@@ -1,24 +1,12 @@
-// Starts the gate probe as a process of its own, under a chosen program path,
-// argv, environment and working directory, and collects its decisions.
+// Runs the gate probe as a process of its own, under a chosen host name, argv
+// and environment; its decisions are the "key=value" lines it prints.
 #pragma once
 
-#include <map>
 #include <string>
 #include <vector>
 
+#include "support/ProbeProcess.h"
 #include "support/ScratchDirectory.h"
-
-struct ProbeRun {
-    int exitStatus = -1;
-    int pid = 0;
-    std::string output;
-    std::map<std::string, std::string> decisions;
-
-    // The decision under key, or "<missing>".
-    std::string operator[](const std::string& key) const;
-    // The run, for failure messages.
-    std::string describe() const;
-};
 
 // A scratch installation: an agent home whose "lib" holds a stand-in profiler
 // library, a "profiles" folder with the default profile, and links named after
@@ -43,7 +31,7 @@ public:
 
     // Runs the host link name with these arguments after it, in the scratch
     // root as working directory.
-    ProbeRun run(const std::string& hostName, const std::vector<std::string>& arguments,
+    ProbeProcess run(const std::string& hostName, const std::vector<std::string>& arguments,
                  const std::vector<std::string>& environment) const;
 
     // Lines of the diagnostic log of a program, empty if there is none.

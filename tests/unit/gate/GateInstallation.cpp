@@ -1,0 +1,57 @@
+#include "GateInstallation.h"
+
+#include <filesystem>
+#include <fstream>
+
+GateInstallation::GateInstallation()
+{
+    std::filesystem::create_directories(scratch.path("bin"));
+    std::filesystem::create_directories(home() + "/lib");
+    std::filesystem::copy_file(TARN_GATE_PROBE_MODULE, library());
+    for (const char* name : {"dotnet", "dotnet.exe", "app.exe", "myhost"}) {
+        std::filesystem::create_symlink(TARN_GATE_PROBE, host(name));
+    }
+    writeProfile("default.properties", "agent.name=default\n");
+}
+
+std::string GateInstallation::writeProfile(const std::string& name, const std::string& text) const
+{
+    return scratch.write("agent/profiles/" + name, text);
+}
+
+std::vector<std::string> GateInstallation::environment() const
+{
+    return {"com.tarn.harrowlite.agentProfile=" + defaultProfile(), "TMS_DIAGNOSTICS_ENABLED=1",
+            "LD_PRELOAD=" + library()};
+}
+
+ProbeProcess GateInstallation::run(const std::string& hostName, const std::vector<std::string>& arguments,
+                                   const std::vector<std::string>& environment) const
+{
+    return ProbeProcess::run(host(hostName), arguments, environment, scratch.path(), "");
+}
+
+std::string GateInstallation::diagnosticLogPath(const std::string& programName) const
+{
+    return home() + "/logs/nativeprofiler_diagnostic_" + programName + ".log";
+}
+
+std::vector<std::string> GateInstallation::diagnosticLog(const std::string& programName) const
+{
+    std::vector<std::string> lines;
+    std::ifstream log(diagnosticLogPath(programName));
+    for (std::string line; std::getline(log, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::vector<std::string> linesAfterDump(const std::vector<std::string>& log)
+{
+    for (size_t i = 0; i < log.size(); ++i) {
+        if (log[i] == "==============================") {
+            return {log.begin() + static_cast<long>(i) + 1, log.end()};
+        }
+    }
+    return {};
+}
