@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,6 +8,7 @@
 #include "rewrite/IMethodBuffer.h"
 #include "rewrite/IMethodBuilder.h"
 #include "rewrite/MethodBufferTransform.h"
+#include "support/CapturedStream.h"
 
 namespace {
 
@@ -25,17 +25,6 @@ Bytes fatWithSmallClause() {
                  0x00, 0x00, 0x00,                                         // padding
                  0x01, 0x10, 0x00, 0x00,                                   // small EH section, 16 bytes
                  0x00, 0x00, 0x00, 0x00, 0x03, 0x03, 0x00, 0x01, 0x01, 0x00, 0x00, 0x01};
-}
-
-std::string listing(const std::function<void(FILE*)>& print) {
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* stream = open_memstream(&text, &size);
-    print(stream);
-    fclose(stream);
-    std::string result(text, size);
-    free(text);
-    return result;
 }
 
 }  // namespace
@@ -138,7 +127,8 @@ TEST(MethodBuffer, TransformsWidenTinyHeadersAndSmallSections) {
 
 TEST(Listings, MethodBufferPrintsHeaderCodeAndClauses) {
     Bytes body = fatWithSmallClause();
-    std::string text = listing([&](FILE* stream) { view(body)->print(stream); });
+    CapturedStream fat;
+    view(body)->print(fat.get());
     std::string expected =
         "FAT HEADER\n"
         "          Flags 0x0000001B\n"
@@ -163,10 +153,11 @@ TEST(Listings, MethodBufferPrintsHeaderCodeAndClauses) {
         "  HandlerLength 0x00000001 [0x00000004]\n"
         "     ClassToken 0x01000001\n"
         "\n";
-    EXPECT_EQ(text, expected);
+    EXPECT_EQ(fat.text(), expected);
 
-    std::string tiny = listing([&](FILE* stream) { view({0x0E, 0x1F, 0xFB, 0x2A})->print(stream); });
-    EXPECT_EQ(tiny,
+    CapturedStream tiny;
+    view({0x0E, 0x1F, 0xFB, 0x2A})->print(tiny.get());
+    EXPECT_EQ(tiny.text(),
               "TINY HEADER\n"
               "          Flags 0x00000002\n"
               "           Size          1\n"
@@ -190,7 +181,8 @@ TEST(Listings, MethodBuilderPrintsOffsetsFromTheOrigin) {
     std::vector<unsigned char> out(builder->getTotalSize());
     ASSERT_EQ(builder->writeToBuffer(out.data()), S_OK);
 
-    std::string text = listing([&](FILE* stream) { builder->print(stream, 9); });
+    CapturedStream listing;
+    builder->print(listing.get(), 9);
     std::string expected =
         "HEADER\n"
         "          Flags 0x0000001B\n"
@@ -220,5 +212,5 @@ TEST(Listings, MethodBuilderPrintsOffsetsFromTheOrigin) {
         "  HandlerLength 0x00000001 [0x0000000D]\n"
         "     ClassToken 0x01000001\n"
         "\n";
-    EXPECT_EQ(text, expected);
+    EXPECT_EQ(listing.text(), expected);
 }

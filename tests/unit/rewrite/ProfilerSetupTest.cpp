@@ -4,7 +4,6 @@
 #include <filesystem>
 
 #include "RewriteChecks.h"
-#include "runtime/Guids.h"
 #include "support/ScratchDirectory.h"
 
 using ::testing::Return;
@@ -26,11 +25,8 @@ protected:
         return hr;
     }
 
-    std::vector<unsigned char> localSignature() {
-        PCCOR_SIGNATURE bytes = nullptr;
-        ULONG length = 0;
-        EXPECT_EQ(info->importOf(shapes)->GetSigFromToken(profiler->getLocalSigToken(), &bytes, &length), S_OK);
-        return std::vector<unsigned char>(bytes, bytes + length);
+    rewrite_checks::LocalSignature locals() {
+        return rewrite_checks::localSignature(info->importOf(shapes), profiler->getLocalSigToken());
     }
 };
 
@@ -60,37 +56,36 @@ TEST_F(ProfilerSetup, ShimChoiceFollowsVersionSettingRuntimeAndGlobalCache) {
 }
 
 TEST_F(ProfilerSetup, TheLocalSignatureGainsTheResultAndTraceLocalsAtItsEnd) {
+    using Types = std::vector<unsigned char>;
     ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"Empty")));
-    EXPECT_EQ(localSignature(), (std::vector<unsigned char>{0x07, 0x01, 0x08}));
+    EXPECT_EQ(locals().count, 1u);
+    EXPECT_EQ(locals().types, Types{0x08});
     EXPECT_EQ(profiler->getTraceLocal(), 0u);
 
     ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Derived", u"Add")));
-    EXPECT_EQ(localSignature(), (std::vector<unsigned char>{0x07, 0x02, 0x08, 0x08}));
+    EXPECT_EQ(locals().types, (Types{0x08, 0x08}));
     EXPECT_EQ(profiler->getResultLocal(), 0u);
     EXPECT_EQ(profiler->getTraceLocal(), 1u);
 
     // A ref int result is parked in an int32.
     ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"RefReturn")));
-    EXPECT_EQ(localSignature(), (std::vector<unsigned char>{0x07, 0x02, 0x08, 0x08}));
+    EXPECT_EQ(locals().types, (Types{0x08, 0x08}));
 
     // A string result behind incoming locals.
     ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"Switch")));
-    std::vector<unsigned char> locals = localSignature();
-    EXPECT_EQ(locals[locals.size() - 2], 0x0E);
-    EXPECT_EQ(locals.back(), 0x08);
+    Types types = locals().types;
+    EXPECT_EQ(Types(types.end() - 2, types.end()), (Types{0x0E, 0x08}));
     EXPECT_EQ(profiler->getResultLocal(), profiler->getLocalCount() - 2);
 
     // A value-type result keeps its token.
     ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"ValueResult")));
-    locals = localSignature();
-    EXPECT_EQ(locals[locals.size() - 3], 0x11);
+    types = locals().types;
+    EXPECT_EQ(types[types.size() - 3], 0x11);
 
-    // 127 locals and no result: 128 takes two bytes where 127 took one.
+    // 127 locals and no result: the count of 128 takes two bytes.
     ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Wide", u"Locals127")));
-    locals = localSignature();
+    EXPECT_EQ(locals().count, 128u);
     EXPECT_EQ(profiler->getLocalCount(), 128u);
-    EXPECT_EQ(locals[1], 0x80);
-    EXPECT_EQ(locals[2], 0x80);
     EXPECT_EQ(profiler->getTraceLocal(), 127u);
 
     // A native integer result stops the stage before any code is touched.
@@ -140,14 +135,8 @@ TEST_F(ProfilerSetup, WithoutTheShimTheAgentAssemblyIsReferenced) {
     mdToken scope = 0;
     ASSERT_EQ(import->GetTypeRefProps(type, &scope, name, 128, nullptr), S_OK);
     EXPECT_EQ(std::u16string(name), u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim");
-    AutoCOMPointer<IMetaDataAssemblyImport> assemblies;
-    ASSERT_EQ(import->QueryInterface(IID_IMetaDataAssemblyImport, reinterpret_cast<void**>(&assemblies)), S_OK);
-    char16_t assembly[128] = {};
-    ASSEMBLYMETADATA version{};
-    ASSERT_EQ(assemblies->GetAssemblyRefProps(scope, nullptr, nullptr, assembly, 128, nullptr, &version, nullptr,
-                                              nullptr, nullptr),
-              S_OK);
-    EXPECT_EQ(std::u16string(assembly), u"tarn.Agent");
-    EXPECT_EQ(version.usMajorVersion, 26);
-    EXPECT_EQ(version.usRevisionNumber, 17);
+    AssemblyRef agent = assemblyRef(import, scope);
+    EXPECT_EQ(agent.name, u"tarn.Agent");
+    EXPECT_EQ(agent.version.usMajorVersion, 26);
+    EXPECT_EQ(agent.version.usRevisionNumber, 17);
 }

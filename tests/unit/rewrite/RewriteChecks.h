@@ -10,22 +10,9 @@
 #include <vector>
 
 #include "RewriteFixture.h"
+#include "rewrite/CorSig.h"
 
 namespace rewrite_checks {
-
-inline uint32_t compressed(const unsigned char*& p) {
-    uint32_t value = 0;
-    if ((p[0] & 0x80) == 0) {
-        value = *p++;
-    } else if ((p[0] & 0xC0) == 0x80) {
-        value = (p[0] & 0x3Fu) << 8 | p[1];
-        p += 2;
-    } else {
-        value = (p[0] & 0x1Fu) << 24 | p[1] << 16 | p[2] << 8 | p[3];
-        p += 4;
-    }
-    return value;
-}
 
 struct LocalSignature {
     uint32_t count = 0;
@@ -38,10 +25,11 @@ inline LocalSignature localSignature(IMetaDataImport* import, uint32_t token) {
     PCCOR_SIGNATURE bytes = nullptr;
     ULONG length = 0;
     EXPECT_EQ(import->GetSigFromToken(token, &bytes, &length), S_OK);
-    const unsigned char* p = bytes + 1;
     EXPECT_EQ(bytes[0], 0x07);
-    result.count = compressed(p);
-    result.types.assign(p, bytes + length);
+    ULONG count = 0;
+    const unsigned char* types = bytes + 1 + CorSigUncompressData(bytes + 1, length - 1, &count);
+    result.count = count;
+    result.types.assign(types, bytes + length);
     return result;
 }
 

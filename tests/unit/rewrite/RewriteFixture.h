@@ -10,10 +10,13 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "metadata/IMetaDataContext.h"
 #include "policy/IProfilerController.h"
 #include "rewrite/Profiler.h"
+#include "runtime/Guids.h"
+#include "support/CapturedStream.h"
 #include "support/HostedRuntime.h"
 #include "support/ILVerifier.h"
 #include "support/RealAssemblies.h"
@@ -67,8 +70,7 @@ protected:
         info = std::make_unique<RewriteInfoDouble>();
         shapes = info->addModule(RealAssemblies::testAsset("RewriteShapes"));
         ASSERT_NE(shapes, 0u);
-        log = std::tmpfile();
-        ON_CALL(controller, getNativeLog()).WillByDefault(::testing::Return(log));
+        ON_CALL(controller, getNativeLog()).WillByDefault(::testing::Return(log.get()));
         ON_CALL(controller, shouldUseSyntheticShim()).WillByDefault(::testing::Return(E_FAIL));
         ON_CALL(controller, shouldLogUninstrumentedMethods()).WillByDefault(::testing::Return(0));
         context.reset(IMetaDataContext::newInstance(info.get()));
@@ -76,20 +78,7 @@ protected:
         ASSERT_NE(profiler, nullptr);
     }
 
-    void TearDown() override {
-        profiler.reset();
-        context.reset();
-        if (log != nullptr) std::fclose(log);
-    }
-
-    std::string logText() {
-        std::fflush(log);
-        std::rewind(log);
-        std::string text;
-        int c;
-        while ((c = std::fgetc(log)) != EOF) text += static_cast<char>(c);
-        return text;
-    }
+    std::string logText() { return log.text(); }
 
     mdTypeDef type(const char16_t* name, ModuleID module = 0) {
         return RealAssemblies::findType(info->importOf(module == 0 ? shapes : module), name);
@@ -136,9 +125,34 @@ protected:
         return ILVerifier::returnsValue(signature, length);
     }
 
+    struct AssemblyRef {
+        std::u16string name;
+        std::vector<unsigned char> key;
+        ASSEMBLYMETADATA version{};
+    };
+
+    static AutoCOMPointer<IMetaDataAssemblyImport> assemblyImport(IMetaDataImport* import) {
+        AutoCOMPointer<IMetaDataAssemblyImport> assemblies;
+        EXPECT_EQ(import->QueryInterface(IID_IMetaDataAssemblyImport, reinterpret_cast<void**>(&assemblies)), S_OK);
+        return assemblies;
+    }
+
+    static AssemblyRef assemblyRef(IMetaDataImport* import, mdAssemblyRef token) {
+        AssemblyRef ref;
+        const void* key = nullptr;
+        ULONG keyLength = 0;
+        char16_t name[512] = {};
+        EXPECT_EQ(assemblyImport(import)->GetAssemblyRefProps(token, &key, &keyLength, name, 512, nullptr,
+                                                              &ref.version, nullptr, nullptr, nullptr),
+                  S_OK);
+        ref.name = name;
+        ref.key.assign(static_cast<const unsigned char*>(key), static_cast<const unsigned char*>(key) + keyLength);
+        return ref;
+    }
+
     std::unique_ptr<RewriteInfoDouble> info;
     ModuleID shapes = 0;
-    FILE* log = nullptr;
+    CapturedStream log;
     ::testing::NiceMock<MockController> controller;
     std::unique_ptr<IMetaDataContext> context;
     std::unique_ptr<Profiler> profiler;

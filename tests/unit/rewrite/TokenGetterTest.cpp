@@ -5,7 +5,6 @@
 
 #include "RewriteFixture.h"
 #include "rewrite/ITypeSpecTokenGetter.h"
-#include "runtime/Guids.h"
 
 namespace {
 
@@ -21,38 +20,6 @@ std::vector<mdToken> all(IMetaDataImport* import, HRESULT (IMetaDataImport::*enu
     return tokens;
 }
 
-std::vector<mdAssemblyRef> assemblyRefs(IMetaDataImport* import) {
-    AutoCOMPointer<IMetaDataAssemblyImport> assemblies;
-    import->QueryInterface(IID_IMetaDataAssemblyImport, reinterpret_cast<void**>(&assemblies));
-    std::vector<mdAssemblyRef> tokens;
-    HCORENUM enumerator = nullptr;
-    mdAssemblyRef batch[64];
-    ULONG count = 0;
-    while (SUCCEEDED(assemblies->EnumAssemblyRefs(&enumerator, batch, 64, &count)) && count > 0) {
-        tokens.insert(tokens.end(), batch, batch + count);
-    }
-    assemblies->CloseEnum(enumerator);
-    return tokens;
-}
-
-struct AssemblyRefProps {
-    std::u16string name;
-    std::vector<unsigned char> key;
-};
-
-AssemblyRefProps propsOf(IMetaDataImport* import, mdAssemblyRef token) {
-    AutoCOMPointer<IMetaDataAssemblyImport> assemblies;
-    import->QueryInterface(IID_IMetaDataAssemblyImport, reinterpret_cast<void**>(&assemblies));
-    const void* key = nullptr;
-    ULONG keyLength = 0;
-    char16_t name[512] = {};
-    ULONG nameLength = 0;
-    assemblies->GetAssemblyRefProps(token, &key, &keyLength, name, 512, &nameLength, nullptr, nullptr, nullptr,
-                                    nullptr);
-    const unsigned char* bytes = static_cast<const unsigned char*>(key);
-    return {name, std::vector<unsigned char>(bytes, bytes + keyLength)};
-}
-
 unsigned char kRuntimeKey[8] = {0xb0, 0x3f, 0x5f, 0x7f, 0x11, 0xd5, 0x0a, 0x3a};
 unsigned char kAgentKey[8] = {0x5c, 0x0e, 0x91, 0xa4, 0x7d, 0x23, 0xb6, 0xf8};
 
@@ -60,6 +27,19 @@ unsigned char kAgentKey[8] = {0x5c, 0x0e, 0x91, 0xa4, 0x7d, 0x23, 0xb6, 0xf8};
 
 class TokenGetter : public RewriteFixture {
 protected:
+    static std::vector<mdAssemblyRef> assemblyRefs(IMetaDataImport* import) {
+        AutoCOMPointer<IMetaDataAssemblyImport> assemblies = assemblyImport(import);
+        std::vector<mdAssemblyRef> tokens;
+        HCORENUM enumerator = nullptr;
+        mdAssemblyRef batch[64];
+        ULONG count = 0;
+        while (SUCCEEDED(assemblies->EnumAssemblyRefs(&enumerator, batch, 64, &count)) && count > 0) {
+            tokens.insert(tokens.end(), batch, batch + count);
+        }
+        assemblies->CloseEnum(enumerator);
+        return tokens;
+    }
+
     ASSEMBLYMETADATA version{};
 };
 
@@ -84,7 +64,7 @@ TEST_F(TokenGetter, TypeGetterReusesAnExistingReferenceAndDefinesAMissingOneOnce
     EXPECT_EQ(TypeFromToken(token), mdtTypeRef);
     std::vector<mdAssemblyRef> after = assemblyRefs(import);
     ASSERT_EQ(after.size(), before.size() + 1);
-    AssemblyRefProps added = propsOf(import, after.back());
+    AssemblyRef added = assemblyRef(import, after.back());
     EXPECT_EQ(added.name, u"tarn.Agent");
     EXPECT_EQ(added.key, std::vector<unsigned char>(kAgentKey, kAgentKey + 8));
     mdToken scope = 0;
@@ -114,7 +94,7 @@ TEST_F(TokenGetter, TheSixthReferenceIsFoundInTheSecondBatch) {
     IMetaDataImport* import = info->importOf(xml);
     std::vector<mdAssemblyRef> references = assemblyRefs(import);
     ASSERT_GE(references.size(), 6u);
-    AssemblyRefProps sixth = propsOf(import, references[5]);
+    AssemblyRef sixth = assemblyRef(import, references[5]);
     ASSERT_FALSE(sixth.key.empty());
     std::unique_ptr<ITypeTokenGetter> getter(ITypeTokenGetter::newTokenGetter(
         info.get(), sixth.name.c_str(), sixth.key.data(), static_cast<unsigned int>(sixth.key.size()), &version,
