@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "ShimFixture.h"
+#include "support/RealAssemblies.h"
+#include "support/ScopedEnvironment.h"
 
 namespace {
 

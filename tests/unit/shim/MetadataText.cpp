@@ -50,35 +50,33 @@ constexpr OpcodeName kOpcodes[] = {
     {0x8D, "newarr", true},      {0xD0, "ldtoken", true},     {0xFE06, "ldftn", true},
 };
 
+// The name a getter wrote into name, or a placeholder for the token if it failed.
+std::string nameOr(HRESULT hr, const char16_t* name, const char* kind, mdToken token) {
+    return SUCCEEDED(hr) ? RealAssemblies::narrow(name) : std::string("<") + kind + " 0x" + hex(token, 8) + ">";
+}
+
 }  // namespace
 
 std::string MetadataText::typeName(mdTypeDef type) const {
     char16_t name[1024];
     ULONG length = 0;
-    if (FAILED(import->GetTypeDefProps(type, name, 1024, &length, nullptr, nullptr))) {
-        return "<type 0x" + hex(type, 8) + ">";
-    }
-    return RealAssemblies::narrow(name);
+    return nameOr(import->GetTypeDefProps(type, name, 1024, &length, nullptr, nullptr), name, "type", type);
 }
 
 std::string MetadataText::fieldName(mdFieldDef field) const {
     char16_t name[1024];
     ULONG length = 0;
-    if (FAILED(import->GetFieldProps(field, nullptr, name, 1024, &length, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                     nullptr))) {
-        return "<field 0x" + hex(field, 8) + ">";
-    }
-    return RealAssemblies::narrow(name);
+    HRESULT hr = import->GetFieldProps(field, nullptr, name, 1024, &length, nullptr, nullptr, nullptr, nullptr,
+                                       nullptr, nullptr);
+    return nameOr(hr, name, "field", field);
 }
 
 std::string MetadataText::methodName(mdMethodDef method) const {
     char16_t name[1024];
     ULONG length = 0;
-    if (FAILED(import->GetMethodProps(method, nullptr, name, 1024, &length, nullptr, nullptr, nullptr, nullptr,
-                                      nullptr))) {
-        return "<method 0x" + hex(method, 8) + ">";
-    }
-    return RealAssemblies::narrow(name);
+    HRESULT hr = import->GetMethodProps(method, nullptr, name, 1024, &length, nullptr, nullptr, nullptr, nullptr,
+                                        nullptr);
+    return nameOr(hr, name, "method", method);
 }
 
 std::string MetadataText::member(mdToken token) const {

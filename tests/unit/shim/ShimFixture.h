@@ -6,11 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <memory>
-#include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,35 +20,8 @@
 #include "support/FaultingMetaDataImport.h"
 #include "support/HostedRuntime.h"
 #include "support/RealAssemblies.h"
+#include "support/ScopedEnvironment.h"
 #include "support/ScratchDirectory.h"
-
-// Sets environment variables for one test and puts the old values back.
-class ScopedEnvironment {
-public:
-    ~ScopedEnvironment() {
-        for (const auto& [name, value] : saved) {
-            if (value) {
-                setenv(name.c_str(), value->c_str(), 1);
-            } else {
-                unsetenv(name.c_str());
-            }
-        }
-    }
-    void set(const std::string& name, const char* value) {
-        if (saved.find(name) == saved.end()) {
-            const char* old = getenv(name.c_str());
-            saved[name] = old != nullptr ? std::optional<std::string>(old) : std::nullopt;
-        }
-        if (value != nullptr) {
-            setenv(name.c_str(), value, 1);
-        } else {
-            unsetenv(name.c_str());
-        }
-    }
-
-private:
-    std::map<std::string, std::optional<std::string>> saved;
-};
 
 class ShimFixture : public ::testing::Test {
 protected:
@@ -90,21 +61,16 @@ protected:
     mdTypeDef corlibType(const char16_t* name) { return RealAssemblies::findType(import, name); }
 
     // Methods or fields of a type in definition order.
-    std::vector<mdMethodDef> methodsOf(mdTypeDef type) {
+    std::vector<mdMethodDef> methodsOf(mdTypeDef type) { return tokensOf(&IMetaDataImport::EnumMethods, type); }
+    std::vector<mdFieldDef> fieldsOf(mdTypeDef type) { return tokensOf(&IMetaDataImport::EnumFields, type); }
+    template <typename Enum>
+    std::vector<mdToken> tokensOf(Enum enumerate, mdTypeDef type) {
         HCORENUM enumerator = nullptr;
-        mdMethodDef tokens[64];
+        mdToken tokens[64];
         ULONG count = 0;
-        import->EnumMethods(&enumerator, type, tokens, 64, &count);
+        (import.get()->*enumerate)(&enumerator, type, tokens, 64, &count);
         import->CloseEnum(enumerator);
-        return std::vector<mdMethodDef>(tokens, tokens + count);
-    }
-    std::vector<mdFieldDef> fieldsOf(mdTypeDef type) {
-        HCORENUM enumerator = nullptr;
-        mdFieldDef tokens[64];
-        ULONG count = 0;
-        import->EnumFields(&enumerator, type, tokens, 64, &count);
-        import->CloseEnum(enumerator);
-        return std::vector<mdFieldDef>(tokens, tokens + count);
+        return std::vector<mdToken>(tokens, tokens + count);
     }
     mdMethodDef methodNamed(mdTypeDef type, const std::string& name) {
         for (mdMethodDef method : methodsOf(type)) {
@@ -122,12 +88,9 @@ protected:
     // Lines of the log that begin with prefix, in order.
     std::vector<std::string> logLines(const std::string& prefix = "") const {
         std::vector<std::string> lines;
-        size_t start = 0;
-        while (start < logText.size()) {
-            size_t end = logText.find('\n', start);
-            std::string line = logText.substr(start, end == std::string::npos ? std::string::npos : end - start);
-            if (line.compare(0, prefix.size(), prefix) == 0) lines.push_back(line);
-            start = end == std::string::npos ? logText.size() : end + 1;
+        std::istringstream log(logText);
+        for (std::string line; std::getline(log, line);) {
+            if (line.starts_with(prefix)) lines.push_back(line);
         }
         return lines;
     }
