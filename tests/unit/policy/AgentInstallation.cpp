@@ -1,6 +1,5 @@
 #include "AgentInstallation.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
@@ -21,37 +20,15 @@ std::string executableName()
 AgentInstallation::AgentInstallation(bool azure) : azure(azure)
 {
     set("harrowlite.nativeprofiler.logfile", "logs/native.log");
-    saveEnvironment("com.tarn.harrowlite.agentProfile", profilePath().c_str());
-    saveEnvironment("com.tarn.harrowlite.AgentProfile", nullptr);
-    saveEnvironment("WEBSITE_INSTANCE_ID", nullptr);
+    environment.set("com.tarn.harrowlite.agentProfile", profilePath().c_str());
+    environment.set("com.tarn.harrowlite.AgentProfile", nullptr);
+    environment.set("WEBSITE_INSTANCE_ID", nullptr);
     if (azure) {
         std::filesystem::create_directories(profilePath());
         scratch.write("site/applicationHost.xdt", "<configuration/>");
-        saveEnvironment("HOME", scratch.path("home").c_str());
+        environment.set("HOME", scratch.path("home").c_str());
     } else {
         std::filesystem::create_directories(agentDirectory());
-    }
-}
-
-AgentInstallation::~AgentInstallation()
-{
-    for (const auto& [name, saved] : savedEnvironment) {
-        if (saved.first) {
-            setenv(name.c_str(), saved.second.c_str(), 1);
-        } else {
-            unsetenv(name.c_str());
-        }
-    }
-}
-
-void AgentInstallation::saveEnvironment(const char* name, const char* value)
-{
-    const char* old = getenv(name);
-    savedEnvironment.emplace(name, std::make_pair(old != nullptr, old != nullptr ? std::string(old) : std::string()));
-    if (value != nullptr) {
-        setenv(name, value, 1);
-    } else {
-        unsetenv(name);
     }
 }
 

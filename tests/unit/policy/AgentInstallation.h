@@ -15,12 +15,12 @@
 #include <vector>
 
 #include "policy/ProfilerController.h"
+#include "support/ScopedEnvironment.h"
 #include "support/ScratchDirectory.h"
 
 class AgentInstallation {
 public:
     explicit AgentInstallation(bool azure = false);
-    ~AgentInstallation();
     AgentInstallation(const AgentInstallation&) = delete;
     AgentInstallation& operator=(const AgentInstallation&) = delete;
 
@@ -45,12 +45,11 @@ public:
 
 private:
     std::string profilePath() const;
-    void saveEnvironment(const char* name, const char* value);
 
     ScratchDirectory scratch;
     bool azure;
     std::map<std::string, std::string> properties;
-    std::map<std::string, std::pair<bool, std::string>> savedEnvironment;
+    ScopedEnvironment environment;
     ProfilerController* last = nullptr;
 };
 

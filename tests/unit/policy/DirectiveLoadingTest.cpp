@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 
 #include "AgentInstallation.h"
 #include "PolicyFixture.h"
@@ -109,60 +110,79 @@ TEST_F(DirectiveLoading, SourcesAreReadInTheirOrderAndListsAreTrimmed)
     EXPECT_EQ(loadLines().size(), 14u);
 }
 
-TEST_F(DirectiveLoading, NativeDirectivesFileIsTheOnlySource)
+TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLoaded)
 {
-    installation->set("harrowlite.nativeprofiler.directivesFile", "a.fmd");
-    installation->set("harrowlite.fieldmark.directivesFile", "b.fmd");
-    installation->set("harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true");
-    installation->write("a.fmd", select("Shop.Order", "Place"));
-    installation->write("b.fmd", select("Shop.Order", "Dispose"));
-    installation->write("dynamic/e.fmd", select("Shop.Invoice", "Issue"));
-    installation->write("persistedprobes/f.fmd", select("Shop.Invoice", "Cancel"));
-
-    std::unique_ptr<ProfilerController> controller = load();
-    ASSERT_NE(controller, nullptr);
-    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Started loading ~/a.fmd", "Loaded ~/a.fmd"}));
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 0);
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 1);
-    EXPECT_EQ(decide(*controller, u"Shop.Invoice", u"Issue"), 1);
-    EXPECT_EQ(decide(*controller, u"Shop.Invoice", u"Cancel"), 1);
-}
-
-TEST_F(DirectiveLoading, FailingEntryEndsItsListAndWhatWasLoadedStands)
-{
-    installation->set("harrowlite.fieldmark.directivesFile", "a.fmd,missing.fmd,c.fmd");
-    installation->write("a.fmd", select("Shop.Order", "Place"));
-    installation->write("c.fmd", select("Shop.Order", "Dispose"));
-    installation->write("persistedprobes/f.fmd", select("Shop.Invoice", "Issue"));
-
-    int status = 0;
-    std::unique_ptr<ProfilerController> controller = load(&status);
-    ASSERT_NE(controller, nullptr);
-    EXPECT_EQ(status, E_FAIL);
-    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Started loading ~/a.fmd", "Loaded ~/a.fmd",
-                                                      "Invalid file missing.fmd"}));
-    // The next question does not load again, and a.fmd is in force.
-    EXPECT_EQ(controller->initializeDirectives(), 0);
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 0);
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 1);
-    EXPECT_EQ(decide(*controller, u"Shop.Invoice", u"Issue"), 1);
-}
-
-TEST_F(DirectiveLoading, EntriesNeedAKnownExtension)
-{
-    installation->set("harrowlite.fieldmark.directivesFile", "notes.txt");
-    installation->write("notes.txt", select("Shop.Order", "Place"));
-    int status = 0;
-    std::unique_ptr<ProfilerController> txt = load(&status);
-    EXPECT_EQ(status, E_FAIL);
-    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Invalid entry notes.txt"}));
-
-    // A persistedprobes that is a plain file has no extension at all.
-    fresh(false);
-    installation->write("persistedprobes", select("Shop.Order", "Place"));
-    std::unique_ptr<ProfilerController> plain = load(&status);
-    EXPECT_EQ(status, E_FAIL);
-    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Invalid entry persistedprobes"}));
+    const std::string fieldmark = "harrowlite.fieldmark.directivesFile";
+    const std::string dynamic = "harrowlite.agent.remoteagentdynamicinstrumentation.enabled";
+    struct Case {
+        std::string name;
+        std::map<std::string, std::string> properties;
+        // File and the "Class Method" it selects; it selects if and only if it is loaded.
+        std::map<std::string, std::string> files;
+        std::vector<std::string> lines;
+        int status = 0;
+        bool desktop = false;
+    };
+    const std::vector<Case> cases {
+        {"the native key is the only source",
+         {{"harrowlite.nativeprofiler.directivesFile", "a.fmd"}, {fieldmark, "b.fmd"}, {dynamic, "true"}},
+         {{"a.fmd", "Shop.Order Place"}, {"b.fmd", "Shop.Order Dispose"}, {"dynamic/e.fmd", "Shop.Invoice Issue"},
+          {"persistedprobes/f.fmd", "Shop.Invoice Cancel"}},
+         {"Started loading ~/a.fmd", "Loaded ~/a.fmd"}},
+        {"a failing entry ends its list, and what was loaded stands",
+         {{fieldmark, "a.fmd,missing.fmd,c.fmd"}},
+         {{"a.fmd", "Shop.Order Place"}, {"c.fmd", "Shop.Order Dispose"}, {"persistedprobes/f.fmd", "Shop.Invoice Issue"}},
+         {"Started loading ~/a.fmd", "Loaded ~/a.fmd", "Invalid file missing.fmd"}, E_FAIL},
+        {"entries need a known extension", {{fieldmark, "notes.txt"}}, {{"notes.txt", "Shop.Order Place"}},
+         {"Invalid entry notes.txt"}, E_FAIL},
+        {"a persistedprobes that is a plain file has no extension at all", {},
+         {{"persistedprobes", "Shop.Order Place"}}, {"Invalid entry persistedprobes"}, E_FAIL},
+        {"the dynamic folder only with dynamic instrumentation", {},
+         {{"dynamic/e.fmd", "Shop.Order Place"}, {"persistedprobes/f.fmd", "Shop.Order Dispose"}},
+         {"Started loading ~/persistedprobes/f.fmd", "Loaded ~/persistedprobes/f.fmd"}},
+        // " bar" keeps its blank, so xbar.fmd is read; the framework list is not used on Core.
+        {"the ignore list is a substring test on the whole path",
+         {{fieldmark, "dir"}, {"harrowlite.fieldmark.dotnetcore.ignoreDirectivesFile", "zzz, bar,foo"},
+          {"harrowlite.fieldmark.dotnetframework.ignoreDirectivesFile", "keep"}},
+         {{"dir/foobar.fmd", "Shop.Order Place"}, {"dir/keep.fmd", "Shop.Order Dispose"},
+          {"dir/xbar.fmd", "Shop.Invoice Issue"}},
+         {"Skipping ~/dir/foobar.fmd", "Started loading ~/dir/keep.fmd", "Loaded ~/dir/keep.fmd",
+          "Started loading ~/dir/xbar.fmd", "Loaded ~/dir/xbar.fmd"}},
+        {"the desktop runtime skips Core files and uses the framework ignore list",
+         {{fieldmark, "dir"}, {"harrowlite.fieldmark.dotnetcore.ignoreDirectivesFile", "keep"},
+          {"harrowlite.fieldmark.dotnetframework.ignoreDirectivesFile", "foo"}},
+         {{"dir/foobar.fmd", "Shop.Order Place"}, {"dir/keep.fmd", "Shop.Order Dispose"},
+          {"dir/web.netcore.fmd", "Shop.Invoice Issue"}},
+         {"Skipping ~/dir/foobar.fmd", "Started loading ~/dir/keep.fmd", "Loaded ~/dir/keep.fmd",
+          "Skipping .NET Core FMD ~/dir/web.netcore.fmd"},
+         0, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        fresh(false);
+        info->setRuntimeType(c.desktop ? COR_PRF_DESKTOP_CLR : COR_PRF_CORE_CLR);
+        for (const auto& [key, value] : c.properties) {
+            installation->set(key, value);
+        }
+        for (const auto& [file, method] : c.files) {
+            installation->write(file, "TraceOneMethodOfClass: " + method + "\n");
+        }
+        int status = -1;
+        std::unique_ptr<ProfilerController> controller = load(&status);
+        ASSERT_NE(controller, nullptr);
+        EXPECT_EQ(status, c.status);
+        EXPECT_EQ(loadLines(), c.lines) << joined(installation->log());
+        // Loaded once, failed or not: the next question finds the directives in place.
+        EXPECT_EQ(controller->initializeDirectives(), 0);
+        for (const auto& [file, method] : c.files) {
+            const size_t blank = method.find(' ');
+            const bool loaded = std::count(c.lines.begin(), c.lines.end(), "Loaded ~/" + file) == 1;
+            EXPECT_EQ(decide(*controller, RealAssemblies::widen(method.substr(0, blank)).c_str(),
+                             RealAssemblies::widen(method.substr(blank + 1)).c_str()),
+                      loaded ? 0 : 1)
+                << file;
+        }
+    }
 }
 
 TEST_F(DirectiveLoading, ListEntriesAreReadAsDirectiveFilesFromTheStartOfTheirLine)
@@ -180,54 +200,6 @@ TEST_F(DirectiveLoading, ListEntriesAreReadAsDirectiveFilesFromTheStartOfTheirLi
     EXPECT_EQ(loadLines(), (std::vector<std::string> {"Started loading ~/main.fml", "Started loading ~/inner.fml",
                                                       "Loaded ~/inner.fml", "Started loading ~/d.fmd",
                                                       "Loaded ~/d.fmd", "Loaded ~/main.fml"}));
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 1);
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 0);
-}
-
-TEST_F(DirectiveLoading, IgnoreListIsASubstringTestOnTheWholePath)
-{
-    installation->set("harrowlite.fieldmark.directivesFile", "dir");
-    installation->set("harrowlite.fieldmark.dotnetcore.ignoreDirectivesFile", "zzz, bar,foo");
-    installation->set("harrowlite.fieldmark.dotnetframework.ignoreDirectivesFile", "keep");
-    installation->write("dir/foobar.fmd", select("Shop.Order", "Place"));
-    installation->write("dir/keep.fmd", select("Shop.Order", "Dispose"));
-    installation->write("dir/xbar.fmd", select("Shop.Invoice", "Issue"));
-
-    std::unique_ptr<ProfilerController> core = load();
-    ASSERT_NE(core, nullptr);
-    // " bar" keeps its blank, so xbar.fmd is read; the framework list is not used here.
-    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Skipping ~/dir/foobar.fmd", "Started loading ~/dir/keep.fmd",
-                                                      "Loaded ~/dir/keep.fmd", "Started loading ~/dir/xbar.fmd",
-                                                      "Loaded ~/dir/xbar.fmd"}));
-    EXPECT_EQ(decide(*core, u"Shop.Order", u"Place"), 1);
-    EXPECT_EQ(decide(*core, u"Shop.Order", u"Dispose"), 0);
-}
-
-TEST_F(DirectiveLoading, DesktopRuntimeSkipsCoreFilesAndUsesTheFrameworkIgnoreList)
-{
-    info->setRuntimeType(COR_PRF_DESKTOP_CLR);
-    installation->set("harrowlite.fieldmark.directivesFile", "dir");
-    installation->set("harrowlite.fieldmark.dotnetcore.ignoreDirectivesFile", "keep");
-    installation->set("harrowlite.fieldmark.dotnetframework.ignoreDirectivesFile", "foo");
-    installation->write("dir/foobar.fmd", select("Shop.Order", "Place"));
-    installation->write("dir/keep.fmd", select("Shop.Order", "Dispose"));
-    installation->write("dir/web.netcore.fmd", select("Shop.Invoice", "Issue"));
-
-    std::unique_ptr<ProfilerController> desktop = load();
-    ASSERT_NE(desktop, nullptr);
-    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Skipping ~/dir/foobar.fmd", "Started loading ~/dir/keep.fmd",
-                                                      "Loaded ~/dir/keep.fmd",
-                                                      "Skipping .NET Core FMD ~/dir/web.netcore.fmd"}));
-}
-
-TEST_F(DirectiveLoading, DynamicFolderIsReadOnlyWithDynamicInstrumentation)
-{
-    installation->write("dynamic/e.fmd", select("Shop.Order", "Place"));
-    installation->write("persistedprobes/f.fmd", select("Shop.Order", "Dispose"));
-    std::unique_ptr<ProfilerController> controller = load();
-    ASSERT_NE(controller, nullptr);
-    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Started loading ~/persistedprobes/f.fmd",
-                                                      "Loaded ~/persistedprobes/f.fmd"}));
     EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 1);
     EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 0);
 }

@@ -6,9 +6,9 @@
 #include <sstream>
 
 #include "PolicyFixture.h"
-#include "policy/IProfilerController.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorMetadataEnums.h"
+#include "support/RefusingProfilerController.h"
 
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -16,48 +16,13 @@ using ::testing::Not;
 namespace {
 
 // The policy as far as the scan asks it: whether every class is to be logged.
-// Every other question fails.
-class LoggingPolicy : public IProfilerController {
+class LoggingPolicy : public RefusingProfilerController {
 public:
     explicit LoggingPolicy(bool logClasses) : logClasses(logClasses) {}
-
     int shouldLogUninstrumentedMethods() override { return logClasses ? 0 : 1; }
-
-    int shouldMonitorApplication() override { return E_NOTIMPL; }
-    int shouldMonitorMethod(IMetaDataContext*) override { return E_NOTIMPL; }
-    int shouldMonitorMethodUncached(IMetaDataContext*) override { return E_NOTIMPL; }
-    int shouldHijackMethod(IMetaDataContext*) override { return E_NOTIMPL; }
-    int shouldLogMethodBytes() override { return E_NOTIMPL; }
-    int shouldMonitorNgenModules() override { return E_NOTIMPL; }
-    int shouldInstrumentOnModuleLoad() override { return E_NOTIMPL; }
-    int shouldDisableTransparencyChecks() override { return E_NOTIMPL; }
-    int shouldFieldMarkEnabled() override { return E_NOTIMPL; }
-    int shouldUseSyntheticShim() override { return E_NOTIMPL; }
-    bool isByRefLike(IMetaDataContext*) override { return false; }
-    bool usingGenericAgentTrigger() override { return false; }
-    bool isGenericAgentTriggerEnabled() override { return false; }
-    void setGenericDomainTrigger(AppDomainID) override {}
-    void setGenericModuleTrigger(ModuleID) override {}
-    void setIsAttach(bool) override {}
-    int getMonitoredMethodsForModule(ICorProfilerInfo*, ModuleID, std::set<mdMethodDef>&) override {
-        return E_NOTIMPL;
-    }
-    void setCLRVersion(unsigned int) override {}
-    std::u16string& getAppName() override { return name; }
-    FILE* getNativeLog() override { return nullptr; }
-    int shouldEnableDynamicInstrumentation() override { return E_NOTIMPL; }
-    int shouldSkipDynamicInstrumentation(IMetaDataContext*) override { return E_NOTIMPL; }
-    int shouldSkipAssembly(IMetaDataContext*) override { return E_NOTIMPL; }
-    int initializeDirectives() override { return E_NOTIMPL; }
-    int reloadDirectives() override { return E_NOTIMPL; }
-    int addDynamicDirective(char16_t*) override { return E_NOTIMPL; }
-    void clearCacheForFunction(FunctionID) override {}
-    std::map<unsigned long, int>& getCompiledMethods() override { return compiled; }
 
 private:
     bool logClasses;
-    std::u16string name;
-    std::map<unsigned long, int> compiled;
 };
 
 struct Statistics {

@@ -18,6 +18,8 @@ protected:
     AutoCOMPointer<ProfilerInfoDouble> info;
 };
 
+std::string executableName() { return std::filesystem::read_symlink("/proc/self/exe").filename().string(); }
+
 } // namespace
 
 TEST_F(ProfilerControllerTest, IsRefusedWithoutAnAgentProfile)
@@ -147,7 +149,7 @@ TEST_F(ProfilerControllerTest, GenericTriggerNeedsItsAppDomainOnTheDesktopRuntim
     EXPECT_FALSE(off->isGenericAgentTriggerEnabled());
 }
 
-TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessBesideTheProfile)
+TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrStandardOutput)
 {
     AgentInstallation installation;
     std::unique_ptr<ProfilerController> controller = installation.controller(info);
@@ -156,26 +158,17 @@ TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessBesideTheProfile)
     ASSERT_NE(log, stdout);
     EXPECT_EQ(controller->getNativeLog(), log);
     fprintf(log, "first line\n");
-    // The executable's name makes the log this process's own.
+    // The executable's name makes the log this process's own, beside the profile.
     EXPECT_EQ(installation.log(), std::vector<std::string> {"first line"}) << installation.logPath();
-}
 
-TEST_F(ProfilerControllerTest, NativeLogWithAnAbsolutePathKeepsItsFolder)
-{
-    AgentInstallation installation;
+    // An absolute path keeps its folder, which is made; a name without a dot is taken whole.
     const std::string folder = installation.root() + "/elsewhere/deeper";
     installation.set("harrowlite.nativeprofiler.logfile", folder + "/trace");
-    std::unique_ptr<ProfilerController> controller = installation.controller(info);
-    ASSERT_NE(controller, nullptr);
-    ASSERT_NE(controller->getNativeLog(), stdout);
-    // A name without a dot is taken whole, and the folders are made.
-    const std::string exe = std::filesystem::read_symlink("/proc/self/exe").filename().string();
-    EXPECT_TRUE(std::filesystem::exists(folder + "/trace_" + exe + ".log"));
-}
+    std::unique_ptr<ProfilerController> absolute = installation.controller(info);
+    ASSERT_NE(absolute, nullptr);
+    ASSERT_NE(absolute->getNativeLog(), stdout);
+    EXPECT_TRUE(std::filesystem::exists(folder + "/trace_" + executableName() + ".log"));
 
-TEST_F(ProfilerControllerTest, NativeLogFallsBackToStandardOutput)
-{
-    AgentInstallation installation;
     installation.unset("harrowlite.nativeprofiler.logfile");
     std::unique_ptr<ProfilerController> unset = installation.controller(info);
     ASSERT_NE(unset, nullptr);
@@ -202,9 +195,8 @@ TEST_F(ProfilerControllerTest, NativeLogOnAzureGoesToTheSiteLogFolder)
     std::unique_ptr<ProfilerController> controller = installation.controller(info);
     ASSERT_NE(controller, nullptr);
     ASSERT_NE(controller->getNativeLog(), stdout);
-    const std::string exe = std::filesystem::read_symlink("/proc/self/exe").filename().string();
     EXPECT_TRUE(std::filesystem::exists(installation.root() + "/home/LogFiles/SiteExtensions/TMS/tarn/abcdef/native_" +
-                                        exe + ".log"));
+                                        executableName() + ".log"));
 }
 
 TEST_F(ProfilerControllerTest, MemoEntriesAreClearedOneFunctionAtATime)

@@ -1,26 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "policy/Properties.h"
+#include "support/ScopedEnvironment.h"
 #include "support/ScratchDirectory.h"
 
 namespace {
 
 using Text = std::basic_string<char16_t>;
-
-// Sets an environment variable for the life of the object.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value) : name(name) { setenv(name, value, 1); }
-    ~ScopedEnv() { unsetenv(name); }
-
-private:
-    const char* name;
-};
 
 class PropertiesFile : public ::testing::Test {
 protected:
@@ -58,8 +48,9 @@ TEST_F(PropertiesFile, SeparatorsBetweenKeyAndValue)
                            "a7=b=c\n"
                            "=a8=b\n"
                            "\t a9 :  b \n"
-                           "url=http://host:8080/x?y=z\r\n");
-    for (const char16_t* key : {u"a1", u"a2", u"a3", u"a4", u"a5", u"a8", u"a9"}) {
+                           "url=http://host:8080/x?y=z\r\n"
+                           "a0=b"); // the last line, without a line end, keeps its value
+    for (const char16_t* key : {u"a0", u"a1", u"a2", u"a3", u"a4", u"a5", u"a8", u"a9"}) {
         EXPECT_EQ(value(*properties, key), u"b") << "key " << std::string(key, key + 2);
     }
     EXPECT_EQ(value(*properties, u"a6"), u"= b");
@@ -94,13 +85,6 @@ TEST_F(PropertiesFile, CommentsEmptyValuesAndRepeatedKeys)
     EXPECT_EQ(value(*properties, u"last"), u"<absent>"); // last line, key alone, no line end
 }
 
-TEST_F(PropertiesFile, LastLineWithoutLineEndKeepsItsValue)
-{
-    auto properties = read("a=1\nb=2");
-    EXPECT_EQ(value(*properties, u"a"), u"1");
-    EXPECT_EQ(value(*properties, u"b"), u"2");
-}
-
 TEST_F(PropertiesFile, BadInputIsPassedOver)
 {
     EXPECT_FALSE(read("")->hasProperty(u"a"));
@@ -133,17 +117,12 @@ TEST_F(PropertiesFile, BadInputIsPassedOver)
     EXPECT_FALSE(untouched->hasProperty(u"a"));
 }
 
-TEST(Properties, MissingKeyIsStoredEmptyOnFirstGet)
-{
-    std::unique_ptr<IProperties> properties(IProperties::newInstance());
-    EXPECT_FALSE(properties->hasProperty(u"unknown.key"));
-    EXPECT_EQ(Text(properties->getProperty(u"unknown.key")), u"");
-    EXPECT_TRUE(properties->hasProperty(u"unknown.key"));
-}
-
-TEST(Properties, SetPropertyReplacesAndKeysAreExact)
+TEST(Properties, MissingKeyIsStoredEmptyOnFirstGetAndKeysAreExact)
 {
     Properties properties(Properties::PropertyMap {{u"Agent.Name", u"one"}});
+    EXPECT_FALSE(properties.hasProperty(u"unknown.key"));
+    EXPECT_EQ(Text(properties.getProperty(u"unknown.key")), u"");
+    EXPECT_TRUE(properties.hasProperty(u"unknown.key"));
     EXPECT_EQ(Text(properties.getProperty(u"Agent.Name")), u"one");
     properties.setProperty(u"Agent.Name", u"two");
     EXPECT_EQ(Text(properties.getProperty(u"Agent.Name")), u"two");
@@ -172,10 +151,11 @@ TEST(Properties, BoolValuesByLeadingWord)
 
 TEST_F(PropertiesFile, EnvironmentOverridesWinInAnyCase)
 {
-    ScopedEnv lower("tmsenv_foo_bar", "1");
-    ScopedEnv upper("TMSENV_FOO_BARBAZ", "env");
-    ScopedEnv mixed("TmsEnv_Mixed_Case", "m");
-    ScopedEnv other("xtmsenv_skip", "no");
+    ScopedEnvironment environment;
+    environment.set("tmsenv_foo_bar", "1");
+    environment.set("TMSENV_FOO_BARBAZ", "env");
+    environment.set("TmsEnv_Mixed_Case", "m");
+    environment.set("xtmsenv_skip", "no");
     auto properties = read("foo.bar=2\nfoo.barBaz=file\nfoo_bar=3\n");
     EXPECT_EQ(value(*properties, u"foo.bar"), u"1");
     EXPECT_EQ(value(*properties, u"FOO.BAR"), u"1");
@@ -190,11 +170,13 @@ TEST_F(PropertiesFile, EnvironmentOverridesWinInAnyCase)
 
 TEST_F(PropertiesFile, AppSettingsTakePartOnlyWhenSwitchedOn)
 {
-    ScopedEnv setting("APPSETTING_foo", "1");
-    ScopedEnv withEquals("APPSETTING_cut", "a=b");
-    ScopedEnv underscore("APPSETTING_My_Key", "k");
-    ScopedEnv wrongCase("appsetting_low", "x");
-    ScopedEnv environment("TMSENV_CUT", "env");
+    ScopedEnvironment environment;
+    environment.set("APPSETTING_foo", "1");
+    environment.set("APPSETTING_cut", "a=b");
+    environment.set("APPSETTING_half", "a=b");
+    environment.set("APPSETTING_My_Key", "k");
+    environment.set("appsetting_low", "x");
+    environment.set("TMSENV_CUT", "env");
     auto properties = read("foo=2\ncut=file\n");
 
     EXPECT_EQ(value(*properties, u"foo"), u"2");
@@ -204,16 +186,9 @@ TEST_F(PropertiesFile, AppSettingsTakePartOnlyWhenSwitchedOn)
     EXPECT_EQ(value(*properties, u"my.key"), u"<absent>");
     EXPECT_EQ(value(*properties, u"low"), u"<absent>");
     EXPECT_EQ(value(*properties, u"cut"), u"env"); // the environment still comes first
+    EXPECT_EQ(value(*properties, u"half"), u"a"); // a value ends at its first '='
 
     properties->setUseAzureEnv(false);
     EXPECT_EQ(value(*properties, u"foo"), u"2");
     EXPECT_EQ(value(*properties, u"My_Key"), u"<absent>");
-}
-
-TEST(Properties, AppSettingValueEndsAtItsFirstEquals)
-{
-    ScopedEnv withEquals("APPSETTING_cut", "a=b");
-    Properties properties;
-    properties.setUseAzureEnv(true);
-    EXPECT_EQ(Text(properties.getProperty(u"cut")), u"a");
 }
