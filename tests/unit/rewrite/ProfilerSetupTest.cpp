@@ -1,17 +1,15 @@
 // The engine's set-up: where the trace functions live, the extended local
 // signature, and the tokens resolved per module.
-#include <cstdlib>
 #include <filesystem>
 
 #include "RewriteChecks.h"
+#include "support/ScopedEnvironment.h"
 #include "support/ScratchDirectory.h"
-
-using ::testing::Return;
 
 class ProfilerSetup : public RewriteFixture {
 protected:
     bool shimChosen(unsigned int clrVersion, bool isCoreCLR, int setting) {
-        EXPECT_CALL(controller, shouldUseSyntheticShim()).WillRepeatedly(Return(setting));
+        controller.shimSetting = setting;
         std::unique_ptr<Profiler> made(Profiler::newInstance(info.get(), clrVersion, isCoreCLR, &controller));
         EXPECT_NE(made, nullptr);
         return made != nullptr && made->usingSyntheticShim();
@@ -39,20 +37,14 @@ TEST_F(ProfilerSetup, ShimChoiceFollowsVersionSettingRuntimeAndGlobalCache) {
 
     // Another runtime without a setting asks the global assembly cache.
     ScratchDirectory root;
-    const char* saved = std::getenv("SystemRoot");
-    std::string savedValue = saved != nullptr ? saved : "";
-    unsetenv("SystemRoot");
+    ScopedEnvironment environment;
+    environment.set("SystemRoot", nullptr);
     EXPECT_TRUE(shimChosen(4, false, E_FAIL));
-    setenv("SystemRoot", root.path().c_str(), 1);
+    environment.set("SystemRoot", root.path().c_str());
     EXPECT_TRUE(shimChosen(4, false, E_FAIL));
     EXPECT_EQ(logText(), "tarn.Agent was not found int the GAC. Injecting SyntheticAgentShim\n");
     std::filesystem::create_directories(root.path() + "\\assembly\\GAC_MSIL\\tarn.Agent");
     EXPECT_FALSE(shimChosen(4, false, E_FAIL));
-    if (saved != nullptr) {
-        setenv("SystemRoot", savedValue.c_str(), 1);
-    } else {
-        unsetenv("SystemRoot");
-    }
 }
 
 TEST_F(ProfilerSetup, TheLocalSignatureGainsTheResultAndTraceLocalsAtItsEnd) {
@@ -121,7 +113,7 @@ TEST_F(ProfilerSetup, TokensOfOneModuleAreResolvedOnceAndSharedByItsMethods) {
 }
 
 TEST_F(ProfilerSetup, WithoutTheShimTheAgentAssemblyIsReferenced) {
-    EXPECT_CALL(controller, shouldUseSyntheticShim()).WillRepeatedly(Return(1));
+    controller.shimSetting = 1;
     profiler.reset(Profiler::newInstance(info.get(), 4, true, &controller));
     ASSERT_FALSE(profiler->usingSyntheticShim());
     ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"Empty")));

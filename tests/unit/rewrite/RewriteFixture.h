@@ -3,7 +3,6 @@
 // context on it, and a controller whose shim setting and log the test picks.
 #pragma once
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -13,46 +12,31 @@
 #include <vector>
 
 #include "metadata/IMetaDataContext.h"
-#include "policy/IProfilerController.h"
 #include "rewrite/Profiler.h"
 #include "runtime/Guids.h"
 #include "support/CapturedStream.h"
 #include "support/HostedRuntime.h"
 #include "support/ILVerifier.h"
 #include "support/RealAssemblies.h"
+#include "support/RefusingProfilerController.h"
 #include "support/RewriteInfoDouble.h"
 
-class MockController : public IProfilerController {
+// The controller as the engine sees it: a log, a shim setting, and logging of
+// methods left as they are; any other call is a fault of the engine.
+class EngineController : public RefusingProfilerController {
 public:
-    MOCK_METHOD(int, shouldMonitorApplication, (), (override));
-    MOCK_METHOD(int, shouldMonitorMethod, (IMetaDataContext*), (override));
-    MOCK_METHOD(int, shouldMonitorMethodUncached, (IMetaDataContext*), (override));
-    MOCK_METHOD(int, shouldHijackMethod, (IMetaDataContext*), (override));
-    MOCK_METHOD(int, shouldLogMethodBytes, (), (override));
-    MOCK_METHOD(int, shouldLogUninstrumentedMethods, (), (override));
-    MOCK_METHOD(int, shouldMonitorNgenModules, (), (override));
-    MOCK_METHOD(int, shouldInstrumentOnModuleLoad, (), (override));
-    MOCK_METHOD(int, shouldDisableTransparencyChecks, (), (override));
-    MOCK_METHOD(int, shouldUseSyntheticShim, (), (override));
-    MOCK_METHOD(int, shouldFieldMarkEnabled, (), (override));
-    MOCK_METHOD(bool, isByRefLike, (IMetaDataContext*), (override));
-    MOCK_METHOD(bool, usingGenericAgentTrigger, (), (override));
-    MOCK_METHOD(bool, isGenericAgentTriggerEnabled, (), (override));
-    MOCK_METHOD(void, setGenericDomainTrigger, (AppDomainID), (override));
-    MOCK_METHOD(void, setGenericModuleTrigger, (ModuleID), (override));
-    MOCK_METHOD(void, setIsAttach, (bool), (override));
-    MOCK_METHOD(int, getMonitoredMethodsForModule, (ICorProfilerInfo*, ModuleID, std::set<mdMethodDef>&), (override));
-    MOCK_METHOD(void, setCLRVersion, (unsigned int), (override));
-    MOCK_METHOD(std::u16string&, getAppName, (), (override));
-    MOCK_METHOD(FILE*, getNativeLog, (), (override));
-    MOCK_METHOD(int, shouldEnableDynamicInstrumentation, (), (override));
-    MOCK_METHOD(int, shouldSkipDynamicInstrumentation, (IMetaDataContext*), (override));
-    MOCK_METHOD(int, shouldSkipAssembly, (IMetaDataContext*), (override));
-    MOCK_METHOD(int, initializeDirectives, (), (override));
-    MOCK_METHOD(int, reloadDirectives, (), (override));
-    MOCK_METHOD(int, addDynamicDirective, (char16_t*), (override));
-    MOCK_METHOD(void, clearCacheForFunction, (FunctionID), (override));
-    MOCK_METHOD((std::map<unsigned long, int>&), getCompiledMethods, (), (override));
+    FILE* getNativeLog() override { return log; }
+    int shouldUseSyntheticShim() override { return shimSetting; }
+    int shouldLogUninstrumentedMethods() override { return 0; }
+
+    FILE* log = nullptr;
+    int shimSetting = E_FAIL;
+
+protected:
+    int refused(const char* operation) override {
+        ADD_FAILURE() << "the engine asked the controller " << operation;
+        return E_NOTIMPL;
+    }
 };
 
 // The outcome of one instrumentMethod.
@@ -70,9 +54,7 @@ protected:
         info = std::make_unique<RewriteInfoDouble>();
         shapes = info->addModule(RealAssemblies::testAsset("RewriteShapes"));
         ASSERT_NE(shapes, 0u);
-        ON_CALL(controller, getNativeLog()).WillByDefault(::testing::Return(log.get()));
-        ON_CALL(controller, shouldUseSyntheticShim()).WillByDefault(::testing::Return(E_FAIL));
-        ON_CALL(controller, shouldLogUninstrumentedMethods()).WillByDefault(::testing::Return(0));
+        controller.log = log.get();
         context.reset(IMetaDataContext::newInstance(info.get()));
         profiler.reset(Profiler::newInstance(info.get(), 4, true, &controller));
         ASSERT_NE(profiler, nullptr);
@@ -153,7 +135,7 @@ protected:
     std::unique_ptr<RewriteInfoDouble> info;
     ModuleID shapes = 0;
     CapturedStream log;
-    ::testing::NiceMock<MockController> controller;
+    EngineController controller;
     std::unique_ptr<IMetaDataContext> context;
     std::unique_ptr<Profiler> profiler;
 };
