@@ -74,6 +74,7 @@ TEST(Guids, MemoryLayoutIsLittleEndianFieldsThenBytesInOrder) {
     const unsigned char expected[16] = {0x29, 0xC8, 0x8C, 0x8A, 0xF2, 0xCC, 0xFE, 0x49,
                                         0xBB, 0xAE, 0x0F, 0x02, 0x22, 0x28, 0x07, 0x1A};
     EXPECT_EQ(0, std::memcmp(expected, &IID_ICorProfilerCallback2, sizeof(expected)));
+    // Equality must be able to say no, or every check above would pass.
     EXPECT_FALSE(IsEqualGUID(IID_ICorProfilerCallback4, IID_ICorProfilerCallback5));
-    EXPECT_TRUE(IID_ICorProfilerInfo4 == IID_ICorProfilerInfo4);
+    EXPECT_FALSE(IID_ICorProfilerInfo4 == IID_ICorProfilerInfo3);
 }

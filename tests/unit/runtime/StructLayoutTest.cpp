@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
 
 #include "runtime/MetaDataStructs.h"
 #include "runtime/ProfilerStructs.h"
@@ -44,21 +43,4 @@ TEST(StructLayout, EventMaskValuesCombineAsTheRuntimeDefinesThem) {
     // Everything that may be switched on after attach, and nothing immutable among it.
     EXPECT_EQ(0x106502FEu, static_cast<DWORD>(COR_PRF_ALLOWABLE_AFTER_ATTACH));
     EXPECT_EQ(0u, static_cast<DWORD>(COR_PRF_ALLOWABLE_AFTER_ATTACH & COR_PRF_MONITOR_IMMUTABLE));
-}
-
-TEST(StructLayout, AssemblyMetadataFieldsAreWhereTheRuntimeWritesThem) {
-    alignas(ASSEMBLYMETADATA) unsigned char raw[sizeof(ASSEMBLYMETADATA)] = {};
-    // Written as the runtime would: version words at 0..7, locale capacity at 16.
-    const USHORT version[4] = {10, 0, 1, 7};
-    std::memcpy(raw, version, sizeof(version));
-    const ULONG cbLocale = 260;
-    std::memcpy(raw + 16, &cbLocale, sizeof(cbLocale));
-    ASSEMBLYMETADATA metadata;
-    std::memcpy(&metadata, raw, sizeof(metadata));
-    EXPECT_EQ(10, metadata.usMajorVersion);
-    EXPECT_EQ(0, metadata.usMinorVersion);
-    EXPECT_EQ(1, metadata.usBuildNumber);
-    EXPECT_EQ(7, metadata.usRevisionNumber);
-    EXPECT_EQ(260u, metadata.cbLocale);
-    EXPECT_EQ(nullptr, metadata.szLocale);
 }

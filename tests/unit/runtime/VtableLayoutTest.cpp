@@ -128,26 +128,3 @@ TEST(VtableLayout, MetaDataEmitAndAssemblyEmit) {
     EXPECT_EQ(4, vtableSlotOf(&IMetaDataAssemblyEmit::DefineAssemblyRef));
     EXPECT_EQ(12, vtableSlotOf(&IMetaDataAssemblyEmit::SetManifestResourceProps));
 }
-
-// A class that implements an interface has the interface's vtable at offset 0,
-// and a call through it reaches the override in the declared slot.
-namespace {
-struct RecordingMalloc : IMethodMalloc {
-    const char* last = nullptr;
-    HRESULT QueryInterface(REFIID, void**) override { last = "QueryInterface"; return E_NOINTERFACE; }
-    ULONG AddRef() override { last = "AddRef"; return 1; }
-    ULONG Release() override { last = "Release"; return 1; }
-    PVOID Alloc(ULONG cb) override { last = "Alloc"; return nullptr; }
-};
-}  // namespace
-
-TEST(VtableLayout, ImplementationIsCalledThroughTheDeclaredSlot) {
-    RecordingMalloc malloc;
-    using AllocFn = PVOID (*)(IMethodMalloc*, ULONG);
-    void** vtable = *reinterpret_cast<void***>(static_cast<IMethodMalloc*>(&malloc));
-    reinterpret_cast<AllocFn>(vtable[3])(&malloc, 16);
-    EXPECT_STREQ("Alloc", malloc.last);
-    using AddRefFn = ULONG (*)(IMethodMalloc*);
-    reinterpret_cast<AddRefFn>(vtable[1])(&malloc);
-    EXPECT_STREQ("AddRef", malloc.last);
-}
