@@ -84,38 +84,45 @@ TEST_F(CLRUtilsTest, RuntimeKindAndVersionOfThisInstallation) {
     EXPECT_EQ(minor, expected[1]);
     EXPECT_EQ(patch, expected[2]);
 
-    ASSERT_TRUE(CLRUtils::GetCoreCLRVersionFromPath(u"/opt/dotnet/6.0.1/libcoreclr.so", major, minor, patch));
-    EXPECT_EQ(major * 10000 + minor * 100 + patch, 60001);
-    ASSERT_TRUE(CLRUtils::GetCoreCLRVersionFromPath(u"/d/5.0.0-preview.1/libcoreclr.so", major, minor, patch));
-    EXPECT_EQ(major * 10000 + minor * 100 + patch, 50000);
-    major = minor = patch = -1;
-    EXPECT_FALSE(CLRUtils::GetCoreCLRVersionFromPath(u"/opt/master/libcoreclr.so", major, minor, patch));
-    EXPECT_FALSE(CLRUtils::GetCoreCLRVersionFromPath(u"/opt/6.0/libcoreclr.so", major, minor, patch));
-    EXPECT_FALSE(CLRUtils::GetCoreCLRVersionFromPath(u"/libcoreclr.so", major, minor, patch));
-    EXPECT_FALSE(CLRUtils::GetCoreCLRVersionFromPath(u"libcoreclr.so", major, minor, patch));
-    EXPECT_FALSE(CLRUtils::GetCoreCLRVersionFromPath(u"/x/" + Text(200, u'9') + u"/libcoreclr.so", major, minor,
-                                                     patch));
-    EXPECT_EQ(major, -1);
+    // Versions read from a path: -1 where none is found, and nothing written then.
+    const std::pair<Text, int> paths[] = {
+        {u"/opt/dotnet/6.0.1/libcoreclr.so", 60001}, {u"/d/5.0.0-preview.1/libcoreclr.so", 50000},
+        {u"/opt/master/libcoreclr.so", -1},          {u"/opt/6.0/libcoreclr.so", -1},
+        {u"/libcoreclr.so", -1},                     {u"libcoreclr.so", -1},
+        {u"/x/" + Text(200, u'9') + u"/libcoreclr.so", -1},
+    };
+    for (const auto& [path, version] : paths) {
+        major = minor = patch = -1;
+        EXPECT_EQ(CLRUtils::GetCoreCLRVersionFromPath(path, major, minor, patch), version >= 0)
+            << RealAssemblies::narrow(path.c_str());
+        EXPECT_EQ(version >= 0 ? major * 10000 + minor * 100 + patch : major, version)
+            << RealAssemblies::narrow(path.c_str());
+    }
 }
 
 TEST_F(CLRUtilsTest, ManagedProgramFromTheCommandLine) {
+    struct Case {
+        std::initializer_list<const char*> args;
+        const char* path;
+    };
+    const Case cases[] = {
+        {{"/usr/bin/dotnet", "app.dll", "arg"}, "app.dll"},
+        {{"dotnet", "exec", "foo.dll"}, "foo.dll"},
+        {{"dotnet", "run"}, "run"},
+        {{"dotnet", "build", "x.dll.txt"}, nullptr},
+        {{"/x/not-mapped-anywhere"}, nullptr},
+    };
     bool found = false;
-    EXPECT_EQ(managedPath({"/usr/bin/dotnet", "app.dll", "arg"}, found), "app.dll");
-    EXPECT_TRUE(found);
-    EXPECT_EQ(managedPath({"dotnet", "exec", "foo.dll"}, found), "foo.dll");
-    EXPECT_TRUE(found);
-    EXPECT_EQ(managedPath({"dotnet", "run"}, found), "run");
-    EXPECT_TRUE(found);
-    EXPECT_EQ(managedPath({"dotnet", "build", "x.dll.txt"}, found), "untouched");
-    EXPECT_FALSE(found);
+    for (const Case& c : cases) {
+        EXPECT_EQ(managedPath(c.args, found), c.path != nullptr ? c.path : "untouched") << *c.args.begin();
+        EXPECT_EQ(found, c.path != nullptr) << *c.args.begin();
+    }
 
     // An application host: this test program plays it, being mapped.
     std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
     std::string name = std::filesystem::path(self).filename().string();
     EXPECT_EQ(managedPath({("/elsewhere/" + name).c_str(), "arg"}, found), self + ".dll");
     EXPECT_TRUE(found);
-    EXPECT_EQ(managedPath({"/x/not-mapped-anywhere"}, found), "untouched");
-    EXPECT_FALSE(found);
     Text real;
     ASSERT_TRUE(CLRUtils::GetManagedModulePath(info, real));
     EXPECT_EQ(RealAssemblies::narrow(real.c_str()), self + ".dll");

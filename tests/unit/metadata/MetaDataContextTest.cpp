@@ -53,50 +53,46 @@ TEST_F(MetaDataContextNames, ReferencesKeepTheirGenericMarkerAndNameTheirAssembl
     EXPECT_EQ(context->getClassName(mdTokenNil, assembly, name, IMetaDataContext::kNameSize), E_NOTIMPL);
 }
 
-TEST_F(MetaDataContextNames, TypeInAnotherModuleOfTheAssemblyBelongsToTheAssembly) {
+TEST_F(MetaDataContextNames, ParentsByDefinitionReferenceOrNone) {
     ModuleID multi = info->addModule(RealAssemblies::testAsset("MultiModule"));
     ASSERT_NE(multi, 0u);
-    ASSERT_EQ(context->setFunction(function(multi, {u"Shapes.LocalDerived"}, u"Run")), S_OK);
-    char16_t* assembly = nullptr;
-    char16_t* name = nullptr;
-    ASSERT_EQ(context->getParentName(&assembly, &name), S_OK);
-    EXPECT_EQ(RealAssemblies::narrow(name), "Shapes.Remote.RemoteBase");
-    EXPECT_EQ(RealAssemblies::narrow(assembly), "MultiModule");
-}
-
-TEST_F(MetaDataContextNames, ParentsByDefinitionReferenceOrNone) {
-    char16_t* assembly = nullptr;
-    char16_t* name = nullptr;
-    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.DerivedFromDef"}, u"Run")), S_OK);
-    ASSERT_EQ(context->getParentName(&assembly, &name), S_OK);
-    EXPECT_EQ(RealAssemblies::narrow(name), "Shapes.PlainBase");
-    EXPECT_EQ(RealAssemblies::narrow(assembly), "MetadataShapes");
-
-    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.PlainBase"}, u"Run")), S_OK);
-    ASSERT_EQ(context->getParentName(&assembly, &name), S_OK);
-    EXPECT_EQ(RealAssemblies::narrow(name), "System.Object");
-    EXPECT_EQ(RealAssemblies::narrow(assembly), "System.Runtime");
-
-    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Attributed"}, u"Marked")), S_OK);
-    ASSERT_EQ(context->getParentName(&assembly, &name), S_OK);
-    EXPECT_EQ(RealAssemblies::narrow(name), "System.Exception");
-    EXPECT_EQ(RealAssemblies::narrow(assembly), "System.Runtime");
+    struct Case {
+        ModuleID module;
+        const char16_t* type;
+        const char16_t* method;
+        const char* assembly;
+        const char* parent;
+    };
+    const Case cases[] = {
+        {shapes, u"Shapes.DerivedFromDef", u"Run", "MetadataShapes", "Shapes.PlainBase"},
+        {shapes, u"Shapes.PlainBase", u"Run", "System.Runtime", "System.Object"},
+        {shapes, u"Shapes.Attributed", u"Marked", "System.Runtime", "System.Exception"},
+        // A type in another module of the assembly belongs to the assembly.
+        {multi, u"Shapes.LocalDerived", u"Run", "MultiModule", "Shapes.Remote.RemoteBase"},
+    };
+    HRESULT hr = E_FAIL;
+    for (const Case& c : cases) {
+        ASSERT_EQ(context->setFunction(function(c.module, {c.type}, c.method)), S_OK);
+        EXPECT_THAT(parentName(hr), Pair(c.assembly, c.parent)) << RealAssemblies::narrow(c.type);
+        EXPECT_EQ(hr, S_OK);
+    }
 
     // Base given by a type specification, and an interface without a base: no
     // parent, on every call.
-    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.DerivedFromSpec"}, u"Run")), S_OK);
-    EXPECT_EQ(TypeFromToken(context->getSuperToken()), static_cast<uint32_t>(mdtTypeSpec));
-    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.IGeneric`1"}, u"Take")), S_OK);
-    EXPECT_TRUE(IsNilToken(context->getSuperToken()));
-    for (const char16_t* type : {u"Shapes.DerivedFromSpec", u"Shapes.IGeneric`1"}) {
-        const char16_t* method = std::u16string(type) == u"Shapes.IGeneric`1" ? u"Take" : u"Run";
-        ASSERT_EQ(context->setFunction(function(shapes, {type}, method)), S_OK);
-        assembly = name = nullptr;
+    const Case none[] = {{shapes, u"Shapes.DerivedFromSpec", u"Run"}, {shapes, u"Shapes.IGeneric`1", u"Take"}};
+    for (const Case& c : none) {
+        ASSERT_EQ(context->setFunction(function(c.module, {c.type}, c.method)), S_OK);
+        char16_t* assembly = nullptr;
+        char16_t* name = nullptr;
         EXPECT_EQ(context->getParentName(&assembly, &name), E_NOTIMPL);
         EXPECT_EQ(context->getParentName(&assembly, &name), E_NOTIMPL);
         EXPECT_EQ(assembly, nullptr);
         EXPECT_EQ(name, nullptr);
     }
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.DerivedFromSpec"}, u"Run")), S_OK);
+    EXPECT_EQ(TypeFromToken(context->getSuperToken()), static_cast<uint32_t>(mdtTypeSpec));
+    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.IGeneric`1"}, u"Take")), S_OK);
+    EXPECT_TRUE(IsNilToken(context->getSuperToken()));
 }
 
 TEST_F(MetaDataContextNames, InterfacesAreListedUpToSixtyFour) {

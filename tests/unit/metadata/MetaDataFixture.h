@@ -54,6 +54,14 @@ protected:
         return {RealAssemblies::narrow(assembly), RealAssemblies::narrow(name)};
     }
 
+    // Base class and its assembly, as text; hr receives the result.
+    std::pair<std::string, std::string> parentName(HRESULT& hr) {
+        char16_t* assembly = nullptr;
+        char16_t* name = nullptr;
+        hr = context->getParentName(&assembly, &name);
+        return {RealAssemblies::narrow(assembly), RealAssemblies::narrow(name)};
+    }
+
     std::string methodName() {
         char16_t* name = nullptr;
         EXPECT_EQ(context->getMethodName(&name), S_OK);
