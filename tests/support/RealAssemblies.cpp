@@ -52,6 +52,14 @@ mdMethodDef RealAssemblies::findMethod(IMetaDataImport* import, mdTypeDef type, 
     return SUCCEEDED(hr) && count == 1 ? token : 0;
 }
 
+mdTypeDef RealAssemblies::findNestedType(IMetaDataImport* import, std::initializer_list<const char16_t*> path) {
+    mdTypeDef type = 0;
+    for (const char16_t* name : path) {
+        type = findType(import, name, type);
+    }
+    return type;
+}
+
 mdTypeRef RealAssemblies::findTypeRef(IMetaDataImport* import, const char16_t* name) {
     HCORENUM enumerator = nullptr;
     mdTypeRef refs[256];

@@ -3,6 +3,7 @@
 // lookups of tokens by name.
 #pragma once
 
+#include <initializer_list>
 #include <string>
 
 #include "platform/AutoPointer.h"
@@ -23,6 +24,8 @@ public:
     // A type by its full metadata name ("N.C`1"), nested in enclosing if given;
     // 0 if absent.
     static mdTypeDef findType(IMetaDataImport* import, const char16_t* name, mdTypeDef enclosing = 0);
+    // The type at the end of a path of nested names, from the top-level type in.
+    static mdTypeDef findNestedType(IMetaDataImport* import, std::initializer_list<const char16_t*> path);
     // The first method of that name in the type; 0 if absent.
     static mdMethodDef findMethod(IMetaDataImport* import, mdTypeDef type, const char16_t* name);
     // A type reference by scope and name; 0 if absent.

@@ -26,13 +26,8 @@ protected:
         ASSERT_NE(context, nullptr);
     }
 
-    // The type at the end of a path of nested names, from the top-level type in.
     mdTypeDef typeIn(ModuleID module, std::initializer_list<const char16_t*> path) {
-        mdTypeDef type = 0;
-        for (const char16_t* name : path) {
-            type = RealAssemblies::findType(info->importOf(module), name, type);
-        }
-        return type;
+        return RealAssemblies::findNestedType(info->importOf(module), path);
     }
 
     mdMethodDef methodIn(ModuleID module, std::initializer_list<const char16_t*> path, const char16_t* method) {
