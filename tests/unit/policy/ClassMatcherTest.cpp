@@ -148,10 +148,7 @@ TEST_F(ClassMatcherOnShop, LogListsEveryRule) {
     matcher.addParentClassRule(u"Shop.IRepository");
     matcher.addClassAnnotationRule(u"Shop.AuditedAttribute");
     matcher.addClassPatternRule(u"Billing.*");
-    FILE* log = tmpfile();
-    matcher.logMatcher(log);
-    EXPECT_EQ(contents(log),
+    EXPECT_EQ(written([&](FILE* log) { matcher.logMatcher(log); }),
               "\t* All Classes *\n\tclass: Shop.Order\n\tassembly: PolicyShapes\n\tparent class: Shop.IRepository\n"
               "\tclass annotation: Shop.AuditedAttribute\n\tclass pattern: Billing.*\n");
-    fclose(log);
 }

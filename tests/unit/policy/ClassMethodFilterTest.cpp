@@ -44,10 +44,8 @@ TEST_F(ClassMethodFilterOnShop, AssemblyRulesTakeOffTheirBrackets) {
     closed.addAssemblyPrefixSkipRule(u"[PolicyShapes]");
     closed.addAssemblySkipRule(u"[");
     EXPECT_FALSE(closed.skipClass(at({u"Shop.Order"}, u"Place")));
-    FILE* log = tmpfile();
-    closed.logFilter(log);
-    EXPECT_EQ(contents(log), "\t ! assembly prefix: PolicyShapes]\n\t ! assembly: [\n");
-    fclose(log);
+    EXPECT_EQ(written([&](FILE* log) { closed.logFilter(log); }),
+              "\t ! assembly prefix: PolicyShapes]\n\t ! assembly: [\n");
 
     // At module load only the assembly is known.
     ClassMethodFilter atLoad;
@@ -139,12 +137,9 @@ TEST_F(ClassMethodFilterOnShop, LogListsEveryRuleInItsOrder) {
     filter.addNamespacePrefixSkipRule(u"Bill");
     filter.addAssemblySkipRule(u"Other");
     filter.addAssemblyPrefixSkipRule(u"Oth");
-    FILE* log = tmpfile();
-    filter.logFilter(log);
-    EXPECT_EQ(contents(log),
+    EXPECT_EQ(written([&](FILE* log) { filter.logFilter(log); }),
               "\t ! assembly prefix: Oth\n\t ! assembly: Other\n\t ! namespace prefix: Bill\n"
               "\t ! namespace: Billing\n\t ! class: Program\n\t ! method: Dispose\n"
               "\t ! method exception: Shop.Cart\n\t ! method for class: Shop.Invoice\n"
               "\t ! method for class exception: Shop.Order\n");
-    fclose(log);
 }

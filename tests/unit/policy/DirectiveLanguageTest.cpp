@@ -25,13 +25,9 @@ std::vector<std::string> groupNames(IDirectiveController& controller) {
 }
 
 std::string globalFilterLog(IDirectiveController& controller, bool dynamic = false) {
-    FILE* log = tmpfile();
     auto* filter = static_cast<ClassMethodFilter*>(dynamic ? controller.getDynamicInstrumentationSkips()
                                                            : controller.getSkips());
-    filter->logFilter(log);
-    std::string text = PolicyFixture::contents(log);
-    fclose(log);
-    return text;
+    return PolicyFixture::written([&](FILE* log) { filter->logFilter(log); });
 }
 
 const char* const kEverything =

@@ -72,7 +72,7 @@ TEST_F(MethodDecision, ReadOnlyAndByRefLikeStructsAreVetoed)
         << joined(installation.log());
 }
 
-TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModule)
+TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModuleAndNeverAfterAttach)
 {
     std::unique_ptr<ProfilerController> controller = make("SkipClass: PolicyConsole.Worker\n");
     // No module named yet.
@@ -91,14 +91,12 @@ TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModule)
     EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Worker", u"Helper")), 1);
     const std::vector<std::string> log = installation.log();
     EXPECT_EQ(std::count(log.begin(), log.end(), "Generic agent trigger matched."), 1) << joined(log);
-}
 
-TEST_F(MethodDecision, GenericTriggerNeverFiresAfterAttach)
-{
-    std::unique_ptr<ProfilerController> controller = make();
-    controller->setGenericModuleTrigger(program);
-    controller->setIsAttach(true);
-    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
+    // Never after an attach.
+    std::unique_ptr<ProfilerController> attached = make();
+    attached->setGenericModuleTrigger(program);
+    attached->setIsAttach(true);
+    EXPECT_EQ(attached->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
 }
 
 TEST_F(MethodDecision, GenericTriggerOnTheDesktopRuntimeFollowsTheAppDomain)

@@ -59,6 +59,14 @@ std::string PolicyFixture::contents(FILE* stream) {
     return text;
 }
 
+std::string PolicyFixture::written(const std::function<void(FILE*)>& write) {
+    FILE* file = tmpfile();
+    write(file);
+    std::string text = contents(file);
+    fclose(file);
+    return text;
+}
+
 namespace {
 
 std::vector<std::string> names(int count, IDirectiveGroup* (IDirectiveMatchResult::*group)(int),

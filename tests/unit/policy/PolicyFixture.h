@@ -24,6 +24,8 @@ class PolicyFixture : public ::testing::Test {
 public:
     // Whatever was written to a temporary log file.
     static std::string contents(FILE* stream);
+    // What write puts into a fresh temporary file.
+    static std::string written(const std::function<void(FILE*)>& write);
 
 protected:
     void SetUp() override {
