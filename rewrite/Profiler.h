@@ -113,7 +113,7 @@ private:
     HRESULT createGetters(bool isCoreCLR);
     HRESULT runStages(IMetaDataContext* context, unsigned int* counter);
     HRESULT writeBody(unsigned int* counter, HRESULT hr);
-    HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult, unsigned char resultType,
+    HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                 unsigned int* sigToken, unsigned int* count);
     HRESULT insertAt(unsigned int* index, Opcode opcode, unsigned long operand = 0, unsigned int target = 0);
     HRESULT insertLabel(unsigned int* index, unsigned int label);

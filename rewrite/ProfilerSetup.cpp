@@ -11,6 +11,23 @@
 namespace {
 
 const char16_t kNativeIntegerMessage[] = u"Native integer types are not supported.";
+const char16_t kByRefReturnMessage[] = u"ByRef and TypedReference return types are not supported.";
+
+// A method that returns a managed pointer or a typed reference cannot park its
+// result in a local of the pointed-to type and hand it back: such a body would
+// return a value where the caller expects an address. These methods keep their
+// own body.
+HRESULT refuseByRefReturn(IMethodBlobInputStream* stream) {
+    stream->shiftToRetType();
+    while (SUCCEEDED(stream->readCustomMod(nullptr, nullptr))) {
+    }
+    unsigned char next = 0;
+    HRESULT hr = stream->peekByte(&next);
+    if (SUCCEEDED(hr) && (next == ELEMENT_TYPE_BYREF || next == ELEMENT_TYPE_TYPEDBYREF)) {
+        hr = E_FAIL;
+    }
+    return hr;
+}
 
 bool sameText(const char16_t* a, const char16_t* b) {
     return a != nullptr && b != nullptr && std::u16string_view(a) == std::u16string_view(b);
@@ -69,6 +86,10 @@ HRESULT Profiler::updateSignatures() {
     unsigned int newReturnToken = 0;
     unsigned int returnIndex = 0;
     if (SUCCEEDED(hr)) {
+        hr = refuseByRefReturn(stream.get());
+        if (hr == E_FAIL) lastError = kByRefReturnMessage;
+    }
+    if (SUCCEEDED(hr)) {
         stream->shiftToRetType();
         returnIndex = stream->getIndex();
         hr = stream->readRetType(&newReturnType, &newReturnToken);
@@ -117,7 +138,7 @@ HRESULT Profiler::updateSignatures() {
     unsigned int newLocalSigToken = 0;
     unsigned int count = 0;
     if (SUCCEEDED(hr)) {
-        hr = buildLocalSignature(stream.get(), newHasReturn, newReturnType, &newLocalSigToken, &count);
+        hr = buildLocalSignature(stream.get(), newHasReturn, &newLocalSigToken, &count);
     }
     if (SUCCEEDED(hr)) {
         signature = std::move(stream);
@@ -137,7 +158,7 @@ HRESULT Profiler::updateSignatures() {
 
 // The method's locals, unchanged, then the result local (when there is a
 // result) and the trace local.
-HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult, unsigned char resultType,
+HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                       unsigned int* sigToken, unsigned int* count) {
     AutoPointer<IBlobOutputStream> blob(IBlobOutputStream::newInstance());
     if (blob.get() == nullptr) return E_OUTOFMEMORY;
@@ -174,18 +195,12 @@ HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasRe
     }
 
     if (SUCCEEDED(hr) && hasResult) {
-        if (resultType == ELEMENT_TYPE_TYPEDBYREF) {
-            hr = blob->writeByte(ELEMENT_TYPE_OBJECT);
-        } else {
-            // The type behind a leading byref, with its tokens.
-            stream->shiftToRetType();
-            while (SUCCEEDED(stream->readCustomMod(nullptr, nullptr))) {
-            }
-            unsigned char next = 0;
-            hr = stream->peekByte(&next);
-            if (SUCCEEDED(hr) && next == ELEMENT_TYPE_BYREF) hr = stream->readByte(&next);
-            if (SUCCEEDED(hr)) hr = blob->writeType(stream);
+        // The return type with its tokens; byref and typed-reference returns were
+        // refused when the signature was read.
+        stream->shiftToRetType();
+        while (SUCCEEDED(stream->readCustomMod(nullptr, nullptr))) {
         }
+        hr = blob->writeType(stream);
     }
     if (SUCCEEDED(hr)) hr = blob->writeByte(ELEMENT_TYPE_I4);
 

@@ -365,11 +365,14 @@ HRESULT Profiler::updateFinishTrace() {
     return hr;
 }
 
-// A method's own generic parameter (MVAR) goes out unboxed, as do references.
+// Values go out boxed, references as they are. A generic parameter, of the class
+// or of the method, is boxed through its TypeSpec: for a value-type instantiation
+// an unboxed value in the object argument would be an invalid program.
 HRESULT Profiler::insertResultBoxing(unsigned int* index) {
     switch (returnType) {
     case ELEMENT_TYPE_VALUETYPE:
     case ELEMENT_TYPE_VAR:
+    case ELEMENT_TYPE_MVAR:
         return insertAt(index, Opcode::box, returnToken);
     case ELEMENT_TYPE_I:
     case ELEMENT_TYPE_U:
