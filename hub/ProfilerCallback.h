@@ -169,6 +169,9 @@ public:
     static DWORD ServiceReJITThreadFunction(LPVOID callback);
 
 private:
+    // Unit tests put a recording engine in place and read the queues.
+    friend class ProfilerCallbackTestAccess;
+
     // Writes to the controller's log, if there is a controller.
     void logToController(const char* line);
     // The compile path of one method, under profilerLock and the re-entrance flag.

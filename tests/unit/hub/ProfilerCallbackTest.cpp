@@ -1,11 +1,31 @@
 #include <gtest/gtest.h>
 
+#include <string>
+
+#include "ProfilerCallbackTestAccess.h"
+#include "RealMethodsInfo.h"
+#include "RecordingEngine.h"
+#include "StartupChild.h"
 #include "hub/ProfilerCallback.h"
 #include "runtime/Guids.h"
 #include "support/FakeProfilerInfo.h"
 #include "support/VtableSlotOf.h"
 
 namespace {
+// "1" to "10" for the info interfaces, "U" for IUnknown, "?" for others.
+std::string infoVersionOf(const IID& iid) {
+    const IID* versions[] = {&IID_ICorProfilerInfo,  &IID_ICorProfilerInfo2, &IID_ICorProfilerInfo3,
+                             &IID_ICorProfilerInfo4, &IID_ICorProfilerInfo5, &IID_ICorProfilerInfo6,
+                             &IID_ICorProfilerInfo7, &IID_ICorProfilerInfo8, &IID_ICorProfilerInfo9,
+                             &IID_ICorProfilerInfo10};
+    for (int i = 0; i < 10; ++i) {
+        if (iid == *versions[i]) {
+            return std::to_string(i + 1);
+        }
+    }
+    return iid == IID_IUnknown ? "U" : "?";
+}
+
 ProfilerCallback* newCallback() {
     void* out = nullptr;
     EXPECT_EQ(S_OK, ProfilerCallback::CreateObject(IID_ICorProfilerCallback2, &out));
@@ -46,34 +66,40 @@ TEST(ProfilerCallback, QueryInterfaceStopsAtCallback4) {
 }
 
 TEST(ProfilerCallback, ReferenceCountingAndFinalReleaseClearsFpc) {
-    FakeProfilerInfo info;
-    ProfilerCallback* callback = newCallback();
     EXPECT_EQ(nullptr, fpc);
-    ASSERT_EQ(S_OK, callback->Initialize(&info));
-    EXPECT_EQ(callback, fpc);
-    EXPECT_EQ(1u, info.references());
-
-    EXPECT_EQ(2u, callback->AddRef());
-    EXPECT_EQ(3u, callback->AddRef());
-    EXPECT_EQ(2u, callback->Release());
-    EXPECT_EQ(1u, callback->Release());
-    EXPECT_EQ(callback, fpc);
-    EXPECT_EQ(0u, callback->Release());
-    EXPECT_EQ(nullptr, fpc);
-    // The info reference went with the object, and nothing else was asked of the runtime.
-    EXPECT_EQ(0u, info.references());
-    EXPECT_EQ(0, info.totalCalls());
+    StartupSetup setup;
+    setup.body = [](ProfilerCallback* callback, RuntimeInfoFake*, std::ostream& notes) {
+        notes << callback->AddRef() << callback->AddRef() << callback->Release() << callback->Release()
+              << (fpc == callback);
+    };
+    StartupOutcome outcome = runStartup(setup);
+    ASSERT_EQ(S_OK, outcome.result) << outcome.log;
+    EXPECT_TRUE(outcome.fpcSet);
+    // The start-up's reference and the test's two; fpc stays until the last goes.
+    EXPECT_EQ("23211", outcome.notes);
+    EXPECT_TRUE(outcome.released);
+    // Every reference to the runtime went with the object, and going asked
+    // nothing of the runtime.
+    EXPECT_EQ(0, outcome.infoReferences);
+    EXPECT_EQ(0, outcome.releaseCalls);
+    EXPECT_NE(std::string::npos, outcome.log.find("Tear down profiler\n")) << outcome.log;
 }
 
+// Where two runtimes share the process the second callback is refused by the
+// process gate; when the runtime releases it, it takes fpc from the first.
 TEST(ProfilerCallback, DestructionClearsFpcWhicheverObjectItPointsTo) {
-    FakeProfilerInfo info;
-    ProfilerCallback* first = newCallback();
-    ASSERT_EQ(S_OK, first->Initialize(&info));
-    ProfilerCallback* refused = newCallback();
-    EXPECT_EQ(first, fpc);
-    refused->Release();
-    EXPECT_EQ(nullptr, fpc);
-    first->Release();
+    StartupSetup setup;
+    setup.body = [](ProfilerCallback* first, RuntimeInfoFake* info, std::ostream& notes) {
+        void* out = nullptr;
+        ProfilerCallback::CreateObject(IID_ICorProfilerCallback4, &out);
+        auto* refused = static_cast<ProfilerCallback*>(static_cast<ICorProfilerCallback4*>(out));
+        notes << (refused->Initialize(info) == CORPROF_E_PROFILER_CANCEL_ACTIVATION) << (fpc == first);
+        notes << refused->Release() << (fpc == nullptr);
+    };
+    StartupOutcome outcome = runStartup(setup);
+    ASSERT_EQ(S_OK, outcome.result) << outcome.log;
+    EXPECT_EQ("1101", outcome.notes);
+    EXPECT_TRUE(outcome.released);
 }
 
 TEST(ProfilerCallback, InitializeKeepsTheHighestInfoOffered) {
@@ -81,29 +107,36 @@ TEST(ProfilerCallback, InitializeKeepsTheHighestInfoOffered) {
         int offered;
         long clrVersion;
         bool reJIT;
-        std::vector<const IID*> asked;
+        const char* firstQuestions;
+        HRESULT result;
     };
+    // Version 1 passes the info step and is then refused by the process gate.
     const Case cases[] = {
-        {10, 4, true, {&IID_ICorProfilerInfo3, &IID_ICorProfilerInfo4}},
-        {4, 4, true, {&IID_ICorProfilerInfo3, &IID_ICorProfilerInfo4}},
-        {3, 4, false, {&IID_ICorProfilerInfo3, &IID_ICorProfilerInfo4}},
-        {2, 2, false, {&IID_ICorProfilerInfo3, &IID_ICorProfilerInfo2}},
-        {1, 1, false, {&IID_ICorProfilerInfo3, &IID_ICorProfilerInfo2, &IID_ICorProfilerInfo}},
+        {10, 4, true, "3,4,", S_OK},
+        {4, 4, true, "3,4,", S_OK},
+        {3, 4, false, "3,4,", S_OK},
+        {2, 2, false, "3,2,", S_OK},
+        {1, 1, false, "3,2,1,", CORPROF_E_PROFILER_CANCEL_ACTIVATION},
     };
     for (const Case& c : cases) {
-        FakeProfilerInfo info(c.offered);
-        ProfilerCallback* callback = newCallback();
-        EXPECT_EQ(S_OK, callback->Initialize(&info)) << c.offered;
-        EXPECT_EQ(c.clrVersion, callback->getClrVersion()) << c.offered;
-        EXPECT_EQ(c.reJIT, callback->getSupportsReJIT()) << c.offered;
-        ASSERT_EQ(c.asked.size(), info.queried().size()) << c.offered;
-        for (size_t i = 0; i < c.asked.size(); ++i) {
-            EXPECT_TRUE(*c.asked[i] == info.queried()[i]) << c.offered << " question " << i;
-        }
-        EXPECT_EQ(static_cast<ICorProfilerInfo*>(&info), callback->getProfilerInfo());
-        // Only the info kept holds a reference; the probe for Info4 gave its back.
-        EXPECT_EQ(1u, info.references()) << c.offered;
-        callback->Release();
+        StartupSetup setup;
+        const int offered = c.offered;
+        setup.makeInfo = [offered] { return new RuntimeInfoFake(offered); };
+        setup.body = [](ProfilerCallback* callback, RuntimeInfoFake* info, std::ostream& notes) {
+            notes << callback->getClrVersion() << " " << callback->getSupportsReJIT() << " "
+                  << (callback->getProfilerInfo() == static_cast<ICorProfilerInfo*>(info)) << " ";
+            for (const IID& asked : info->queried()) {
+                notes << infoVersionOf(asked) << ",";
+            }
+        };
+        StartupOutcome outcome = runStartup(setup);
+        EXPECT_EQ(c.result, outcome.result) << c.offered << "\n" << outcome.log;
+        // The questions of the start-up come first; later ones belong to others.
+        const std::string expected = std::to_string(c.clrVersion) + " " + (c.reJIT ? "1" : "0") + " 1 " +
+                                     c.firstQuestions;
+        EXPECT_EQ(expected, outcome.notes.substr(0, expected.size())) << c.offered;
+        // The probe for Info4 gave its reference back, and so did everything else.
+        EXPECT_EQ(0, outcome.infoReferences) << c.offered;
     }
 }
 
@@ -117,29 +150,41 @@ TEST(ProfilerCallback, InitializeWithoutAnyInfoIsRefused) {
     callback->Release();
 }
 
+// Shutdown keeps the object, its fpc and its controller, but stops every
+// compile: the test puts a context and a recording engine back after it, so
+// that only the disabled state can keep the method away from them.
 TEST(ProfilerCallback, ShutdownStopsCompileEventsAndReleasesTheRuntime) {
-    FakeProfilerInfo info;
-    ProfilerCallback* callback = newCallback();
-    ASSERT_EQ(S_OK, callback->Initialize(&info));
-    EXPECT_FALSE(callback->isDisabled());
-    EXPECT_EQ(static_cast<DWORD>(COR_PRF_MONITOR_JIT_COMPILATION), callback->getEventMask());
+    StartupSetup setup;
+    setup.makeInfo = [] {
+        auto* info = new RealMethodsInfo();
+        info->addMethod("PolicyShapes", u"Program", u"Main", 0xA700);
+        return info;
+    };
+    setup.body = [](ProfilerCallback* callback, RuntimeInfoFake* fake, std::ostream& notes) {
+        auto* info = static_cast<RealMethodsInfo*>(fake);
+        notes << info->error() << callback->isDisabled() << " " << std::hex << callback->getEventMask() << std::dec
+              << " " << (info->references() > 0) << " ";
+        notes << callback->Shutdown() << " " << info->calls("SetEventMask") << " " << std::hex
+              << info->lastEventMask() << std::dec << " " << callback->isDisabled() << " "
+              << callback->getTraceProfiler().isShuttingDown() << callback->getTraceProfiler().isEnabled() << " "
+              << (callback->getProfilerInfo() == nullptr) << (ProfilerCallbackTestAccess::context(*callback) == nullptr)
+              << " " << info->references() << " " << (fpc == callback) << " ";
 
-    EXPECT_EQ(S_OK, callback->Shutdown());
-    EXPECT_EQ(1, info.calls("SetEventMask"));
-    EXPECT_EQ(0u, info.lastEventMask() & COR_PRF_MONITOR_JIT_COMPILATION);
-    EXPECT_TRUE(callback->isDisabled());
-    EXPECT_TRUE(callback->getTraceProfiler().isShuttingDown());
-    EXPECT_FALSE(callback->getTraceProfiler().isEnabled());
-    EXPECT_EQ(nullptr, callback->getProfilerInfo());
-    EXPECT_EQ(0u, info.references());
-    // A late export call still finds the object.
-    EXPECT_EQ(callback, fpc);
-
-    int before = info.totalCalls();
-    EXPECT_EQ(S_OK, callback->JITCompilationStarted(0x1234, TRUE));
-    EXPECT_EQ(before, info.totalCalls());
-    callback->Release();
-    EXPECT_EQ(nullptr, fpc);
+        ProfilerCallbackTestAccess::replaceContext(*callback, IMetaDataContext::newInstance(info));
+        auto* engine = new RecordingEngine();
+        ProfilerCallbackTestAccess::replaceEngine(*callback, engine);
+        const int before = info->totalCalls();
+        notes << callback->JITCompilationStarted(0xA700, TRUE) << " " << info->totalCalls() - before << " "
+              << engine->calls.size();
+    };
+    StartupOutcome outcome = runStartup(setup);
+    ASSERT_EQ(S_OK, outcome.result) << outcome.log;
+    // Before: enabled, with compile events in the mask; after: the same mask
+    // without them, the runtime's references given back but the one the test
+    // handed to its own context, and fpc still in place.
+    EXPECT_EQ("0 b006022c 1 0 2 b006020c 1 10 11 0 1 0 0 0", outcome.notes) << outcome.log;
+    EXPECT_NE(std::string::npos, outcome.log.find("Begin shutdown\n")) << outcome.log;
+    EXPECT_TRUE(outcome.released);
 }
 
 TEST(ProfilerCallback, AssemblyLoadsAndUnloadsAreUnsafeForSampling) {
@@ -157,12 +202,18 @@ TEST(ProfilerCallback, AssemblyLoadsAndUnloadsAreUnsafeForSampling) {
     callback->Release();
 }
 
+// The attach flag is set before Initialize reads it: the mask has no bit that
+// a launch alone takes, and the attach is logged.
 TEST(ProfilerCallback, AttachIsRecordedBeforeInitializing) {
-    FakeProfilerInfo info;
-    ProfilerCallback* callback = newCallback();
-    EXPECT_FALSE(callback->IsProfilerAttached());
-    EXPECT_EQ(S_OK, callback->InitializeForAttach(&info, nullptr, 0));
-    EXPECT_TRUE(callback->IsProfilerAttached());
-    EXPECT_EQ(callback, fpc);
-    callback->Release();
+    StartupSetup setup;
+    setup.attach = true;
+    setup.body = [](ProfilerCallback* callback, RuntimeInfoFake*, std::ostream& notes) {
+        notes << callback->IsProfilerAttached();
+    };
+    StartupOutcome outcome = runStartup(setup);
+    ASSERT_EQ(S_OK, outcome.result) << outcome.log;
+    EXPECT_EQ("1", outcome.notes);
+    EXPECT_TRUE(outcome.fpcSet);
+    EXPECT_EQ(0x1004022Cu, outcome.mask);
+    EXPECT_NE(std::string::npos, outcome.log.find("Attaching to application tarn_hub_tests")) << outcome.log;
 }

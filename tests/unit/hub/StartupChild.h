@@ -52,6 +52,10 @@ struct StartupOutcome {
     int setEventMaskCalls = 0;
     bool fpcSet = false;
     bool released = false;
+    // References the runtime's object still had, and calls it received,
+    // after the final Release of the callback object.
+    long infoReferences = -1;
+    int releaseCalls = -1;
     std::string log;    // the native log of the child
     std::string notes;  // what the test body wrote
 };
@@ -59,6 +63,8 @@ struct StartupOutcome {
 struct StartupSetup {
     std::map<std::string, std::string> properties = {{"harrowlite.fieldmark.enable", "true"}};
     bool withProfile = true;
+    // Files laid out beside the profile (directive files), by name.
+    std::map<std::string, std::string> files;
     bool attach = false;
     std::function<RuntimeInfoFake*()> makeInfo = [] { return new RuntimeInfoFake(); };
     // Runs in the child after the start-up, before the object is released.
@@ -104,6 +110,9 @@ inline void runStartupChild(const StartupSetup& setup, int output) {
     ScratchDirectory scratch;
     unsetenv("com.tarn.harrowlite.agentProfile");
     unsetenv("com.tarn.harrowlite.AgentProfile");
+    for (const auto& [name, text] : setup.files) {
+        scratch.write(name, text);
+    }
     if (setup.withProfile) {
         std::string text = "harrowlite.nativeprofiler.logfile=native.log\n";
         for (const auto& [key, value] : setup.properties) {
@@ -126,11 +135,15 @@ inline void runStartupChild(const StartupSetup& setup, int output) {
     if (setup.body) {
         setup.body(callback, info, notes);
     }
+    const int callsBefore = info->totalCalls();
     callback->Release();
     outcome.released = fpc == nullptr;
+    outcome.infoReferences = static_cast<long>(info->references());
+    outcome.releaseCalls = info->totalCalls() - callsBefore;
     std::ostringstream report;
     report << outcome.result << "\t" << outcome.mask << "\t" << outcome.setEventMaskCalls << "\t"
-           << outcome.fpcSet << "\t" << outcome.released << "\t" << escapeLines(nativeLogIn(scratch.path())) << "\t"
+           << outcome.fpcSet << "\t" << outcome.released << "\t" << outcome.infoReferences << "\t"
+           << outcome.releaseCalls << "\t" << escapeLines(nativeLogIn(scratch.path())) << "\t"
            << escapeLines(notes.str()) << "\n";
     const std::string text = report.str();
     ssize_t written = write(output, text.data(), text.size());
@@ -182,6 +195,10 @@ inline StartupOutcome runStartup(const StartupSetup& setup) {
     outcome.fpcSet = field == "1";
     std::getline(fields, field, '\t');
     outcome.released = field == "1";
+    std::getline(fields, field, '\t');
+    outcome.infoReferences = field.empty() ? -1 : std::stol(field);
+    std::getline(fields, field, '\t');
+    outcome.releaseCalls = field.empty() ? -1 : std::stoi(field);
     std::getline(fields, field, '\t');
     outcome.log = unescapeLines(field);
     std::getline(fields, field, '\n');

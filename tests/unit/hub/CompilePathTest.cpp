@@ -1,0 +1,269 @@
+// The compile path with real methods: each case starts the callback object in
+// a child process on a runtime that maps function ids to methods of the
+// PolicyShapes and PolicyConsole assemblies, with directives beside the agent
+// profile, and a recording engine in place of the real one.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "ProfilerCallbackTestAccess.h"
+#include "RealMethodsInfo.h"
+#include "RecordingEngine.h"
+#include "StartupChild.h"
+
+namespace {
+
+constexpr FunctionID kPlace = 0xA100;    // Shop.Order::Place, selected by a directive of its own
+constexpr FunctionID kDispose = 0xA200;  // Shop.Order::Dispose, not selected
+constexpr FunctionID kGetName = 0xA300;  // Shop.Order::GetName, not selected
+constexpr FunctionID kPost = 0xA400;     // Billing.Internal.Ledger::Post, selected with its class
+constexpr FunctionID kClose = 0xA500;    // Billing.Internal.Ledger::Close, selected with its class
+constexpr FunctionID kCancel = 0xA600;   // Shop.Invoice::Cancel, not selected
+constexpr FunctionID kMain = 0xA700;     // Program::Main, selected by the hidden directives
+constexpr FunctionID kAdvance = 0xB100;  // PolicyConsole.Cursor::Advance, of a byref-like type
+constexpr FunctionID kUnknown = 0xF000;  // unknown to the runtime
+
+const char* const kPlaceName = "[PolicyShapes]Shop.Order::Place";
+const char* const kDisposeName = "[PolicyShapes]Shop.Order::Dispose";
+const char* const kPostName = "[PolicyShapes]Billing.Internal.Ledger::Post";
+
+const char* const kDirectives =
+    "TraceOneMethodOfClass: Shop.Order Place\n"
+    "TraceAllMethodsOfClass: Billing.Internal.Ledger\n";
+
+using CompileBody = std::function<void(ProfilerCallback&, RealMethodsInfo&, RecordingEngine&, std::ostream&)>;
+
+StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::string>& properties = {},
+                          const std::string& directives = kDirectives) {
+    StartupSetup setup;
+    for (const auto& [key, value] : properties) {
+        setup.properties.insert_or_assign(key, value);
+    }
+    setup.files["program.fmd"] = directives;
+    setup.properties["harrowlite.fieldmark.directivesFile"] = "program.fmd";
+    setup.makeInfo = [] {
+        auto* info = new RealMethodsInfo();
+        info->addMethod("PolicyShapes", u"Shop.Order", u"Place", kPlace);
+        info->addMethod("PolicyShapes", u"Shop.Order", u"Dispose", kDispose);
+        info->addMethod("PolicyShapes", u"Shop.Order", u"GetName", kGetName);
+        info->addMethod("PolicyShapes", u"Billing.Internal.Ledger", u"Post", kPost);
+        info->addMethod("PolicyShapes", u"Billing.Internal.Ledger", u"Close", kClose);
+        info->addMethod("PolicyShapes", u"Shop.Invoice", u"Cancel", kCancel);
+        info->addMethod("PolicyShapes", u"Program", u"Main", kMain);
+        info->addMethod("PolicyConsole", u"PolicyConsole.Cursor", u"Advance", kAdvance);
+        return info;
+    };
+    setup.body = [body](ProfilerCallback* callback, RuntimeInfoFake* fake, std::ostream& notes) {
+        auto& info = static_cast<RealMethodsInfo&>(*fake);
+        if (!info.error().empty()) {
+            notes << "setup: " << info.error();
+            return;
+        }
+        auto* engine = new RecordingEngine();
+        ProfilerCallbackTestAccess::replaceEngine(*callback, engine);
+        body(*callback, info, *engine, notes);
+    };
+    return setup;
+}
+
+// The line of an instrumentation outcome, as the compile path writes it.
+std::string outcomeLine(const char* word, const std::string& method, const char* code, FunctionID id) {
+    char text[64];
+    snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(id));
+    return std::string(word) + " " + method + " - " + code + " - [functionID = " + text + "]\n";
+}
+
+bool logHas(const StartupOutcome& outcome, const std::string& text) {
+    return outcome.log.find(text) != std::string::npos;
+}
+
+// Whether the controller's memo holds a function.
+bool remembered(ProfilerCallback& callback, FunctionID id) {
+    return ProfilerCallbackTestAccess::controller(callback)->getCompiledMethods().count(id) != 0;
+}
+
+TEST(CompilePath, OnlySelectedMethodsReachTheEngineAndAreLogged) {
+    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, RealMethodsInfo&,
+                                                        RecordingEngine& engine, std::ostream& notes) {
+        for (FunctionID id : {kPlace, kDispose, kPost, kCancel, kMain, kGetName}) {
+            notes << callback.JITCompilationStarted(id, TRUE);
+        }
+        // A second compile of a selected method goes to the engine again,
+        // which answers from its history with stage 0.
+        engine.stepReached = 0;
+        notes << callback.JITCompilationStarted(kPlace, TRUE) << "\n" << engine.instrumentedList();
+    }));
+    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    EXPECT_EQ(outcome.notes, std::string("0000000\n") + kPlaceName + ";" + kPostName +
+                                 ";[PolicyShapes]Program::Main;" + kPlaceName + ";")
+        << outcome.log;
+    EXPECT_TRUE(logHas(outcome, outcomeLine("Instrumented", kPlaceName, "0x0(12)", kPlace) +
+                                    outcomeLine("Instrumented", kPostName, "0x0(12)", kPost) +
+                                    outcomeLine("Instrumented", "[PolicyShapes]Program::Main", "0x0(12)", kMain) +
+                                    outcomeLine("Instrumented", kPlaceName, "0x0(00)", kPlace)))
+        << outcome.log;
+    // Unselected methods leave no line while the uninstrumented ones are not logged.
+    for (const char* method : {"::Dispose", "::Cancel", "::GetName"}) {
+        EXPECT_FALSE(logHas(outcome, method)) << method << "\n" << outcome.log;
+    }
+}
+
+TEST(CompilePath, ReentrantAndUnsafeCompilesPassUntouched) {
+    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, RealMethodsInfo& info,
+                                                        RecordingEngine& engine, std::ostream& notes) {
+        // A compile that the engine's own work sets off on the same thread.
+        engine.duringInstrument = [&] {
+            const int lookups = info.calls("GetFunctionInfo");
+            notes << "nested " << callback.JITCompilationStarted(kPost, TRUE) << " "
+                  << info.calls("GetFunctionInfo") - lookups << " " << remembered(callback, kPost) << "\n";
+        };
+        callback.JITCompilationStarted(kPlace, TRUE);
+        notes << engine.instrumentedList() << "\n";
+
+        // Where the runtime says the profiler may not block, nothing is touched.
+        const int lookups = info.calls("GetFunctionInfo");
+        notes << "unsafe " << callback.JITCompilationStarted(kClose, FALSE) << " "
+              << info.calls("GetFunctionInfo") - lookups << " " << remembered(callback, kClose) << "\n";
+
+        // The guard is down again: both methods now take the whole path.
+        callback.JITCompilationStarted(kPost, TRUE);
+        callback.JITCompilationStarted(kClose, TRUE);
+        notes << engine.instrumentedList();
+    }));
+    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    EXPECT_EQ(outcome.notes, std::string("nested 0 0 0\n") + kPlaceName + ";\nunsafe 0 0 0\n" + kPlaceName + ";" +
+                                 kPostName + ";[PolicyShapes]Billing.Internal.Ledger::Close;")
+        << outcome.log;
+}
+
+TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
+    StartupOutcome outcome = runStartup(compileSetup(
+        [](ProfilerCallback& callback, RealMethodsInfo&, RecordingEngine& engine, std::ostream& notes) {
+            engine.instrumentResult = E_FAIL;
+            engine.stepReached = 7;
+            engine.lastError = u"Cannot resolve the trace functions";
+            notes << callback.JITCompilationStarted(kPlace, TRUE) << callback.isDisabled();
+            engine.instrumentResult = S_OK;
+            engine.stepReached = 12;
+            notes << callback.JITCompilationStarted(kPost, TRUE) << callback.JITCompilationStarted(kDispose, TRUE)
+                  << "\n" << engine.instrumentedList();
+        },
+        {{"harrowlite.nativeprofiler.logAllMethodsNoticed", "true"}}));
+    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    EXPECT_EQ(outcome.notes, std::string("0000\n") + kPlaceName + ";" + kPostName + ";");
+    // The failure line carries the result and the stage; the method is not
+    // reported as processed, and the runtime compiles its own body.
+    EXPECT_TRUE(logHas(outcome, outcomeLine("Failed to instrument", kPlaceName, "0x80004005(07)", kPlace) +
+                                    outcomeLine("Instrumented", kPostName, "0x0(12)", kPost) + "Processed " +
+                                    kPostName + " \nProcessed " + kDisposeName + " \n"))
+        << outcome.log;
+    EXPECT_FALSE(logHas(outcome, std::string("Processed ") + kPlaceName)) << outcome.log;
+}
+
+TEST(CompilePath, MethodListingFollowsAStagedSuccessOnly) {
+    StartupOutcome outcome = runStartup(compileSetup(
+        [](ProfilerCallback& callback, RealMethodsInfo&, RecordingEngine& engine, std::ostream& notes) {
+            callback.JITCompilationStarted(kPlace, TRUE);
+            // Found in the engine's history: no listing.
+            engine.stepReached = 0;
+            callback.JITCompilationStarted(kPost, TRUE);
+            // A failure: no listing.
+            engine.stepReached = 9;
+            engine.instrumentResult = E_UNEXPECTED;
+            callback.JITCompilationStarted(kClose, TRUE);
+            for (const std::string& call : engine.builder.calls) {
+                notes << call << " ";
+            }
+        },
+        {{"harrowlite.nativeprofiler.logBytecode", "true"}}));
+    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    // The listing starts at the byte index of the label of the method's own body.
+    EXPECT_EQ(outcome.notes, "findLabel(0x80000008) getILByteIndex(5) print(28) ");
+    EXPECT_TRUE(logHas(outcome, outcomeLine("Instrumented", kPlaceName, "0x0(12)", kPlace) + "listing from 28\n" +
+                                    outcomeLine("Instrumented", kPostName, "0x0(00)", kPost) +
+                                    outcomeLine("Failed to instrument", "[PolicyShapes]Billing.Internal.Ledger::Close",
+                                                "0x8000FFFF(09)", kClose)))
+        << outcome.log;
+}
+
+TEST(CompilePath, SelectedMethodsAreNeverInlinedNorTakenPrecompiled) {
+    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, RealMethodsInfo&,
+                                                        RecordingEngine& engine, std::ostream& notes) {
+        for (FunctionID callee : {kPlace, kPost, kDispose, kCancel, kUnknown}) {
+            BOOL shouldInline = TRUE;
+            BOOL useCached = TRUE;
+            notes << callback.JITInlining(kMain, callee, &shouldInline)
+                  << callback.JITCachedFunctionSearchStarted(callee, &useCached) << shouldInline << useCached << " ";
+        }
+        notes << engine.calls.size();
+    }));
+    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    EXPECT_EQ(outcome.notes, "0000 0000 0011 0011 0011 0");
+}
+
+TEST(CompilePath, DynamicInstrumentationKeepsEveryUnskippedCalleeACall) {
+    StartupOutcome outcome = runStartup(
+        compileSetup(
+            [](ProfilerCallback& callback, RealMethodsInfo&, RecordingEngine&, std::ostream& notes) {
+                for (FunctionID callee : {kPlace, kDispose, kCancel, kUnknown}) {
+                    BOOL shouldInline = TRUE;
+                    BOOL useCached = TRUE;
+                    callback.JITInlining(kMain, callee, &shouldInline);
+                    callback.JITCachedFunctionSearchStarted(callee, &useCached);
+                    notes << shouldInline << useCached << " ";
+                }
+            },
+            {{"harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true"}},
+            std::string(kDirectives) + "SkipDynamicInstrumentationClass: Shop.Invoice\n"));
+    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    // Precompiled code is refused for the selected method alone; inlining for
+    // every method that the dynamic skips do not name.
+    EXPECT_EQ(outcome.notes, "00 01 11 11 ");
+}
+
+TEST(CompilePath, FirstMethodAfterAttachIsForcedThroughTheEngineAndReverted) {
+    struct Case {
+        const char* name;
+        FunctionID first;
+        const char* firstReachesEngine;
+        bool reverted;
+    };
+    const Case cases[] = {
+        {"unselected", kDispose, kDisposeName, true},
+        {"selected anyway", kPlace, kPlaceName, false},
+        {"of a byref-like type", kAdvance, "", false},
+    };
+    for (const Case& c : cases) {
+        StartupSetup setup = compileSetup([first = c.first](ProfilerCallback& callback, RealMethodsInfo& info,
+                                                            RecordingEngine& engine, std::ostream& notes) {
+            callback.JITCompilationStarted(first, TRUE);
+            notes << engine.instrumentedList() << "\n";
+            const auto& reverts = ProfilerCallbackTestAccess::revertRequests(callback);
+            const RealMethodsInfo::Method method = info.method(first);
+            for (const rejit_requests& batch : reverts) {
+                for (unsigned int i = 0; i < batch.count; ++i) {
+                    notes << "revert " << (batch.modules[i] == method.module && batch.methods[i] == method.token)
+                          << " ";
+                }
+            }
+            notes << ProfilerCallbackTestAccess::rejitRequests(callback).size() << "\n";
+            // The chance is used up: a later unselected method is left alone.
+            engine.instrumented.clear();
+            callback.JITCompilationStarted(kGetName, TRUE);
+            callback.JITCompilationStarted(kCancel, TRUE);
+            notes << engine.instrumentedList() << reverts.size();
+        });
+        setup.attach = true;
+        StartupOutcome outcome = runStartup(setup);
+        ASSERT_EQ(outcome.result, S_OK) << c.name << "\n" << outcome.log;
+        const std::string firstLine = *c.firstReachesEngine == 0 ? "" : std::string(c.firstReachesEngine) + ";";
+        EXPECT_EQ(outcome.notes, firstLine + "\n" + (c.reverted ? "revert 1 " : "") + "0\n" + (c.reverted ? "1" : "0"))
+            << c.name << "\n" << outcome.log;
+        if (*c.firstReachesEngine != 0) {
+            EXPECT_TRUE(logHas(outcome, outcomeLine("Instrumented", c.firstReachesEngine, "0x0(12)", c.first)))
+                << c.name << "\n" << outcome.log;
+        }
+    }
+}
+
+}  // namespace
