@@ -1,10 +1,14 @@
-// Module load processing where only a fake runtime can fail a call: names that
-// cannot be read, metadata that cannot be opened for the shim.
+// Module load processing where only a fake runtime can fail a call (names that
+// cannot be read, metadata that cannot be opened for the shim), and the
+// rewriting on module load of a real assembly by a recording engine.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <map>
 
+#include "ProfilerCallbackTestAccess.h"
+#include "RealMethodsInfo.h"
+#include "RecordingEngine.h"
 #include "StartupChild.h"
 
 namespace {
@@ -109,6 +113,51 @@ TEST(ModuleLoad, AgentPrefixedAssemblyIsPatchedOthersAreNot) {
     EXPECT_EQ(outcome.log.find("Patching PInvoke...\n"), outcome.log.find('\n', patched) + 1) << outcome.log;
     EXPECT_EQ(outcome.log.find("Patching PInvoke...\n", outcome.log.find("Patching PInvoke...\n") + 1),
               std::string::npos);
+}
+
+// Every selected method of the module goes to the engine in token order; a
+// failure is logged with the engine's message, or "Unknown error." without
+// one, and does not stop the walk.
+TEST(ModuleLoad, InstrumentationOnLoadLogsEachFailureWithTheEnginesMessage) {
+    StartupSetup setup;
+    setup.properties["harrowlite.nativeprofiler.instrumentOnModuleLoad"] = "true";
+    setup.properties["harrowlite.fieldmark.directivesFile"] = "program.fmd";
+    setup.files["program.fmd"] = "TraceOneMethodOfClass: Shop.Order Place\nTraceAllMethodsOfClass: Billing.Internal.Ledger\n";
+    setup.makeInfo = [] {
+        auto* info = new RealMethodsInfo();
+        info->addMethod("PolicyShapes", u"Shop.Order", u"Place", 0xA100);
+        return info;
+    };
+    setup.body = [](ProfilerCallback* callback, RuntimeInfoFake* fake, std::ostream& notes) {
+        auto* info = static_cast<RealMethodsInfo*>(fake);
+        auto* engine = new RecordingEngine();
+        engine->answers["[PolicyShapes]Shop.Order::Place"] = {E_FAIL, 7, u"Cannot resolve the trace functions"};
+        engine->answers["[PolicyShapes]Billing.Internal.Ledger::Post"] = {E_INVALIDARG, 3, nullptr};
+        ProfilerCallbackTestAccess::replaceEngine(*callback, engine);
+        notes << info->error() << callback->ModuleLoadFinished(info->moduleOf("PolicyShapes"), S_OK) << " "
+              << callback->isDisabled() << "\n" << engine->instrumentedList();
+    };
+    StartupOutcome outcome = runStartup(setup);
+    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    // No compile events in this mode: the module load does the rewriting.
+    EXPECT_EQ(outcome.mask & COR_PRF_MONITOR_JIT_COMPILATION, 0u);
+    // Token order: Program comes first in the metadata, Shop.Order last.
+    EXPECT_EQ(outcome.notes,
+              "0 0\n[PolicyShapes]Program::Main;[PolicyShapes]Program::main;"
+              "[PolicyShapes]Billing.Internal.Ledger::Post;[PolicyShapes]Billing.Internal.Ledger::Close;"
+              "[PolicyShapes]Billing.Internal.Ledger::.ctor;[PolicyShapes]Shop.Order::Place;")
+        << outcome.log;
+    EXPECT_NE(outcome.log.find("Instrumented [PolicyShapes]Program::Main\n"
+                               "Instrumented [PolicyShapes]Program::main\n"
+                               "Failed to instrument [PolicyShapes]Billing.Internal.Ledger::Post - 0x80070057(03) "
+                               "(Unknown error.)\n"
+                               "Instrumented [PolicyShapes]Billing.Internal.Ledger::Close\n"
+                               "Instrumented [PolicyShapes]Billing.Internal.Ledger::.ctor\n"
+                               "Failed to instrument [PolicyShapes]Shop.Order::Place - 0x80004005(07) (Cannot resolve "
+                               "the trace functions)\n"
+                               "[PolicyShapes] Instrumented 6 methods in ("),
+              std::string::npos)
+        << outcome.log;
 }
 
 }  // namespace

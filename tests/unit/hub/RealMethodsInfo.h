@@ -5,6 +5,7 @@
 // see real names and real metadata. Everything else fails as the fake does.
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <string>
 
@@ -40,6 +41,11 @@ public:
     }
 
     const std::string& error() const { return failure; }
+    // The module of a test asset that addMethod opened; 0 if none.
+    ModuleID moduleOf(const std::string& asset) const {
+        auto found = modules.find(asset);
+        return found == modules.end() ? 0 : found->second;
+    }
     Method method(FunctionID id) const {
         auto found = registered.find(id);
         return found == registered.end() ? Method {} : found->second;
@@ -67,6 +73,21 @@ public:
                             AppDomainID* pAppDomainId, ModuleID* pModuleId) override {
         count("GetAssemblyInfo");
         return methods->GetAssemblyInfo(assemblyId, cchName, pcchName, szName, pAppDomainId, pModuleId);
+    }
+
+    // Every module loads in one domain.
+    HRESULT GetAppDomainInfo(AppDomainID, ULONG cchName, ULONG* pcchName, WCHAR szName[], ProcessID*) override {
+        count("GetAppDomainInfo");
+        const std::u16string name = u"clrhost";
+        if (pcchName != nullptr) {
+            *pcchName = static_cast<ULONG>(name.size() + 1);
+        }
+        if (szName == nullptr || cchName <= name.size()) {
+            return E_INVALIDARG;
+        }
+        std::copy(name.begin(), name.end(), szName);
+        szName[name.size()] = 0;
+        return S_OK;
     }
 
 private:

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -92,9 +93,18 @@ private:
 
 class RecordingEngine : public IProfiler {
 public:
+    struct Answer {
+        HRESULT result;
+        unsigned int step;
+        const char16_t* error;
+    };
+
     HRESULT instrumentResult = S_OK;
     unsigned int stepReached = 12;
     const char16_t* lastError = nullptr;
+    // Answers for particular methods, by "[assembly]Class::Method"; the others
+    // get the three above.
+    std::map<std::string, Answer> answers;
     // Runs once, inside the next instrumentMethod, where the engine's own work
     // could set off another compile on the same thread.
     std::function<void()> duringInstrument;
@@ -118,6 +128,12 @@ public:
         instrumented.push_back(describeMethod(context));
         if (std::function<void()> during = std::exchange(duringInstrument, nullptr)) {
             during();
+        }
+        auto answer = answers.find(instrumented.back());
+        if (answer != answers.end()) {
+            lastError = answer->second.error;
+            *step = answer->second.step;
+            return answer->second.result;
         }
         *step = stepReached;
         return instrumentResult;
