@@ -1,4 +1,4 @@
-// A type specification blob, turned into a TypeSpec token of any module.
+// A TypeSpec blob, turned into a TypeSpec token of any module.
 //
 // Contract: no lock inside. Destroyed through this interface by its owner.
 #pragma once

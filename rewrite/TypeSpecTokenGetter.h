@@ -1,4 +1,4 @@
-// A type specification in a module, by GetTokenFromTypeSpec, which finds an
+// A TypeSpec blob in a module, by GetTokenFromTypeSpec, which finds an
 // equal blob or adds it.
 #pragma once
 

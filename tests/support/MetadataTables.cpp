@@ -173,9 +173,9 @@ bool MetadataTables::readTableHeader() {
     uint64_t offset = position;
     for (unsigned int table = 0; table < kTableCount; ++table) {
         unsigned int size = 0;
-        for (const ColumnSpec& spec : kSchema[table]) {
+        for (const ColumnSpec& column : kSchema[table]) {
             columnOffsets[table].push_back(size);
-            size += columnSize(spec.kind, spec.argument);
+            size += columnSize(column.kind, column.argument);
         }
         rowSize[table] = size;
         tableOffset[table] = static_cast<uint32_t>(offset);

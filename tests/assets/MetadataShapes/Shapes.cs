@@ -42,7 +42,7 @@ namespace Shapes
         public virtual void Run() { }
     }
 
-    // Its base class is a type specification.
+    // Its base class is a TypeSpec (a generic instance).
     public class DerivedFromSpec : GenericBase<int>
     {
         public override void Run() { }

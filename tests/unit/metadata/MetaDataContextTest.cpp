@@ -48,7 +48,7 @@ TEST_F(MetaDataContextNames, ReferencesKeepTheirGenericMarkerAndNameTheirAssembl
     EXPECT_EQ(RealAssemblies::narrow(name), "System.Object");
     EXPECT_EQ(RealAssemblies::narrow(assembly), "System.Runtime");
 
-    // Neither a type specification nor the nil token is a class.
+    // Neither a TypeSpec nor the nil token is a class.
     EXPECT_EQ(context->getClassName(mdtTypeSpec | 1, assembly, name, IMetaDataContext::kNameSize), E_NOTIMPL);
     EXPECT_EQ(context->getClassName(mdTokenNil, assembly, name, IMetaDataContext::kNameSize), E_NOTIMPL);
 }
@@ -77,7 +77,7 @@ TEST_F(MetaDataContextNames, ParentsByDefinitionReferenceOrNone) {
         EXPECT_EQ(hr, S_OK);
     }
 
-    // Base given by a type specification, and an interface without a base: no
+    // Base given by a TypeSpec, and an interface without a base: no
     // parent, on every call.
     const Case none[] = {{shapes, u"Shapes.DerivedFromSpec", u"Run"}, {shapes, u"Shapes.IGeneric`1", u"Take"}};
     for (const Case& c : none) {

@@ -135,7 +135,7 @@ void checkLocalSignature(const MetadataTables::Blob& blob, Totals& totals) {
 
 void checkTypeSpec(const MetadataTables::Blob& blob, Totals& totals) {
     std::unique_ptr<IBlobInputStream> in(IBlobInputStream::newInstance(blob.data, blob.length));
-    // A type spec may begin with custom modifiers, which readParam takes first.
+    // A TypeSpec blob may begin with custom modifiers, which readParam takes first.
     unsigned char type = 0;
     totals.modifiers += modifierFollows(*in);
     ASSERT_EQ(in->readParam(&type, nullptr), S_OK);
@@ -178,7 +178,7 @@ void checkAssembly(const std::string& path, Totals& totals) {
         if (::testing::Test::HasFatalFailure()) return;
     }
     for (uint32_t row = 1; row <= tables.rowCount(MetadataTables::kTypeSpec); ++row) {
-        SCOPED_TRACE(path + " type spec " + std::to_string(row));
+        SCOPED_TRACE(path + " TypeSpec " + std::to_string(row));
         MetadataTables::Blob blob = tables.blob(tables.blobColumn(MetadataTables::kTypeSpec, row));
         ASSERT_NE(blob.data, nullptr);
         checkTypeSpec(blob, totals);
@@ -196,7 +196,7 @@ TEST(RealSignatures, EveryFrameworkSignatureReadsAndCopiesBack) {
     }
     std::cout << "[ signatures ] " << totals.methods << " method signatures (" << totals.parameters
               << " parameters), " << totals.locals << " local signatures, " << totals.typeSpecs
-              << " type specs copied to the same bytes; " << totals.voidPointers
+              << " TypeSpecs copied to the same bytes; " << totals.voidPointers
               << " with a pointer or general array read but not compared\n";
     EXPECT_GT(totals.methods, 50000u);
     EXPECT_GT(totals.locals, 5000u);

@@ -131,14 +131,14 @@ TEST_F(TokenGetter, MemberGetterDefinesOneMemberRefWithTheGivenSignature) {
 TEST_F(TokenGetter, ValueTypeSpecsNameGenericStructsOverTheirOwnParameters) {
     std::unique_ptr<IValueTypeSpecTokenGetter> getter(IValueTypeSpecTokenGetter::newTokenGetter(info.get()));
     IMetaDataImport* import = info->importOf(shapes);
-    size_t specs = all(import, &IMetaDataImport::EnumTypeSpecs).size();
+    size_t typeSpecCount = all(import, &IMetaDataImport::EnumTypeSpecs).size();
 
     // A plain struct is its own TypeDef, and nothing is defined.
     mdTypeDef point = type(u"RewriteShapes.Point");
     unsigned int token = 0;
     ASSERT_EQ(getter->getToken(shapes, point, &token), S_OK);
     EXPECT_EQ(token, point);
-    EXPECT_EQ(all(import, &IMetaDataImport::EnumTypeSpecs).size(), specs);
+    EXPECT_EQ(all(import, &IMetaDataImport::EnumTypeSpecs).size(), typeSpecCount);
 
     // Eleven parameters: fine here, Wide<!0, ..., !10>.
     mdTypeDef wide = type(u"RewriteShapes.Wide`11");
@@ -186,6 +186,6 @@ TEST_F(TokenGetter, FailuresOfTheRuntimeComeBackAsTheyAre) {
     unsigned int token = 0;
     EXPECT_EQ(getter->getToken(0x1234, &token), E_INVALIDARG) << "an unknown module";
     unsigned char* bytes = new unsigned char[2]{0x13, 0};
-    std::unique_ptr<ITypeSpecTokenGetter> spec(ITypeSpecTokenGetter::newTokenGetter(info.get(), bytes, 2));
-    EXPECT_EQ(spec->getToken(0x1234, &token), E_INVALIDARG);
+    std::unique_ptr<ITypeSpecTokenGetter> getter(ITypeSpecTokenGetter::newTokenGetter(info.get(), bytes, 2));
+    EXPECT_EQ(getter->getToken(0x1234, &token), E_INVALIDARG);
 }
