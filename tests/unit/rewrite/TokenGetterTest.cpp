@@ -186,6 +186,6 @@ TEST_F(TokenGetter, FailuresOfTheRuntimeComeBackAsTheyAre) {
     unsigned int token = 0;
     EXPECT_EQ(getter->getToken(0x1234, &token), E_INVALIDARG) << "an unknown module";
     unsigned char* bytes = new unsigned char[2]{0x13, 0};
-    std::unique_ptr<ITypeSpecTokenGetter> getter(ITypeSpecTokenGetter::newTokenGetter(info.get(), bytes, 2));
-    EXPECT_EQ(getter->getToken(0x1234, &token), E_INVALIDARG);
+    std::unique_ptr<ITypeSpecTokenGetter> typeSpecGetter(ITypeSpecTokenGetter::newTokenGetter(info.get(), bytes, 2));
+    EXPECT_EQ(typeSpecGetter->getToken(0x1234, &token), E_INVALIDARG);
 }
