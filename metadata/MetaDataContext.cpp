@@ -28,6 +28,24 @@ void MetaDataContext::NameList::bind() {
     }
 }
 
+void MetaDataContext::CachedTypeList::bind() {
+    assemblies.bind();
+    classes.bind();
+}
+
+void MetaDataContext::CachedTypeList::handOut(char16_t*** outAssemblies, char16_t*** outClasses,
+                                              unsigned int* outCount) {
+    if (outAssemblies != nullptr) {
+        *outAssemblies = assemblies.rows;
+    }
+    if (outClasses != nullptr) {
+        *outClasses = classes.rows;
+    }
+    if (outCount != nullptr) {
+        *outCount = count;
+    }
+}
+
 MetaDataContext::MetaDataContext(ICorProfilerInfo* profilerInfo) {
     if (profilerInfo != nullptr) {
         profilerInfo->AddRef();
@@ -35,12 +53,9 @@ MetaDataContext::MetaDataContext(ICorProfilerInfo* profilerInfo) {
     info = profilerInfo;
     methodName[0] = className[0] = assemblyName[0] = 0;
     parentClassName[0] = parentAssemblyName[0] = 0;
-    interfaceClassNames.bind();
-    interfaceAssemblyNames.bind();
-    classAttributeClassNames.bind();
-    classAttributeAssemblyNames.bind();
-    methodAttributeClassNames.bind();
-    methodAttributeAssemblyNames.bind();
+    interfaces.bind();
+    classAttributes.bind();
+    methodAttributes.bind();
 }
 
 HRESULT MetaDataContext::setFunction(FunctionID newFunctionID) {
@@ -118,15 +133,15 @@ HRESULT MetaDataContext::setModuleID(ModuleID newModuleID) {
 HRESULT MetaDataContext::setMethodDef(mdMethodDef token) {
     methodDef = token;
     methodNameKnown = false;
-    methodAttributesKnown = false;
+    methodAttributes.known = false;
     return S_OK;
 }
 
 HRESULT MetaDataContext::setTypeDef(mdTypeDef token) {
     typeDef = token;
     classNameKnown = false;
-    interfacesKnown = false;
-    classAttributesKnown = false;
+    interfaces.known = false;
+    classAttributes.known = false;
     return S_OK;
 }
 
@@ -195,64 +210,43 @@ HRESULT MetaDataContext::getParentName(char16_t** assembly, char16_t** name) {
 
 HRESULT MetaDataContext::getInterfaces(char16_t*** assemblies, char16_t*** classes, unsigned int* count) {
     HRESULT hr = S_OK;
-    if (!interfacesKnown) {
-        hr = getInterfaces(typeDef, interfaceAssemblyNames.rows, interfaceClassNames.rows, kListLimit, kNameSize,
-                           &interfaceCount);
-        interfacesKnown = SUCCEEDED(hr);
+    if (!interfaces.known) {
+        hr = getInterfaces(typeDef, interfaces.assemblies.rows, interfaces.classes.rows, kListLimit,
+                           kNameSize, &interfaces.count);
+        if (FAILED(hr)) {
+            return hr;
+        }
+        interfaces.known = true;
     }
-    if (SUCCEEDED(hr)) {
-        if (assemblies != nullptr) {
-            *assemblies = interfaceAssemblyNames.rows;
-        }
-        if (classes != nullptr) {
-            *classes = interfaceClassNames.rows;
-        }
-        if (count != nullptr) {
-            *count = interfaceCount;
-        }
-    }
+    interfaces.handOut(assemblies, classes, count);
     return hr;
 }
 
 HRESULT MetaDataContext::getMethodAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) {
     HRESULT hr = S_OK;
-    if (!methodAttributesKnown) {
-        hr = getAttributes(methodDef, methodAttributeAssemblyNames.rows, methodAttributeClassNames.rows, kListLimit,
-                           kNameSize, &methodAttributeCount);
-        methodAttributesKnown = SUCCEEDED(hr);
+    if (!methodAttributes.known) {
+        hr = getAttributes(methodDef, methodAttributes.assemblies.rows, methodAttributes.classes.rows,
+                           kListLimit, kNameSize, &methodAttributes.count);
+        if (FAILED(hr)) {
+            return hr;
+        }
+        methodAttributes.known = true;
     }
-    if (SUCCEEDED(hr)) {
-        if (assemblies != nullptr) {
-            *assemblies = methodAttributeAssemblyNames.rows;
-        }
-        if (classes != nullptr) {
-            *classes = methodAttributeClassNames.rows;
-        }
-        if (count != nullptr) {
-            *count = methodAttributeCount;
-        }
-    }
+    methodAttributes.handOut(assemblies, classes, count);
     return hr;
 }
 
 HRESULT MetaDataContext::getClassAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) {
     HRESULT hr = S_OK;
-    if (!classAttributesKnown) {
-        hr = getAttributes(typeDef, classAttributeAssemblyNames.rows, classAttributeClassNames.rows, kListLimit,
-                           kNameSize, &classAttributeCount);
-        classAttributesKnown = SUCCEEDED(hr);
+    if (!classAttributes.known) {
+        hr = getAttributes(typeDef, classAttributes.assemblies.rows, classAttributes.classes.rows,
+                           kListLimit, kNameSize, &classAttributes.count);
+        if (FAILED(hr)) {
+            return hr;
+        }
+        classAttributes.known = true;
     }
-    if (SUCCEEDED(hr)) {
-        if (assemblies != nullptr) {
-            *assemblies = classAttributeAssemblyNames.rows;
-        }
-        if (classes != nullptr) {
-            *classes = classAttributeClassNames.rows;
-        }
-        if (count != nullptr) {
-            *count = classAttributeCount;
-        }
-    }
+    classAttributes.handOut(assemblies, classes, count);
     return hr;
 }
 

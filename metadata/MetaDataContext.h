@@ -53,6 +53,17 @@ private:
         void bind();
     };
 
+    // Assembly and class names of a type list (interfaces, attributes), filled
+    // once per class or method and handed out as the context's own arrays.
+    struct CachedTypeList {
+        bool known = false;
+        NameList assemblies;
+        NameList classes;
+        unsigned int count = 0;
+        void bind();
+        void handOut(char16_t*** outAssemblies, char16_t*** outClasses, unsigned int* outCount);
+    };
+
     HRESULT getTypeDefClassName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength);
     HRESULT getTypeRefClassName(mdTypeRef token, char16_t* buffer, ULONG size, ULONG* outLength);
     HRESULT getTypeDefAssemblyName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength);
@@ -84,18 +95,7 @@ private:
     char16_t parentClassName[kNameSize];
     char16_t parentAssemblyName[kNameSize];
 
-    bool interfacesKnown = false;
-    NameList interfaceClassNames;
-    NameList interfaceAssemblyNames;
-    unsigned int interfaceCount = 0;
-
-    bool classAttributesKnown = false;
-    NameList classAttributeClassNames;
-    NameList classAttributeAssemblyNames;
-    unsigned int classAttributeCount = 0;
-
-    bool methodAttributesKnown = false;
-    NameList methodAttributeClassNames;
-    NameList methodAttributeAssemblyNames;
-    unsigned int methodAttributeCount = 0;
+    CachedTypeList interfaces;
+    CachedTypeList classAttributes;
+    CachedTypeList methodAttributes;
 };
