@@ -112,6 +112,7 @@ private:
 
     HRESULT createGetters(bool isCoreCLR);
     HRESULT runStages(IMetaDataContext* context, unsigned int* counter);
+    HRESULT runStage(unsigned int stage, IMetaDataContext* context);
     HRESULT writeBody(unsigned int* counter, HRESULT hr);
     HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                 unsigned int* sigToken, unsigned int* count);

@@ -39,23 +39,39 @@ HRESULT Profiler::instrumentMethod(IMetaDataContext* newContext, unsigned int* s
     return hr;
 }
 
+HRESULT Profiler::runStage(unsigned int stage, IMetaDataContext* newContext) {
+    switch (stage) {
+    case 1:
+        return updateContext(newContext);
+    case 2:
+        return updateSignatures();
+    case 3:
+        return updateOriginalCode();
+    case 4:
+        return updateTokens();
+    case 5:
+        return updateInitTrace();
+    case 6:
+        return updateCorTrace();
+    case 7:
+        return updateStartTrace();
+    case 8:
+        return updateFinishTrace();
+    case 9:
+        return updateCatchTrace();
+    default:
+        return E_UNEXPECTED;
+    }
+}
+
+// Stages 1 to 9 build the new body in the builder; the counter ends on the
+// stage that was reached.
 HRESULT Profiler::runStages(IMetaDataContext* newContext, unsigned int* counter) {
     HRESULT hr = S_OK;
-    HRESULT (Profiler::*const stages[kStageCount])() = {
-        nullptr,
-        &Profiler::updateSignatures,
-        &Profiler::updateOriginalCode,
-        &Profiler::updateTokens,
-        &Profiler::updateInitTrace,
-        &Profiler::updateCorTrace,
-        &Profiler::updateStartTrace,
-        &Profiler::updateFinishTrace,
-        &Profiler::updateCatchTrace,
-    };
-    for (unsigned int i = 0; i < kStageCount && SUCCEEDED(hr); ++i) {
+    for (unsigned int stage = 1; stage <= kStageCount && SUCCEEDED(hr); ++stage) {
         ++*counter;
         try {
-            hr = i == 0 ? updateContext(newContext) : (this->*stages[i])();
+            hr = runStage(stage, newContext);
         } catch (const std::bad_alloc&) {
             hr = E_OUTOFMEMORY;
         }
