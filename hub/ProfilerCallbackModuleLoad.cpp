@@ -1,6 +1,7 @@
 // A module has loaded: its names for lookup, its log line, the generic agent
 // trigger, the agent's P/Invokes, the synthetic shim in the first module, and
 // the rewriting of its methods when instrumenting on module load.
+#include <atomic>
 #include <cinttypes>
 #include <set>
 #include <string>
@@ -20,8 +21,9 @@ constexpr mdAssembly kNoAssembly = 0x20000000;
 const char16_t kAgentAssemblyPrefix[] = u"tarn.Agent";
 constexpr size_t kAgentAssemblyPrefixUnits = 10;
 
-// Shared by all threads that load modules, without a lock.
-bool firstModule = true;
+// Shared by all threads that load modules, without a lock; the first-module
+// mark is taken atomically so that the shim is defined exactly once.
+std::atomic<bool> firstModule{true};
 bool domainTriggerSatisfied = false;
 ModuleID privateCorLib = 0;
 ModuleID genericTrigger = 0;
@@ -131,8 +133,7 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
         }
 
         const bool onModuleLoad = controller->shouldInstrumentOnModuleLoad() == 0;
-        if (firstModule) {
-            firstModule = false;
+        if (firstModule.exchange(false)) {
             if (SUCCEEDED(result) && profiler != nullptr && profiler->usingSyntheticShim()) {
                 SyntheticAgentShim shim;
                 if (SUCCEEDED(shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, attached))) {
