@@ -68,7 +68,11 @@ protected:
     // The checks of a rewritten shape; a refused one fails the test.
     ILVerifier::Result verified(const Rewrite& outcome) {
         EXPECT_EQ(outcome.hr, S_OK) << "stage " << outcome.step;
-        if (FAILED(outcome.hr)) return ILVerifier::Result{{"not rewritten"}};
+        if (FAILED(outcome.hr)) {
+            ILVerifier::Result refused;
+            refused.errors.push_back("not rewritten");
+            return refused;
+        }
         return checkRewritten(*info, *profiler, shapes, outcome.method, outcome.body,
                               returnsValue(shapes, outcome.method));
     }
