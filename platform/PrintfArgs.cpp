@@ -5,8 +5,8 @@
 namespace {
 
 // The published fields of the System V va_list element, which the compiler
-// keeps opaque in C++.
-struct VaListFields {
+// keeps opaque in C++; may_alias lets this view share the list's memory.
+struct __attribute__((may_alias)) VaListFields {
     unsigned int gp_offset;
     unsigned int fp_offset;
     void* overflow_arg_area;

@@ -10,7 +10,7 @@
 #include "platform/AutoPointer.h"
 #include "runtime/MetaDataInterfaces.h"
 
-class CountingMetaDataImport : public IMetaDataImport {
+class CountingMetaDataImport final : public IMetaDataImport {
 public:
     // Takes one reference of inner. The new object has one reference, the caller's.
     static CountingMetaDataImport* wrap(IMetaDataImport* inner);

@@ -13,7 +13,7 @@
 #include "platform/AutoPointer.h"
 #include "runtime/CorProfilerInfo.h"
 
-class ProfilerInfoDouble : public ICorProfilerInfo10 {
+class ProfilerInfoDouble final : public ICorProfilerInfo10 {
 public:
     // One reference, the caller's.
     static ProfilerInfoDouble* newInstance();

@@ -13,7 +13,7 @@ namespace {
 
 // The allocator that the runtime hands out: memory that stays until the
 // double goes, as the runtime keeps a body it was given.
-class DoubleAllocator : public IMethodMalloc {
+class DoubleAllocator final : public IMethodMalloc {
 public:
     explicit DoubleAllocator(RewriteInfoDouble* owner) : owner(owner) {}
     HRESULT QueryInterface(REFIID riid, void** out) override {

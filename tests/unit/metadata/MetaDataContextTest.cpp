@@ -79,7 +79,8 @@ TEST_F(MetaDataContextNames, ParentsByDefinitionReferenceOrNone) {
 
     // Base given by a TypeSpec, and an interface without a base: no
     // parent, on every call.
-    const Case none[] = {{shapes, u"Shapes.DerivedFromSpec", u"Run"}, {shapes, u"Shapes.IGeneric`1", u"Take"}};
+    const Case none[] = {{shapes, u"Shapes.DerivedFromSpec", u"Run", nullptr, nullptr},
+                         {shapes, u"Shapes.IGeneric`1", u"Take", nullptr, nullptr}};
     for (const Case& c : none) {
         ASSERT_EQ(context->setFunction(function(c.module, {c.type}, c.method)), S_OK);
         char16_t* assembly = nullptr;

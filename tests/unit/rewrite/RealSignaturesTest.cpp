@@ -58,7 +58,9 @@ void checkMethodSignature(const MetadataTables::Blob& blob, Totals& totals) {
     method->shiftToFlags();
     ASSERT_EQ(method->getIndex(), 0u);
     ASSERT_EQ(method->readByte(&flags), S_OK);
-    if (flags & IMAGE_CEE_CS_CALLCONV_GENERIC) ASSERT_EQ(method->readNumber(nullptr), S_OK);
+    if (flags & IMAGE_CEE_CS_CALLCONV_GENERIC) {
+        ASSERT_EQ(method->readNumber(nullptr), S_OK);
+    }
     unsigned int paramCountAt = method->getIndex();
     method->shiftToParamCount();
     ASSERT_EQ(method->getIndex(), paramCountAt);
