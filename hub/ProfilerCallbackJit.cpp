@@ -38,14 +38,12 @@ HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsS
         if (inJITCallback) {
             return S_OK;
         }
-        inJITCallback = true;
-        try {
-            compileMethod(functionId);
-        } catch (...) {
-            inJITCallback = false;
-            throw;
-        }
-        inJITCallback = false;
+        struct ReentranceMark {
+            bool& mark;
+            explicit ReentranceMark(bool& flag) : mark(flag) { mark = true; }
+            ~ReentranceMark() { mark = false; }
+        } reentrance(inJITCallback);
+        compileMethod(functionId);
     } catch (...) {
         // The runtime compiles the method's own body.
     }
