@@ -6,12 +6,14 @@
 #include "platform/CoreCLRPAL.h"
 #include "rewrite/IBlobOutputStream.h"
 #include "rewrite/Profiler.h"
+#include "rewrite/TracePath.h"
 #include "runtime/Guids.h"
 
 namespace {
 
 const char16_t kNativeIntegerMessage[] = u"Native integer types are not supported.";
 const char16_t kByRefReturnMessage[] = u"ByRef and TypedReference return types are not supported.";
+const char16_t kTracePathMessage[] = u"Code that the trace calls run through is not traced.";
 
 // A method that returns a managed pointer or a typed reference cannot park its
 // result in a local of the pointed-to type and hand it back: such a body would
@@ -40,6 +42,10 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     char16_t* className = nullptr;
     HRESULT hr = newContext->getClassName(&assembly, &className);
     bool coreLibrary = SUCCEEDED(hr) && sameText(assembly, coreLibraryName);
+    if (SUCCEEDED(hr) && TracePath::contains(assembly, className, coreLibrary)) {
+        lastError = kTracePathMessage;
+        hr = E_FAIL;
+    }
 
     AutoPointer<IMethodBuilder> newBuilder;
     if (SUCCEEDED(hr)) {

@@ -25,12 +25,12 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
 
         public static int initTrace(int methodId)
         {
-            return Enter("initTrace " + methodId.ToString(CultureInfo.InvariantCulture)) ? traceValue : 0;
+            return Enter("initTrace ", methodId) ? traceValue : 0;
         }
 
         public static int corInitTrace(int methodId)
         {
-            return Enter("corInitTrace " + methodId.ToString(CultureInfo.InvariantCulture)) ? traceValue : 0;
+            return Enter("corInitTrace ", methodId) ? traceValue : 0;
         }
 
         public static void loadTrace()
@@ -45,7 +45,7 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
 
         public static void pushTrace(int position, object value)
         {
-            Enter("pushTrace " + position.ToString(CultureInfo.InvariantCulture) + " ", value);
+            Record("pushTrace ", true, position, value, true);
         }
 
         public static void startTrace()
@@ -75,17 +75,25 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
 
         private static bool Enter(string line)
         {
-            return Record(line, null, false);
+            return Record(line, false, 0, null, false);
         }
 
         private static bool Enter(string head, object value)
         {
-            return Record(head, value, true);
+            return Record(head, false, 0, value, true);
         }
 
-        // Appends the line, with value's text behind head if withValue; false
-        // if the call came from within the agent on this thread.
-        private static bool Record(string head, object value, bool withValue)
+        private static bool Enter(string head, int number)
+        {
+            return Record(head, true, number, null, false);
+        }
+
+        // Appends the line: head, the number if hasNumber (followed by a space
+        // when a value follows), and value's text if withValue. False if the
+        // call came from within the agent on this thread. Nothing is built and
+        // no library method is called before that test: with the core library
+        // traced, those calls come back here.
+        private static bool Record(string head, bool hasNumber, int number, object value, bool withValue)
         {
             if (busy)
                 return false;
@@ -93,7 +101,12 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
             try
             {
                 if (recordPath != null)
-                    Append(withValue ? head + Describe(value) : head);
+                {
+                    string line = head;
+                    if (hasNumber)
+                        line += number.ToString(CultureInfo.InvariantCulture) + (withValue ? " " : "");
+                    Append(withValue ? line + Describe(value) : line);
+                }
             }
             catch (Exception)
             {

@@ -1,0 +1,63 @@
+#include "rewrite/TracePath.h"
+
+#include <string_view>
+
+namespace {
+
+// The shim's class and the agent's classes share this namespace.
+constexpr std::u16string_view kAgentNamespace = u"com.tarn.harrowlite.fieldmark.dotnet.";
+constexpr std::u16string_view kAgentAssembly = u"tarn.Agent";
+// Classes of the core library in these namespaces that end in "Helpers" are
+// the runtime's own helpers, reached from generated code rather than called.
+constexpr std::u16string_view kHelperNamespaces[] = {
+    u"System.Runtime.CompilerServices.",
+};
+constexpr std::u16string_view kHelperSuffix = u"Helpers";
+// Exception dispatch and the stubs of calls into native code. The runtime's own
+// classes stand directly in System.Runtime; the public ones in its
+// subnamespaces.
+constexpr std::u16string_view kCoreClasses[] = {
+    u"System.Runtime.ExceptionServices.InternalCalls",
+    u"System.StubHelpers.",
+};
+constexpr std::u16string_view kRuntimeNamespace = u"System.Runtime.";
+
+bool startsWith(std::u16string_view text, std::u16string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+bool endsWith(std::u16string_view text, std::u16string_view suffix) {
+    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+// The outermost class of a nested name "Outer+Inner" or "Outer/Inner".
+std::u16string_view outermost(std::u16string_view name) {
+    size_t nested = name.find_first_of(u"+/");
+    return nested == std::u16string_view::npos ? name : name.substr(0, nested);
+}
+
+bool isRuntimeHelper(std::u16string_view name) {
+    if (startsWith(name, kRuntimeNamespace) && name.find(u'.', kRuntimeNamespace.size()) == std::u16string_view::npos) {
+        return true;
+    }
+    for (std::u16string_view prefix : kHelperNamespaces) {
+        if (startsWith(name, prefix) && name.find(u'.', prefix.size()) == std::u16string_view::npos &&
+            endsWith(name, kHelperSuffix)) {
+            return true;
+        }
+    }
+    for (std::u16string_view core : kCoreClasses) {
+        if (core.back() == u'.' ? startsWith(name, core) : name == core) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+bool TracePath::contains(const char16_t* assembly, const char16_t* className, bool coreLibrary) {
+    if (className == nullptr) return false;
+    std::u16string_view name = outermost(className);
+    if (startsWith(name, kAgentNamespace)) return true;
+    if (assembly != nullptr && startsWith(assembly, kAgentAssembly)) return true;
+    return coreLibrary && isRuntimeHelper(name);
+}
