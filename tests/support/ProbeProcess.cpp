@@ -1,5 +1,6 @@
 #include "support/ProbeProcess.h"
 
+#include <cstdlib>
 #include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -37,7 +38,12 @@ ProbeProcess ProbeProcess::run(const std::string& program, const std::vector<std
     std::vector<std::string> commandLine {program};
     commandLine.insert(commandLine.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv = pointers(commandLine);
-    std::vector<char*> envp = pointers(environment);
+    // A sanitizer build's children run with the sanitizer's settings of the test.
+    std::vector<std::string> childEnvironment = environment;
+    for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+        if (const char* value = getenv(name)) childEnvironment.push_back(std::string(name) + "=" + value);
+    }
+    std::vector<char*> envp = pointers(childEnvironment);
 
     ProbeProcess result;
     int pipeEnds[2];

@@ -79,6 +79,8 @@ std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerIn
         fclose(file);
     }
     last = static_cast<ProfilerController*>(IProfilerController::newInstance(info, store));
+    // A refusal deletes the properties; a made controller leaves them to us.
+    if (last != nullptr) stores.emplace_back(store);
     return std::unique_ptr<ProfilerController>(last);
 }
 

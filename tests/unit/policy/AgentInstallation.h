@@ -51,6 +51,8 @@ private:
     std::map<std::string, std::string> properties;
     ScopedEnvironment environment;
     ProfilerController* last = nullptr;
+    // The properties of the controllers made.
+    std::vector<std::unique_ptr<IProperties>> stores;
 };
 
 // The lines of a log, for failure messages.
