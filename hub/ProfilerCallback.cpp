@@ -207,6 +207,11 @@ HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
 }
 
 HRESULT ProfilerCallback::ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStatus) {
+    EnterCriticalSection(&profilerLock);
+    if (profiler != nullptr) {
+        profiler->forgetModule(moduleId);
+    }
+    LeaveCriticalSection(&profilerLock);
     return S_OK;
 }
 

@@ -2,6 +2,7 @@
 // events, and the queue of methods for the service thread.
 #include <new>
 
+#include "hub/HeldLock.h"
 #include "hub/ProfilerCallback.h"
 #include "platform/FormattedOutput.h"
 
@@ -10,18 +11,6 @@ namespace {
 // The label at the first instruction of a method's own body in the builder.
 constexpr unsigned int kMethodBodyLabel = 0x80000008;
 constexpr size_t kBatchSize = 128;
-
-// Holds a critical section for one scope, also when something is thrown.
-class HeldLock {
-public:
-    explicit HeldLock(CRITICAL_SECTION* section) : section(section) { EnterCriticalSection(section); }
-    ~HeldLock() { LeaveCriticalSection(section); }
-    HeldLock(const HeldLock&) = delete;
-    HeldLock& operator=(const HeldLock&) = delete;
-
-private:
-    CRITICAL_SECTION* section;
-};
 
 int nextRequestId(int last) { return (last + 1) % 0x7FFFFFFF; }
 
@@ -88,9 +77,13 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
         unsigned int step = 0;
         result = profiler->instrumentMethod(context, &step);
         if (logEnabled && methodNames(&assembly, &className, &method)) {
-            fprintf_8(nativeLog, "%S [%S]%S::%S - 0x%X(%02d) - [functionID = 0x%llx]\n",
+            fprintf_8(nativeLog, "%S [%S]%S::%S - 0x%X(%02d) - [functionID = 0x%llx]",
                       SUCCEEDED(result) ? u"Instrumented" : u"Failed to instrument", assembly, className, method,
                       result, step, static_cast<unsigned long long>(functionId));
+            // A refusal says why, as on the module-load path.
+            const char16_t* error = profiler->getLastError();
+            if (FAILED(result)) fprintf_8(nativeLog, " (%S)", error != nullptr ? error : u"Unknown error.");
+            fprintf_8(nativeLog, "\n");
             fflush(nativeLog);
         }
         if (SUCCEEDED(result) && logMethodBytes && step > 0) {

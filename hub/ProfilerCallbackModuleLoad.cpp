@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "hub/HeldLock.h"
 #include "hub/ProfilerCallback.h"
 #include "hub/UnixDllImportPatcher.h"
 #include "platform/FormattedOutput.h"
@@ -148,12 +149,16 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
             if (onModuleLoad && !disabled) {
                 result = S_OK;
                 if (!isCoreCLR) {
+                    HeldLock held(&profilerLock);
                     hijackSetupDomain(moduleId);
                 }
             }
         }
 
         if (onModuleLoad && !disabled) {
+            // The rewriting engine is shared with the compile path and with
+            // other module loads.
+            HeldLock held(&profilerLock);
             instrumentModule(moduleId, assemblyName, result);
         }
     } catch (...) {

@@ -134,8 +134,8 @@ HRESULT BlobInputStream::readTypeAt(unsigned char* type, unsigned int* token, un
         readCustomMods();
         unsigned char next = 0;
         hr = peekByte(&next);
-        // The VOID of a void* stays in the stream as the next element.
-        if (SUCCEEDED(hr) && next != ELEMENT_TYPE_VOID) hr = readTypeAt(nullptr, nullptr, depth + 1);
+        // void is no type of its own, but it is one behind a pointer.
+        if (SUCCEEDED(hr)) hr = next == ELEMENT_TYPE_VOID ? readByte(nullptr) : readTypeAt(nullptr, nullptr, depth + 1);
         break;
     }
     case ELEMENT_TYPE_VALUETYPE:
@@ -147,11 +147,9 @@ HRESULT BlobInputStream::readTypeAt(unsigned char* type, unsigned int* token, un
         hr = readByte(nullptr);
         break;
     case ELEMENT_TYPE_ARRAY: {
-        // The element type is taken as a token: a primitive passes as a small
-        // number.
         unsigned int rank = 0;
         unsigned int count = 0;
-        hr = readToken(nullptr);
+        hr = readTypeAt(nullptr, nullptr, depth + 1);
         if (SUCCEEDED(hr)) hr = readNumber(&rank);
         for (int list = 0; list < 2 && SUCCEEDED(hr); ++list) {
             hr = readNumber(&count);

@@ -1,6 +1,5 @@
 // The signature reader. Where it departs from the published grammar it does so on
-// purpose, mirrored by BlobOutputStream: the VOID of a void* stays unread, the
-// element type of a general array is read as a token, and 0xFF is the number 255.
+// purpose, mirrored by BlobOutputStream: 0xFF is the number 255.
 #pragma once
 
 #include "rewrite/IBlobInputStream.h"

@@ -146,8 +146,7 @@ HRESULT BlobOutputStream::writeTypeAt(IBlobInputStream* input, unsigned int dept
         unsigned char next = 0;
         hr = input->peekByte(&next);
         if (SUCCEEDED(hr)) {
-            hr = next == ELEMENT_TYPE_VOID ? writeByte(static_cast<unsigned char>(ELEMENT_TYPE_VOID))
-                                           : writeTypeAt(input, depth + 1);
+            hr = next == ELEMENT_TYPE_VOID ? writeByte(input, nullptr) : writeTypeAt(input, depth + 1);
         }
         break;
     }
@@ -161,7 +160,7 @@ HRESULT BlobOutputStream::writeTypeAt(IBlobInputStream* input, unsigned int dept
         break;
     case ELEMENT_TYPE_ARRAY: {
         unsigned int count = 0;
-        hr = writeToken(input, nullptr);
+        hr = writeTypeAt(input, depth + 1);
         if (SUCCEEDED(hr)) hr = writeNumber(input, nullptr);
         for (int list = 0; list < 2 && SUCCEEDED(hr); ++list) {
             hr = writeNumber(input, &count);

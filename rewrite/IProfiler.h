@@ -25,6 +25,9 @@ public:
     virtual HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) = 0;
     // Lets the method be rewritten again.
     virtual void clearHistoryForFunction(IMetaDataContext* context) = 0;
+    // Drops what is known of an unloaded module's methods and tokens: the
+    // runtime may hand its identifier to another module.
+    virtual void forgetModule(ModuleID module) = 0;
     virtual bool usingSyntheticShim() = 0;
     // The message of the last failure, or null. Owned by the engine.
     virtual const char16_t* getLastError() = 0;

@@ -79,7 +79,8 @@ MethodBuffer::~MethodBuffer() {
 unsigned int MethodBuffer::getHeaderSize() { return isTinyHeader() ? kTinyHeaderSize : kFatHeaderSize; }
 
 unsigned int MethodBuffer::getCodeSize() {
-    return isTinyHeader() ? header->Tiny.Flags_CodeSize >> 2 : header->Fat.CodeSize;
+    // A tiny header is one byte with no alignment: it is read as a byte.
+    return isTinyHeader() ? buffer[0] >> 2 : header->Fat.CodeSize;
 }
 
 unsigned int MethodBuffer::getRealCodeSize() {

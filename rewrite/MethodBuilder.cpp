@@ -53,7 +53,8 @@ IMAGE_COR_ILMETHOD_FAT* MethodBuilder::getFatHeader() { return &header; }
 void MethodBuilder::copyHeader(const IMAGE_COR_ILMETHOD* source) {
     header = IMAGE_COR_ILMETHOD_FAT{};
     header.Size = kFatSizeInWords;
-    if ((source->Tiny.Flags_CodeSize & 3) == CorILMethod_TinyFormat) {
+    // A tiny header is one byte with no alignment: it is read as a byte.
+    if ((reinterpret_cast<const unsigned char*>(source)[0] & 3) == CorILMethod_TinyFormat) {
         header.Flags = CorILMethod_FatFormat;
         header.MaxStack = kTinyMaxStack;
         return;
@@ -420,9 +421,10 @@ int MethodBuilder::print(FILE* stream, unsigned int origin) {
     fprintf_8(stream, "\nCODE\n");
     fprintf_8(stream, "%7s %7s  %-15s %-15s\n", "OFF", "OFF*", "OPCODE", "OPERAND");
     for (unsigned int i = 0; i < instructions.size(); ++i) {
+        // The layout may replace entries (branch forms): it goes first.
+        unsigned int b = getILByteIndex(i);
         const Instruction& instruction = *instructions[i];
         const OpcodeInfo* info = findOpcode(instruction.opcode());
-        unsigned int b = getILByteIndex(i);
         fprintf_8(stream, "%7X ", b);
         if (b >= origin) {
             fprintf_8(stream, "%7X  ", b - origin);

@@ -157,3 +157,9 @@ HRESULT Profiler::hijackMethod(IMetaDataContext* context) {
 void Profiler::clearHistoryForFunction(IMetaDataContext* context) {
     methodHistory.erase(MethodKey(context->getModuleID(), context->getMethodDef()));
 }
+
+void Profiler::forgetModule(ModuleID module) {
+    methodHistory.erase(methodHistory.lower_bound(MethodKey(module, 0)),
+                        methodHistory.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
+    valueTypeGetter->forgetModule(module);
+}

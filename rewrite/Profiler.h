@@ -83,6 +83,7 @@ public:
     void clearHistoryForFunction(IMetaDataContext* context) override;
     bool usingSyntheticShim() override { return useSyntheticShim; }
     const char16_t* getLastError() override { return lastError; }
+    void forgetModule(ModuleID module) override;
 
     // The stages, in pipeline order; each returns an HRESULT and reads what
     // the earlier ones stored.
@@ -114,14 +115,22 @@ private:
     HRESULT runStages(IMetaDataContext* context, unsigned int* counter);
     HRESULT runStage(unsigned int stage, IMetaDataContext* context);
     HRESULT writeBody(unsigned int* counter, HRESULT hr);
+    HRESULT verifyBody();
     HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                 unsigned int* sigToken, unsigned int* count);
     HRESULT insertAt(unsigned int* index, Opcode opcode, unsigned long operand = 0, unsigned int target = 0);
     HRESULT insertLabel(unsigned int* index, unsigned int label);
     HRESULT getClassToken(unsigned int* token);
+    HRESULT refuseUnwrappableCode();
+    HRESULT findBaseConstructorCall(unsigned int* index);
+    static unsigned int classOf(IMetaDataImport* import, unsigned int token);
     HRESULT insertParameters(unsigned int* index);
     HRESULT insertParameter(unsigned int* index, unsigned int argument, unsigned int first);
+    bool findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport>& otherScope, IMetaDataImport** scope,
+                        unsigned int* definition);
+    bool isByRefLikeType(unsigned int token);
     bool isStackOnlyType(unsigned int token);
+    bool mayBeByRefLike(unsigned char type, IMethodBlobInputStream* stream, unsigned int index);
     HRESULT insertResultBoxing(unsigned int* index);
 
     HRESULT getPrimativeToken(unsigned char elementType, unsigned int* token);
@@ -151,10 +160,15 @@ private:
     bool isDotnetCore = false;
     const char16_t* coreLibraryName = nullptr;
     const char16_t* lastError = nullptr;
+    static constexpr unsigned int kVerifierReasonSize = 160;
+    char16_t verifierReason[kVerifierReasonSize] = {};
     AutoPointer<IMethodBlobInputStream> signature;
     bool isValueType = false;
     bool hasThis = false;
     bool hasReturn = false;
+    // Whether the result can go to the agent as an object; otherwise it is
+    // reported as null.
+    bool resultReported = false;
     unsigned char returnType = 0;
     unsigned int returnToken = 0;
     unsigned int paramCount = 0;

@@ -13,6 +13,7 @@ namespace {
 
 const char16_t kNativeIntegerMessage[] = u"Native integer types are not supported.";
 const char16_t kByRefReturnMessage[] = u"ByRef and TypedReference return types are not supported.";
+const char16_t kByRefLikeThisMessage[] = u"Methods of byref-like types are not traced.";
 const char16_t kTracePathMessage[] = u"Code that the trace calls run through is not traced.";
 
 // A method that returns a managed pointer or a typed reference cannot park its
@@ -97,9 +98,12 @@ HRESULT Profiler::updateSignatures() {
     }
     if (SUCCEEDED(hr)) {
         stream->shiftToRetType();
+        while (SUCCEEDED(stream->readCustomMod(nullptr, nullptr))) {
+        }
         returnIndex = stream->getIndex();
         hr = stream->readRetType(&newReturnType, &newReturnToken);
     }
+    bool reported = true;
     if (SUCCEEDED(hr)) {
         switch (newReturnType) {
         case ELEMENT_TYPE_I:
@@ -109,13 +113,23 @@ HRESULT Profiler::updateSignatures() {
             break;
         case ELEMENT_TYPE_VAR:
             hr = getVarTypeToken(stream.get(), returnIndex, &newReturnToken);
+            reported = !mayBeByRefLike(newReturnType, stream.get(), returnIndex);
             break;
         case ELEMENT_TYPE_MVAR:
             hr = getMVarTypeToken(stream.get(), returnIndex, &newReturnToken);
+            reported = !mayBeByRefLike(newReturnType, stream.get(), returnIndex);
             break;
         case ELEMENT_TYPE_GENERICINST:
             hr = getGenInstToken(stream.get(), returnIndex, &newReturnToken);
             if (hr == S_FALSE) newReturnToken = 0;
+            reported = newReturnToken == 0 || !isByRefLikeType(newReturnToken);
+            break;
+        case ELEMENT_TYPE_VALUETYPE:
+            reported = !isByRefLikeType(newReturnToken);
+            break;
+        case ELEMENT_TYPE_PTR:
+        case ELEMENT_TYPE_FNPTR:
+            reported = false;
             break;
         default:
             break;
@@ -135,6 +149,11 @@ HRESULT Profiler::updateSignatures() {
         if (SUCCEEDED(context->getParentName(&parentAssembly, &parentClass)) &&
             (sameText(parentClass, u"System.ValueType") || sameText(parentClass, u"System.Enum"))) {
             newIsValueType = true;
+            if ((flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0 && isByRefLikeType(context->getTypeDef())) {
+                // Such a value lives on the stack only: it has no boxed copy for the agent.
+                lastError = kByRefLikeThisMessage;
+                hr = E_FAIL;
+            }
             if (controller != nullptr && controller->shouldLogUninstrumentedMethods() == 0 && log != nullptr) {
                 fprintf_8(log, "Parent Class is ValueType @ [%S]%S\n", parentAssembly, parentClass);
             }
@@ -153,6 +172,7 @@ HRESULT Profiler::updateSignatures() {
         returnToken = newReturnToken;
         paramCount = newParamCount;
         hasReturn = newHasReturn;
+        resultReported = reported;
         isValueType = newIsValueType;
         localSigToken = newLocalSigToken;
         localCount = count;

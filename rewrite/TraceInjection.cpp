@@ -3,6 +3,7 @@
 // handler that rethrows.
 #include <new>
 
+#include "rewrite/BodyVerifier.h"
 #include "rewrite/Profiler.h"
 #include "rewrite/TraceLabels.h"
 #include "runtime/Guids.h"
@@ -12,6 +13,8 @@ namespace {
 
 constexpr unsigned int kNameSize = 2048;
 const char16_t kNativeIntegerMessage[] = u"Native integer types are not supported.";
+const char16_t kTailCallMessage[] = u"Methods with tail calls are not traced.";
+const char16_t kJumpMessage[] = u"Methods with a jmp instruction are not traced.";
 constexpr unsigned int kStageCount = 9;
 
 unsigned int atLeast(unsigned int value, unsigned int floor) { return value < floor ? floor : value; }
@@ -104,10 +107,33 @@ HRESULT Profiler::writeBody(unsigned int* counter, HRESULT hr) {
         ++*counter;
         hr = builder->writeToBuffer(newBody);
     }
+    // A body the runtime would refuse is never installed: the method keeps its
+    // own, and the log says why.
+    if (SUCCEEDED(hr)) hr = verifyBody();
     if (SUCCEEDED(hr)) {
         ++*counter;
         hr = info->SetILFunctionBody(context->getModuleID(), context->getMethodDef(), newBody);
     }
+    return hr;
+}
+
+HRESULT Profiler::verifyBody() {
+    PCCOR_SIGNATURE locals = nullptr;
+    ULONG localsLength = 0;
+    HRESULT hr = context->getImport()->GetSigFromToken(localSigToken, &locals, &localsLength);
+    if (FAILED(hr)) return hr;
+    VerifiedMethod method{newBody,
+                          builder->getTotalSize(),
+                          paramCount + (hasThis ? 1u : 0u),
+                          localCount,
+                          hasReturn,
+                          signature->getBytes(),
+                          signature->getLength(),
+                          locals,
+                          localsLength,
+                          context->getImport()};
+    hr = BodyVerifier::verify(method, verifierReason, kVerifierReasonSize);
+    if (hr == E_FAIL) lastError = verifierReason;
     return hr;
 }
 
@@ -134,30 +160,11 @@ HRESULT Profiler::updateOriginalCode() {
     }
     if (SUCCEEDED(hr)) hr = builder->insertIL(0, Opcode::OPCODE_LABEL, LABEL_METHOD_BODY, 0);
 
+    if (SUCCEEDED(hr)) hr = refuseUnwrappableCode();
     if (SUCCEEDED(hr) && context->isInstanceTypeInitializer()) {
-        // The entry code goes behind the base or chained constructor call.
-        IMetaDataImport* import = context->getImport();
         unsigned int ctorBody = 1;
-        unsigned int count = builder->getILCount();
-        for (unsigned int i = 0; i + 1 < count; ++i) {
-            IILInstruction* instruction = builder->getIL(i);
-            if (instruction->opcode() != Opcode::call) continue;
-            unsigned int token = static_cast<unsigned int>(instruction->operand());
-            char16_t name[kNameSize] = {};
-            ULONG length = 0;
-            HRESULT nameResult = E_FAIL;
-            if (TypeFromToken(token) == mdtMethodDef) {
-                nameResult = import->GetMethodProps(token, nullptr, name, kNameSize, &length, nullptr, nullptr,
-                                                    nullptr, nullptr, nullptr);
-            } else if (TypeFromToken(token) == mdtMemberRef) {
-                nameResult = import->GetMemberRefProps(token, nullptr, name, kNameSize, &length, nullptr, nullptr);
-            }
-            if (SUCCEEDED(nameResult) && std::u16string_view(name) == u".ctor") {
-                ctorBody = i + 1;
-                break;
-            }
-        }
-        hr = builder->insertIL(ctorBody, Opcode::OPCODE_LABEL, LABEL_CTOR_BODY, 0);
+        if (!isValueType) hr = findBaseConstructorCall(&ctorBody);
+        if (SUCCEEDED(hr)) hr = builder->insertIL(ctorBody, Opcode::OPCODE_LABEL, LABEL_CTOR_BODY, 0);
     }
 
     if (SUCCEEDED(hr)) {
@@ -183,6 +190,65 @@ HRESULT Profiler::updateOriginalCode() {
     }
     if (SUCCEEDED(hr)) builder->getFatHeader()->LocalVarSigTok = localSigToken;
     return hr;
+}
+
+// A tail call leaves the frame before the exit code could run, and a jmp may
+// not leave a protected block: such bodies cannot be wrapped.
+HRESULT Profiler::refuseUnwrappableCode() {
+    for (unsigned int i = 0; i < builder->getILCount(); ++i) {
+        Opcode opcode = builder->getIL(i)->opcode();
+        if (opcode == Opcode::tail || opcode == Opcode::jmp) {
+            lastError = opcode == Opcode::tail ? kTailCallMessage : kJumpMessage;
+            return E_FAIL;
+        }
+    }
+    return S_OK;
+}
+
+// The entry code of a class's constructor goes behind the call of the base or
+// chained constructor: the first call of a constructor of this class or of
+// its base class (a struct's constructors on locals are other calls). Without
+// one, as in the root class, the entry code goes first.
+HRESULT Profiler::findBaseConstructorCall(unsigned int* index) {
+    IMetaDataImport* import = context->getImport();
+    mdToken extends = 0;
+    HRESULT hr = import->GetTypeDefProps(context->getTypeDef(), nullptr, 0, nullptr, nullptr, &extends);
+    if (FAILED(hr)) return hr;
+    unsigned int own = context->getTypeDef();
+    unsigned int base = classOf(import, extends);
+    unsigned int count = builder->getILCount();
+    for (unsigned int i = 0; i + 1 < count; ++i) {
+        IILInstruction* instruction = builder->getIL(i);
+        if (instruction->opcode() != Opcode::call) continue;
+        unsigned int token = static_cast<unsigned int>(instruction->operand());
+        char16_t name[kNameSize] = {};
+        ULONG length = 0;
+        mdToken parent = 0;
+        HRESULT nameResult = E_FAIL;
+        if (TypeFromToken(token) == mdtMethodDef) {
+            nameResult = import->GetMethodProps(token, &parent, name, kNameSize, &length, nullptr, nullptr, nullptr,
+                                                nullptr, nullptr);
+        } else if (TypeFromToken(token) == mdtMemberRef) {
+            nameResult = import->GetMemberRefProps(token, &parent, name, kNameSize, &length, nullptr, nullptr);
+        }
+        if (FAILED(nameResult) || std::u16string_view(name) != u".ctor") continue;
+        unsigned int target = classOf(import, parent);
+        if (target == own || (base != 0 && target == base)) {
+            *index = i + 1;
+            return S_OK;
+        }
+    }
+    return S_OK;
+}
+
+// The class token behind a TypeSpec of a generic instance; other tokens as
+// they are.
+unsigned int Profiler::classOf(IMetaDataImport* import, unsigned int token) {
+    unsigned int resolved = 0;
+    if (TypeFromToken(token) == mdtTypeSpec && SUCCEEDED(resolveTypeSpecClassToken(import, token, &resolved))) {
+        return resolved;
+    }
+    return token;
 }
 
 // Where the entry code goes: the start, or behind a constructor's base call.
@@ -271,87 +337,61 @@ HRESULT Profiler::insertParameters(unsigned int* index) {
     return hr;
 }
 
+// The value of one argument goes to the agent as an object: boxed, or as the
+// reference it is. What cannot be an object (addresses, typed references,
+// function and unmanaged pointers, byref-like values) is left out.
 HRESULT Profiler::insertParameter(unsigned int* index, unsigned int argument, unsigned int first) {
+    while (SUCCEEDED(signature->readCustomMod(nullptr, nullptr))) {
+    }
     unsigned int position = signature->getIndex();
     unsigned char type = 0;
     unsigned int typeToken = 0;
     HRESULT hr = signature->readParam(&type, &typeToken);
-    // ref, out and in parameters are not reported.
-    if (FAILED(hr) || type == ELEMENT_TYPE_BYREF) return hr;
+    if (FAILED(hr)) return hr;
 
-    unsigned int valueType = 0;
-    HRESULT genericResult = S_FALSE;
-    unsigned int genericToken = 0;
-    if (type == ELEMENT_TYPE_VALUETYPE) {
-        valueType = typeToken;
-    } else if (type == ELEMENT_TYPE_GENERICINST) {
-        genericResult = getGenInstToken(signature.get(), position, &genericToken);
-        if (FAILED(genericResult)) return genericResult;
-        if (genericResult == S_OK) valueType = genericToken;
-    }
-    if (valueType != 0 && isStackOnlyType(valueType)) return S_OK;
-
-    hr = insertAt(index, Opcode::ldc_i4, argument - first);
-    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::ldarg, argument);
     unsigned int boxToken = 0;
     bool box = false;
-    if (SUCCEEDED(hr)) {
-        switch (type) {
-        case ELEMENT_TYPE_VALUETYPE:
-            boxToken = typeToken;
-            box = true;
-            break;
-        case ELEMENT_TYPE_I:
-        case ELEMENT_TYPE_U:
-            lastError = kNativeIntegerMessage;
-            hr = E_NOTIMPL;
-            break;
-        case ELEMENT_TYPE_VAR:
-            hr = getVarTypeToken(signature.get(), position, &boxToken);
-            box = true;
-            break;
-        case ELEMENT_TYPE_MVAR:
-            hr = getMVarTypeToken(signature.get(), position, &boxToken);
-            box = true;
-            break;
-        case ELEMENT_TYPE_GENERICINST:
-            // Only a value-type instance is boxed; a class instance is a reference.
-            boxToken = genericToken;
-            box = genericResult == S_OK;
-            break;
-        default:
-            if (type >= ELEMENT_TYPE_BOOLEAN && type <= ELEMENT_TYPE_R8) {
-                hr = getPrimativeToken(type, &boxToken);
-                box = true;
-            }
-            break;
-        }
+    switch (type) {
+    case ELEMENT_TYPE_STRING:
+    case ELEMENT_TYPE_CLASS:
+    case ELEMENT_TYPE_OBJECT:
+    case ELEMENT_TYPE_SZARRAY:
+    case ELEMENT_TYPE_ARRAY:
+        break;
+    case ELEMENT_TYPE_VALUETYPE:
+        if (isStackOnlyType(typeToken)) return S_OK;
+        boxToken = typeToken;
+        box = true;
+        break;
+    case ELEMENT_TYPE_GENERICINST:
+        hr = getGenInstToken(signature.get(), position, &boxToken);
+        if (FAILED(hr)) return hr;
+        // Only a value-type instance is boxed; a class instance is a reference.
+        box = hr == S_OK;
+        if (box && isStackOnlyType(boxToken)) return S_OK;
+        break;
+    case ELEMENT_TYPE_VAR:
+    case ELEMENT_TYPE_MVAR:
+        if (mayBeByRefLike(type, signature.get(), position)) return S_OK;
+        hr = type == ELEMENT_TYPE_VAR ? getVarTypeToken(signature.get(), position, &boxToken)
+                                      : getMVarTypeToken(signature.get(), position, &boxToken);
+        box = true;
+        break;
+    case ELEMENT_TYPE_I:
+    case ELEMENT_TYPE_U:
+        lastError = kNativeIntegerMessage;
+        return E_NOTIMPL;
+    default:
+        if (type < ELEMENT_TYPE_BOOLEAN || type > ELEMENT_TYPE_R8) return S_OK;
+        hr = getPrimativeToken(type, &boxToken);
+        box = true;
+        break;
     }
+    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::ldc_i4, argument - first);
+    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::ldarg, argument);
     if (SUCCEEDED(hr) && box) hr = insertAt(index, Opcode::box, boxToken);
     if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::call, traceTokens[kPushToken]);
     return hr;
-}
-
-// Ref structs cannot be boxed, and read-only structs are left out with them.
-bool Profiler::isStackOnlyType(unsigned int token) {
-    IMetaDataImport* import = context->getImport();
-    AutoCOMPointer<IMetaDataImport> otherScope;
-    IMetaDataImport* scope = import;
-    if (TypeFromToken(token) == mdtTypeSpec) {
-        unsigned int resolved = 0;
-        if (SUCCEEDED(resolveTypeSpecClassToken(import, token, &resolved))) token = resolved;
-    }
-    if (TypeFromToken(token) == mdtTypeRef) {
-        mdTypeDef definition = 0;
-        if (SUCCEEDED(import->ResolveTypeRef(token, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&otherScope),
-                                             &definition))) {
-            token = definition;
-            scope = otherScope.get();
-        }
-    }
-    if (TypeFromToken(token) != mdtTypeDef) return false;
-    return typeHasAttribute(scope, token, u"System.Runtime.CompilerServices.IsByRefLikeAttribute") == S_OK ||
-           typeHasAttribute(scope, token, u"System.Runtime.CompilerServices.IsReadOnlyAttribute") == S_OK;
 }
 
 HRESULT Profiler::updateFinishTrace() {
@@ -371,8 +411,12 @@ HRESULT Profiler::updateFinishTrace() {
         if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kFinishValueTypeToken]);
     }
     if (SUCCEEDED(hr) && hasReturn) {
-        hr = insertAt(&index, Opcode::dup);
-        if (SUCCEEDED(hr)) hr = insertResultBoxing(&index);
+        if (resultReported) {
+            hr = insertAt(&index, Opcode::dup);
+            if (SUCCEEDED(hr)) hr = insertResultBoxing(&index);
+        } else {
+            hr = insertAt(&index, Opcode::ldnull);
+        }
     }
     if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kFinishToken]);
     if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_FINISH_TRACE_END);
@@ -383,17 +427,14 @@ HRESULT Profiler::updateFinishTrace() {
 
 // Values go out boxed, references as they are. A generic parameter, of the class
 // or of the method, is boxed through its TypeSpec: for a value-type instantiation
-// an unboxed value in the object argument would be an invalid program.
+// an unboxed value in the object argument would be an invalid program. A result
+// that cannot be an object is reported as null instead (see resultReported).
 HRESULT Profiler::insertResultBoxing(unsigned int* index) {
     switch (returnType) {
     case ELEMENT_TYPE_VALUETYPE:
     case ELEMENT_TYPE_VAR:
     case ELEMENT_TYPE_MVAR:
         return insertAt(index, Opcode::box, returnToken);
-    case ELEMENT_TYPE_I:
-    case ELEMENT_TYPE_U:
-        lastError = kNativeIntegerMessage;
-        return E_FAIL;
     case ELEMENT_TYPE_GENERICINST:
         return returnToken != 0 ? insertAt(index, Opcode::box, returnToken) : S_OK;
     default:

@@ -58,6 +58,13 @@ bool TracePath::contains(const char16_t* assembly, const char16_t* className, bo
     if (className == nullptr) return false;
     std::u16string_view name = outermost(className);
     if (startsWith(name, kAgentNamespace)) return true;
-    if (assembly != nullptr && startsWith(assembly, kAgentAssembly)) return true;
+    if (assembly != nullptr) {
+        // The agent and its own satellite assemblies ("tarn.Agent.*"), not any
+        // other name that happens to start alike.
+        std::u16string_view owner(assembly);
+        if (owner == kAgentAssembly || (startsWith(owner, kAgentAssembly) && owner[kAgentAssembly.size()] == u'.')) {
+            return true;
+        }
+    }
     return coreLibrary && isRuntimeHelper(name);
 }

@@ -3,7 +3,9 @@
 #include <string>
 
 #include "platform/AutoPointer.h"
+#include "rewrite/CorSig.h"
 #include "rewrite/ITypeSpecTokenGetter.h"
+#include "runtime/Guids.h"
 #include "rewrite/Profiler.h"
 
 namespace {
@@ -11,6 +13,9 @@ namespace {
 constexpr unsigned int kNameSize = 2048;
 constexpr ULONG kAttributeLimit = 64;
 constexpr HRESULT kBadTypeSpec = static_cast<HRESULT>(0x80131195);
+constexpr ULONG kGenericParamLimit = 64;
+// The generic parameter attribute of `allows ref struct`.
+constexpr DWORD kAllowByRefLike = 0x0020;
 
 }  // namespace
 
@@ -21,12 +26,53 @@ HRESULT Profiler::getPrimativeToken(unsigned char elementType, unsigned int* tok
     return typeGetters[kClasses[elementType - ELEMENT_TYPE_BOOLEAN]]->getToken(context->getModuleID(), token);
 }
 
-HRESULT Profiler::getParameterTypeToken(IVarTypeSpecTokenGetter* getter, IMethodBlobInputStream* stream,
-                                        unsigned int index, unsigned int* token) {
+// The number of the generic parameter (VAR or MVAR) that starts at index.
+static HRESULT genericNumber(IMethodBlobInputStream* stream, unsigned int index, unsigned int* number) {
     unsigned int length = 0;
     AutoArrayPointer<unsigned char> copy(stream->copyLastSignature(index, &length));
     if (copy.get() == nullptr || length < 2) return E_INVALIDARG;
-    return getter->getToken(context->getModuleID(), copy.get()[1], token);
+    ULONG value = 0;
+    if (CorSigUncompressData(copy.get() + 1, length - 1, &value) == 0) return E_INVALIDARG;
+    *number = value;
+    return S_OK;
+}
+
+HRESULT Profiler::getParameterTypeToken(IVarTypeSpecTokenGetter* getter, IMethodBlobInputStream* stream,
+                                        unsigned int index, unsigned int* token) {
+    unsigned int number = 0;
+    HRESULT hr = genericNumber(stream, index, &number);
+    if (SUCCEEDED(hr) && number > 0xFF) hr = E_FAIL;
+    if (SUCCEEDED(hr)) hr = getter->getToken(context->getModuleID(), static_cast<unsigned char>(number), token);
+    return hr;
+}
+
+// Whether the generic parameter at index may stand for a byref-like type (it
+// allows ref structs); in doubt it may.
+bool Profiler::mayBeByRefLike(unsigned char type, IMethodBlobInputStream* stream, unsigned int index) {
+    unsigned int number = 0;
+    if (FAILED(genericNumber(stream, index, &number))) return true;
+    AutoCOMPointer<IMetaDataImport2> import;
+    if (FAILED(context->getImport()->QueryInterface(IID_IMetaDataImport2, reinterpret_cast<void**>(&import)))) {
+        return true;
+    }
+    mdToken owner = type == ELEMENT_TYPE_VAR ? context->getTypeDef() : context->getMethodDef();
+    HCORENUM enumerator = nullptr;
+    mdGenericParam parameters[kGenericParamLimit];
+    ULONG count = 0;
+    bool allows = true;
+    if (SUCCEEDED(import->EnumGenericParams(&enumerator, owner, parameters, kGenericParamLimit, &count))) {
+        for (ULONG i = 0; i < count; ++i) {
+            ULONG sequence = 0;
+            DWORD flags = 0;
+            if (SUCCEEDED(import->GetGenericParamProps(parameters[i], &sequence, &flags, nullptr, nullptr, nullptr,
+                                                       0, nullptr)) &&
+                sequence == number) {
+                allows = (flags & kAllowByRefLike) != 0;
+            }
+        }
+    }
+    if (enumerator != nullptr) import->CloseEnum(enumerator);
+    return allows;
 }
 
 HRESULT Profiler::getVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token) {
@@ -108,4 +154,45 @@ HRESULT Profiler::typeHasAttribute(IMetaDataImport* import, unsigned int typeDef
     }
     if (enumerator != nullptr) import->CloseEnum(enumerator);
     return found ? S_OK : S_FALSE;
+}
+
+// The definition behind a TypeDef, TypeRef or TypeSpec token, in the scope that
+// defines it; false if it cannot be found.
+bool Profiler::findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport>& otherScope,
+                              IMetaDataImport** scope, unsigned int* definition) {
+    IMetaDataImport* import = context->getImport();
+    *scope = import;
+    if (TypeFromToken(token) == mdtTypeSpec) {
+        unsigned int resolved = 0;
+        if (SUCCEEDED(resolveTypeSpecClassToken(import, token, &resolved))) token = resolved;
+    }
+    if (TypeFromToken(token) == mdtTypeRef) {
+        mdTypeDef found = 0;
+        if (FAILED(import->ResolveTypeRef(token, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&otherScope),
+                                          &found))) {
+            return false;
+        }
+        token = found;
+        *scope = otherScope.get();
+    }
+    *definition = token;
+    return TypeFromToken(token) == mdtTypeDef;
+}
+
+bool Profiler::isByRefLikeType(unsigned int token) {
+    AutoCOMPointer<IMetaDataImport> otherScope;
+    IMetaDataImport* scope = nullptr;
+    unsigned int definition = 0;
+    return findDefinition(token, otherScope, &scope, &definition) &&
+           typeHasAttribute(scope, definition, u"System.Runtime.CompilerServices.IsByRefLikeAttribute") == S_OK;
+}
+
+// Ref structs cannot be boxed, and read-only structs are left out with them.
+bool Profiler::isStackOnlyType(unsigned int token) {
+    AutoCOMPointer<IMetaDataImport> otherScope;
+    IMetaDataImport* scope = nullptr;
+    unsigned int definition = 0;
+    if (!findDefinition(token, otherScope, &scope, &definition)) return false;
+    return typeHasAttribute(scope, definition, u"System.Runtime.CompilerServices.IsByRefLikeAttribute") == S_OK ||
+           typeHasAttribute(scope, definition, u"System.Runtime.CompilerServices.IsReadOnlyAttribute") == S_OK;
 }

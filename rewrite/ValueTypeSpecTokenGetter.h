@@ -13,6 +13,7 @@ public:
     explicit ValueTypeSpecTokenGetter(ICorProfilerInfo* info) : info(info) {}
 
     HRESULT getToken(unsigned long moduleID, unsigned int typeDef, unsigned int* token) override;
+    void forgetModule(unsigned long moduleID) override { modules.erase(moduleID); }
 
 private:
     HRESULT getTokenImpl(unsigned long moduleID, unsigned int typeDef, unsigned int* token);

@@ -66,11 +66,14 @@ StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::str
     return setup;
 }
 
-// The line of an instrumentation outcome, as the compile path writes it.
-std::string outcomeLine(const char* word, const std::string& method, const char* code, FunctionID id) {
+// The line of an instrumentation outcome, as the compile path writes it; a
+// failure ends in its reason.
+std::string outcomeLine(const char* word, const std::string& method, const char* code, FunctionID id,
+                        const char* reason = nullptr) {
     char text[64];
     snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(id));
-    return std::string(word) + " " + method + " - " + code + " - [functionID = " + text + "]\n";
+    std::string why = reason != nullptr ? std::string(" (") + reason + ")" : "";
+    return std::string(word) + " " + method + " - " + code + " - [functionID = " + text + "]" + why + "\n";
 }
 
 bool logHas(const StartupOutcome& outcome, const std::string& text) {
@@ -153,7 +156,8 @@ TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
     EXPECT_EQ(outcome.notes, std::string("0000\n") + kPlaceName + ";" + kPostName + ";");
     // The failure line carries the result and the stage; the method is not
     // reported as processed, and the runtime compiles its own body.
-    EXPECT_TRUE(logHas(outcome, outcomeLine("Failed to instrument", kPlaceName, "0x80004005(07)", kPlace) +
+    EXPECT_TRUE(logHas(outcome, outcomeLine("Failed to instrument", kPlaceName, "0x80004005(07)", kPlace,
+                                                "Cannot resolve the trace functions") +
                                     outcomeLine("Instrumented", kPostName, "0x0(12)", kPost) + "Processed " +
                                     kPostName + " \nProcessed " + kDisposeName + " \n"))
         << outcome.log;
@@ -182,7 +186,7 @@ TEST(CompilePath, MethodListingFollowsAStagedSuccessOnly) {
     EXPECT_TRUE(logHas(outcome, outcomeLine("Instrumented", kPlaceName, "0x0(12)", kPlace) + "listing from 28\n" +
                                     outcomeLine("Instrumented", kPostName, "0x0(00)", kPost) +
                                     outcomeLine("Failed to instrument", "[PolicyShapes]Billing.Internal.Ledger::Close",
-                                                "0x8000FFFF(09)", kClose)))
+                                                "0x8000FFFF(09)", kClose, "Unknown error.")))
         << outcome.log;
 }
 

@@ -139,6 +139,7 @@ public:
         return instrumentResult;
     }
     void clearHistoryForFunction(IMetaDataContext*) override { calls.push_back("clearHistoryForFunction"); }
+    void forgetModule(ModuleID) override { calls.push_back("forgetModule"); }
     bool usingSyntheticShim() override {
         calls.push_back("usingSyntheticShim");
         return false;

@@ -80,7 +80,7 @@ TEST(BlobStreams, TokensUseTheTypeDefOrRefOrSpecEncoding) {
 }
 
 TEST(BlobStreams, ParamsAndReturnTypesFollowTheirOwnReadingRules) {
-    // int32 (void*, int32): the VOID of void* is the next element.
+    // int32 (void*, int32): the VOID belongs to the pointer, the int32 follows.
     Bytes signature = {0x00, 0x02, 0x08, 0x0F, 0x01, 0x08};
     auto in = input(signature);
     in->stream->setIndex(3);
@@ -90,8 +90,8 @@ TEST(BlobStreams, ParamsAndReturnTypesFollowTheirOwnReadingRules) {
     EXPECT_EQ(type, ELEMENT_TYPE_PTR);
     EXPECT_EQ(token, 0u);
     ASSERT_EQ(in->stream->readParam(&type, nullptr), S_OK);
-    EXPECT_EQ(type, ELEMENT_TYPE_VOID);
-    EXPECT_EQ(in->stream->getIndex(), 5u);  // the int32 remains unread
+    EXPECT_EQ(type, ELEMENT_TYPE_I4);
+    EXPECT_EQ(in->stream->getIndex(), 6u);
 
     // ref int: BYREF as a parameter, the type behind it as a return type.
     auto byref = input({0x10, 0x08});
@@ -132,12 +132,13 @@ TEST(BlobStreams, TypesCoverGenericsArraysAndFunctionPointers) {
     EXPECT_EQ(type, ELEMENT_TYPE_GENERICINST);
     EXPECT_EQ(token, 0x01000012u);
     EXPECT_EQ(generic->stream->getIndex(), 6u);
-    // int32[,] with sizes and lower bounds: the element is read as a token.
+    // int32[,] with sizes and lower bounds, and !0[] of rank 1: the element is a type.
     auto array = input({0x14, 0x08, 0x02, 0x01, 0x03, 0x02, 0x00, 0x00, 0x2A});
     ASSERT_EQ(array->stream->readType(&type, nullptr), S_OK);
     EXPECT_EQ(array->stream->getIndex(), 8u);
-    // an element type whose low two bits are 3 cannot pass as a token
-    EXPECT_EQ(input({0x14, 0x13, 0x00, 0x01, 0x00, 0x00})->stream->readType(nullptr, nullptr), E_FAIL);
+    auto ofVar = input({0x14, 0x13, 0x00, 0x01, 0x00, 0x00, 0x2A});
+    ASSERT_EQ(ofVar->stream->readType(nullptr, nullptr), S_OK);
+    EXPECT_EQ(ofVar->stream->getIndex(), 6u);
     // method *(int32, string) returning void
     auto pointer = input({0x1B, 0x00, 0x02, 0x01, 0x08, 0x0E, 0x2A});
     ASSERT_EQ(pointer->stream->readType(&type, nullptr), S_OK);
@@ -232,12 +233,19 @@ TEST(BlobStreams, CopiesMirrorTheReadingRules) {
     EXPECT_EQ(outputOf(*output), method);
     EXPECT_EQ(in->stream->getIndex(), method.size());
 
-    // The VOID behind a pointer is written and stays unread in the input.
+    // The VOID behind a pointer is copied with it; a general array of a
+    // generic parameter (!!0[,]) keeps its element type whole.
     output->reset();
     auto pointer = input({0x0F, 0x01, 0x08});
     ASSERT_EQ(output->writeParam(pointer->get()), S_OK);
     EXPECT_EQ(outputOf(*output), (Bytes{0x0F, 0x01}));
-    EXPECT_EQ(pointer->stream->getIndex(), 1u);
+    EXPECT_EQ(pointer->stream->getIndex(), 2u);
+    output->reset();
+    Bytes array = {0x14, 0x1E, 0x00, 0x02, 0x00, 0x00, 0x08};
+    auto general = input(array);
+    ASSERT_EQ(output->writeParam(general->get()), S_OK);
+    EXPECT_EQ(outputOf(*output), Bytes(array.begin(), array.end() - 1));
+    EXPECT_EQ(general->stream->getIndex(), array.size() - 1);
 
     // Non-canonical numbers come out canonical; a copied byte stays as it is.
     output->reset();

@@ -262,10 +262,11 @@ TEST_F(TraceInjection, ParametersArePushedByPositionAndSkippedWhenTheyCannotBeBo
     // Ref structs and read-only structs are left out, the int beside them is not.
     EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"StackOnly")), 1u);
     EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"ReadOnlyParam")), 1u);
-    // Every primitive, typedref, pointers and mixed references.
+    // Every primitive and mixed references; a typed reference and a pointer
+    // are no objects and are left out.
     EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"AllPrimitives")), 12u);
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"TypedRef")), 1u);
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"Pointer")), 1u);
+    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"TypedRef")), 0u);
+    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"Pointer")), 0u);
     EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"Mixed")), 7u);
     // Generic parameters: !0 and !!0 are boxed through TypeSpecs.
     EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Generic`1", u"Echo")), 1u);
@@ -349,7 +350,9 @@ TEST_P(FrameworkRewrite, EveryBodyVerifiesOrIsRefusedForNativeIntegers) {
         bool nativeResult = outcome.hr == E_FAIL && outcome.step == 2 && hasNativeInteger(import, token);
         bool nativeParameter = outcome.hr == E_NOTIMPL && outcome.step == 7 && hasNativeInteger(import, token);
         bool byRefResult = outcome.hr == E_FAIL && outcome.step == 2 && returnsByRef(import, token);
-        ASSERT_TRUE(nativeResult || nativeParameter || byRefResult)
+        bool byRefLikeThis = outcome.hr == E_FAIL && outcome.step == 2 && profiler->getLastError() != nullptr &&
+                             std::u16string_view(profiler->getLastError()) == u"Methods of byref-like types are not traced.";
+        ASSERT_TRUE(nativeResult || nativeParameter || byRefResult || byRefLikeThis)
             << info->bodiesOf(module).methodName(body.methodRow) << " 0x" << std::hex << outcome.hr << " stage "
             << std::dec << outcome.step;
     }

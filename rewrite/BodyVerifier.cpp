@@ -1,0 +1,638 @@
+#include "rewrite/BodyVerifier.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <new>
+#include <vector>
+
+#include "platform/AutoPointer.h"
+#include "rewrite/BlobInputStream.h"
+#include "rewrite/Opcode.h"
+#include "runtime/CorILMethod.h"
+#include "runtime/CorMetadataEnums.h"
+#include "runtime/Guids.h"
+
+namespace {
+
+constexpr unsigned int kFatHeaderSize = 12;
+constexpr unsigned int kTinyMaxStack = 8;
+constexpr unsigned char kPinned = 0x45;
+constexpr unsigned char kSentinel = 0x41;
+// Calls with more arguments than this are checked for depth only.
+constexpr unsigned int kCheckedArguments = 64;
+
+// What the verifier knows of a stack slot: a reference, surely no reference
+// (a number, a value type, an address), or either.
+enum Kind : unsigned char { kUnknown, kObject, kValue };
+
+enum class Flow { Next, Branch, Conditional, Stop, Leave, Return, Call };
+
+struct Effect {
+    int pop;
+    int push;
+    Flow flow;
+};
+
+// How each opcode moves the stack and control, by its encoded value.
+Effect effectOf(unsigned int value) {
+    if ((value & 0xFF) == 0xFE) {
+        switch (value >> 8) {
+        case 0x00: case 0x06: case 0x09: case 0x0A: case 0x0C: case 0x0D: case 0x1C: return {0, 1, Flow::Next};
+        case 0x01: case 0x02: case 0x03: case 0x04: case 0x05: return {2, 1, Flow::Next};
+        case 0x07: case 0x0F: case 0x1D: return {1, 1, Flow::Next};
+        case 0x0B: case 0x0E: case 0x15: return {1, 0, Flow::Next};
+        case 0x11: return {1, 0, Flow::Stop};
+        case 0x17: case 0x18: return {3, 0, Flow::Next};
+        case 0x1A: return {0, 0, Flow::Stop};
+        default: return {0, 0, Flow::Next};  // the prefixes
+        }
+    }
+    switch (value) {
+    case 0x25: return {1, 2, Flow::Next};
+    case 0x26: case 0x10: case 0x13: case 0x80: return {1, 0, Flow::Next};
+    case 0x27: return {0, 0, Flow::Stop};
+    case 0x28: case 0x29: case 0x6F: case 0x73: return {0, 0, Flow::Call};
+    case 0x2A: return {0, 0, Flow::Return};
+    case 0x2B: case 0x38: return {0, 0, Flow::Branch};
+    case 0x2C: case 0x2D: case 0x39: case 0x3A: case 0x45: return {1, 0, Flow::Conditional};
+    case 0x70: case 0x7D: case 0x81: case 0xDF: return {2, 0, Flow::Next};
+    case 0x7A: return {1, 0, Flow::Stop};
+    case 0xDC: return {0, 0, Flow::Stop};
+    case 0xDD: case 0xDE: return {0, 0, Flow::Leave};
+    case 0x8F: case 0xA3: return {2, 1, Flow::Next};
+    case 0xA4: return {3, 0, Flow::Next};
+    default: break;
+    }
+    if (value <= 0x01) return {0, 0, Flow::Next};
+    if (value <= 0x09 || (value >= 0x0E && value <= 0x24 && value != 0x10 && value != 0x13)) return {0, 1, Flow::Next};
+    if (value <= 0x0D) return {1, 0, Flow::Next};
+    if (value >= 0x2E && value <= 0x37) return {2, 0, Flow::Conditional};
+    if (value >= 0x3B && value <= 0x44) return {2, 0, Flow::Conditional};
+    if (value >= 0x51 && value <= 0x57) return {2, 0, Flow::Next};
+    if ((value >= 0x58 && value <= 0x64) || (value >= 0x90 && value <= 0x9A) || (value >= 0xD6 && value <= 0xDB)) {
+        return {2, 1, Flow::Next};
+    }
+    if (value >= 0x9B && value <= 0xA2) return {3, 0, Flow::Next};
+    if (value == 0x72 || value == 0x7E || value == 0x7F || value == 0xD0) return {0, 1, Flow::Next};
+    // The rest take one value and leave one: loads through addresses, unary
+    // operators, conversions, object and field access.
+    return {1, 1, Flow::Next};
+}
+
+// The kind an opcode leaves on the stack when the kind does not depend on its
+// operand; kUnknown otherwise.
+Kind producedKind(unsigned int value) {
+    if (value == 0x14 || value == 0x72 || value == 0x8C || value == 0x8D) return kObject;  // ldnull ldstr box newarr
+    if ((value >= 0x15 && value <= 0x23) || (value >= 0x46 && value <= 0x4F) || (value >= 0x58 && value <= 0x6E) ||
+        value == 0x76 || value == 0x79 || (value >= 0x82 && value <= 0x8B) || value == 0x8E || value == 0x8F ||
+        (value >= 0x90 && value <= 0x99) || (value >= 0xB3 && value <= 0xBA) || value == 0xC2 || value == 0xC3 ||
+        value == 0xC6 || value == 0xD0 || (value >= 0xD1 && value <= 0xDB) || value == 0xE0 || value == 0x0F ||
+        value == 0x12 || value == 0x7C || value == 0x7F) {
+        return kValue;
+    }
+    switch (value >> 8) {
+    case 0x00: case 0x01: case 0x02: case 0x03: case 0x04: case 0x05: case 0x06: case 0x07: case 0x0A: case 0x0D:
+    case 0x0F: case 0x1C: case 0x1D:
+        return (value & 0xFF) == 0xFE ? kValue : kUnknown;
+    default:
+        return kUnknown;
+    }
+}
+
+// The kind of the type at the stream's place, which it reads past.
+HRESULT readKind(BlobInputStream& stream, Kind* kind) {
+    unsigned char next = 0;
+    while (SUCCEEDED(stream.peekByte(&next))) {
+        if (next == ELEMENT_TYPE_CMOD_REQD || next == ELEMENT_TYPE_CMOD_OPT) {
+            if (FAILED(stream.readCustomMod(nullptr, nullptr))) return E_FAIL;
+        } else if (next == kPinned || next == kSentinel) {
+            stream.readByte(nullptr);
+        } else {
+            break;
+        }
+    }
+    unsigned int start = stream.getIndex();
+    unsigned char type = 0;
+    HRESULT hr = stream.readParam(&type, nullptr);
+    if (FAILED(hr)) return hr;
+    switch (type) {
+    case ELEMENT_TYPE_STRING:
+    case ELEMENT_TYPE_CLASS:
+    case ELEMENT_TYPE_OBJECT:
+    case ELEMENT_TYPE_SZARRAY:
+    case ELEMENT_TYPE_ARRAY:
+        *kind = kObject;
+        break;
+    case ELEMENT_TYPE_GENERICINST:
+        *kind = start + 1 < stream.getLength() && stream.getBytes()[start + 1] == ELEMENT_TYPE_CLASS ? kObject : kValue;
+        break;
+    case ELEMENT_TYPE_VAR:
+    case ELEMENT_TYPE_MVAR:
+        *kind = kUnknown;
+        break;
+    default:
+        *kind = kValue;
+        break;
+    }
+    return S_OK;
+}
+
+// A callee as its signature describes it.
+struct Callee {
+    unsigned int parameters = 0;
+    bool hasThis = false;
+    bool explicitThis = false;
+    bool returns = false;
+    Kind result = kUnknown;
+    Kind kinds[kCheckedArguments] = {};
+};
+
+HRESULT readCallee(const unsigned char* bytes, unsigned int length, Callee* callee) {
+    BlobInputStream stream(bytes, length);
+    unsigned char convention = 0;
+    HRESULT hr = stream.readByte(&convention);
+    if (SUCCEEDED(hr) && (convention & IMAGE_CEE_CS_CALLCONV_GENERIC) != 0) hr = stream.readNumber(nullptr);
+    if (SUCCEEDED(hr)) hr = stream.readNumber(&callee->parameters);
+    if (FAILED(hr)) return hr;
+    callee->hasThis = (convention & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0;
+    callee->explicitThis = (convention & IMAGE_CEE_CS_CALLCONV_EXPLICITTHIS) != 0;
+    while (SUCCEEDED(stream.readCustomMod(nullptr, nullptr))) {
+    }
+    unsigned char returnType = 0;
+    hr = stream.peekByte(&returnType);
+    if (FAILED(hr)) return hr;
+    callee->returns = returnType != ELEMENT_TYPE_VOID;
+    if (callee->returns) {
+        hr = readKind(stream, &callee->result);
+    } else {
+        stream.readByte(nullptr);
+    }
+    for (unsigned int i = 0; i < callee->parameters && i < kCheckedArguments && SUCCEEDED(hr); ++i) {
+        hr = readKind(stream, &callee->kinds[i]);
+    }
+    return hr;
+}
+
+HRESULT calleeOf(IMetaDataImport* import, unsigned int token, Callee* callee) {
+    PCCOR_SIGNATURE bytes = nullptr;
+    ULONG length = 0;
+    HRESULT hr = E_FAIL;
+    switch (TypeFromToken(token)) {
+    case mdtMethodDef:
+        hr = import->GetMethodProps(token, nullptr, nullptr, 0, nullptr, nullptr, &bytes, &length, nullptr, nullptr);
+        break;
+    case mdtMemberRef:
+        hr = import->GetMemberRefProps(token, nullptr, nullptr, 0, nullptr, &bytes, &length);
+        break;
+    case mdtSignature:
+        hr = import->GetSigFromToken(token, &bytes, &length);
+        break;
+    case mdtMethodSpec: {
+        AutoCOMPointer<IMetaDataImport2> import2;
+        mdToken generic = 0;
+        hr = import->QueryInterface(IID_IMetaDataImport2, reinterpret_cast<void**>(&import2));
+        if (SUCCEEDED(hr)) hr = import2->GetMethodSpecProps(token, &generic, nullptr, nullptr);
+        return SUCCEEDED(hr) && TypeFromToken(generic) != mdtMethodSpec ? calleeOf(import, generic, callee) : E_FAIL;
+    }
+    default:
+        return E_FAIL;
+    }
+    return SUCCEEDED(hr) ? readCallee(bytes, length, callee) : hr;
+}
+
+unsigned int read32(const unsigned char* p) {
+    return p[0] | p[1] << 8 | p[2] << 16 | static_cast<unsigned int>(p[3]) << 24;
+}
+
+struct Decoded {
+    unsigned int offset;
+    unsigned int value;  // one byte, or 0xFE | second byte << 8
+    unsigned int operand;
+    unsigned int next;  // offset of the following instruction
+    unsigned int firstTarget;
+    unsigned int targetCount;
+};
+
+struct Region {
+    unsigned int begin;
+    unsigned int end;
+    bool isTry;
+    bool contains(unsigned int offset) const { return begin <= offset && offset < end; }
+};
+
+class Check {
+public:
+    Check(const VerifiedMethod& method, char16_t* reason, unsigned int reasonSize)
+        : method(method), reason(reason), reasonSize(reasonSize) {}
+
+    HRESULT run() {
+        if (!readHeader() || !decode() || !readClauses() || !checkPlaces() || !checkRegions() ||
+            !checkInstructions() || !readSlotKinds()) {
+            return E_FAIL;
+        }
+        return simulate() ? S_OK : E_FAIL;
+    }
+
+private:
+    bool fail(const char* format, ...) __attribute__((format(printf, 2, 3))) {
+        char text[256];
+        va_list arguments;
+        va_start(arguments, format);
+        vsnprintf(text, sizeof(text), format, arguments);
+        va_end(arguments);
+        unsigned int i = 0;
+        for (; reasonSize != 0 && i + 1 < reasonSize && text[i] != 0; ++i) reason[i] = static_cast<char16_t>(text[i]);
+        if (reasonSize != 0) reason[i] = 0;
+        return false;
+    }
+
+    bool readHeader() {
+        const unsigned char* body = method.body;
+        if (method.size == 0) return fail("Empty body.");
+        if ((body[0] & 3) == CorILMethod_TinyFormat) {
+            codeSize = body[0] >> 2;
+            maxStack = kTinyMaxStack;
+            code = body + 1;
+            if (1 + codeSize > method.size) return fail("Code runs past the body.");
+            return true;
+        }
+        if ((body[0] & 3) != CorILMethod_FatFormat || method.size < kFatHeaderSize) return fail("Bad header.");
+        flags = static_cast<unsigned int>(body[0] | (body[1] & 0x0F) << 8);
+        if ((body[1] >> 4) != 3) return fail("Bad header size.");
+        maxStack = static_cast<unsigned int>(body[2] | body[3] << 8);
+        codeSize = read32(body + 4);
+        code = body + kFatHeaderSize;
+        if (codeSize == 0 || codeSize > method.size - kFatHeaderSize) return fail("Code runs past the body.");
+        return true;
+    }
+
+    bool decode() {
+        indexAt.assign(codeSize, -1);
+        unsigned int offset = 0;
+        while (offset < codeSize) {
+            unsigned int value = code[offset];
+            unsigned int length = 1;
+            if (value == 0xFE) {
+                if (offset + 1 >= codeSize) return fail("Opcode cut at 0x%X.", offset);
+                value = 0xFE | static_cast<unsigned int>(code[offset + 1]) << 8;
+                length = 2;
+            }
+            const OpcodeInfo* info = findOpcode(static_cast<Opcode>(value));
+            unsigned int operandSize = 0;
+            switch (info == nullptr ? OperandForm::Unsupported : info->form) {
+            case OperandForm::None: break;
+            case OperandForm::Byte: case OperandForm::ShortBranch: operandSize = 1; break;
+            case OperandForm::Variable: operandSize = 2; break;
+            case OperandForm::Word: case OperandForm::LongBranch: operandSize = 4; break;
+            case OperandForm::DoubleWord: operandSize = 8; break;
+            default: return fail("No opcode 0x%X at 0x%X.", value, offset);
+            }
+            unsigned int start = offset + length;
+            if (operandSize > codeSize - start) return fail("Operand cut at 0x%X.", offset);
+            Decoded instruction{offset, value, 0, start + operandSize, static_cast<unsigned int>(targets.size()), 0};
+            const unsigned char* operand = code + start;
+            if (operandSize == 1) instruction.operand = operand[0];
+            if (operandSize == 2) instruction.operand = static_cast<unsigned int>(operand[0] | operand[1] << 8);
+            if (operandSize >= 4) instruction.operand = read32(operand);
+            if (info->form == OperandForm::ShortBranch) {
+                targets.push_back(instruction.next + static_cast<unsigned int>(static_cast<signed char>(operand[0])));
+            } else if (info->form == OperandForm::LongBranch) {
+                targets.push_back(instruction.next + instruction.operand);
+            } else if (value == 0x45) {
+                unsigned int count = instruction.operand;
+                if (count > (codeSize - instruction.next) / 4) return fail("Switch cut at 0x%X.", offset);
+                unsigned int end = instruction.next + 4 * count;
+                for (unsigned int i = 0; i < count; ++i) targets.push_back(end + read32(code + instruction.next + 4 * i));
+                instruction.next = end;
+            }
+            instruction.targetCount = static_cast<unsigned int>(targets.size()) - instruction.firstTarget;
+            indexAt[offset] = static_cast<int>(instructions.size());
+            instructions.push_back(instruction);
+            offset = instruction.next;
+        }
+        return true;
+    }
+
+    bool isStart(unsigned int offset) const { return offset < codeSize && indexAt[offset] >= 0; }
+    bool isBoundary(unsigned int offset) const { return offset == codeSize || isStart(offset); }
+
+    bool readClauses() {
+        if ((flags & CorILMethod_MoreSects) == 0) return true;
+        unsigned int position = (kFatHeaderSize + codeSize + 3) & ~3u;
+        if (position + 4 > method.size) return fail("Clauses run past the body.");
+        const unsigned char* section = method.body + position;
+        if ((section[0] & CorILMethod_Sect_KindMask) != CorILMethod_Sect_EHTable) return fail("No clause table.");
+        bool fat = (section[0] & CorILMethod_Sect_FatFormat) != 0;
+        unsigned int size = fat ? static_cast<unsigned int>(section[1] | section[2] << 8 | section[3] << 16) : section[1];
+        unsigned int clauseSize = fat ? 24 : 12;
+        if (size < 4 || (size - 4) % clauseSize != 0 || size > method.size - position) {
+            return fail("Bad clause table size %u.", size);
+        }
+        for (unsigned int i = 0; i < (size - 4) / clauseSize; ++i) {
+            const unsigned char* c = section + 4 + i * clauseSize;
+            IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT clause{};
+            if (fat) {
+                clause.Flags = static_cast<CorExceptionFlag>(read32(c));
+                clause.TryOffset = read32(c + 4);
+                clause.TryLength = read32(c + 8);
+                clause.HandlerOffset = read32(c + 12);
+                clause.HandlerLength = read32(c + 16);
+                clause.ClassToken = read32(c + 20);
+            } else {
+                clause.Flags = static_cast<CorExceptionFlag>(c[0] | c[1] << 8);
+                clause.TryOffset = static_cast<unsigned int>(c[2] | c[3] << 8);
+                clause.TryLength = c[4];
+                clause.HandlerOffset = static_cast<unsigned int>(c[5] | c[6] << 8);
+                clause.HandlerLength = c[7];
+                clause.ClassToken = read32(c + 8);
+            }
+            clauses.push_back(clause);
+        }
+        return true;
+    }
+
+    static bool isFilter(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& clause) {
+        return (clause.Flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0;
+    }
+
+    bool checkPlaces() {
+        for (const Decoded& instruction : instructions) {
+            for (unsigned int t = 0; t < instruction.targetCount; ++t) {
+                if (!isStart(targets[instruction.firstTarget + t])) {
+                    return fail("Branch at 0x%X aims inside an instruction.", instruction.offset);
+                }
+            }
+        }
+        for (unsigned int i = 0; i < clauses.size(); ++i) {
+            const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& clause = clauses[i];
+            unsigned long tryEnd = static_cast<unsigned long>(clause.TryOffset) + clause.TryLength;
+            unsigned long handlerEnd = static_cast<unsigned long>(clause.HandlerOffset) + clause.HandlerLength;
+            if (clause.TryLength == 0 || clause.HandlerLength == 0 || tryEnd > codeSize || handlerEnd > codeSize ||
+                !isStart(clause.TryOffset) || !isBoundary(static_cast<unsigned int>(tryEnd)) ||
+                !isStart(clause.HandlerOffset) || !isBoundary(static_cast<unsigned int>(handlerEnd)) ||
+                (isFilter(clause) && (!isStart(clause.FilterOffset) || clause.FilterOffset >= clause.HandlerOffset))) {
+                return fail("Clause %u is not on instruction boundaries.", i);
+            }
+            regions.push_back({clause.TryOffset, static_cast<unsigned int>(tryEnd), true});
+            unsigned int handlerBegin = isFilter(clause) ? clause.FilterOffset : clause.HandlerOffset;
+            regions.push_back({handlerBegin, static_cast<unsigned int>(handlerEnd), false});
+        }
+        return true;
+    }
+
+    // Blocks are disjoint or nested, a clause comes before any clause whose
+    // blocks hold it, and control crosses block edges only where it may.
+    bool checkRegions() {
+        for (unsigned int i = 0; i < regions.size(); ++i) {
+            const Region& a = regions[i];
+            if (i % 2 == 0 && a.end > regions[i + 1].begin && regions[i + 1].end > a.begin) {
+                return fail("Clause %u overlaps its own handler.", i / 2);
+            }
+            for (unsigned int j = i + 1; j < regions.size(); ++j) {
+                const Region& b = regions[j];
+                bool disjoint = a.end <= b.begin || b.end <= a.begin;
+                bool aInB = b.begin <= a.begin && a.end <= b.end;
+                bool bInA = a.begin <= b.begin && b.end <= a.end;
+                if (!disjoint && !aInB && !bInA) return fail("Clauses %u and %u overlap.", i / 2, j / 2);
+                if (j / 2 != i / 2 && bInA && !aInB) return fail("Clause %u holds clause %u that comes after it.", i / 2, j / 2);
+            }
+        }
+        for (const Decoded& instruction : instructions) {
+            Effect effect = effectOf(instruction.value);
+            for (unsigned int t = 0; t < instruction.targetCount; ++t) {
+                unsigned int target = targets[instruction.firstTarget + t];
+                for (const Region& region : regions) {
+                    bool from = region.contains(instruction.offset);
+                    bool to = region.contains(target);
+                    if (!from && to && !(region.isTry && target == region.begin)) {
+                        return fail("Branch at 0x%X enters a block at 0x%X.", instruction.offset, target);
+                    }
+                    if (from && !to && effect.flow != Flow::Leave) {
+                        return fail("Branch at 0x%X leaves a block without leave.", instruction.offset);
+                    }
+                }
+            }
+            bool fallsThrough = effect.flow == Flow::Next || effect.flow == Flow::Conditional || effect.flow == Flow::Call;
+            if (!fallsThrough) continue;
+            if (instruction.next >= codeSize) return fail("Code falls off its end at 0x%X.", instruction.offset);
+            for (const Region& region : regions) {
+                if (region.contains(instruction.offset) && instruction.next == region.end) {
+                    return fail("Code falls out of a block at 0x%X.", instruction.offset);
+                }
+                if (!region.isTry && instruction.next == region.begin) {
+                    return fail("Code falls into a handler at 0x%X.", instruction.next);
+                }
+            }
+        }
+        return true;
+    }
+
+    bool checkInstructions() {
+        for (unsigned int i = 0; i < instructions.size(); ++i) {
+            const Decoded& instruction = instructions[i];
+            unsigned int value = instruction.value;
+            unsigned int argument = kNone;
+            unsigned int local = kNone;
+            if (value >= 0x02 && value <= 0x05) argument = value - 0x02;
+            if (value >= 0x06 && value <= 0x09) local = value - 0x06;
+            if (value >= 0x0A && value <= 0x0D) local = value - 0x0A;
+            if (value >= 0x0E && value <= 0x10) argument = instruction.operand;
+            if (value >= 0x11 && value <= 0x13) local = instruction.operand;
+            if (value == 0x09FE || value == 0x0AFE || value == 0x0BFE) argument = instruction.operand;
+            if (value == 0x0CFE || value == 0x0DFE || value == 0x0EFE) local = instruction.operand;
+            if (argument != kNone && argument >= method.argumentCount) {
+                return fail("Argument %u at 0x%X is out of range.", argument, instruction.offset);
+            }
+            if (local != kNone && local >= method.localCount) {
+                return fail("Local %u at 0x%X is out of range.", local, instruction.offset);
+            }
+            if (value == 0x14FE) {
+                bool call = i + 1 < instructions.size() && (instructions[i + 1].value == 0x28 ||
+                                                            instructions[i + 1].value == 0x29 ||
+                                                            instructions[i + 1].value == 0x6F);
+                if (!call || i + 2 >= instructions.size() || instructions[i + 2].value != 0x2A) {
+                    return fail("tail. at 0x%X is not followed by a call and ret.", instruction.offset);
+                }
+            }
+            if (effectOf(value).flow == Flow::Return) {
+                for (const Region& region : regions) {
+                    if (region.contains(instruction.offset)) return fail("ret at 0x%X inside a block.", instruction.offset);
+                }
+            }
+        }
+        return true;
+    }
+
+    bool readSlotKinds() {
+        Callee own;
+        if (FAILED(readCallee(method.signature, method.signatureLength, &own))) return fail("Unreadable signature.");
+        unsigned int first = own.hasThis ? 1 : 0;
+        argumentKinds.assign(method.argumentCount, kUnknown);
+        for (unsigned int i = first; i < method.argumentCount && i - first < kCheckedArguments; ++i) {
+            argumentKinds[i] = own.kinds[i - first];
+        }
+        localKinds.assign(method.localCount, kUnknown);
+        if (method.localSignature == nullptr) return true;
+        BlobInputStream locals(method.localSignature, method.localSignatureLength);
+        unsigned int count = 0;
+        HRESULT hr = locals.readByte(nullptr);
+        if (SUCCEEDED(hr)) hr = locals.readNumber(&count);
+        for (unsigned int i = 0; i < count && i < method.localCount && SUCCEEDED(hr); ++i) {
+            Kind kind = kUnknown;
+            hr = readKind(locals, &kind);
+            localKinds[i] = kind;
+        }
+        return SUCCEEDED(hr) ? true : fail("Unreadable local signature.");
+    }
+
+    // Merges a path's stack into what is known at an instruction; a change
+    // sends the instruction back to the work list.
+    bool reach(unsigned int offset, const std::vector<unsigned char>& stack, const char* how) {
+        int index = indexAt[offset];
+        unsigned int depth = static_cast<unsigned int>(stack.size());
+        for (const Region& region : regions) {
+            if (region.isTry && region.begin == offset && depth != 0) {
+                return fail("Stack not empty (%u) at the try at 0x%X.", depth, offset);
+            }
+        }
+        if (depthAt[index] < 0) {
+            depthAt[index] = static_cast<int>(depth);
+            kindsAt[index] = static_cast<unsigned int>(pool.size());
+            pool.insert(pool.end(), stack.begin(), stack.end());
+            work.push_back(static_cast<unsigned int>(index));
+            return true;
+        }
+        if (static_cast<unsigned int>(depthAt[index]) != depth) {
+            return fail("Stack depth %u meets depth %d at 0x%X (%s).", depth, depthAt[index], offset, how);
+        }
+        bool changed = false;
+        for (unsigned int i = 0; i < depth; ++i) {
+            unsigned char& known = pool[kindsAt[index] + i];
+            if (known != stack[i] && known != kUnknown) {
+                known = kUnknown;
+                changed = true;
+            }
+        }
+        if (changed) work.push_back(static_cast<unsigned int>(index));
+        return true;
+    }
+
+    bool simulate() {
+        depthAt.assign(instructions.size(), -1);
+        kindsAt.assign(instructions.size(), 0);
+        std::vector<unsigned char> stack;
+        if (!reach(0, stack, "entry")) return false;
+        for (const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& clause : clauses) {
+            bool exception = (clause.Flags & (COR_ILEXCEPTION_CLAUSE_FINALLY | COR_ILEXCEPTION_CLAUSE_FAULT)) == 0;
+            std::vector<unsigned char> entry(exception ? 1 : 0, kObject);
+            if (!reach(clause.HandlerOffset, entry, "handler")) return false;
+            if (isFilter(clause) && !reach(clause.FilterOffset, entry, "filter")) return false;
+        }
+        while (!work.empty()) {
+            unsigned int index = work.back();
+            work.pop_back();
+            const Decoded& instruction = instructions[index];
+            stack.assign(pool.begin() + kindsAt[index], pool.begin() + kindsAt[index] + depthAt[index]);
+            if (!step(instruction, stack)) return false;
+        }
+        return true;
+    }
+
+    bool step(const Decoded& instruction, std::vector<unsigned char>& stack) {
+        Effect effect = effectOf(instruction.value);
+        unsigned int depth = static_cast<unsigned int>(stack.size());
+        Kind pushed = producedKind(instruction.value);
+        if (effect.flow == Flow::Call) {
+            if (!applyCall(instruction, stack)) return false;
+        } else if (effect.flow == Flow::Return) {
+            unsigned int expected = method.returnsValue ? 1 : 0;
+            if (depth != expected) return fail("ret at 0x%X with %u values on the stack.", instruction.offset, depth);
+            return true;
+        } else {
+            if (depth < static_cast<unsigned int>(effect.pop)) return fail("Stack underflow at 0x%X.", instruction.offset);
+            unsigned char top = depth != 0 ? stack.back() : static_cast<unsigned char>(kUnknown);
+            stack.resize(depth - effect.pop);
+            if (instruction.value == 0x25) {
+                stack.push_back(top);
+                stack.push_back(top);
+            } else if (effect.push != 0) {
+                stack.push_back(slotKind(instruction, pushed));
+            }
+        }
+        if (stack.size() > maxStack) return fail("Stack depth %zu above MaxStack %u at 0x%X.", stack.size(), maxStack, instruction.offset);
+        if (effect.flow == Flow::Leave) stack.clear();
+        for (unsigned int t = 0; t < instruction.targetCount; ++t) {
+            if (!reach(targets[instruction.firstTarget + t], stack, "branch")) return false;
+        }
+        bool fallsThrough = effect.flow == Flow::Next || effect.flow == Flow::Conditional || effect.flow == Flow::Call;
+        return !fallsThrough || reach(instruction.next, stack, "next");
+    }
+
+    unsigned char slotKind(const Decoded& instruction, Kind pushed) const {
+        unsigned int value = instruction.value;
+        if (value >= 0x02 && value <= 0x05) return argumentKinds[value - 0x02];
+        if (value == 0x0E || value == 0x09FE) return argumentKinds[instruction.operand];
+        if (value >= 0x06 && value <= 0x09) return localKinds[value - 0x06];
+        if (value == 0x11 || value == 0x0CFE) return localKinds[instruction.operand];
+        return pushed;
+    }
+
+    bool applyCall(const Decoded& instruction, std::vector<unsigned char>& stack) {
+        Callee callee;
+        if (FAILED(calleeOf(method.import, instruction.operand, &callee))) {
+            return fail("No signature for the call at 0x%X.", instruction.offset);
+        }
+        bool construct = instruction.value == 0x73;
+        unsigned int receiver = callee.hasThis && !callee.explicitThis && !construct ? 1 : 0;
+        unsigned int pointer = instruction.value == 0x29 ? 1 : 0;
+        unsigned int pop = callee.parameters + receiver + pointer;
+        unsigned int depth = static_cast<unsigned int>(stack.size());
+        if (depth < pop) return fail("Stack underflow at the call at 0x%X.", instruction.offset);
+        unsigned int firstArgument = depth - pop + receiver;
+        for (unsigned int i = 0; i < callee.parameters && i < kCheckedArguments; ++i) {
+            if (callee.kinds[i] == kObject && stack[firstArgument + i] == kValue) {
+                return fail("A value where an object is expected: argument %u of the call at 0x%X.", i,
+                            instruction.offset);
+            }
+        }
+        stack.resize(depth - pop);
+        if (construct) {
+            stack.push_back(kUnknown);
+        } else if (callee.returns) {
+            stack.push_back(callee.result);
+        }
+        return true;
+    }
+
+    static constexpr unsigned int kNone = ~0u;
+
+    const VerifiedMethod& method;
+    char16_t* reason;
+    unsigned int reasonSize;
+    const unsigned char* code = nullptr;
+    unsigned int codeSize = 0;
+    unsigned int maxStack = 0;
+    unsigned int flags = 0;
+    std::vector<Decoded> instructions;
+    std::vector<unsigned int> targets;
+    std::vector<int> indexAt;
+    std::vector<IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT> clauses;
+    std::vector<Region> regions;  // per clause: its try block, then its handler (with its filter)
+    std::vector<unsigned char> argumentKinds;
+    std::vector<unsigned char> localKinds;
+    std::vector<int> depthAt;
+    std::vector<unsigned int> kindsAt;
+    std::vector<unsigned char> pool;
+    std::vector<unsigned int> work;
+};
+
+}  // namespace
+
+HRESULT BodyVerifier::verify(const VerifiedMethod& method, char16_t* reason, unsigned int reasonSize) {
+    if (reasonSize != 0) reason[0] = 0;
+    try {
+        return Check(method, reason, reasonSize).run();
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+}
