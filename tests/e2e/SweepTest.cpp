@@ -1,0 +1,79 @@
+// The sweep: a real web service, serving requests to itself over loopback, run
+// with every method of every assembly selected, the core library and the web
+// framework included. The service must answer as it does without the profiler,
+// and every method the rewriting refused keeps its own body with a reason.
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <map>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "AgentInstall.h"
+#include "ProgramRun.h"
+
+namespace {
+
+using e2e::AgentInstall;
+using e2e::joinLines;
+using e2e::linesStartingWith;
+
+// "Failed to instrument [A]C::M - 0x80004005(02) - [functionID = ...] (reason)":
+// the result, the stage and the reason, where the line gives one.
+std::string refusalKind(const std::string& line) {
+    static const std::regex shape(R"( - (0x[0-9A-F]+\(\d\d\))(?: - \[functionID = 0x[0-9a-f]+\])?(?: \((.*)\))?$)");
+    std::smatch match;
+    if (!std::regex_search(line, match, shape)) return line;
+    return match[1].str() + (match[2].matched ? " " + match[2].str() : "");
+}
+
+TEST(Sweep, EveryMethodOfAWebServiceAndTheFrameworkBelowIt) {
+    AgentInstall install;
+    install.directives("IdentifyAllClassesAs: Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n");
+    e2e::RunOptions options = install.options();
+    // Every call reaches the agent; a record of millions of lines would only
+    // slow the run down.
+    options.env["TARN_AGENT_RECORD"] = "";
+    options.timeoutSeconds = 600;
+    e2e::RunOptions plain;
+    plain.profiled = false;
+    auto reference = e2e::runProgram("Service", plain);
+    auto run = install.run("Service", options);
+    auto log = install.log();
+
+    // A method compiled again (another instantiation) is logged again with
+    // stage 0: each is counted once, by the outcome of its first attempt.
+    std::set<std::string> seen;
+    unsigned int instrumented = 0;
+    std::map<std::string, unsigned int> refusals;
+    for (const std::string& line : log) {
+        const bool failed = line.rfind("Failed to instrument [", 0) == 0;
+        if (!failed && line.rfind("Instrumented [", 0) != 0) continue;
+        if (!seen.insert(line.substr(0, line.find(" - 0x"))).second) continue;
+        if (failed) {
+            ++refusals[refusalKind(line)];
+        } else {
+            ++instrumented;
+        }
+    }
+    std::cout << "methods instrumented: " << instrumented << "\n";
+    for (const auto& [kind, count] : refusals) std::cout << "refused " << count << ": " << kind << "\n";
+    const std::string why = run.describe() + "--- native log (failures) ---\n" +
+                            joinLines(linesStartingWith(log, "Failed"));
+
+    ASSERT_EQ(reference.exitCode, 0) << reference.describe();
+    ASSERT_NE(reference.out.find("total: 200 {\"count\":3,\"sum\":7.50}\n"), std::string::npos) << reference.describe();
+    EXPECT_EQ(run.exitCode, reference.exitCode) << why;
+    EXPECT_EQ(run.out, reference.out) << why;
+    EXPECT_EQ(run.err, reference.err) << why;
+    // The rewriting reached every layer: the core library, the web framework,
+    // both serialisers and the service itself.
+    for (const std::string assembly : {"System.Private.CoreLib", "Microsoft.AspNetCore.Server.Kestrel.Core",
+                                       "System.Text.Json", "Newtonsoft.Json", "Service"}) {
+        EXPECT_FALSE(linesStartingWith(log, "Instrumented [" + assembly + "]").empty()) << assembly << "\n" << why;
+    }
+}
+
+}  // namespace
