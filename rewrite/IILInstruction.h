@@ -15,6 +15,10 @@ public:
     virtual unsigned int size() const = 0;
     // The encoding: size() bytes, or null when size() is 0.
     virtual const unsigned char* data() const = 0;
+    // The byte offset in the code it was decoded from, kept through changes of
+    // form; kNoOrigin for code added by the rewrite.
+    static constexpr unsigned int kNoOrigin = 0xFFFFFFFF;
+    virtual unsigned int origin() const = 0;
 
 protected:
     ~IILInstruction() = default;

@@ -15,6 +15,8 @@ public:
     // Byte offset in the method's code as of the builder's last layout.
     unsigned int offset() const { return byteOffset; }
     void setOffset(unsigned int value) { byteOffset = value; }
+    unsigned int origin() const override { return originOffset; }
+    void setOrigin(unsigned int value) { originOffset = value; }
 
     static void destroy(Instruction* instruction);
 
@@ -24,6 +26,7 @@ protected:
 
 private:
     unsigned int byteOffset = 0;
+    unsigned int originOffset = kNoOrigin;
 };
 
 struct InstructionDeleter {

@@ -126,6 +126,7 @@ HRESULT MethodBuilder::replaceIL(unsigned int index, Opcode opcode, unsigned lon
     InstructionPtr instruction(newInstruction(opcode, operand, target));
     if (!instruction) return E_OUTOFMEMORY;
     if (offsetsValid) instruction->setOffset(instructions[index]->offset());
+    instruction->setOrigin(instructions[index]->origin());
     if (instruction->size() != instructions[index]->size()) {
         offsetsValid = false;
         targetsValid = false;
@@ -141,6 +142,12 @@ HRESULT MethodBuilder::insertIL(unsigned int index, const unsigned char* code, u
     std::vector<InstructionPtr> decoded;
     HRESULT hr = ILDecoder::decode(code, length, decoded);
     if (FAILED(hr)) return hr;
+    unsigned int origin = 0;
+    for (InstructionPtr& instruction : decoded) {
+        // Switch entries belong to their switch.
+        if (instruction->opcode() != Opcode::OPCODE_CASE) instruction->setOrigin(origin);
+        origin += instruction->size();
+    }
 
     // A label behind the code marks its end and gives branches to the first
     // byte behind it a place to land.

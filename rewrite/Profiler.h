@@ -116,6 +116,7 @@ private:
     HRESULT runStage(unsigned int stage, IMetaDataContext* context);
     HRESULT writeBody(unsigned int* counter, HRESULT hr);
     HRESULT verifyBody();
+    void mapOriginalOffsets();
     HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                 unsigned int* sigToken, unsigned int* count);
     HRESULT insertAt(unsigned int* index, Opcode opcode, unsigned long operand = 0, unsigned int target = 0);

@@ -2,6 +2,7 @@
 // functions on entry, on the shared normal exit and in an added catch-all
 // handler that rethrows.
 #include <new>
+#include <vector>
 
 #include "rewrite/BodyVerifier.h"
 #include "rewrite/Profiler.h"
@@ -114,7 +115,25 @@ HRESULT Profiler::writeBody(unsigned int* counter, HRESULT hr) {
         ++*counter;
         hr = info->SetILFunctionBody(context->getModuleID(), context->getMethodDef(), newBody);
     }
+    if (SUCCEEDED(hr)) mapOriginalOffsets();
     return hr;
+}
+
+// Stack traces and debuggers see the offsets of the method's own code. The
+// body stands without the map, so a failure here is no failure of the rewrite.
+void Profiler::mapOriginalOffsets() {
+    FunctionID function = context->getFunctionID();
+    if (function == 0) return;  // rewritten on module load, before it has one
+    try {
+        std::vector<COR_IL_MAP> map;
+        for (unsigned int i = 0; i < builder->getILCount(); ++i) {
+            unsigned int origin = builder->getIL(i)->origin();
+            if (origin != IILInstruction::kNoOrigin) map.push_back({origin, builder->getILByteIndex(i), TRUE});
+        }
+        if (!map.empty()) info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
+    } catch (const std::bad_alloc&) {
+        // Stack traces then show offsets of the new body.
+    }
 }
 
 HRESULT Profiler::verifyBody() {

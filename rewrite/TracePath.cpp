@@ -7,27 +7,24 @@ namespace {
 // The shim's class and the agent's classes share this namespace.
 constexpr std::u16string_view kAgentNamespace = u"com.tarn.harrowlite.fieldmark.dotnet.";
 constexpr std::u16string_view kAgentAssembly = u"tarn.Agent";
-// Classes of the core library in these namespaces that end in "Helpers" are
-// the runtime's own helpers, reached from generated code rather than called.
-constexpr std::u16string_view kHelperNamespaces[] = {
-    u"System.Runtime.CompilerServices.",
-};
-constexpr std::u16string_view kHelperSuffix = u"Helpers";
-// Exception dispatch and the stubs of calls into native code. The runtime's own
-// classes stand directly in System.Runtime; the public ones in its
-// subnamespaces.
+// The core library's namespace of the runtime's own helpers (casting, boxing,
+// statics, method tables), reached from generated code rather than called:
+// the injected code itself boxes and reads statics through them.
+constexpr std::u16string_view kHelperNamespace = u"System.Runtime.CompilerServices.";
+// Exception dispatch, the stubs of calls into native code, and the thread,
+// whose statics base every thread-static read of the shim and the agent goes
+// through. The runtime's own classes stand directly in System.Runtime; the
+// public ones in its subnamespaces.
 constexpr std::u16string_view kCoreClasses[] = {
     u"System.Runtime.ExceptionServices.InternalCalls",
     u"System.StubHelpers.",
+    u"System.Threading.Thread",
+    u"System.RuntimeTypeHandle",
 };
 constexpr std::u16string_view kRuntimeNamespace = u"System.Runtime.";
 
 bool startsWith(std::u16string_view text, std::u16string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
-}
-
-bool endsWith(std::u16string_view text, std::u16string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
 }
 
 // The outermost class of a nested name "Outer+Inner" or "Outer/Inner".
@@ -40,11 +37,8 @@ bool isRuntimeHelper(std::u16string_view name) {
     if (startsWith(name, kRuntimeNamespace) && name.find(u'.', kRuntimeNamespace.size()) == std::u16string_view::npos) {
         return true;
     }
-    for (std::u16string_view prefix : kHelperNamespaces) {
-        if (startsWith(name, prefix) && name.find(u'.', prefix.size()) == std::u16string_view::npos &&
-            endsWith(name, kHelperSuffix)) {
-            return true;
-        }
+    if (startsWith(name, kHelperNamespace) && name.find(u'.', kHelperNamespace.size()) == std::u16string_view::npos) {
+        return true;
     }
     for (std::u16string_view core : kCoreClasses) {
         if (core.back() == u'.' ? startsWith(name, core) : name == core) return true;

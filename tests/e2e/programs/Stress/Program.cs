@@ -229,6 +229,9 @@ namespace Stress
             Run("recursion", () => Shapes.Factorial(15) + " " + Shapes.Ackermann(2, 3));
             Run("inlined", () => Shapes.Inlined(41).ToString());
             Run("pointers", () => Shapes.Pointers(37).ToString());
+            Run("hostile", Hostile.Run);
+            Run("lines", Hostile.Lines);
+            Run("tail-calls", Hostile.TailCalls);
             // The count read back includes what a rewriter added: only its size is printed.
             Run("wide", () => Wide.Many(3) + " more than 255 locals: " +
                               (typeof(Wide).GetMethod("Many").GetMethodBody().LocalVariables.Count > 255));
