@@ -1,6 +1,8 @@
 // The verifier that stands between a rewritten body and the runtime: it must
 // pass every body the framework ships, and name each fault the runtime would
 // refuse in a body made to break one rule.
+#include <filesystem>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -96,13 +98,26 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
     EXPECT_EQ(verify(call), "ok");
 }
 
-// No false alarm: every body of the framework assemblies, as shipped, passes.
+// No false alarm: every body of every assembly of the base and web frameworks,
+// as shipped, passes.
 TEST_F(BodyVerifierTest, EveryFrameworkBodyPasses) {
-    for (const std::string& path : AssemblyBodies::frameworkAssemblies()) {
+    unsigned int assemblies = 0;
+    unsigned int checked = 0;
+    std::string base = AssemblyBodies::frameworkDir();
+    std::string web = base;
+    web.replace(web.find("Microsoft.NETCore.App"), 21, "Microsoft.AspNetCore.App");
+    std::vector<std::filesystem::directory_entry> entries;
+    for (const std::string& folder : {base, web}) {
+        if (!std::filesystem::is_directory(folder)) continue;
+        for (const auto& entry : std::filesystem::directory_iterator(folder)) entries.push_back(entry);
+    }
+    for (const auto& entry : entries) {
+        std::string path = entry.path().string();
+        if (entry.path().extension() != ".dll") continue;
         ModuleID module = info->addModule(path);
-        ASSERT_NE(module, 0u) << path;
+        if (module == 0) continue;  // a native library
+        ++assemblies;
         IMetaDataImport* import = info->importOf(module);
-        unsigned int checked = 0;
         for (const AssemblyBodies::Body& body : info->bodiesOf(module).bodies()) {
             mdMethodDef token = TokenFromRid(body.methodRow, mdtMethodDef);
             PCCOR_SIGNATURE signature = nullptr;
@@ -135,8 +150,10 @@ TEST_F(BodyVerifierTest, EveryFrameworkBodyPasses) {
                 << path << " " << info->bodiesOf(module).methodName(body.methodRow) << ": " << narrow(reason);
             ++checked;
         }
-        EXPECT_GT(checked, 100u) << path;
     }
+    std::cout << assemblies << " assemblies, " << checked << " bodies\n";
+    EXPECT_GT(assemblies, 100u);
+    EXPECT_GT(checked, 100000u);
 }
 
 }  // namespace
