@@ -305,6 +305,11 @@ TEST_F(TraceInjection, SecondCallReturnsTheStoredResultUntilTheHistoryIsCleared)
     EXPECT_EQ(step, 12u);
     EXPECT_EQ(info->calls("SetILFunctionBody"), installs + 1);
     EXPECT_EQ(profiler->getTraceToken(Profiler::kInitToken), init);
+
+    // An unloaded module is forgotten whole: its identifier may come again.
+    profiler->forgetModule(shapes);
+    EXPECT_EQ(profiler->instrumentMethod(context.get(), &step), S_OK);
+    EXPECT_EQ(step, 12u);
 }
 
 TEST_F(TraceInjection, AllocatorFailureStopsAtStageTen) {
