@@ -177,10 +177,6 @@ HRESULT ProfilerCallback::ProfilerAttachComplete() {
     return S_OK;
 }
 
-HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID rejitId, BOOL fIsSafeToBlock) {
-    return S_OK;
-}
-
 // Slots that ignore their arguments.
 HRESULT ProfilerCallback::AppDomainCreationStarted(AppDomainID appDomainId) {
     return S_OK;

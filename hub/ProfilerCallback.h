@@ -159,6 +159,21 @@ public:
     // Queues one method for the service thread; a revert brings back its own
     // body. The identifier of the batch it went into. Takes profilerLock.
     int RequestReJIT(ModuleID module, mdMethodDef method, bool revert);
+    // The same for a module known by path or assembly name; -1, and a log
+    // line, for a module that is not loaded.
+    int RequestReJIT(const char16_t* moduleName, const char16_t* assemblyName, int method);
+    // The runtime's answer for a batch passed to it, or -1.
+    int GetReJITStatus(int identifier);
+    // Asks the service thread for a hot reload; with wait, returns once done.
+    void ReloadDirectives(bool wait);
+    // Queue one method found by name and signature, or every overload of a
+    // name (15 at most). False if the type or method is not found.
+    bool GetClassMethodAndRejit(ModuleID module, const char16_t* className, const char16_t* methodName,
+                                PCCOR_SIGNATURE signature, ULONG signatureLength);
+    bool EnumClassMethodAndRejit(ModuleID module, const char16_t* className, const char16_t* methodName);
+    // One round of the service thread.
+    void ServiceReJITRequests();
+    IProfilerController* getController() const { return controller.get(); }
 
     // False without ICorProfilerInfo4, else "harrowlite.agent.rejit.enabled"
     // (default true); the properties are read anew at each call.
@@ -185,6 +200,10 @@ private:
     void instrumentModule(ModuleID moduleId, const char16_t* assemblyName, HRESULT result);
     // Signals the service thread until it has left; then its handle is closed.
     void stopServiceThread();
+    void putReJITStatus(int identifier, HRESULT result);
+    void hotReload();
+    bool findTypeInModule(ModuleID module, const char16_t* className, AutoCOMPointer<IMetaDataImport>& import,
+                          mdTypeDef* type);
 
     AutoCOMPointer<ICorProfilerInfo> profilerInfo;
     AutoPointer<IProfilerController> controller;

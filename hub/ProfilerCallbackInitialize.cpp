@@ -226,6 +226,10 @@ HRESULT ProfilerCallback::Initialize(IUnknown* pICorProfilerInfoUnk) {
                 hr = E_OUTOFMEMORY;
             }
         }
+        if (SUCCEEDED(hr) && IsReJITEnabled()) {
+            // A method whose instrumentation is reverted gets its own body back.
+            profiler->keepOriginalBodies();
+        }
         if (SUCCEEDED(hr) && IsReJITEnabled() && !attached) {
             hooksEnabled = false;
             serviceThread = CreateThread(nullptr, 0, ServiceReJITThreadFunction, this, 0, nullptr);

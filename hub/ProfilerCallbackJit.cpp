@@ -1,5 +1,5 @@
 // The compile path: the runtime's compile, precompiled-code and inlining
-// events, and the queue of methods for the service thread.
+// events.
 #include <new>
 
 #include "hub/HeldLock.h"
@@ -10,9 +10,7 @@ namespace {
 
 // The label at the first instruction of a method's own body in the builder.
 constexpr unsigned int kMethodBodyLabel = 0x80000008;
-constexpr size_t kBatchSize = 128;
 
-int nextRequestId(int last) { return (last + 1) % 0x7FFFFFFF; }
 
 } // namespace
 
@@ -145,24 +143,3 @@ HRESULT ProfilerCallback::JITInlining(FunctionID callerId, FunctionID calleeId, 
     return S_OK;
 }
 
-int ProfilerCallback::RequestReJIT(ModuleID module, mdMethodDef method, bool revert) {
-    HeldLock held(&profilerLock);
-    std::vector<rejit_requests>& list = revert ? revertRequests : rejitRequests;
-    // A revert batch that step 5 left full gets a successor too, so that no
-    // entry is ever written past 128.
-    if (list.empty() || list.back().count == kBatchSize) {
-        lastReJITRequestId = nextRequestId(lastReJITRequestId);
-        list.push_back(rejit_requests {lastReJITRequestId, {}, {}, 0});
-    }
-    rejit_requests& batch = list.back();
-    batch.modules[batch.count] = module;
-    batch.methods[batch.count] = method;
-    ++batch.count;
-    const int identifier = batch.identifier;
-    // A full batch opens a new one, on the ReJIT list whichever list was full.
-    if (batch.count == kBatchSize) {
-        lastReJITRequestId = nextRequestId(lastReJITRequestId);
-        rejitRequests.push_back(rejit_requests {lastReJITRequestId, {}, {}, 0});
-    }
-    return identifier;
-}

@@ -15,6 +15,11 @@ DWORD ProfilerCallback::ServiceReJITThreadFunction(LPVOID parameter) {
         if (fpc == nullptr && callback->nativeLog != nullptr) {
             fprintf_8(callback->nativeLog, "*** fpc is NULL\n");
         }
+        try {
+            callback->ServiceReJITRequests();
+        } catch (...) {
+            // The round is lost; the next one comes a second later.
+        }
     } while (WaitForSingleObject(callback->serviceStopEvent, kServiceIntervalMs) == WAIT_TIMEOUT);
     // From here on the object may be gone: nothing of it is touched again.
     callback->serviceThreadDone = true;

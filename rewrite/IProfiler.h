@@ -28,6 +28,12 @@ public:
     // Drops what is known of an unloaded module's methods and tokens: the
     // runtime may hand its identifier to another module.
     virtual void forgetModule(ModuleID module) = 0;
+    // From now on the engine keeps a copy of each body as it was before its
+    // first rewrite, so that restoreOriginalBody can hand it back.
+    virtual void keepOriginalBodies() = 0;
+    // Installs the kept body of the method in hand again. E_FAIL if none was
+    // kept.
+    virtual HRESULT restoreOriginalBody(IMetaDataContext* context) = 0;
     virtual bool usingSyntheticShim() = 0;
     // The message of the last failure, or null. Owned by the engine.
     virtual const char16_t* getLastError() = 0;

@@ -5,6 +5,7 @@
 
 #include "metadata/CLRUtils.h"
 #include "platform/CoreCLRPAL.h"
+#include "runtime/MethodMalloc.h"
 
 namespace {
 
@@ -161,5 +162,34 @@ void Profiler::clearHistoryForFunction(IMetaDataContext* context) {
 void Profiler::forgetModule(ModuleID module) {
     methodHistory.erase(methodHistory.lower_bound(MethodKey(module, 0)),
                         methodHistory.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
+    originalBodies.erase(originalBodies.lower_bound(MethodKey(module, 0)),
+                         originalBodies.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
     valueTypeGetter->forgetModule(module);
+}
+
+// Memory for a body from the runtime's allocator of the module; the runtime
+// keeps the block.
+HRESULT Profiler::allocateBody(ModuleID module, unsigned int size, unsigned char** body) {
+    AutoCOMPointer<IMethodMalloc> allocator;
+    HRESULT hr = info->GetILFunctionBodyAllocator(module, &allocator);
+    if (FAILED(hr)) return hr;
+    *body = static_cast<unsigned char*>(allocator->Alloc(size));
+    // An allocator may report failure through the address itself.
+    if (*body == nullptr || static_cast<HRESULT>(reinterpret_cast<uintptr_t>(*body)) == E_OUTOFMEMORY) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+HRESULT Profiler::restoreOriginalBody(IMetaDataContext* method) {
+    auto found = originalBodies.find(MethodKey(method->getModuleID(), method->getMethodDef()));
+    if (found == originalBodies.end()) return E_FAIL;
+    const std::vector<unsigned char>& original = found->second;
+    unsigned char* copy = nullptr;
+    HRESULT hr = allocateBody(method->getModuleID(), static_cast<unsigned int>(original.size()), &copy);
+    if (SUCCEEDED(hr)) {
+        std::copy(original.begin(), original.end(), copy);
+        hr = info->SetILFunctionBody(method->getModuleID(), method->getMethodDef(), copy);
+    }
+    return hr;
 }

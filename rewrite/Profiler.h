@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <map>
 #include <utility>
+#include <vector>
 
 #include "metadata/IMetaDataContext.h"
 #include "platform/AutoPointer.h"
@@ -84,6 +85,8 @@ public:
     bool usingSyntheticShim() override { return useSyntheticShim; }
     const char16_t* getLastError() override { return lastError; }
     void forgetModule(ModuleID module) override;
+    void keepOriginalBodies() override { keepingOriginals = true; }
+    HRESULT restoreOriginalBody(IMetaDataContext* context) override;
 
     // The stages, in pipeline order; each returns an HRESULT and reads what
     // the earlier ones stored.
@@ -116,6 +119,7 @@ private:
     HRESULT runStage(unsigned int stage, IMetaDataContext* context);
     HRESULT writeBody(unsigned int* counter, HRESULT hr);
     HRESULT verifyBody();
+    HRESULT allocateBody(ModuleID module, unsigned int size, unsigned char** body);
     void mapOriginalOffsets();
     HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                 unsigned int* sigToken, unsigned int* count);
@@ -146,6 +150,10 @@ private:
     ICorProfilerInfo* info;
     unsigned int clrVersion;
     std::map<MethodKey, HRESULT> methodHistory;
+    // The bodies as the runtime first handed them, when asked to keep them: the
+    // runtime may later hand back the rewritten one.
+    bool keepingOriginals = false;
+    std::map<MethodKey, std::vector<unsigned char>> originalBodies;
     AutoPointer<IMemberTokenGetter> memberGetters[kTraceMemberCount];
     unsigned int hijackTokens[kHijackTokenCount] = {};
     AutoPointer<ITypeTokenGetter> typeGetters[kTraceTypeCount];

@@ -56,6 +56,11 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     LPCBYTE body = nullptr;
     ULONG bodySize = 0;
     if (SUCCEEDED(hr)) hr = info->GetILFunctionBody(newContext->getModuleID(), newContext->getMethodDef(), &body, &bodySize);
+    if (SUCCEEDED(hr) && keepingOriginals) {
+        // Only the first sight is the method's own body.
+        originalBodies.try_emplace(MethodKey(newContext->getModuleID(), newContext->getMethodDef()), body,
+                                   body + bodySize);
+    }
     AutoPointer<IMethodBuffer> newBuffer;
     if (SUCCEEDED(hr)) {
         newBuffer = IMethodBuffer::newInstance(body);

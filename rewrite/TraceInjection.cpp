@@ -8,7 +8,6 @@
 #include "rewrite/Profiler.h"
 #include "rewrite/TraceLabels.h"
 #include "runtime/Guids.h"
-#include "runtime/MethodMalloc.h"
 
 namespace {
 
@@ -94,16 +93,7 @@ HRESULT Profiler::runStages(IMetaDataContext* newContext, unsigned int* counter)
 HRESULT Profiler::writeBody(unsigned int* counter, HRESULT hr) {
     if (FAILED(hr)) return hr;
     ++*counter;
-    AutoCOMPointer<IMethodMalloc> allocator;
-    hr = info->GetILFunctionBodyAllocator(context->getModuleID(), &allocator);
-    if (SUCCEEDED(hr)) {
-        newBody = static_cast<unsigned char*>(allocator->Alloc(builder->getTotalSize()));
-        // An allocator may report failure through the address itself.
-        if (newBody == nullptr ||
-            static_cast<HRESULT>(reinterpret_cast<uintptr_t>(newBody)) == E_OUTOFMEMORY) {
-            hr = E_OUTOFMEMORY;
-        }
-    }
+    hr = allocateBody(context->getModuleID(), builder->getTotalSize(), &newBody);
     if (SUCCEEDED(hr)) {
         ++*counter;
         hr = builder->writeToBuffer(newBody);

@@ -140,6 +140,11 @@ public:
     }
     void clearHistoryForFunction(IMetaDataContext*) override { calls.push_back("clearHistoryForFunction"); }
     void forgetModule(ModuleID) override { calls.push_back("forgetModule"); }
+    void keepOriginalBodies() override { calls.push_back("keepOriginalBodies"); }
+    HRESULT restoreOriginalBody(IMetaDataContext* context) override {
+        calls.push_back("restoreOriginalBody " + describeMethod(context));
+        return S_OK;
+    }
     bool usingSyntheticShim() override {
         calls.push_back("usingSyntheticShim");
         return false;

@@ -1,0 +1,263 @@
+// The ReJIT service: the queues of methods to compile again or to revert, the
+// ring of the runtime's answers, one round of the service thread with the hot
+// reload of directives, and the ReJIT compile event.
+#include <map>
+
+#include "hub/HeldLock.h"
+#include "hub/ProfilerCallback.h"
+#include "platform/FormattedOutput.h"
+#include "platform/Performance.h"
+#include "platform/Text16.h"
+#include "platform/Threads.h"
+#include "runtime/Guids.h"
+
+namespace {
+
+constexpr unsigned int kBatchSize = 128;
+constexpr int kRingSlots = 128;
+// The oldest pair is the next to be overwritten and is not searched.
+constexpr int kSearchedPairs = kRingSlots / 2 - 1;
+constexpr DWORD kReloadPollMs = 100;
+constexpr ULONG kOverloadLimit = 15;
+// The monitoring states of compiledMethods.
+constexpr int kMonitored = 0;
+constexpr int kNotMonitored = 1;
+constexpr int kReverted = 2;
+
+int nextRequestId(int last) { return (last + 1) % 0x7FFFFFFF; }
+
+}  // namespace
+
+int ProfilerCallback::RequestReJIT(ModuleID module, mdMethodDef method, bool revert) {
+    HeldLock held(&profilerLock);
+    std::vector<rejit_requests>& list = revert ? revertRequests : rejitRequests;
+    // A list whose last batch is full gets a successor too: a revert batch
+    // filled within one round never takes a 129th entry.
+    if (list.empty() || list.back().count == kBatchSize) {
+        lastReJITRequestId = nextRequestId(lastReJITRequestId);
+        list.push_back(rejit_requests {lastReJITRequestId, {}, {}, 0});
+    }
+    rejit_requests& batch = list.back();
+    batch.modules[batch.count] = module;
+    batch.methods[batch.count] = method;
+    ++batch.count;
+    const int identifier = batch.identifier;
+    // A full batch opens a new one, on the ReJIT list whichever list was full.
+    if (batch.count == kBatchSize) {
+        lastReJITRequestId = nextRequestId(lastReJITRequestId);
+        rejitRequests.push_back(rejit_requests {lastReJITRequestId, {}, {}, 0});
+    }
+    return identifier;
+}
+
+int ProfilerCallback::RequestReJIT(const char16_t* moduleName, const char16_t* assemblyName, int method) {
+    ModuleID module = 0;
+    {
+        HeldLock held(&moduleLock);
+        auto found = moduleIds.find(moduleName);
+        if (found == moduleIds.end()) found = moduleIds.find(assemblyName);
+        if (found != moduleIds.end()) module = found->second;
+    }
+    if (module == 0) {
+        if (nativeLog != nullptr) {
+            fprintf_8(nativeLog, "Failed to find module [%S] %S \n", assemblyName, moduleName);
+            fflush(nativeLog);
+        }
+        return -1;
+    }
+    return RequestReJIT(module, static_cast<mdMethodDef>(method), false);
+}
+
+void ProfilerCallback::putReJITStatus(int identifier, HRESULT result) {
+    rejitStatusIndex = (rejitStatusIndex + 2) % kRingSlots;
+    rejitStatus[rejitStatusIndex] = identifier;
+    rejitStatus[rejitStatusIndex + 1] = result;
+}
+
+// From the newest pair towards older ones, 63 pairs at most: the walk ends
+// whatever the index, also where the oldest slot is reached only through the
+// wrap.
+int ProfilerCallback::GetReJITStatus(int identifier) {
+    HeldLock held(&profilerLock);
+    if (rejitStatusIndex < 0) {
+        return -1;
+    }
+    int position = rejitStatusIndex;
+    for (int pair = 0; pair < kSearchedPairs; ++pair) {
+        if (rejitStatus[position] == identifier) {
+            return rejitStatus[position + 1];
+        }
+        position = position == 0 ? kRingSlots - 2 : position - 2;
+    }
+    return -1;
+}
+
+// Waits only while a service thread is there to do the reload.
+void ProfilerCallback::ReloadDirectives(bool wait) {
+    {
+        HeldLock held(&profilerLock);
+        reloadPending = true;
+    }
+    while (wait && serviceThread != nullptr && !serviceThreadDone) {
+        {
+            HeldLock held(&profilerLock);
+            if (!reloadPending) {
+                return;
+            }
+        }
+        Sleep(kReloadPollMs);
+    }
+}
+
+bool ProfilerCallback::findTypeInModule(ModuleID module, const char16_t* className,
+                                        AutoCOMPointer<IMetaDataImport>& import, mdTypeDef* type) {
+    ICorProfilerInfo* info = profilerInfo.get();
+    return info != nullptr &&
+           SUCCEEDED(info->GetModuleMetaData(module, ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import))) &&
+           SUCCEEDED(import->FindTypeDefByName(className, mdTokenNil, type));
+}
+
+bool ProfilerCallback::GetClassMethodAndRejit(ModuleID module, const char16_t* className, const char16_t* methodName,
+                                              PCCOR_SIGNATURE signature, ULONG signatureLength) {
+    AutoCOMPointer<IMetaDataImport> import;
+    mdTypeDef type = 0;
+    mdMethodDef method = 0;
+    if (!findTypeInModule(module, className, import, &type) ||
+        FAILED(import->FindMethod(type, methodName, signature, signatureLength, &method))) {
+        return false;
+    }
+    RequestReJIT(module, method, false);
+    return true;
+}
+
+bool ProfilerCallback::EnumClassMethodAndRejit(ModuleID module, const char16_t* className, const char16_t* methodName) {
+    AutoCOMPointer<IMetaDataImport> import;
+    mdTypeDef type = 0;
+    if (!findTypeInModule(module, className, import, &type)) {
+        return false;
+    }
+    HCORENUM enumerator = nullptr;
+    mdMethodDef methods[kOverloadLimit];
+    ULONG count = 0;
+    HRESULT hr = import->EnumMethodsWithName(&enumerator, type, methodName, methods, kOverloadLimit, &count);
+    import->CloseEnum(enumerator);
+    for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
+        RequestReJIT(module, methods[i], false);
+    }
+    return SUCCEEDED(hr);
+}
+
+// One round of the service thread, under profilerLock throughout: the queued
+// batches go to the runtime, then a pending hot reload compares what the new
+// directives want with what was done, and queues the differences for the next
+// round.
+void ProfilerCallback::ServiceReJITRequests() {
+    HeldLock held(&profilerLock);
+    // After Shutdown there is nobody to hand the batches to.
+    if (profilerInfo == nullptr || controller == nullptr || metaDataContext == nullptr || nativeLog == nullptr) {
+        return;
+    }
+    AutoCOMPointer<ICorProfilerInfo4> info4;
+    if ((!rejitRequests.empty() || !revertRequests.empty()) &&
+        SUCCEEDED(profilerInfo->QueryInterface(IID_ICorProfilerInfo4, reinterpret_cast<void**>(&info4)))) {
+        for (rejit_requests& batch : rejitRequests) {
+            HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
+            if (hr != S_OK) {
+                fprintf_8(nativeLog, "RequestReJIT error: 0x%x\n", static_cast<unsigned int>(hr));
+            }
+            putReJITStatus(batch.identifier, hr);
+        }
+        rejitRequests.clear();
+        // A revert is a ReJIT too: the runtime's own revert goes back to the
+        // first compile, which carried the instrumentation, so the method is
+        // compiled again and ReJITCompilationStarted hands it its own body.
+        for (rejit_requests& batch : revertRequests) {
+            HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
+            std::map<unsigned long, int>& compiled = controller->getCompiledMethods();
+            for (unsigned int i = 0; i < batch.count; ++i) {
+                FunctionID function = 0;
+                if (SUCCEEDED(profilerInfo->GetFunctionFromToken(batch.modules[i], batch.methods[i], &function))) {
+                    auto found = compiled.find(function);
+                    if (found != compiled.end()) found->second = kReverted;
+                }
+            }
+            // The program's own output is never written to: the log takes it.
+            if (FAILED(hr)) {
+                fprintf_8(nativeLog, "Revert status: 0x%x\n", static_cast<unsigned int>(hr));
+            }
+            putReJITStatus(batch.identifier, hr);
+        }
+        revertRequests.clear();
+    }
+    if (!reloadPending) {
+        return;
+    }
+    reloadPending = false;
+    hotReload();
+}
+
+void ProfilerCallback::hotReload() {
+    const int64_t started = Performance::GetTimeInMillis();
+    controller->reloadDirectives();
+    fprintf_8(nativeLog, "PDB reload complete (%dms)\n", static_cast<int>(Performance::GetTimeInMillis() - started));
+    std::map<unsigned long, int>& compiled = controller->getCompiledMethods();
+    fprintf_8(nativeLog, "Hot Reload processing %d methods\n", static_cast<int>(compiled.size()));
+    const int64_t walked = Performance::GetTimeInMillis();
+    for (const auto& [function, state] : compiled) {
+        HRESULT hr = metaDataContext->setFunction(function);
+        if (FAILED(hr)) {
+            fprintf_8(nativeLog, "Failed to set functionID %d\n", static_cast<int>(hr));
+            continue;
+        }
+        const bool monitored = controller->shouldMonitorMethodUncached(metaDataContext) == 0;
+        const char16_t* verb = nullptr;
+        if (!monitored && state == kMonitored) {
+            RequestReJIT(metaDataContext->getModuleID(), metaDataContext->getMethodDef(), true);
+            verb = u"disable";
+        } else if (monitored && state != kMonitored) {
+            RequestReJIT(metaDataContext->getModuleID(), metaDataContext->getMethodDef(), false);
+            verb = u"enable";
+        }
+        char16_t* assembly = nullptr;
+        char16_t* className = nullptr;
+        char16_t* method = nullptr;
+        if (verb != nullptr && methodNames(&assembly, &className, &method)) {
+            fprintf_8(nativeLog, "Request ReJIT to %S [%S]%S::%S\n", verb, assembly, className, method);
+        }
+    }
+    fprintf_8(nativeLog, "Hot Reload complete (%dms)\n", static_cast<int>(Performance::GetTimeInMillis() - walked));
+    fflush(nativeLog);
+}
+
+HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID rejitId, BOOL fIsSafeToBlock) {
+    int state = kMonitored;
+    try {
+        HeldLock held(&profilerLock);
+        if (metaDataContext == nullptr || controller == nullptr || profiler == nullptr ||
+            FAILED(metaDataContext->setFunction(functionId))) {
+            return S_OK;
+        }
+        // The copy is what is written: a reverted entry stays reverted.
+        std::map<unsigned long, int> compiled = controller->getCompiledMethods();
+        auto found = compiled.find(functionId);
+        state = found != compiled.end() ? found->second : kMonitored;
+        // A reverted method that the directives want again is compiled as a
+        // new one; otherwise it gets its own body, as kept before its first
+        // rewrite (the runtime would hand back the rewritten one).
+        if (state == kReverted && controller->shouldMonitorMethodUncached(metaDataContext) == 0) {
+            state = kNotMonitored;
+        } else if (state == kReverted) {
+            profiler->restoreOriginalBody(metaDataContext);
+        }
+        if (state == kNotMonitored) {
+            controller->clearCacheForFunction(functionId);
+            profiler->clearHistoryForFunction(metaDataContext);
+        }
+    } catch (...) {
+        return S_OK;
+    }
+    if (state == kNotMonitored || (state == kMonitored && attached)) {
+        return JITCompilationStarted(functionId, fIsSafeToBlock);
+    }
+    return S_OK;
+}

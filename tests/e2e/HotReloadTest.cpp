@@ -1,0 +1,111 @@
+// Directives changed under a running program: the methods that the new
+// directives select start reaching the agent, those they no longer select
+// stop, without a restart and without a change in what the program prints.
+// The test waits for what the agent recorded, with a time limit, never for a
+// fixed time.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "AgentInstall.h"
+#include "ProgramRun.h"
+
+namespace {
+
+using e2e::AgentInstall;
+using e2e::joinLines;
+using e2e::linesStartingWith;
+
+// The highest call number of a traced method in the record (its tag argument
+// is "<name>-<number>"), -1 if it was never traced.
+int lastCall(const AgentInstall& install, const std::string& name) {
+    int last = -1;
+    const std::string head = "pushTrace 0 System.String:" + name + "-";
+    for (const std::string& line : linesStartingWith(install.record(), head)) {
+        last = std::max(last, std::atoi(line.c_str() + head.size()));
+    }
+    return last;
+}
+
+bool waitUntil(const std::function<bool()>& condition, int seconds = 60) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return condition();
+}
+
+std::string select(const std::string& methods) {
+    std::string lines;
+    for (const char* method : {"Alpha", "Beta"}) {
+        if (methods.find(method) != std::string::npos) lines += std::string("TraceOneMethodOfClass: Reload.Work ") + method + "\n";
+    }
+    return lines;
+}
+
+TEST(HotReload, ARunningProgramFollowsItsDirectives) {
+    AgentInstall install;
+    install.directives(select("Alpha"));
+    e2e::RunOptions plain;
+    plain.profiled = false;
+    plain.args = {"once"};
+    const e2e::RunResult reference = e2e::runProgram("Reload", plain);
+    ASSERT_EQ(reference.out, "done: True\n") << reference.describe();
+
+    e2e::RunResult run;
+    auto touch = [&](const std::string& name) { std::ofstream(install.workDir() + "/" + name) << ""; };
+    // However the test ends, the program is told to stop and waited for.
+    struct Running {
+        std::thread thread;
+        std::function<void()> stop;
+        ~Running() {
+            stop();
+            if (thread.joinable()) thread.join();
+        }
+    } program{std::thread([&] { run = install.run("Reload", install.options()); }), [&] { touch("stop"); }};
+    auto native = [&] { return e2e::readFile(install.workDir() + "/native.txt"); };
+    auto why = [&] {
+        return "--- native.txt ---\n" + native() + "--- native log ---\n" + install.logText() + "--- record tail ---\n" +
+               joinLines(linesStartingWith(install.record(), "pushTrace 0 System.String:"));
+    };
+
+    // Launched with Alpha selected: Alpha is traced, Beta is not. A ReJIT
+    // request gets the runtime's answer; an unknown module gets -1.
+    EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") >= 0; })) << why();
+    EXPECT_TRUE(waitUntil([&] { return native().find("status ") != std::string::npos; })) << why();
+    EXPECT_NE(native().find("supports 1\nunknown -1\nrequested "), std::string::npos) << why();
+    EXPECT_NE(native().find("status 0\n"), std::string::npos) << why();
+    EXPECT_NE(install.logText().find("Failed to find module [nowhere] nowhere.dll \n"), std::string::npos) << why();
+    EXPECT_EQ(lastCall(install, "beta"), -1) << why();
+
+    // Beta instead of Alpha: Beta starts reaching the agent, Alpha stops.
+    install.directives(select("Beta"));
+    touch("reload");
+    ASSERT_TRUE(waitUntil([&] { return lastCall(install, "beta") >= 0; })) << why();
+    const int switched = lastCall(install, "beta");
+    ASSERT_TRUE(waitUntil([&] { return lastCall(install, "beta") >= switched + 100; })) << why();
+    const int alphaStopped = lastCall(install, "alpha");
+    EXPECT_LT(alphaStopped, switched + 5) << why();
+    std::string log = install.logText();
+    EXPECT_NE(log.find("Request ReJIT to disable [Reload]Reload.Work::Alpha\n"), std::string::npos) << why();
+    EXPECT_NE(log.find("Request ReJIT to enable [Reload]Reload.Work::Beta\n"), std::string::npos) << why();
+
+    // Both: Alpha comes back, Beta goes on.
+    install.directives(select("Alpha Beta"));
+    touch("reload");
+    EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") > alphaStopped + 100; })) << why();
+    EXPECT_GT(lastCall(install, "beta"), switched + 100) << why();
+
+    touch("stop");
+    program.thread.join();
+    EXPECT_EQ(run.exitCode, 0) << run.describe() << why();
+    EXPECT_EQ(run.out, reference.out) << run.describe() << why();
+    EXPECT_EQ(run.err, "") << run.describe();
+}
+
+}  // namespace

@@ -1,0 +1,79 @@
+// A program that keeps calling two methods while the test changes which of
+// them are traced. The test steers it with files in the working directory:
+// "reload" asks the profiler for a hot reload of the directives, "stop" ends
+// the loop. What the profiler's exports answer goes to "native.txt", never
+// to the output, which is the same with and without the profiler.
+using System.Runtime.CompilerServices;
+using System.Runtime.InteropServices;
+
+namespace Reload
+{
+    public static class Work
+    {
+        [MethodImpl(MethodImplOptions.NoInlining)]
+        public static int Alpha(string tag) => tag.Length;
+
+        [MethodImpl(MethodImplOptions.NoInlining)]
+        public static int Beta(string tag) => tag.Length * 2;
+
+        [MethodImpl(MethodImplOptions.NoInlining)]
+        public static int Gamma(int value) => value + 1;
+    }
+
+    public static unsafe class Program
+    {
+        private static delegate* unmanaged<byte, void> reloadDirectives;
+        private static delegate* unmanaged<int, int> getReJITStatus;
+
+        public static int Main(string[] args)
+        {
+            bool once = args.Length > 0 && args[0] == "once";
+            int pending = once ? -1 : Bind();
+            long total = 0;
+            var deadline = DateTime.UtcNow.AddSeconds(150);
+            for (int i = 0; once ? i < 10 : !File.Exists("stop") && DateTime.UtcNow < deadline; i++)
+            {
+                total += Work.Alpha("alpha-" + i) + Work.Beta("beta-" + i) + Work.Gamma(i);
+                if (File.Exists("reload"))
+                {
+                    File.Delete("reload");
+                    reloadDirectives(1);
+                    Note("reloaded " + i);
+                }
+                if (pending > 0 && getReJITStatus(pending) != -1)
+                {
+                    Note("status " + getReJITStatus(pending));
+                    pending = 0;
+                }
+                Thread.Sleep(2);
+            }
+            Console.WriteLine("done: " + (total > 0));
+            return 0;
+        }
+
+        // The profiler's exports, when the profiler is there; the identifier of
+        // a ReJIT request for Gamma, whose answer the loop waits for.
+        private static int Bind()
+        {
+            string path = Environment.GetEnvironmentVariable("CORECLR_PROFILER_PATH");
+            if (path == null || !NativeLibrary.TryLoad(path, out IntPtr library))
+                return -1;
+            var supports = (delegate* unmanaged<byte>)NativeLibrary.GetExport(library, "Native_SupportsReJIT");
+            var request = (delegate* unmanaged<char*, char*, int, int>)NativeLibrary.GetExport(library, "Native_RequestReJIT");
+            reloadDirectives = (delegate* unmanaged<byte, void>)NativeLibrary.GetExport(library, "Native_ReloadDirectives");
+            getReJITStatus = (delegate* unmanaged<int, int>)NativeLibrary.GetExport(library, "Native_GetReJITStatus");
+            Note("supports " + supports());
+            int unknown;
+            int gamma;
+            fixed (char* module = "nowhere.dll", assembly = "nowhere")
+                unknown = request(module, assembly, 0x06000001);
+            fixed (char* module = "Reload.dll", assembly = "Reload")
+                gamma = request(module, assembly, typeof(Work).GetMethod("Gamma").MetadataToken);
+            Note("unknown " + unknown);
+            Note("requested " + gamma);
+            return gamma;
+        }
+
+        private static void Note(string line) => File.AppendAllText("native.txt", line + "\n");
+    }
+}
