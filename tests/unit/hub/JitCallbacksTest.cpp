@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "ProfilerCallbackTestAccess.h"
 #include "hub/ProfilerCallback.h"
 #include "runtime/Guids.h"
 
@@ -51,5 +52,33 @@ TEST(JitCallbacks, RequestsAreBatchedByHundredTwentyEight) {
     }
     // A full revert batch opens a ReJIT batch (4, 6) and a revert batch (5, 7).
     EXPECT_EQ((std::set<int> {3, 5, 7}), identifiers);
+    callback->Release();
+}
+
+TEST(JitCallbacks, StatusRingKeepsTheNewestSixtyThreePairs) {
+    ProfilerCallback* callback = newCallback();
+    auto put = [&](int identifier) { ProfilerCallbackTestAccess::putReJITStatus(*callback, identifier, 0x100 + identifier); };
+    // Before any batch went to the runtime every identifier is unknown.
+    EXPECT_EQ(-1, callback->GetReJITStatus(1));
+    EXPECT_EQ(-1, callback->GetReJITStatus(0));
+    for (int identifier = 1; identifier <= 63; ++identifier) put(identifier);
+    EXPECT_EQ(0x101, callback->GetReJITStatus(1));
+    EXPECT_EQ(0x13F, callback->GetReJITStatus(63));
+    // The newest pair in the slot before the last: a search for an absent
+    // identifier ends all the same.
+    EXPECT_EQ(-1, callback->GetReJITStatus(999));
+    put(64);
+    put(65);
+    // 65 overwrote 1, and 2 is the next to go: neither is found.
+    EXPECT_EQ(-1, callback->GetReJITStatus(1));
+    EXPECT_EQ(-1, callback->GetReJITStatus(2));
+    EXPECT_EQ(0x103, callback->GetReJITStatus(3));
+    EXPECT_EQ(0x141, callback->GetReJITStatus(65));
+    // Without a service thread a reload is only asked for, never waited on;
+    // without the runtime's interface a round leaves the queues as they are.
+    callback->ReloadDirectives(true);
+    callback->RequestReJIT(0x10, 0x06000001, false);
+    callback->ServiceReJITRequests();
+    EXPECT_EQ(1u, ProfilerCallbackTestAccess::rejitRequests(*callback).size());
     callback->Release();
 }

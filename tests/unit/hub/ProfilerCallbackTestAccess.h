@@ -23,4 +23,7 @@ public:
     static const std::vector<rejit_requests>& revertRequests(ProfilerCallback& callback) {
         return callback.revertRequests;
     }
+    static void putReJITStatus(ProfilerCallback& callback, int identifier, HRESULT result) {
+        callback.putReJITStatus(identifier, result);
+    }
 };
