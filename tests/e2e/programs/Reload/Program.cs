@@ -22,11 +22,13 @@ namespace Reload
 
     public static unsafe class Program
     {
-        private static delegate* unmanaged<byte, void> reloadDirectives;
+        internal static delegate* unmanaged<byte, void> reloadDirectives;
         private static delegate* unmanaged<int, int> getReJITStatus;
 
         public static int Main(string[] args)
         {
+            if (args.Length > 0 && args[0] == "bench")
+                return ReloadBench.Run(Bind() >= 0, reloadDirectives);
             bool once = args.Length > 0 && args[0] == "once";
             int pending = once ? -1 : Bind();
             long total = 0;
