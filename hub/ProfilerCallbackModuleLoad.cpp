@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr ULONG kNameUnits = 300;
 constexpr mdAssembly kNoAssembly = 0x20000000;
 const char16_t kAgentAssemblyPrefix[] = u"tarn.Agent";
 constexpr size_t kAgentAssemblyPrefixUnits = 10;
@@ -35,18 +34,6 @@ std::u16string& corlibDomain() {
     return domain;
 }
 
-// Holds a critical section for one scope.
-class ScopedSection {
-public:
-    explicit ScopedSection(CRITICAL_SECTION* section) : section(section) { EnterCriticalSection(section); }
-    ~ScopedSection() { LeaveCriticalSection(section); }
-    ScopedSection(const ScopedSection&) = delete;
-    ScopedSection& operator=(const ScopedSection&) = delete;
-
-private:
-    CRITICAL_SECTION* section;
-};
-
 // Major, minor, revision and build of the module's assembly; zeros where the
 // module has no manifest or cannot say.
 struct ModuleFacts {
@@ -60,10 +47,9 @@ ModuleFacts readModuleFacts(ICorProfilerInfo* info, ModuleID moduleId) {
     if (FAILED(info->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3)))) {
         return facts;
     }
-    char16_t path[kNameUnits] = {};
     ULONG length = 0;
     AssemblyID assembly = 0;
-    if (FAILED(info3->GetModuleInfo2(moduleId, nullptr, kNameUnits, &length, path, &assembly, &facts.flags))) {
+    if (FAILED(info3->GetModuleInfo2(moduleId, nullptr, 0, &length, nullptr, &assembly, &facts.flags))) {
         facts.flags = 0;
     }
     AutoCOMPointer<IMetaDataAssemblyImport> import;
@@ -83,6 +69,22 @@ ModuleFacts readModuleFacts(ICorProfilerInfo* info, ModuleID moduleId) {
     return facts;
 }
 
+// A name of any length: the runtime is asked for its length first, then for
+// the text.
+template <typename Query>
+HRESULT readName(std::u16string& text, Query query) {
+    ULONG length = 0;
+    HRESULT hr = query(0, &length, nullptr);
+    if (length == 0) {
+        text.clear();
+        return hr;
+    }
+    text.assign(length, u'\0');
+    hr = query(length, &length, text.data());
+    text.resize(SUCCEEDED(hr) ? strlen_u16(text.c_str()) : 0);
+    return hr;
+}
+
 bool readNames(IMetaDataContext* context, char16_t** assembly, char16_t** className, char16_t** method) {
     return SUCCEEDED(context->getClassName(assembly, className)) && SUCCEEDED(context->getMethodName(method));
 }
@@ -94,28 +96,36 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
         if (profilerInfo == nullptr || controller == nullptr || nativeLog == nullptr) {
             return S_OK;
         }
-        char16_t modulePath[kNameUnits] = {};
-        char16_t assemblyName[kNameUnits] = {};
-        char16_t domainName[kNameUnits] = {};
-        ULONG length = 0;
+        std::u16string modulePathText;
+        std::u16string assemblyNameText;
+        std::u16string domainNameText;
         AssemblyID assemblyId = 0;
         AppDomainID domainId = 0;
-        HRESULT result = profilerInfo->GetModuleInfo(moduleId, nullptr, kNameUnits, &length, modulePath, &assemblyId);
+        HRESULT result = readName(modulePathText, [&](ULONG size, ULONG* length, char16_t* name) {
+            return profilerInfo->GetModuleInfo(moduleId, nullptr, size, length, name, &assemblyId);
+        });
         {
-            ScopedSection held(&moduleLock);
-            moduleIds.emplace(modulePath, moduleId);
+            HeldLock held(&moduleLock);
+            moduleIds.emplace(modulePathText, moduleId);
         }
         if (SUCCEEDED(result)) {
-            result = profilerInfo->GetAssemblyInfo(assemblyId, kNameUnits, &length, assemblyName, &domainId, nullptr);
+            result = readName(assemblyNameText, [&](ULONG size, ULONG* length, char16_t* name) {
+                return profilerInfo->GetAssemblyInfo(assemblyId, size, length, name, &domainId, nullptr);
+            });
         }
         if (SUCCEEDED(result)) {
-            ScopedSection held(&moduleLock);
+            HeldLock held(&moduleLock);
             // An older entry of the same name stays.
-            moduleIds.emplace(assemblyName, moduleId);
+            moduleIds.emplace(assemblyNameText, moduleId);
         }
         if (SUCCEEDED(result)) {
-            result = profilerInfo->GetAppDomainInfo(domainId, kNameUnits, &length, domainName, nullptr);
+            result = readName(domainNameText, [&](ULONG size, ULONG* length, char16_t* name) {
+                return profilerInfo->GetAppDomainInfo(domainId, size, length, name, nullptr);
+            });
         }
+        const char16_t* modulePath = modulePathText.c_str();
+        const char16_t* assemblyName = assemblyNameText.c_str();
+        const char16_t* domainName = domainNameText.c_str();
 
         findGenericTrigger(moduleId, domainId, domainName, result);
 
@@ -264,6 +274,15 @@ void ProfilerCallback::instrumentModule(ModuleID moduleId, const char16_t* assem
     if (SUCCEEDED(result)) {
         result = profilerInfo->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataImport,
                                                  reinterpret_cast<IUnknown**>(&import));
+    }
+    // Without its metadata no method of the module can be looked at.
+    if (FAILED(result) || import == nullptr) {
+        if (!methods.empty()) {
+            fprintf_u16(nativeLog, u"Skipped instrumenting [%s]: its metadata cannot be opened (0x%X)\n", assemblyName,
+                        static_cast<unsigned int>(result));
+            fflush(nativeLog);
+        }
+        return;
     }
     AutoPointer<IMetaDataContext> context(IMetaDataContext::newInstance(profilerInfo));
     if (context == nullptr) {

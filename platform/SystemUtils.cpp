@@ -1,5 +1,6 @@
 #include "platform/SystemUtils.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,7 +15,6 @@
 namespace {
 
 constexpr int kCommandLineBytes = 4096;
-constexpr int kArgumentUnits = 2048;
 constexpr int kMapsLineUnits = 512;
 
 // The path of a maps line is what follows its last blank, without the line feed.
@@ -34,22 +34,30 @@ std::basic_string<Char> pathOfMapsLine(const std::basic_string<Char>& line)
 
 int SystemUtils::GetPid() { return getpid(); }
 
+// The whole of /proc/self/cmdline, whatever its length: arguments end in a
+// zero byte each.
 void SystemUtils::GetProgramArguments(std::vector<std::basic_string<char16_t>>& args)
 {
     FILE* file = fopen("/proc/self/cmdline", "r");
     if (file == nullptr) {
         return;
     }
-    char buffer[kCommandLineBytes] = {};
-    if (fgets(buffer, sizeof(buffer), file) != nullptr) {
-        // The last byte stays 0, so the walk always ends inside the buffer.
-        for (const char* argument = buffer; *argument != 0; argument += strlen(argument) + 1) {
-            char16_t wide[kArgumentUnits];
-            snprintf_u16(wide, kArgumentUnits, u"%S", argument);
-            args.emplace_back(wide);
-        }
+    std::string bytes;
+    char chunk[kCommandLineBytes];
+    size_t read = 0;
+    while ((read = fread(chunk, 1, sizeof(chunk), file)) > 0) {
+        bytes.append(chunk, read);
     }
     fclose(file);
+    for (size_t start = 0; start < bytes.size();) {
+        const size_t end = std::min(bytes.find('\0', start), bytes.size());
+        // A UTF-16 text never has more units than its UTF-8 bytes.
+        std::basic_string<char16_t> wide(end - start + 1, u'\0');
+        snprintf_u16(wide.data(), wide.size(), u"%S", bytes.substr(start, end - start).c_str());
+        wide.resize(strlen_u16(wide.c_str()));
+        args.push_back(std::move(wide));
+        start = end + 1;
+    }
 }
 
 bool SystemUtils::GetFullModulePath(const char16_t* name, std::basic_string<char16_t>& path)

@@ -46,7 +46,10 @@ public:
     }
 
 private:
+    // As the runtime does: the length always, the text when there is room.
     static void copy(const std::u16string& text, ULONG size, ULONG* length, WCHAR* buffer) {
+        *length = static_cast<ULONG>(text.size() + 1);
+        if (buffer == nullptr || size == 0) return;
         size_t units = std::min<size_t>(text.size(), size - 1);
         std::memcpy(buffer, text.data(), units * sizeof(char16_t));
         buffer[units] = 0;
