@@ -1,10 +1,10 @@
 #include "platform/SystemUtils.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "platform/File16.h"
@@ -15,6 +15,7 @@
 namespace {
 
 constexpr int kCommandLineBytes = 4096;
+constexpr int kArgumentUnits = 2048;
 constexpr int kMapsLineUnits = 512;
 
 // The path of a maps line is what follows its last blank, without the line feed.
@@ -34,30 +35,55 @@ std::basic_string<Char> pathOfMapsLine(const std::basic_string<Char>& line)
 
 int SystemUtils::GetPid() { return getpid(); }
 
-// The whole of /proc/self/cmdline, whatever its length: arguments end in a
-// zero byte each.
+// One read as fgets would make it: up to a line feed or 4095 bytes. The walk
+// stays within what was read, whatever the arguments hold.
 void SystemUtils::GetProgramArguments(std::vector<std::basic_string<char16_t>>& args)
 {
     FILE* file = fopen("/proc/self/cmdline", "r");
     if (file == nullptr) {
         return;
     }
-    std::string bytes;
-    char chunk[kCommandLineBytes];
-    size_t read = 0;
-    while ((read = fread(chunk, 1, sizeof(chunk), file)) > 0) {
-        bytes.append(chunk, read);
+    char buffer[kCommandLineBytes] = {};
+    size_t count = 0;
+    for (int c = 0; count + 1 < sizeof(buffer) && (c = getc(file)) != EOF;) {
+        buffer[count++] = static_cast<char>(c);
+        if (c == '\n') {
+            break;
+        }
     }
     fclose(file);
-    for (size_t start = 0; start < bytes.size();) {
-        const size_t end = std::min(bytes.find('\0', start), bytes.size());
-        // A UTF-16 text never has more units than its UTF-8 bytes.
-        std::basic_string<char16_t> wide(end - start + 1, u'\0');
-        snprintf_u16(wide.data(), wide.size(), u"%S", bytes.substr(start, end - start).c_str());
-        wide.resize(strlen_u16(wide.c_str()));
-        args.push_back(std::move(wide));
-        start = end + 1;
+    for (const char* argument = buffer; argument < buffer + count && *argument != 0;
+         argument += strlen(argument) + 1) {
+        char16_t wide[kArgumentUnits];
+        snprintf_u16(wide, kArgumentUnits, u"%S", argument);
+        args.emplace_back(wide);
     }
+}
+
+std::string SystemUtils::PathOfStream(FILE* stream)
+{
+    const int descriptor = stream != nullptr ? fileno(stream) : -1;
+    if (descriptor == STDOUT_FILENO) {
+        return "/dev/stdout";
+    }
+    if (descriptor == STDERR_FILENO) {
+        return "/dev/stderr";
+    }
+    if (descriptor < 0) {
+        return "";
+    }
+    char target[4096];
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    const ssize_t length = readlink(link.c_str(), target, sizeof(target) - 1);
+    if (length <= 0 || target[0] != '/') {
+        return "";
+    }
+    fflush(stream);
+    const int flags = fcntl(descriptor, F_GETFL);
+    if (flags < 0 || fcntl(descriptor, F_SETFL, flags | O_APPEND) < 0) {
+        return "";
+    }
+    return std::string(target, static_cast<size_t>(length));
 }
 
 bool SystemUtils::GetFullModulePath(const char16_t* name, std::basic_string<char16_t>& path)

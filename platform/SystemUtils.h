@@ -2,6 +2,7 @@
 // here logs.
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,12 @@ public:
     // One read of at most 4095 bytes: a line feed inside an argument ends the
     // list there. Nothing is appended if the file cannot be opened.
     static void GetProgramArguments(std::vector<std::basic_string<char16_t>>& args);
+
+    // A path by which another part of the process can append to what stream
+    // writes to: /dev/stdout, /dev/stderr, or the file behind the descriptor,
+    // which from then on appends (so that neither writer overwrites the
+    // other). Empty if there is none.
+    static std::string PathOfStream(FILE* stream);
 
     // Path of the first mapping of /proc/self/maps whose line contains name
     // (any part of a file name will do). False, path untouched, if none does.

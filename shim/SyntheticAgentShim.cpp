@@ -24,6 +24,7 @@ constexpr const char16_t* kCorlibTypeNames[] = {
     u"System.AsyncCallback",
     u"System.Reflection.Assembly",
     u"System.Reflection.MethodInfo",
+    u"System.Exception",
 };
 
 constexpr DWORD kNestedDelegateFlags = tdNestedPublic | tdSealed;

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 #include "rewrite/IMethodBuilder.h"
 #include "runtime/CorProfilerInfo.h"
@@ -37,6 +38,7 @@ private:
         AsyncCallback,
         Assembly,
         MethodInfo,
+        Exception,
         CorlibTypeCount
     };
 
@@ -59,6 +61,11 @@ private:
     // Continues the running result of DefineLoadInitMethod: after a failure
     // the lookups are skipped but their failure lines are still logged.
     HRESULT FindLoaderMethods(HRESULT hr);
+    // The members that the loader's failure handler calls to leave its line in
+    // the native log; without them it fails quietly.
+    void FindFailureLogMethods();
+    HRESULT GenerateLoadFailureHandler(IMethodBuilder* builder, unsigned int& ilIndex);
+    HRESULT AddLoaderClauses(IMethodBuilder* builder);
     HRESULT DefineClassCtor();
     HRESULT AssignMethodBody(mdMethodDef method, IMethodBuilder* builder);
     HRESULT GenerateAssignEmptyDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
@@ -84,6 +91,11 @@ private:
     mdMethodDef createDelegateMethod = 0;
     mdMethodDef loadFromMethod = 0;
     mdMethodDef getTypeMethod = 0;
+
+    std::u16string logPath;
+    mdMethodDef concatMethod = 0;
+    mdMethodDef getMessageMethod = 0;
+    mdMethodDef appendAllTextMethod = 0;
 
     mdTypeDef loadContextType = 0;
     mdMethodDef getDefaultMethod = 0;

@@ -4,6 +4,7 @@
 
 #include "platform/AutoPointer.h"
 #include "platform/FormattedOutput.h"
+#include "platform/SystemUtils.h"
 #include "shim/AgentLocation.h"
 #include "shim/ShimSignature.h"
 
@@ -12,6 +13,18 @@ using namespace ShimDelegateTable;
 namespace {
 
 constexpr DWORD kShimMethodFlags = mdPublic | mdStatic | mdHideBySig;
+
+// Places in the loader's body, above the builder's own label numbers.
+enum LoaderLabel : unsigned int {
+    kLoadTry = 0x81000000,
+    kLoadHandler,
+    kLogTry,
+    kLogHandler,
+    kLogged,
+    kHandlerEnd,
+    kLoaded,
+    kFailed,
+};
 
 // ldc.i4.<n> in its shortest form.
 Opcode loadConstant(unsigned int value) {
@@ -44,14 +57,17 @@ HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
     }
 
     hr = FindLoaderMethods(hr);
+    if (SUCCEEDED(hr)) {
+        FindFailureLogMethods();
+    }
 
     AutoPointer<IMethodBuilder> builder(IMethodBuilder::newInstance());
     if (SUCCEEDED(hr) && builder.get() == nullptr) {
         hr = E_OUTOFMEMORY;
     }
-    // One local of class System.Type: the agent's class.
+    // The agent's class, and what the loading threw.
     ShimSignature locals;
-    locals.add(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG).add(1).addClass(corlibTypes[Type]);
+    locals.add(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG).add(2).addClass(corlibTypes[Type]).addClass(corlibTypes[Exception]);
     mdSignature localsToken = 0;
     if (SUCCEEDED(hr)) {
         builder->getFatHeader()->MaxStack = 10;
@@ -64,6 +80,9 @@ HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
     unsigned int index = 0;
     if (SUCCEEDED(hr)) {
         builder->getFatHeader()->LocalVarSigTok = localsToken;
+        hr = builder->insertIL(index++, Opcode::OPCODE_LABEL, kLoadTry, 0);
+    }
+    if (SUCCEEDED(hr)) {
         if (dotnetCore) {
             hr = builder->insertIL(index++, Opcode::call, getDefaultMethod, 0);
             if (SUCCEEDED(hr)) {
@@ -97,10 +116,23 @@ HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
             GenerateAssignDelegate(builder.get(), index, delegateFields[i], delegateRecords[field.kind].type,
                                    field.methodName, delegates[field.kind].signature);
         }
-        // By now initTrace leads to the agent: the first call is delivered after all.
+        hr = builder->insertIL(index++, Opcode::leave, 0, kLoaded);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = GenerateLoadFailureHandler(builder.get(), index);
+    }
+    // By now initTrace leads to the agent: the first call is delivered after all.
+    if (SUCCEEDED(hr)) {
+        builder->insertIL(index++, Opcode::OPCODE_LABEL, kLoaded, 0);
         builder->insertIL(index++, Opcode::ldarg_0, 0, 0);
         builder->insertIL(index++, Opcode::call, shimInitTraceMethod, 0);
+        builder->insertIL(index++, Opcode::ret, 0, 0);
+        builder->insertIL(index++, Opcode::OPCODE_LABEL, kFailed, 0);
+        builder->insertIL(index++, Opcode::ldc_i4_0, 0, 0);
         hr = builder->insertIL(index++, Opcode::ret, 0, 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = AddLoaderClauses(builder.get());
     }
 
     if (FAILED(hr)) {
@@ -275,4 +307,104 @@ HRESULT SyntheticAgentShim::GenerateAssignDelegate(IMethodBuilder* builder, unsi
         hr = builder->insertIL(ilIndex++, Opcode::stsfld, field, 0);
     }
     return hr;
+}
+
+// Whatever loading the agent throws (no file, no access, no assembly, no
+// class, no method) ends here: the fields that lead to the loader go to their
+// stubs first, so that nothing calls the loader again, then one line goes to
+// the native log, and the call answers 0. The program runs on untraced.
+HRESULT SyntheticAgentShim::GenerateLoadFailureHandler(IMethodBuilder* builder, unsigned int& ilIndex) {
+    HRESULT hr = builder->insertIL(ilIndex++, Opcode::OPCODE_LABEL, kLoadHandler, 0);
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::stloc_1, 0, 0);
+    }
+    for (unsigned int i = 0; i < kFieldCount && SUCCEEDED(hr); ++i) {
+        if (fields[i].initialTarget == InitialTarget::LoadInitTrace ||
+            (fields[i].initialTarget == InitialTarget::LoadInitTraceIfAttached && attached)) {
+            const DelegateRecord& record = delegateRecords[fields[i].kind];
+            hr = GenerateAssignEmptyDelegate(builder, ilIndex, delegateFields[i], record.ctor, record.emptyMethod);
+        }
+    }
+    mdString pathString = 0;
+    mdString prefixString = 0;
+    mdString endString = 0;
+    const bool logs = appendAllTextMethod != 0 && !logPath.empty();
+    if (SUCCEEDED(hr) && logs) {
+        hr = DefineUserString(logPath.c_str(), &pathString);
+        if (SUCCEEDED(hr)) hr = DefineUserString(u"Failed to load the agent: ", &prefixString);
+        if (SUCCEEDED(hr)) hr = DefineUserString(u"\n", &endString);
+    }
+    // A log that cannot be written to is no reason to fail the program.
+    if (SUCCEEDED(hr) && logs) {
+        const struct {
+            Opcode opcode;
+            unsigned long operand;
+            unsigned int target;
+        } steps[] = {
+            {Opcode::OPCODE_LABEL, kLogTry, 0},   {Opcode::ldstr, pathString, 0},
+            {Opcode::ldstr, prefixString, 0},     {Opcode::ldloc_1, 0, 0},
+            {Opcode::callvirt, getMessageMethod, 0}, {Opcode::ldstr, endString, 0},
+            {Opcode::call, concatMethod, 0},      {Opcode::call, appendAllTextMethod, 0},
+            {Opcode::leave, 0, kLogged},          {Opcode::OPCODE_LABEL, kLogHandler, 0},
+            {Opcode::pop, 0, 0},                  {Opcode::leave, 0, kLogged},
+            {Opcode::OPCODE_LABEL, kLogged, 0},
+        };
+        for (const auto& step : steps) {
+            if (SUCCEEDED(hr)) hr = builder->insertIL(ilIndex++, step.opcode, step.operand, step.target);
+        }
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::leave, 0, kFailed);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertIL(ilIndex++, Opcode::OPCODE_LABEL, kHandlerEnd, 0);
+    }
+    return hr;
+}
+
+// The clause of the log line inside the clause of the loading, in that order.
+HRESULT SyntheticAgentShim::AddLoaderClauses(IMethodBuilder* builder) {
+    auto at = [&](unsigned int label) {
+        int found = builder->findLabel(label);
+        return found < 0 ? 0u : builder->getILByteIndex(static_cast<unsigned int>(found));
+    };
+    HRESULT hr = S_OK;
+    if (builder->findLabel(kLogTry) >= 0) {
+        hr = builder->insertEHClause(corlibTypes[Exception], COR_ILEXCEPTION_CLAUSE_NONE, at(kLogTry),
+                                     at(kLogHandler) - at(kLogTry), at(kLogHandler), at(kLogged) - at(kLogHandler), 0);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = builder->insertEHClause(corlibTypes[Exception], COR_ILEXCEPTION_CLAUSE_NONE, at(kLoadTry),
+                                     at(kLoadHandler) - at(kLoadTry), at(kLoadHandler),
+                                     at(kHandlerEnd) - at(kLoadHandler), 0);
+    }
+    if (SUCCEEDED(hr)) {
+        builder->getFatHeader()->Flags |= CorILMethod_MoreSects;
+    }
+    return hr;
+}
+
+void SyntheticAgentShim::FindFailureLogMethods() {
+    logPath.clear();
+    for (char c : SystemUtils::PathOfStream(log)) logPath.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
+    mdTypeDef stringType = 0;
+    mdTypeDef fileType = 0;
+    ShimSignature concat;
+    concat.add(IMAGE_CEE_CS_CALLCONV_DEFAULT).add(3).add(ELEMENT_TYPE_STRING).add(ELEMENT_TYPE_STRING)
+        .add(ELEMENT_TYPE_STRING).add(ELEMENT_TYPE_STRING);
+    ShimSignature getMessage;
+    getMessage.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(0).add(ELEMENT_TYPE_STRING);
+    ShimSignature appendAllText;
+    appendAllText.add(IMAGE_CEE_CS_CALLCONV_DEFAULT).add(2).add(ELEMENT_TYPE_VOID).add(ELEMENT_TYPE_STRING)
+        .add(ELEMENT_TYPE_STRING);
+    if (FAILED(import->FindTypeDefByName(u"System.String", mdTypeDefNil, &stringType)) ||
+        FAILED(import->FindTypeDefByName(u"System.IO.File", mdTypeDefNil, &fileType)) ||
+        FAILED(import->FindMethod(stringType, u"Concat", concat.bytes(), concat.length(), &concatMethod)) ||
+        FAILED(import->FindMethod(corlibTypes[Exception], u"get_Message", getMessage.bytes(), getMessage.length(),
+                                  &getMessageMethod)) ||
+        FAILED(import->FindMethod(fileType, u"AppendAllText", appendAllText.bytes(), appendAllText.length(),
+                                  &appendAllTextMethod))) {
+        appendAllTextMethod = 0;
+        fprintf_8(log, "Failed to locate the members of the loader's failure line\n");
+    }
 }

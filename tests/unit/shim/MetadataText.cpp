@@ -37,6 +37,7 @@ struct OpcodeName {
     unsigned int value;
     const char* name;
     bool token;
+    unsigned int skipped = 0;  // bytes of an operand that is no token, not printed
 };
 
 // What the shim emits; 0xFE06 is the two-byte ldftn.
@@ -48,6 +49,8 @@ constexpr OpcodeName kOpcodes[] = {
     {0x6F, "callvirt", true},    {0x72, "ldstr", true},       {0x73, "newobj", true},
     {0x74, "castclass", true},   {0x7E, "ldsfld", true},      {0x80, "stsfld", true},
     {0x8D, "newarr", true},      {0xD0, "ldtoken", true},     {0xFE06, "ldftn", true},
+    {0x07, "ldloc.1", false},    {0x0B, "stloc.1", false},    {0x26, "pop", false},
+    {0xDE, "leave.s", false, 1}, {0xDD, "leave", false, 4},
 };
 
 // The name a getter wrote into name, or a placeholder for the token if it failed.
@@ -150,6 +153,7 @@ MethodBody MetadataText::body(const BYTE* header) const {
             break;
         }
         std::string line = found->name;
+        at += found->skipped;
         if (found->token) {
             mdToken token = 0;
             if (at + 4 > codeSize) {
