@@ -1,5 +1,7 @@
 #include "policy/ProfilerController.h"
 
+#include <cerrno>
+#include <cstring>
 #include <new>
 
 #include "gate/ProfilingManager.h"
@@ -7,6 +9,7 @@
 #include "platform/Environment.h"
 #include "platform/File16.h"
 #include "platform/FileSystem.h"
+#include "platform/FormattedOutput.h"
 #include "platform/SystemUtils.h"
 #include "platform/Text16.h"
 #include "runtime/CorErrors.h"
@@ -42,7 +45,7 @@ ProfilerController::ProfilerController(ICorProfilerInfo* info)
 
 ProfilerController::~ProfilerController()
 {
-    if (nativeLog != nullptr && nativeLog != stdout) {
+    if (nativeLog != nullptr && nativeLog != stdout && nativeLog != stderr) {
         fclose(nativeLog);
     }
 }
@@ -154,11 +157,17 @@ FILE* ProfilerController::getNativeLog()
         return nativeLog;
     }
     const char16_t* logFile = properties != nullptr ? findProperty(kLogFileKey) : nullptr;
-    if (logFile != nullptr) {
-        nativeLog = openRelativePathFile(agentDirectory, logFile, u"w");
-    }
-    if (nativeLog == nullptr) {
+    if (logFile == nullptr) {
         nativeLog = stdout;
+        return nativeLog;
+    }
+    nativeLog = openRelativePathFile(agentDirectory, logFile, u"w");
+    // The program's own output is no place for a log that was meant for a file.
+    if (nativeLog == nullptr) {
+        const int error = errno;
+        nativeLog = stderr;
+        fprintf_8(nativeLog, "Cannot open the native log file %S (%s): logging to standard error\n", logFile,
+                  strerror(error));
     }
     return nativeLog;
 }

@@ -36,13 +36,13 @@ TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool)
         std::string absent = ""; // a line it must not
         std::string appName = "";
         std::vector<std::string> environment = {};
-        // The log is exactly the logged line and the verdict.
+        // The log is exactly the verdict: the IIS decision, made before the
+        // log was chosen, leaves no line on standard output.
         bool wholeLog = false;
     };
     const std::vector<Case> cases {
-        // Without lists everything is monitored; "not " and the blank of the format make two blanks.
-        {"", "myapp.exe", {}, "Application myapp.exe monitored", "Application myapp.exe is not  an IIS process", "",
-         "myapp", {}, true},
+        // Without lists everything is monitored.
+        {"", "myapp.exe", {}, "Application myapp.exe monitored", "", "", "myapp", {}, true},
         // Names of applications are compared without regard to case. An unlisted
         // host's program (bar.dll) does not exist, so it is no ASP.NET Core program.
         {std::string(kApps) + "=Other, FOO\n", "foo", {}, "Application foo monitored"},
@@ -70,13 +70,13 @@ TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool)
         {appsFoo + kPools + "=" + rzc + "\n", "dotnet", {rzc}, "ASP.NET Core Application rzc not monitored"},
         // IIS workers by their pool, which is "NULL" on this platform; pools are
         // compared with case, quotes removed and entries trimmed.
-        {"", "w3wp.exe", {}, "AppPool NULL monitored", "Application w3wp.exe is  an IIS process", "", "NULL", {}, true},
+        {"", "w3wp.exe", {}, "AppPool NULL monitored", "", "", "NULL", {}, true},
         {"", "aspnet_wp.exe", {}, "AppPool NULL monitored"},
         {std::string(kPools) + "=null\n", "w3wp.exe", {}, "AppPool NULL not monitored"},
         {std::string(kPools) + "=\"Pool A\", 'NULL'\n", "w3wp.exe", {}, "AppPool NULL monitored"},
         {std::string(kPools) + ".exclude='NULL'\n", "w3wp.exe", {}, "AppPool NULL not monitored"},
         // IIS names replace the worker names; only the environment can give an empty value.
-        {"", "w3wp.exe", {}, "Application w3wp.exe monitored", "Application w3wp.exe is not  an IIS process", "", "",
+        {"", "w3wp.exe", {}, "Application w3wp.exe monitored", "", "", "",
          {"tmsenv_harrowlite_agent_dotnet_iisNames="}, true},
         {"harrowlite.agent.dotnet.iisNames=Other.exe, MyHost.exe\n", "myhost.exe", {}, "AppPool NULL monitored"},
         {"harrowlite.agent.dotnet.iisNames=Other.exe, MyHost.exe\n", "w3wp.exe", {}, "Application w3wp.exe monitored"},
@@ -89,7 +89,7 @@ TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool)
         EXPECT_EQ(verdict(run), c.verdict);
         EXPECT_EQ(run["log"], "stdout");
         if (c.wholeLog) {
-            EXPECT_EQ(run.otherLines, (std::vector<std::string> {c.logged, c.verdict}));
+            EXPECT_EQ(run.otherLines, (std::vector<std::string> {c.verdict}));
         } else if (!c.logged.empty()) {
             EXPECT_THAT(run.otherLines, Contains(c.logged));
         }
@@ -119,7 +119,8 @@ TEST(ApplicationDecision, NativeLogIsNamedAfterTheProcessAndItsProgram)
     EXPECT_TRUE(std::filesystem::exists(logs + "Native_NULL.log"));
 
     // Relative to the working directory when the folder beside the profile
-    // cannot be made; standard output when neither can.
+    // cannot be made; standard error when neither can, never the program's
+    // own output.
     probe.files().write("agent/profiles/blocked", "a file where a folder would go");
     probe.writeProfile("harrowlite.nativeprofiler.logfile=blocked/Native.log\n");
     const ProbeProcess fallback = probe.run("myapp", {});
@@ -128,8 +129,8 @@ TEST(ApplicationDecision, NativeLogIsNamedAfterTheProcessAndItsProgram)
     std::filesystem::remove_all(probe.files().path("blocked"));
     probe.files().write("blocked", "a file where a folder would go");
     const ProbeProcess neither = probe.run("myapp", {});
-    EXPECT_EQ(neither["log"], "stdout") << neither.describe();
-    EXPECT_EQ(verdict(neither), "Application myapp monitored");
+    EXPECT_EQ(neither["log"], "stderr") << neither.describe();
+    EXPECT_TRUE(neither.otherLines.empty()) << neither.describe();
 }
 
 TEST(ApplicationDecision, NativeLogOnAzureLiesUnderTheSiteHome)

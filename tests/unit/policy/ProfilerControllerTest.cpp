@@ -149,7 +149,7 @@ TEST_F(ProfilerControllerTest, GenericTriggerNeedsItsAppDomainOnTheDesktopRuntim
     EXPECT_FALSE(off->isGenericAgentTriggerEnabled());
 }
 
-TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrStandardOutput)
+TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrAStandardStream)
 {
     AgentInstallation installation;
     std::unique_ptr<ProfilerController> controller = installation.controller(info);
@@ -174,11 +174,12 @@ TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrStandardOutput)
     ASSERT_NE(unset, nullptr);
     EXPECT_EQ(unset->getNativeLog(), stdout);
 
-    // Neither the full path nor the name alone can be opened below a device.
+    // Neither the full path nor the name alone can be opened below a device:
+    // standard error takes the log, never the program's output.
     installation.set("harrowlite.nativeprofiler.logfile", "/dev/null/logs/native.log");
     std::unique_ptr<ProfilerController> unopenable = installation.controller(info);
     ASSERT_NE(unopenable, nullptr);
-    EXPECT_EQ(unopenable->getNativeLog(), stdout);
+    EXPECT_EQ(unopenable->getNativeLog(), stderr);
 }
 
 TEST_F(ProfilerControllerTest, NativeLogOnAzureGoesToTheSiteLogFolder)
