@@ -81,7 +81,8 @@ void ProfileConfig::parseConfigFile()
     }
     const Text directory = profile.substr(0, slash);
     const Text configPath = directory + u"/AgentProfile.config";
-    FILE* config = fopen_u16(configPath.c_str(), u"r");
+    const char* refusal = nullptr;
+    FILE* config = fopenText_u16(configPath.c_str(), &refusal);
     if (config == nullptr) {
         manager->logDiagnostic("failed to open: %S\n", configPath.c_str());
         return;

@@ -129,7 +129,8 @@ void ProfilingManager::initProperties()
         return;
     }
     logDiagnostic("Opening %S\n", fullPath);
-    FILE* file = fopen_u16(fullPath, u"r");
+    const char* refusal = nullptr;
+    FILE* file = fopenText_u16(fullPath, &refusal);
     if (file == nullptr) {
         logDiagnostic("Failed to open %S.\n", fullPath);
         fflush(log);

@@ -7,4 +7,8 @@
 // Null, with buf untouched, at end of file or on error.
 char16_t* fgets_u16(char16_t* buf, int n, FILE* stream);
 FILE* fopen_u16(const char16_t* path, const char16_t* mode);
+// Opens one of the agent's text files for reading: never a device, pipe or
+// socket (such a read may never end), and positioned behind a UTF-8 byte
+// order mark if the file starts with one. Null, and why in *refusal, otherwise.
+FILE* fopenText_u16(const char16_t* path, const char** refusal);
 int access_u16(const char16_t* path, int mode);

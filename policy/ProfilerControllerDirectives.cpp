@@ -25,10 +25,13 @@ constexpr char16_t kMainGroup[] = u"__TraceMain__Hidden__DoNotUseExplicitly__";
 constexpr char16_t kWordSeparators[] = u"\r\n\t ";
 constexpr size_t kListUnits = 260;
 constexpr int kLineUnits = 2048;
+// What loading a file that cannot be read answers.
+constexpr int kUnreadable = E_INVALIDARG;
 
 // Paths are built with '\' in places (bundle folders); the directory search
-// reads it as '/', and so must the open.
-FILE* openForReading(const Text& path)
+// reads it as '/', and so must the open. A file that cannot be read is named
+// in the log, with the reason.
+FILE* openForReading(const Text& path, FILE* log)
 {
     Text local = path;
     for (char16_t& unit : local) {
@@ -36,7 +39,12 @@ FILE* openForReading(const Text& path)
             unit = u'/';
         }
     }
-    return fopen_u16(local.c_str(), u"r");
+    const char* refusal = nullptr;
+    FILE* stream = fopenText_u16(local.c_str(), &refusal);
+    if (stream == nullptr) {
+        fprintf_8(log, "Cannot read %S: %s\n", path.c_str(), refusal);
+    }
+    return stream;
 }
 
 bool isWordSeparator(char16_t unit) { return unit != 0 && strchr_u16(kWordSeparators, unit) != nullptr; }
@@ -178,8 +186,12 @@ int ProfilerController::loadDirectives(const Text& name)
         if (search == INVALID_HANDLE_VALUE) {
             return status;
         }
+        // A file of the folder that cannot be read is passed over.
         do {
             status = loadFMDFile(path + u"/" + entry.cFileName);
+            if (status == kUnreadable) {
+                status = S_OK;
+            }
         } while (status >= 0 && FindNextFileW(search, &entry));
         FindClose(search);
         return status;
@@ -224,9 +236,9 @@ int ProfilerController::loadFMDFile(const Text& path)
         fprintf_8(log, "Skipping .NET Core FMD %S\n", path.c_str());
         return S_OK;
     }
-    FILE* stream = openForReading(path);
+    FILE* stream = openForReading(path, log);
     if (stream == nullptr) {
-        return E_INVALIDARG;
+        return kUnreadable;
     }
     fprintf_8(log, "Started loading %S\n", path.c_str());
     const int status = directives->readDirectives(stream);
@@ -257,11 +269,11 @@ bool ProfilerController::shouldIgnoreDirectives(const char16_t* path)
 
 int ProfilerController::loadFMLFile(const Text& path)
 {
-    FILE* stream = openForReading(path);
-    if (stream == nullptr) {
-        return E_INVALIDARG;
-    }
     FILE* log = getNativeLog();
+    FILE* stream = openForReading(path, log);
+    if (stream == nullptr) {
+        return kUnreadable;
+    }
     fprintf_8(log, "Started loading %S\n", path.c_str());
     int status = S_OK;
     char16_t line[kLineUnits];
