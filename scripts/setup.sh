@@ -10,6 +10,7 @@ command -v nm >/dev/null || missing+=(binutils)
 [ -f /usr/include/gmock/gmock.h ] || missing+=(libgmock-dev)
 [ -f /usr/include/benchmark/benchmark.h ] || missing+=(libbenchmark-dev)
 command -v valgrind >/dev/null || missing+=(valgrind)
+[ -f /usr/include/re2/re2.h ] || missing+=(libre2-dev)
 
 if [ ${#missing[@]} -gt 0 ]; then
     echo "installing: ${missing[*]}"

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "platform/RegexUtils.h"
 
 TEST(RegexUtils, MatchCoversTheWholeText)
@@ -23,6 +25,9 @@ TEST(RegexUtils, InvalidPatternNeverMatches)
     EXPECT_FALSE(RegexUtils::isValid("*"));
     EXPECT_FALSE(RegexUtils::match("a", "*"));
 
+    // Back-references need backtracking: such a pattern is refused.
+    EXPECT_FALSE(RegexUtils::isValid("(a)\\1"));
+
     EXPECT_TRUE(RegexUtils::isValid(u"^Api[0-9]+$"));
     EXPECT_TRUE(RegexUtils::isValid(u""));
     EXPECT_TRUE(RegexUtils::isValid("a|b"));
@@ -34,4 +39,13 @@ TEST(RegexUtils, UnitsBeyondAsciiAreSingleCharacters)
     EXPECT_TRUE(RegexUtils::match(u"\u0141x", u"..")); 
     EXPECT_TRUE(RegexUtils::match(u"\u0141", u"\u0141"));
     EXPECT_FALSE(RegexUtils::match(u"A", u"\u0141"));
+}
+
+TEST(RegexUtils, NestedRepetitionDecidesWithoutBacktracking)
+{
+    // A backtracking engine takes time exponential in the text for these.
+    const std::string text(64, 'a');
+    EXPECT_FALSE(RegexUtils::match(text.c_str(), "(.*)*x"));
+    EXPECT_FALSE(RegexUtils::match(text.c_str(), "(a|aa)+b"));
+    EXPECT_TRUE(RegexUtils::match((text + "x").c_str(), "(.*)*x"));
 }
