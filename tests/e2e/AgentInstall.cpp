@@ -122,7 +122,7 @@ RunResult AgentInstall::run(const std::string& program, RunOptions options) cons
 }
 
 void AgentInstall::writeProfile() const {
-    std::string text;
+    std::string text = profileLead;
     for (const auto& [key, value] : properties) {
         text += key + "=" + value + "\n";
     }

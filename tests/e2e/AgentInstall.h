@@ -25,6 +25,8 @@ public:
 
     // A property of the profile, written when the run starts.
     void set(const std::string& key, const std::string& value) { properties[key] = value; }
+    // Bytes written ahead of the properties (a byte order mark).
+    void startProfileWith(const std::string& bytes) { profileLead = bytes; }
     void unset(const std::string& key) { properties.erase(key); }
     // A file in the agent directory; returns its path.
     std::string write(const std::string& relative, const std::string& text) const;
@@ -50,6 +52,7 @@ private:
 
     std::string root;
     std::map<std::string, std::string> properties;
+    std::string profileLead;
 };
 
 // Lines of a text, without their line ends.
