@@ -174,6 +174,7 @@ HRESULT readCallee(const unsigned char* bytes, unsigned int length, Callee* call
 }
 
 HRESULT calleeOf(IMetaDataImport* import, unsigned int token, Callee* callee) {
+    if (import == nullptr) return E_FAIL;
     PCCOR_SIGNATURE bytes = nullptr;
     ULONG length = 0;
     HRESULT hr = E_FAIL;
@@ -253,6 +254,7 @@ private:
             codeSize = body[0] >> 2;
             maxStack = kTinyMaxStack;
             code = body + 1;
+            if (codeSize == 0) return fail("No code.");
             if (1 + codeSize > method.size) return fail("Code runs past the body.");
             return true;
         }
@@ -488,6 +490,7 @@ private:
     // Merges a path's stack into what is known at an instruction; a change
     // sends the instruction back to the work list.
     bool reach(unsigned int offset, const std::vector<unsigned char>& stack, const char* how) {
+        if (!isStart(offset)) return fail("No instruction at 0x%X (%s).", offset, how);
         int index = indexAt[offset];
         unsigned int depth = static_cast<unsigned int>(stack.size());
         for (const Region& region : regions) {

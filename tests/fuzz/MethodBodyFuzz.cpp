@@ -1,0 +1,27 @@
+// A method body of any content: decoded into a builder as the rewrite does,
+// and checked by the verifier (without metadata, every call is refused).
+#include <cstdint>
+#include <memory>
+
+#include "rewrite/BodyVerifier.h"
+#include "rewrite/IMethodBuilder.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2 || size > 1 << 16) return 0;
+    // The first byte shapes the method: arguments, locals, a result.
+    const unsigned char shape = data[0];
+    const unsigned char signature[] = {0x00, 0x02, static_cast<unsigned char>((shape & 1) != 0 ? 0x08 : 0x01), 0x08,
+                                       0x1C};
+    const unsigned char locals[] = {0x07, 0x02, 0x08, 0x0E};
+    VerifiedMethod method{data + 1, static_cast<unsigned int>(size - 1), 2u, (shape & 2) != 0 ? 2u : 0u,
+                          (shape & 1) != 0, signature, sizeof(signature), locals, sizeof(locals), nullptr};
+    char16_t reason[160];
+    BodyVerifier::verify(method, reason, 160);
+
+    std::unique_ptr<IMethodBuilder> builder(IMethodBuilder::newInstance());
+    if (builder != nullptr && SUCCEEDED(builder->insertIL(0, data + 1, static_cast<unsigned int>(size - 1)))) {
+        std::unique_ptr<unsigned char[]> out(new unsigned char[builder->getTotalSize()]);
+        builder->writeToBuffer(out.get());
+    }
+    return 0;
+}
