@@ -71,3 +71,21 @@ TARN_EXPORT bool Native_isGenericAgentTriggerEnabled() {
         return true;
     }
 }
+
+// The KEY=VALUE lines an attached agent would have found in its environment,
+// widened unit for byte; at most size units with the terminator.
+TARN_EXPORT void Native_GetAgentAttachEnvironmentVars(char16_t* buffer, int size) {
+    if (buffer == nullptr || size <= 0) {
+        return;
+    }
+    int written = 0;
+    if (fpc != nullptr) {
+        for (char c : fpc->getAttachEnvironment()) {
+            if (written + 1 >= size) {
+                break;
+            }
+            buffer[written++] = static_cast<char16_t>(static_cast<unsigned char>(c));
+        }
+    }
+    buffer[written] = 0;
+}

@@ -165,18 +165,6 @@ HRESULT ProfilerCallback::ReJITCompilationFinished(FunctionID functionId, ReJITI
 }
 
 
-// Attach: the client data and the catch-up of what is already loaded come with
-// the rest of the start-up; until then an attach is an Initialize.
-HRESULT ProfilerCallback::InitializeForAttach(IUnknown* pCorProfilerInfoUnk, void* pvClientData, UINT cbClientData) {
-    attached = true;
-    return Initialize(pCorProfilerInfoUnk);
-}
-
-// Slots whose work is not built yet: they leave the runtime's defaults in place.
-HRESULT ProfilerCallback::ProfilerAttachComplete() {
-    return S_OK;
-}
-
 // Slots that ignore their arguments.
 HRESULT ProfilerCallback::AppDomainCreationStarted(AppDomainID appDomainId) {
     return S_OK;

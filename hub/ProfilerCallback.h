@@ -23,6 +23,9 @@
 #include "runtime/CorProfilerInfo.h"
 #include "sampling/TraceProfiler.h"
 
+// Units of an assembly name asked for during an attach's catch-up.
+constexpr ULONG kAssemblyNameUnits = 512;
+
 // One batch of methods for the runtime to compile again (or to revert).
 struct rejit_requests {
     int identifier;
@@ -174,6 +177,9 @@ public:
     // One round of the service thread.
     void ServiceReJITRequests();
     IProfilerController* getController() const { return controller.get(); }
+    // KEY=VALUE lines for the managed agent: an attach's client data, then the
+    // profile and agent name of the start-up.
+    const std::string& getAttachEnvironment() const { return attachEnvironment; }
 
     // False without ICorProfilerInfo4, else "harrowlite.agent.rejit.enabled"
     // (default true); the properties are read anew at each call.
@@ -200,6 +206,13 @@ private:
     void instrumentModule(ModuleID moduleId, const char16_t* assemblyName, HRESULT result);
     // Signals the service thread until it has left; then its handle is closed.
     void stopServiceThread();
+    // The catch-up of an attach.
+    HRESULT catchUp();
+    HRESULT listModules(ICorProfilerInfo3* info3, std::vector<ModuleID>& modules);
+    bool isCoreLibraryModule(ModuleID module);
+    void catchUpModule(ICorProfilerInfo3* info3, ModuleID module, bool coreLibrary);
+    void forceOverloads(ModuleID module, const char16_t* className, const char16_t* methodName, const char* printed);
+    HRESULT requestCompiledFunctions(ICorProfilerInfo3* info3);
     void putReJITStatus(int identifier, HRESULT result);
     void hotReload();
     bool findTypeInModule(ModuleID module, const char16_t* className, AutoCOMPointer<IMetaDataImport>& import,

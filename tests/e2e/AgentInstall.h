@@ -47,8 +47,10 @@ public:
     // What the agent recorded, one trace call a line.
     std::vector<std::string> record() const;
 
-private:
+    // Writes the profile as it stands (run does it before each run).
     void writeProfile() const;
+
+private:
 
     std::string root;
     std::map<std::string, std::string> properties;

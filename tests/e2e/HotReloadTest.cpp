@@ -5,40 +5,17 @@
 // fixed time.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <fstream>
-#include <functional>
 #include <string>
-#include <thread>
 
-#include "AgentInstall.h"
-#include "ProgramRun.h"
+#include "ReloadProgram.h"
 
 namespace {
 
 using e2e::AgentInstall;
+using e2e::lastCall;
+using e2e::waitUntil;
 using e2e::joinLines;
 using e2e::linesStartingWith;
-
-// The highest call number of a traced method in the record (its tag argument
-// is "<name>-<number>"), -1 if it was never traced.
-int lastCall(const AgentInstall& install, const std::string& name) {
-    int last = -1;
-    const std::string head = "pushTrace 0 System.String:" + name + "-";
-    for (const std::string& line : linesStartingWith(install.record(), head)) {
-        last = std::max(last, std::atoi(line.c_str() + head.size()));
-    }
-    return last;
-}
-
-bool waitUntil(const std::function<bool()>& condition, int seconds = 60) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return condition();
-}
 
 std::string select(const std::string& methods) {
     std::string lines;
@@ -57,17 +34,9 @@ TEST(HotReload, ARunningProgramFollowsItsDirectives) {
     const e2e::RunResult reference = e2e::runProgram("Reload", plain);
     ASSERT_EQ(reference.out, "done: True\n") << reference.describe();
 
-    e2e::RunResult run;
-    auto touch = [&](const std::string& name) { std::ofstream(install.workDir() + "/" + name) << ""; };
-    // However the test ends, the program is told to stop and waited for.
-    struct Running {
-        std::thread thread;
-        std::function<void()> stop;
-        ~Running() {
-            stop();
-            if (thread.joinable()) thread.join();
-        }
-    } program{std::thread([&] { run = install.run("Reload", install.options()); }), [&] { touch("stop"); }};
+    install.writeProfile();
+    e2e::RunningReload program(install, install.options());
+    auto touch = [&](const std::string& name) { e2e::touch(install, name); };
     auto native = [&] { return e2e::readFile(install.workDir() + "/native.txt"); };
     auto why = [&] {
         return "--- native.txt ---\n" + native() + "--- native log ---\n" + install.logText() + "--- record tail ---\n" +
@@ -101,8 +70,7 @@ TEST(HotReload, ARunningProgramFollowsItsDirectives) {
     EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") > alphaStopped + 100; })) << why();
     EXPECT_GT(lastCall(install, "beta"), switched + 100) << why();
 
-    touch("stop");
-    program.thread.join();
+    const e2e::RunResult& run = program.stop();
     EXPECT_EQ(run.exitCode, 0) << run.describe() << why();
     EXPECT_EQ(run.out, reference.out) << run.describe() << why();
     EXPECT_EQ(run.err, "") << run.describe();

@@ -20,12 +20,54 @@
 
 #include "hub/ProfilerCallback.h"
 #include "runtime/Guids.h"
+#include "runtime/ProfilerEnumerators.h"
 #include "support/FakeProfilerInfo.h"
 #include "support/ScratchDirectory.h"
 
-// A runtime that tells its kind and version, and otherwise fails as the fake does.
+// An enumerator with nothing in it.
+template <typename Interface, typename Element>
+class EmptyEnumerator final : public Interface {
+public:
+    HRESULT QueryInterface(REFIID, void** out) override {
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    ULONG AddRef() override { return ++references; }
+    ULONG Release() override {
+        ULONG left = --references;
+        if (left == 0) delete this;
+        return left;
+    }
+    HRESULT Skip(ULONG) override { return S_OK; }
+    HRESULT Reset() override { return S_OK; }
+    HRESULT Clone(Interface**) override { return E_NOTIMPL; }
+    HRESULT GetCount(ULONG* count) override {
+        *count = 0;
+        return S_OK;
+    }
+    HRESULT Next(ULONG, Element[], ULONG* fetched) override {
+        *fetched = 0;
+        return S_FALSE;
+    }
+
+private:
+    ULONG references = 1;
+};
+
+// A runtime that tells its kind and version, has loaded and compiled nothing
+// an attach would catch up with, and otherwise fails as the fake does.
 class RuntimeInfoFake : public FakeProfilerInfo {
 public:
+    HRESULT EnumModules(ICorProfilerModuleEnum** modules) override {
+        count("EnumModules");
+        *modules = new EmptyEnumerator<ICorProfilerModuleEnum, ModuleID>();
+        return S_OK;
+    }
+    HRESULT EnumJITedFunctions(ICorProfilerFunctionEnum** functions) override {
+        count("EnumJITedFunctions");
+        *functions = new EmptyEnumerator<ICorProfilerFunctionEnum, COR_PRF_FUNCTION>();
+        return S_OK;
+    }
     explicit RuntimeInfoFake(int highestVersion = 10) : FakeProfilerInfo(highestVersion) {}
 
     COR_PRF_RUNTIME_TYPE type = COR_PRF_CORE_CLR;

@@ -36,11 +36,19 @@ namespace Reload
             for (int i = 0; once ? i < 10 : !File.Exists("stop") && DateTime.UtcNow < deadline; i++)
             {
                 total += Work.Alpha("alpha-" + i) + Work.Beta("beta-" + i) + Work.Gamma(i);
+                // Written once the methods have run: an attach comes after their compile.
+                if (i == 0)
+                    File.WriteAllText("pid", Environment.ProcessId.ToString());
                 if (File.Exists("reload"))
                 {
                     File.Delete("reload");
                     reloadDirectives(1);
                     Note("reloaded " + i);
+                }
+                if (File.Exists("environment"))
+                {
+                    File.Delete("environment");
+                    Note("environment:\n" + AttachedEnvironment());
                 }
                 if (pending > 0 && getReJITStatus(pending) != -1)
                 {
@@ -74,6 +82,20 @@ namespace Reload
             Note("unknown " + unknown);
             Note("requested " + gamma);
             return gamma;
+        }
+
+        // What the profiler hands the agent, from the library wherever it was
+        // mapped (an attach sets no variable that names it).
+        private static string AttachedEnvironment()
+        {
+            string path = File.ReadLines("/proc/self/maps").Select(line => line.Substring(line.IndexOf('/') < 0 ? 0 : line.IndexOf('/')))
+                .FirstOrDefault(mapped => mapped.EndsWith("tarn.NativeProfiler.so"));
+            if (path == null || !NativeLibrary.TryLoad(path, out IntPtr library))
+                return "(no profiler)";
+            var read = (delegate* unmanaged<char*, int, void>)NativeLibrary.GetExport(library, "Native_GetAgentAttachEnvironmentVars");
+            char* buffer = stackalloc char[4096];
+            read(buffer, 4096);
+            return new string(buffer);
         }
 
         private static void Note(string line) => File.AppendAllText("native.txt", line + "\n");

@@ -1,0 +1,109 @@
+// Attaching to a running program with the attach tool: the program was
+// started without a profiler; after the attach the methods that the
+// directives select reach the agent, whether compiled before the attach
+// (compiled again) or after, and the program prints what it always does.
+// Attaches that cannot succeed end with a clear message from the tool and
+// leave the program running.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "ReloadProgram.h"
+
+namespace {
+
+using e2e::AgentInstall;
+using e2e::joinLines;
+using e2e::lastCall;
+using e2e::waitUntil;
+
+e2e::RunResult attach(const std::vector<std::string>& args) {
+    e2e::RunOptions options;
+    options.profiled = false;
+    options.args = args;
+    options.args.insert(options.args.end(), {"--profiler", TARN_PROFILER_PATH});
+    return e2e::runProgram(std::string(TARN_E2E_DIR) + "/attach/tarn-attach.dll", options);
+}
+
+TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
+    AgentInstall install;
+    install.directives("TraceOneMethodOfClass: Reload.Work Alpha\n");
+    install.writeProfile();
+    e2e::RunOptions options = install.options();
+    options.profiled = false;
+    e2e::RunningReload program(install, options);
+    const std::string pidFile = install.workDir() + "/pid";
+    ASSERT_TRUE(waitUntil([&] { return !e2e::readFile(pidFile).empty(); })) << "the program did not start";
+    const std::string pid = e2e::readFile(pidFile);
+    // The program writes its id once Alpha has run: it was compiled without us.
+    EXPECT_EQ(lastCall(install, "alpha"), -1);
+
+    const e2e::RunResult attached =
+        attach({"--pid", pid, "--profile", install.profilePath(), "--agent-name", "Reload", "tool.key=tool value"});
+    auto why = [&] { return attached.describe() + "--- native log ---\n" + install.logText(); };
+    EXPECT_EQ(attached.exitCode, 0) << why();
+    EXPECT_NE(attached.out.find("attached "), std::string::npos) << why();
+    EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") >= 0; })) << why();
+    EXPECT_EQ(lastCall(install, "beta"), -1) << why();
+    const std::string log = install.logText();
+    EXPECT_NE(log.find("Request ReJIT to enable [Reload]Reload.Work::Alpha\n"), std::string::npos) << why();
+    EXPECT_NE(log.find("Attached TMS Agent with 0x0\n"), std::string::npos) << why();
+
+    // The agent's view of its environment: the tool's lines first, then the
+    // profile and the agent name of the start-up.
+    e2e::touch(install, "environment");
+    ASSERT_TRUE(waitUntil([&] { return e2e::readFile(install.workDir() + "/native.txt").find("environment:") != std::string::npos; }));
+    const std::string environment = e2e::readFile(install.workDir() + "/native.txt");
+    const size_t tool = environment.find("tool.key=tool value\n");
+    const size_t profile = environment.find("com.tarn.harrowlite.agentProfile=", tool);
+    const size_t name = environment.find("com.tarn.harrowlite.agentName=Reload", profile);
+    EXPECT_NE(tool, std::string::npos) << environment;
+    EXPECT_NE(profile, std::string::npos) << environment;
+    EXPECT_NE(name, std::string::npos) << environment;
+
+    // A second attach is refused by the runtime; the program runs on.
+    const e2e::RunResult again = attach({"--pid", pid, "--profile", install.profilePath()});
+    EXPECT_NE(again.exitCode, 0) << again.describe();
+    EXPECT_NE(again.err.find("tarn-attach: "), std::string::npos) << again.describe();
+    const int before = lastCall(install, "alpha");
+    EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") > before + 20; })) << why();
+
+    const e2e::RunResult& run = program.stop();
+    EXPECT_EQ(run.exitCode, 0) << run.describe();
+    EXPECT_EQ(run.out, "done: True\n") << run.describe();
+    EXPECT_EQ(run.err, "") << run.describe();
+}
+
+TEST(Attach, AttachesThatCannotSucceedSayWhyAndLeaveTheProgramRunning) {
+    AgentInstall install;
+    install.writeProfile();
+    e2e::RunOptions options = install.options();
+    options.profiled = false;
+    e2e::RunningReload program(install, options);
+    const std::string pidFile = install.workDir() + "/pid";
+    ASSERT_TRUE(waitUntil([&] { return !e2e::readFile(pidFile).empty(); }));
+    const std::string pid = e2e::readFile(pidFile);
+
+    struct Case {
+        std::vector<std::string> args;
+        const char* message;
+    };
+    const Case cases[] = {
+        {{"--pid", "999999999"}, "does not exist or is not a .NET process"},
+        {{"--pid", pid, "malformed client data"}, "not an option nor a KEY=VALUE pair"},
+        {{"--profile", install.profilePath()}, "no process id given"},
+        // No profile: the process gate refuses, and so the runtime.
+        {{"--pid", pid, "--profile", install.workDir() + "/missing.properties"}, "refused the profiler"},
+    };
+    for (const Case& c : cases) {
+        const e2e::RunResult attached = attach(c.args);
+        EXPECT_EQ(attached.exitCode, 2) << attached.describe();
+        EXPECT_NE(attached.err.find(c.message), std::string::npos) << attached.describe();
+    }
+    const e2e::RunResult& run = program.stop();
+    EXPECT_EQ(run.exitCode, 0) << run.describe();
+    EXPECT_EQ(run.out, "done: True\n") << run.describe();
+    EXPECT_EQ(run.err, "") << run.describe();
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+// The Reload program running in the background while a test changes what the
+// profiler does to it; what the test reads of it while it runs. The program
+// is steered by files in its working directory ("reload", "environment",
+// "stop") and writes its process id to "pid" once its methods have run.
+#pragma once
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "AgentInstall.h"
+#include "ProgramRun.h"
+
+namespace e2e {
+
+// Polls until condition holds or the time limit passes; the last answer.
+inline bool waitUntil(const std::function<bool()>& condition, int seconds = 60) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return condition();
+}
+
+// The highest call number of Work.Alpha or Work.Beta (name "alpha" or
+// "beta") that the agent recorded, -1 if none.
+inline int lastCall(const AgentInstall& install, const std::string& name) {
+    int last = -1;
+    const std::string head = "pushTrace 0 System.String:" + name + "-";
+    for (const std::string& line : linesStartingWith(install.record(), head)) {
+        last = std::max(last, std::atoi(line.c_str() + head.size()));
+    }
+    return last;
+}
+
+inline void touch(const AgentInstall& install, const std::string& name) {
+    std::ofstream(install.workDir() + "/" + name) << "";
+}
+
+// Runs the program on a thread of its own; however the test ends, the
+// program is told to stop and waited for.
+class RunningReload {
+public:
+    RunningReload(const AgentInstall& install, RunOptions options)
+        : install(install), thread([this, options] { result = runProgram("Reload", options); }) {}
+    ~RunningReload() { stop(); }
+
+    const RunResult& stop() {
+        touch(install, "stop");
+        if (thread.joinable()) thread.join();
+        return result;
+    }
+
+private:
+    const AgentInstall& install;
+    RunResult result;
+    std::thread thread;
+};
+
+}  // namespace e2e
