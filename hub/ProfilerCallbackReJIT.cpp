@@ -237,8 +237,7 @@ HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID
             FAILED(metaDataContext->setFunction(functionId))) {
             return S_OK;
         }
-        // The copy is what is written: a reverted entry stays reverted.
-        std::map<unsigned long, int> compiled = controller->getCompiledMethods();
+        const std::map<unsigned long, int>& compiled = controller->getCompiledMethods();
         auto found = compiled.find(functionId);
         state = found != compiled.end() ? found->second : kMonitored;
         // A reverted method that the directives want again is compiled as a
