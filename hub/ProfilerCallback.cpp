@@ -4,6 +4,7 @@
 #include <new>
 
 #include "gate/ProfilingManager.h"
+#include "hub/HeldLock.h"
 #include "runtime/Guids.h"
 
 ProfilerCallback* fpc = nullptr;
@@ -191,11 +192,10 @@ HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
 }
 
 HRESULT ProfilerCallback::ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStatus) {
-    EnterCriticalSection(&profilerLock);
+    HeldLock held(&profilerLock);
     if (profiler != nullptr) {
         profiler->forgetModule(moduleId);
     }
-    LeaveCriticalSection(&profilerLock);
     return S_OK;
 }
 

@@ -23,9 +23,6 @@
 #include "runtime/CorProfilerInfo.h"
 #include "sampling/TraceProfiler.h"
 
-// Units of an assembly name asked for during an attach's catch-up.
-constexpr ULONG kAssemblyNameUnits = 512;
-
 // One batch of methods for the runtime to compile again (or to revert).
 struct rejit_requests {
     int identifier;
@@ -215,6 +212,8 @@ private:
     HRESULT requestCompiledFunctions(ICorProfilerInfo3* info3);
     void putReJITStatus(int identifier, HRESULT result);
     void hotReload();
+    // "Request ReJIT to <verb> [A]C::M" for the method in hand, if its names can be read.
+    void logReJITRequest(const char16_t* verb);
     bool findTypeInModule(ModuleID module, const char16_t* className, AutoCOMPointer<IMetaDataImport>& import,
                           mdTypeDef* type);
 

@@ -2,6 +2,7 @@
 // client data into the environment, starts up as at launch, and catches up
 // with what the process has already loaded and compiled by asking the
 // runtime to compile the selected methods again.
+#include <iterator>
 #include <set>
 #include <vector>
 
@@ -22,6 +23,7 @@ constexpr ULONG kBatch = 1024;
 constexpr unsigned int kOverloads = 8;
 constexpr HRESULT kAttachRefused = static_cast<HRESULT>(0x80131375);
 constexpr DWORD kModuleNgen = 0x2;
+constexpr char16_t kCoreLibraryName[] = u"System.Private.CoreLib";
 
 std::u16string widen(const std::string& text) {
     std::u16string wide;
@@ -129,13 +131,14 @@ HRESULT ProfilerCallback::listModules(ICorProfilerInfo3* info3, std::vector<Modu
     return hr;
 }
 
+// A longer name does not fit and is no core library either.
 bool ProfilerCallback::isCoreLibraryModule(ModuleID module) {
     AssemblyID assembly = 0;
     ULONG length = 0;
-    char16_t name[kAssemblyNameUnits] = {};
+    char16_t name[std::size(kCoreLibraryName)] = {};
     return SUCCEEDED(profilerInfo->GetModuleInfo(module, nullptr, 0, &length, nullptr, &assembly)) &&
-           SUCCEEDED(profilerInfo->GetAssemblyInfo(assembly, kAssemblyNameUnits, &length, name, nullptr, nullptr)) &&
-           strcmp_u16(name, u"System.Private.CoreLib") == 0;
+           SUCCEEDED(profilerInfo->GetAssemblyInfo(assembly, std::size(name), &length, name, nullptr, nullptr)) &&
+           strcmp_u16(name, kCoreLibraryName) == 0;
 }
 
 // One loaded module: its load event, the methods that give the agent an early
@@ -212,12 +215,7 @@ HRESULT ProfilerCallback::requestCompiledFunctions(ICorProfilerInfo3* info3) {
                 continue;
             }
             RequestReJIT(metaDataContext->getModuleID(), metaDataContext->getMethodDef(), false);
-            char16_t* assembly = nullptr;
-            char16_t* className = nullptr;
-            char16_t* method = nullptr;
-            if (methodNames(&assembly, &className, &method)) {
-                fprintf_8(nativeLog, "Request ReJIT to enable [%S]%S::%S\n", assembly, className, method);
-            }
+            logReJITRequest(u"enable");
         }
     }
     return SUCCEEDED(hr) ? S_OK : hr;

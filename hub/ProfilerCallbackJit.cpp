@@ -11,7 +11,6 @@ namespace {
 // The label at the first instruction of a method's own body in the builder.
 constexpr unsigned int kMethodBodyLabel = 0x80000008;
 
-
 } // namespace
 
 HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsSafeToBlock) {

@@ -218,15 +218,21 @@ void ProfilerCallback::hotReload() {
             RequestReJIT(metaDataContext->getModuleID(), metaDataContext->getMethodDef(), false);
             verb = u"enable";
         }
-        char16_t* assembly = nullptr;
-        char16_t* className = nullptr;
-        char16_t* method = nullptr;
-        if (verb != nullptr && methodNames(&assembly, &className, &method)) {
-            fprintf_8(nativeLog, "Request ReJIT to %S [%S]%S::%S\n", verb, assembly, className, method);
+        if (verb != nullptr) {
+            logReJITRequest(verb);
         }
     }
     fprintf_8(nativeLog, "Hot Reload complete (%dms)\n", static_cast<int>(Performance::GetTimeInMillis() - walked));
     fflush(nativeLog);
+}
+
+void ProfilerCallback::logReJITRequest(const char16_t* verb) {
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    char16_t* method = nullptr;
+    if (methodNames(&assembly, &className, &method)) {
+        fprintf_8(nativeLog, "Request ReJIT to %S [%S]%S::%S\n", verb, assembly, className, method);
+    }
 }
 
 HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID rejitId, BOOL fIsSafeToBlock) {

@@ -69,11 +69,10 @@ HRESULT BlobInputStream::readCustomMod(unsigned char* type, unsigned int* token)
     return hr;
 }
 
-HRESULT BlobInputStream::readCustomMods() {
+void BlobInputStream::skipCustomMods() {
     // The run ends at the first byte that is no modifier; that is no error.
     while (SUCCEEDED(readCustomMod(nullptr, nullptr))) {
     }
-    return S_OK;
 }
 
 HRESULT BlobInputStream::readParam(unsigned char* type, unsigned int* token) {
@@ -81,7 +80,7 @@ HRESULT BlobInputStream::readParam(unsigned char* type, unsigned int* token) {
 }
 
 HRESULT BlobInputStream::readParamAt(unsigned char* type, unsigned int* token, unsigned int depth) {
-    readCustomMods();
+    skipCustomMods();
     unsigned char element = 0;
     HRESULT hr = peekByte(&element);
     if (FAILED(hr)) return hr;
@@ -102,7 +101,7 @@ HRESULT BlobInputStream::readRetType(unsigned char* type, unsigned int* token) {
 }
 
 HRESULT BlobInputStream::readRetTypeAt(unsigned char* type, unsigned int* token, unsigned int depth) {
-    readCustomMods();
+    skipCustomMods();
     unsigned char element = 0;
     HRESULT hr = peekByte(&element);
     if (FAILED(hr)) return hr;
@@ -131,7 +130,7 @@ HRESULT BlobInputStream::readTypeAt(unsigned char* type, unsigned int* token, un
 
     switch (element) {
     case ELEMENT_TYPE_PTR: {
-        readCustomMods();
+        skipCustomMods();
         unsigned char next = 0;
         hr = peekByte(&next);
         // void is no type of its own, but it is one behind a pointer.
@@ -169,7 +168,7 @@ HRESULT BlobInputStream::readTypeAt(unsigned char* type, unsigned int* token, un
         hr = readMethod(depth + 1);
         break;
     case ELEMENT_TYPE_SZARRAY:
-        readCustomMods();
+        skipCustomMods();
         hr = readTypeAt(nullptr, nullptr, depth + 1);
         break;
     default:

@@ -27,8 +27,9 @@ public:
     // exhaust the stack.
     static constexpr unsigned int kMaxNesting = 256;
 
+    void skipCustomMods() override;
+
 private:
-    HRESULT readCustomMods();
     HRESULT readParamAt(unsigned char* type, unsigned int* token, unsigned int depth);
     HRESULT readRetTypeAt(unsigned char* type, unsigned int* token, unsigned int depth);
     HRESULT readTypeAt(unsigned char* type, unsigned int* token, unsigned int depth);

@@ -156,8 +156,7 @@ HRESULT readCallee(const unsigned char* bytes, unsigned int length, Callee* call
     if (FAILED(hr)) return hr;
     callee->hasThis = (convention & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0;
     callee->explicitThis = (convention & IMAGE_CEE_CS_CALLCONV_EXPLICITTHIS) != 0;
-    while (SUCCEEDED(stream.readCustomMod(nullptr, nullptr))) {
-    }
+    stream.skipCustomMods();
     unsigned char returnType = 0;
     hr = stream.peekByte(&returnType);
     if (FAILED(hr)) return hr;

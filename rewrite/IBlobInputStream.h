@@ -24,6 +24,8 @@ public:
     virtual HRESULT readToken(unsigned int* token) = 0;
     // E_FAIL with the position unchanged when the next byte is no modifier.
     virtual HRESULT readCustomMod(unsigned char* type, unsigned int* token) = 0;
+    // Reads past a run of custom modifiers; a run of none is no error.
+    virtual void skipCustomMods() = 0;
     // A parameter: ELEMENT_TYPE_BYREF for a by-reference one, with the token of
     // the type behind it.
     virtual HRESULT readParam(unsigned char* type, unsigned int* token) = 0;

@@ -48,6 +48,8 @@ HRESULT MethodBlobInputStream::readCustomMod(unsigned char* type, unsigned int* 
     return BlobInputStream::readCustomMod(type, token);
 }
 
+void MethodBlobInputStream::skipCustomMods() { BlobInputStream::skipCustomMods(); }
+
 HRESULT MethodBlobInputStream::readParam(unsigned char* type, unsigned int* token) {
     return BlobInputStream::readParam(type, token);
 }

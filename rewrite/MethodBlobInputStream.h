@@ -22,6 +22,7 @@ public:
     HRESULT readNumber(unsigned int* value) override;
     HRESULT readToken(unsigned int* token) override;
     HRESULT readCustomMod(unsigned char* type, unsigned int* token) override;
+    void skipCustomMods() override;
     HRESULT readParam(unsigned char* type, unsigned int* token) override;
     HRESULT readRetType(unsigned char* type, unsigned int* token) override;
     HRESULT readType(unsigned char* type, unsigned int* token) override;

@@ -133,6 +133,7 @@ private:
     HRESULT insertParameter(unsigned int* index, unsigned int argument, unsigned int first);
     bool findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport>& otherScope, IMetaDataImport** scope,
                         unsigned int* definition);
+    bool definitionHasAttribute(unsigned int token, const char16_t* attribute);
     bool isByRefLikeType(unsigned int token);
     bool isStackOnlyType(unsigned int token);
     bool mayBeByRefLike(unsigned char type, IMethodBlobInputStream* stream, unsigned int index);

@@ -22,8 +22,7 @@ const char16_t kTracePathMessage[] = u"Code that the trace calls run through is 
 // own body.
 HRESULT refuseByRefReturn(IMethodBlobInputStream* stream) {
     stream->shiftToRetType();
-    while (SUCCEEDED(stream->readCustomMod(nullptr, nullptr))) {
-    }
+    stream->skipCustomMods();
     unsigned char next = 0;
     HRESULT hr = stream->peekByte(&next);
     if (SUCCEEDED(hr) && (next == ELEMENT_TYPE_BYREF || next == ELEMENT_TYPE_TYPEDBYREF)) {
@@ -103,8 +102,7 @@ HRESULT Profiler::updateSignatures() {
     }
     if (SUCCEEDED(hr)) {
         stream->shiftToRetType();
-        while (SUCCEEDED(stream->readCustomMod(nullptr, nullptr))) {
-        }
+        stream->skipCustomMods();
         returnIndex = stream->getIndex();
         hr = stream->readRetType(&newReturnType, &newReturnToken);
     }
@@ -229,8 +227,7 @@ HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasRe
         // The return type with its tokens; byref and typed-reference returns were
         // refused when the signature was read.
         stream->shiftToRetType();
-        while (SUCCEEDED(stream->readCustomMod(nullptr, nullptr))) {
-        }
+        stream->skipCustomMods();
         hr = blob->writeType(stream);
     }
     if (SUCCEEDED(hr)) hr = blob->writeByte(ELEMENT_TYPE_I4);

@@ -350,8 +350,7 @@ HRESULT Profiler::insertParameters(unsigned int* index) {
 // reference it is. What cannot be an object (addresses, typed references,
 // function and unmanaged pointers, byref-like values) is left out.
 HRESULT Profiler::insertParameter(unsigned int* index, unsigned int argument, unsigned int first) {
-    while (SUCCEEDED(signature->readCustomMod(nullptr, nullptr))) {
-    }
+    signature->skipCustomMods();
     unsigned int position = signature->getIndex();
     unsigned char type = 0;
     unsigned int typeToken = 0;

@@ -5,8 +5,8 @@
 #include "platform/AutoPointer.h"
 #include "rewrite/CorSig.h"
 #include "rewrite/ITypeSpecTokenGetter.h"
-#include "runtime/Guids.h"
 #include "rewrite/Profiler.h"
+#include "runtime/Guids.h"
 
 namespace {
 
@@ -16,6 +16,8 @@ constexpr HRESULT kBadTypeSpec = static_cast<HRESULT>(0x80131195);
 constexpr ULONG kGenericParamLimit = 64;
 // The generic parameter attribute of `allows ref struct`.
 constexpr DWORD kAllowByRefLike = 0x0020;
+constexpr char16_t kByRefLikeAttribute[] = u"System.Runtime.CompilerServices.IsByRefLikeAttribute";
+constexpr char16_t kReadOnlyAttribute[] = u"System.Runtime.CompilerServices.IsReadOnlyAttribute";
 
 }  // namespace
 
@@ -179,20 +181,19 @@ bool Profiler::findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport
     return TypeFromToken(token) == mdtTypeDef;
 }
 
-bool Profiler::isByRefLikeType(unsigned int token) {
+// Whether the type behind a TypeDef, TypeRef or TypeSpec token carries the
+// attribute; false if its definition cannot be found.
+bool Profiler::definitionHasAttribute(unsigned int token, const char16_t* attribute) {
     AutoCOMPointer<IMetaDataImport> otherScope;
     IMetaDataImport* scope = nullptr;
     unsigned int definition = 0;
     return findDefinition(token, otherScope, &scope, &definition) &&
-           typeHasAttribute(scope, definition, u"System.Runtime.CompilerServices.IsByRefLikeAttribute") == S_OK;
+           typeHasAttribute(scope, definition, attribute) == S_OK;
 }
+
+bool Profiler::isByRefLikeType(unsigned int token) { return definitionHasAttribute(token, kByRefLikeAttribute); }
 
 // Ref structs cannot be boxed, and read-only structs are left out with them.
 bool Profiler::isStackOnlyType(unsigned int token) {
-    AutoCOMPointer<IMetaDataImport> otherScope;
-    IMetaDataImport* scope = nullptr;
-    unsigned int definition = 0;
-    if (!findDefinition(token, otherScope, &scope, &definition)) return false;
-    return typeHasAttribute(scope, definition, u"System.Runtime.CompilerServices.IsByRefLikeAttribute") == S_OK ||
-           typeHasAttribute(scope, definition, u"System.Runtime.CompilerServices.IsReadOnlyAttribute") == S_OK;
+    return isByRefLikeType(token) || definitionHasAttribute(token, kReadOnlyAttribute);
 }

@@ -12,12 +12,7 @@ missing=()
 command -v clang++-14 >/dev/null || missing+=(clang-14)
 ls /usr/lib/llvm-14/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a >/dev/null 2>&1 || missing+=(libclang-rt-14-dev)
 [ -f /usr/include/re2/re2.h ] || missing+=(libre2-dev)
-if [ ${#missing[@]} -gt 0 ]; then
-    echo "installing: ${missing[*]}"
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
-    apt-get install -y -qq "${missing[@]}"
-fi
+scripts/install-missing.sh ${missing[@]+"${missing[@]}"}
 cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang-14 \
     -DCMAKE_CXX_COMPILER=clang++-14 -DTARN_FUZZ=ON -DTARN_TESTS=OFF >/dev/null
 harnesses=("$@")

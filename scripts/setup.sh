@@ -12,12 +12,7 @@ command -v nm >/dev/null || missing+=(binutils)
 command -v valgrind >/dev/null || missing+=(valgrind)
 [ -f /usr/include/re2/re2.h ] || missing+=(libre2-dev)
 
-if [ ${#missing[@]} -gt 0 ]; then
-    echo "installing: ${missing[*]}"
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
-    apt-get install -y -qq "${missing[@]}"
-fi
+"$(dirname "$0")"/install-missing.sh ${missing[@]+"${missing[@]}"}
 
 if ! command -v dotnet >/dev/null; then
     echo "The .NET SDK (dotnet) is required and is not on PATH." >&2
