@@ -3,3 +3,6 @@
 #pragma once
 
 #define TARN_EXPORT extern "C" __attribute__((visibility("default")))
+// The same for a symbol that keeps its C++ decorated name, which carries the
+// argument types: the agent's P/Invoke names that form.
+#define TARN_EXPORT_DECORATED __attribute__((visibility("default")))

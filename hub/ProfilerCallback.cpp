@@ -4,7 +4,7 @@
 #include <new>
 
 #include "gate/ProfilingManager.h"
-#include "hub/HeldLock.h"
+#include "platform/HeldLock.h"
 #include "runtime/Guids.h"
 
 ProfilerCallback* fpc = nullptr;

@@ -162,6 +162,8 @@ public:
     // The same for a module known by path or assembly name; -1, and a log
     // line, for a module that is not loaded.
     int RequestReJIT(const char16_t* moduleName, const char16_t* assemblyName, int method);
+    // The loaded module with this path or assembly name, or 0.
+    ModuleID GetModuleID(const char16_t* name);
     // The runtime's answer for a batch passed to it, or -1.
     int GetReJITStatus(int identifier);
     // Asks the service thread for a hot reload; with wait, returns once done.

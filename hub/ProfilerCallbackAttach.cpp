@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "hub/AttachClientData.h"
-#include "hub/HeldLock.h"
+#include "platform/HeldLock.h"
 #include "hub/ProfilerCallback.h"
 #include "metadata/CLRUtils.h"
 #include "platform/Environment.h"

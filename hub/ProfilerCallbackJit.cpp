@@ -2,7 +2,7 @@
 // events.
 #include <new>
 
-#include "hub/HeldLock.h"
+#include "platform/HeldLock.h"
 #include "hub/ProfilerCallback.h"
 #include "platform/FormattedOutput.h"
 

@@ -6,7 +6,7 @@
 #include <set>
 #include <string>
 
-#include "hub/HeldLock.h"
+#include "platform/HeldLock.h"
 #include "hub/ProfilerCallback.h"
 #include "hub/UnixDllImportPatcher.h"
 #include "platform/FormattedOutput.h"
@@ -331,4 +331,10 @@ void ProfilerCallback::instrumentModule(ModuleID moduleId, const char16_t* assem
                 static_cast<unsigned int>(methods.size()), static_cast<unsigned long long>(elapsed),
                 static_cast<unsigned long long>(cumulative));
     fflush(nativeLog);
+}
+
+ModuleID ProfilerCallback::GetModuleID(const char16_t* name) {
+    HeldLock held(&moduleLock);
+    auto found = moduleIds.find(name);
+    return found != moduleIds.end() ? found->second : 0;
 }

@@ -3,7 +3,7 @@
 // reload of directives, and the ReJIT compile event.
 #include <map>
 
-#include "hub/HeldLock.h"
+#include "platform/HeldLock.h"
 #include "hub/ProfilerCallback.h"
 #include "platform/FormattedOutput.h"
 #include "platform/Performance.h"
@@ -51,12 +51,9 @@ int ProfilerCallback::RequestReJIT(ModuleID module, mdMethodDef method, bool rev
 }
 
 int ProfilerCallback::RequestReJIT(const char16_t* moduleName, const char16_t* assemblyName, int method) {
-    ModuleID module = 0;
-    {
-        HeldLock held(&moduleLock);
-        auto found = moduleIds.find(moduleName);
-        if (found == moduleIds.end()) found = moduleIds.find(assemblyName);
-        if (found != moduleIds.end()) module = found->second;
+    ModuleID module = GetModuleID(moduleName);
+    if (module == 0) {
+        module = GetModuleID(assemblyName);
     }
     if (module == 0) {
         if (nativeLog != nullptr) {

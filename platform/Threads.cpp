@@ -36,6 +36,13 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T stackSize, 
     return RegisterHandle(handle);
 }
 
+void JoinThread(HANDLE thread) {
+    auto* handle = static_cast<ThreadHandleInternal*>(static_cast<HandleInternal*>(thread));
+    if (handle->thread != 0) {
+        pthread_join(handle->thread, nullptr);
+    }
+}
+
 HANDLE GetCurrentThread() {
     // The one pseudo-handle, never registered, never destroyed.
     static auto* sCurrentThread = new ThreadHandleInternal();

@@ -7,6 +7,9 @@
 // routine's result is dropped. Close the handle with CloseHandle.
 HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize, LPTHREAD_START_ROUTINE routine,
                     LPVOID parameter, DWORD flags, LPDWORD threadId);
+// Waits until the thread of a handle from CreateThread has returned. Once only
+// for each thread; the handle still needs CloseHandle.
+void JoinThread(HANDLE thread);
 // A pseudo-handle, the same for every thread; CloseHandle refuses it.
 HANDLE GetCurrentThread();
 // The kernel's thread number.

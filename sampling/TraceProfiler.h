@@ -1,47 +1,131 @@
-// The sampling profiler that lives beside the instrumentation, as far as the
-// callback hub drives it: set-up, shutdown, the end of a thread, and the unsafe
-// windows in which no stack snapshot may be taken.
+// The stack-sampling profiler that lives beside the instrumentation. The managed
+// agent opens a session on a method or a thread through the Native_ exports; a
+// background thread stops the runtime at the sampling interval, takes a stack
+// snapshot for every session that is sampling, merges identical frames into
+// counted samples, and lets the runtime go. Once a session has stopped, the
+// agent reads its samples back and closes it.
 //
-// Contract: a member of ProfilerCallback, built with a pointer to its owner. The
-// session lock guards the unsafe flag; enabled and shutting down are plain fields,
-// written on the runtime's start-up and shutdown paths.
+// Contract: a member of ProfilerCallback, built with a pointer to its owner,
+// through which it reaches the runtime and the native log. The session lock
+// guards the table, the unsafe flag and the unresolved threads; the cache lock
+// the three name caches, and no one takes the session lock while holding it.
+// Neither lock is held while the runtime is asked to stop. Enabled and
+// shutting down are plain fields.
+// Results are small negative numbers: -1 no such session or table full, -2 the
+// runtime could not say which thread calls, -42 a thread number known to have
+// no managed thread, -404 sampling is disabled.
 #pragma once
 
-#include "platform/CoreCLRPAL.h"
+#include <map>
+#include <string>
+#include <vector>
 
+#include "platform/CoreCLRPAL.h"
+#include "runtime/ProfilerStructs.h"
+#include "sampling/TraceProfilerSession.h"
+
+class IProperties;
 class ProfilerCallback;
+struct ICorProfilerInfo;
+struct IMetaDataImport;
 
 class TraceProfiler {
 public:
+    static constexpr int kMaxSessions = 64;
+    // Log levels of the sampling lines.
+    enum Level { kError = 1, kWarn, kInfo, kDebug, kTrace };
+
     explicit TraceProfiler(ProfilerCallback* callback);
     ~TraceProfiler();
     TraceProfiler(const TraceProfiler&) = delete;
     TraceProfiler& operator=(const TraceProfiler&) = delete;
 
-    // Once, from ProfilerCallback::Initialize.
+    // Once, from ProfilerCallback::Initialize: configure from the process's properties.
     void Init();
-    // Stops all sampling for good; the sampling thread is woken, not joined.
+    // The configuration from these properties (null: all defaults).
+    void configure(IProperties* properties);
+    // Stops all sampling for good: closes every session and ends the sampling thread.
     void Shutdown();
-    // Stops the sessions that sample this thread. There are none before the
-    // sampling thread exists, which the first session starts.
-    void ThreadDestroyed(ThreadID threadId) {}
-    // True while the runtime loads or unloads an assembly.
+
+    int StartProfilingForMethod(ModuleID module, unsigned int methodToken, int sampleLimit);
+    int StartProfilingForThread(int nativeThread, int sampleLimit);
+    int StartProfilingWithSession(trace_profiler_session& session);
+    int StopProfiling(int index);
+    int CloseProfilingSession(int index);
+    bool isSessionOpen(int index);
+    int openSessionCount();
+    int activeSessionCount();
+
+    // Each -1 while the session is closed or still sampling.
+    int ReadStackSampleCount(int index);
+    int ReadFailedStackSampleCount(int index);
+    int ReadStackSnapshotEntryCount(int index);
+    // Copies the merged samples, in order of first appearance, into arrays that
+    // the caller sized by ReadStackSnapshotEntryCount; their number.
+    int ReadStackSnapshots(int index, unsigned long* functions, unsigned long* parents, int* depths, int* counts);
+
+    void PushSamplingInterval(unsigned int milliseconds);
+    void PopSamplingInterval();
+
+    // Stops the sessions that sample this thread; they stay readable.
+    void ThreadDestroyed(ThreadID threadId);
+    // True while the runtime loads or unloads an assembly: no snapshot then.
     void SetUnsafe(bool value);
     bool isUnsafe();
+
+    // Appends "Class, Assembly" for the function from the class cache, within
+    // size units with the terminator; out is left as it was if either is unknown.
+    int GetClassForFunctionId(FunctionID function, char16_t* out, int size);
+
     bool isEnabled() const { return enabled; }
     bool isShuttingDown() const { return shuttingDown; }
     int getLogLevel() const { return logLevel; }
     int getMaxStacks() const { return maxStacks; }
     unsigned int getSamplingInterval() const { return samplingInterval; }
+    bool usesClassCache() const { return useClassCache; }
+
+    // The sampling thread's loop, until shutdown.
+    void SampleTraces();
 
 private:
+    bool logs(int level) const { return !shuttingDown && logLevel >= level; }
+    void log(const char* format, ...);
+    int getIntProperty(IProperties* properties, const char16_t* name, int defaultValue, int minimum, int maximum);
+    // The runtime's interface with a reference of its own; null after shutdown.
+    ICorProfilerInfo* profilerInfo();
+    // One pass: the runtime stopped, a snapshot of each session due, resumed.
+    void samplePass(bool wokeEarly);
+    int sampleForSession(trace_profiler_session& session);
+    bool resolveThread(trace_profiler_session& session, ICorProfilerInfo* info);
+    void logFailedSnapshot(int index, HRESULT hr);
+    void cacheClassInfo(FunctionID function);
+    void concatEnclosingClass(mdTypeDef typeDef, IMetaDataImport* import, char16_t* out);
+
     ProfilerCallback* callback;
     bool enabled;
     bool unsafe;
     bool shuttingDown;
+    bool useClassCache;
     int logLevel;
     int maxStacks;
     unsigned int samplingInterval;
+    std::vector<unsigned int> intervalStack;
+    std::map<unsigned long, std::u16string> assemblyNames;
+    std::map<unsigned long, std::u16string> classNames;
+    std::map<unsigned long, std::u16string> functionNames;
+    std::map<int, int> unresolvedThreads;
+    // Functions of the samples that the last pass added, for the class cache.
+    std::vector<FunctionID> uncachedFunctions;
+    // Its storage is reserved for all 64 entries at once: the sampling thread
+    // holds a reference into it while a start may append.
+    std::vector<trace_profiler_session> sessions;
+    HANDLE samplingThread;
+    CRITICAL_SECTION cacheLock;
     CRITICAL_SECTION sessionLock;
     CONDITION_VARIABLE wakeUp;
 };
+
+// The walk's callback, of the runtime's StackSnapshotCallback form: S_OK goes
+// on, S_FALSE ends the walk.
+HRESULT TraceProfilerStackSnapshotCallback(FunctionID function, UINT_PTR ip, COR_PRF_FRAME_INFO frameInfo,
+                                           ULONG32 contextSize, BYTE context[], void* clientData);

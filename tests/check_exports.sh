@@ -4,7 +4,7 @@
 set -euo pipefail
 lib=$1
 exported=$(nm -D --defined-only "$lib" | awk '{print $3}' | sort)
-unexpected=$(echo "$exported" | grep -v -E '^(DllGetClassObject|CLSID_PROFILERCALLBACK|GetGUIDAsString|Native_[A-Za-z0-9_]+)$' || true)
+unexpected=$(echo "$exported" | grep -v -E '^(DllGetClassObject|CLSID_PROFILERCALLBACK|GetGUIDAsString|(_Z[0-9]+)?Native_[A-Za-z0-9_]+)$' || true)
 status=0
 for required in DllGetClassObject CLSID_PROFILERCALLBACK GetGUIDAsString; do
     if ! echo "$exported" | grep -qx "$required"; then

@@ -1,0 +1,159 @@
+// Stack sampling on a running program: the test agent opens sessions through
+// the exports on threads that are busy in known chains of methods, and reads
+// back what the sampler merged. The program's output stays as it is without
+// the profiler, and the program ends by itself.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "AgentInstall.h"
+
+namespace {
+
+using e2e::AgentInstall;
+
+struct Sample {
+    std::string function, parent, token, module, className;
+    int depth = 0;
+    int count = 0;
+};
+
+// The samples of the session whose description follows the line beginning
+// with head, up to the next empty or unrelated line.
+std::vector<Sample> samplesAfter(const std::vector<std::string>& lines, const std::string& head, std::string* summary) {
+    std::vector<Sample> samples;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].rfind(head, 0) != 0) continue;
+        *summary = lines[i];
+        for (size_t j = i + 1; j < lines.size(); ++j) {
+            std::istringstream fields(lines[j]);
+            Sample sample;
+            if (!(fields >> sample.function >> sample.parent >> sample.depth >> sample.count >> sample.token >>
+                  sample.module)) {
+                break;
+            }
+            std::getline(fields >> std::ws, sample.className);
+            samples.push_back(sample);
+        }
+        break;
+    }
+    return samples;
+}
+
+// Token of each method of the program, from the program's own note.
+std::map<std::string, std::string> tokensOf(const std::vector<std::string>& lines) {
+    std::map<std::string, std::string> tokens;
+    for (const auto& line : lines) {
+        if (line.rfind("tokens ", 0) != 0) continue;
+        std::istringstream fields(line.substr(7));
+        std::string name, token;
+        while (fields >> name >> token) tokens[name] = token;
+    }
+    return tokens;
+}
+
+const Sample* findToken(const std::vector<Sample>& samples, const std::string& token, const std::string& parent = "") {
+    for (const auto& sample : samples) {
+        if (sample.token == token && (parent.empty() || sample.parent == parent)) return &sample;
+    }
+    return nullptr;
+}
+
+class Sampling : public ::testing::Test {
+protected:
+    void SetUp() override {
+        install.directives("TraceAllMethodsOfClass: Sampled.Traced\n");
+        install.set("harrowlite.agent.deep.instrumentation.useClassCache", "true");
+        install.set("harrowlite.agent.deep.instrumentation.logLevel", "DEBUG");
+    }
+
+    // Runs the program in mode with and without the profiler: same output, a
+    // normal end. The lines of samples.txt of the profiled run.
+    std::vector<std::string> run(const std::vector<std::string>& args) {
+        e2e::RunOptions plain;
+        plain.profiled = false;
+        plain.args = args;
+        const e2e::RunResult reference = e2e::runProgram("Sampled", plain);
+        EXPECT_EQ(reference.exitCode, 0) << reference.describe();
+        result = install.run("Sampled", install.options(args));
+        EXPECT_FALSE(result.timedOut) << result.describe();
+        EXPECT_EQ(result.exitCode, 0) << result.describe();
+        EXPECT_EQ(result.out, reference.out) << result.describe();
+        return e2e::splitLines(e2e::readFile(install.workDir() + "/samples.txt"));
+    }
+
+    std::string why(const std::vector<std::string>& lines) {
+        return "--- samples.txt ---\n" + e2e::joinLines(lines) + "\n--- native log ---\n" + install.logText();
+    }
+
+    AgentInstall install;
+    e2e::RunResult result;
+};
+
+TEST_F(Sampling, SessionsFindTheChainsTheirThreadsAreIn) {
+    const auto lines = run({"chain"});
+    auto tokens = tokensOf(lines);
+    ASSERT_FALSE(tokens.empty()) << why(lines);
+
+    // A thread in A -> B -> C: C under B under A, each named by its class.
+    std::string summary;
+    auto chain = samplesAfter(lines, "chain ", &summary);
+    const Sample* a = findToken(chain, tokens["A"]);
+    ASSERT_NE(a, nullptr) << why(lines);
+    const Sample* b = findToken(chain, tokens["B"], a->function);
+    ASSERT_NE(b, nullptr) << why(lines);
+    const Sample* c = findToken(chain, tokens["C"], b->function);
+    ASSERT_NE(c, nullptr) << why(lines);
+    EXPECT_EQ(b->depth, a->depth + 1);
+    EXPECT_EQ(c->depth, b->depth + 1);
+    EXPECT_EQ(a->className, "Sampled.Chain, Sampled");
+    EXPECT_EQ(a->module, "Sampled.dll");
+    // At 5 ms for 600 ms the thread is nearly always in B or C.
+    EXPECT_GT(b->count, 20) << why(lines);
+    EXPECT_GE(a->count, b->count);
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "stop 0"), lines.end()) << why(lines);
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "close 0 -1"), lines.end()) << why(lines);
+
+    // From inside the traced Watch: its own thread, from C out to Watch, five samples.
+    auto watch = samplesAfter(lines, "watch ", &summary);
+    EXPECT_NE(summary.find(" samples 5 failed 0"), std::string::npos) << why(lines);
+    const Sample* root = findToken(watch, tokens["Watch"]);
+    ASSERT_NE(root, nullptr) << why(lines);
+    EXPECT_EQ(root->depth, 1);
+    EXPECT_EQ(root->parent, "0");
+    EXPECT_EQ(root->className, "Sampled.Traced, Sampled");
+    for (const auto& sample : watch) EXPECT_TRUE(sample.depth > 1 || sample.token == tokens["Watch"]) << why(lines);
+
+    // A thread that ended: stopped by its end, and readable.
+    auto ended = samplesAfter(lines, "ended ", &summary);
+    EXPECT_EQ(summary.find("samples -1"), std::string::npos) << why(lines);
+    EXPECT_NE(findToken(ended, tokens["B"]), nullptr) << why(lines);
+
+    // A kernel thread number with no managed thread: the session stops, and
+    // the number is refused from then on.
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "unknown thread again -42"), lines.end()) << why(lines);
+    EXPECT_NE(install.logText().find("Failed to resolve the managed ThreadID for 1 during snapshot."), std::string::npos);
+}
+
+// The table holds 64 sessions; a closed entry is reused only once it is full.
+// A sample limit ends each session by itself.
+TEST_F(Sampling, SixtyFourSessionsFillTheTable) {
+    const auto lines = run({"table"});
+    for (const char* expected : {"started 64 last 63", "65th -1", "close 10 0", "reused 10", "limited 3"}) {
+        EXPECT_NE(std::find(lines.begin(), lines.end(), expected), lines.end()) << expected << "\n" << why(lines);
+    }
+}
+
+// Main returns while eight threads 64 frames deep are sampled every
+// millisecond: the runtime's shutdown meets passes in flight, and the program
+// still ends normally, each time.
+TEST_F(Sampling, ShutdownDuringSamplingLeavesAProgramThatEnds) {
+    for (int round = 0; round < 3; ++round) {
+        run({"exit", "8"});
+        EXPECT_NE(install.logText().find("Start profiling"), std::string::npos) << install.logText();
+    }
+}
+
+}  // namespace
