@@ -47,8 +47,8 @@ namespace com.tarn.harrowlite.agent.profiling
         public static string[] Read(int index)
         {
             int entries = Native_ReadStackSnapshotEntryCount(index);
-            if (entries < 0)
-                return null;
+            if (entries <= 0)
+                return entries < 0 ? null : new string[0];
             var functions = new ulong[entries];
             var parents = new ulong[entries];
             var depths = new int[entries];

@@ -1,0 +1,128 @@
+// The session table, its readers and the configuration, without a runtime: the
+// sampling thread then counts every tick as a failed sample.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "policy/Properties.h"
+#include "sampling/TraceProfiler.h"
+
+namespace {
+
+// A thread session on a managed thread that is already known.
+int startOnThread(TraceProfiler& profiler, ThreadID thread) {
+    trace_profiler_session session;
+    session.nativeThread = 7;
+    session.thread = thread;
+    return profiler.StartProfilingWithSession(session);
+}
+
+TEST(TraceProfiler, TheTableFillsToSixtyFourBeforeAClosedEntryIsReused) {
+    TraceProfiler profiler(nullptr);
+    for (int i = 0; i < 40; ++i) ASSERT_EQ(profiler.StartProfilingForThread(100 + i, 0), i);
+    for (int i = 0; i < 30; ++i) profiler.CloseProfilingSession(i);
+    EXPECT_EQ(profiler.StartProfilingForThread(200, 0), 40);
+    for (int i = 41; i < 64; ++i) ASSERT_EQ(profiler.StartProfilingForThread(200, 0), i);
+    EXPECT_EQ(profiler.openSessionCount(), 34);
+    EXPECT_EQ(profiler.StartProfilingForThread(201, 0), 0);
+    for (int i = 1; i < 30; ++i) ASSERT_EQ(profiler.StartProfilingForThread(202, 0), i);
+    EXPECT_EQ(profiler.StartProfilingForThread(203, 0), -1);
+    EXPECT_EQ(profiler.openSessionCount(), 64);
+    EXPECT_EQ(profiler.CloseProfilingSession(17), 0);
+    EXPECT_EQ(profiler.StartProfilingForThread(204, 0), 17);
+}
+
+TEST(TraceProfiler, ReadersAnswerOnlyBetweenStopAndClose) {
+    TraceProfiler profiler(nullptr);
+    profiler.PushSamplingInterval(1);
+    const int index = startOnThread(profiler, 0x1234);
+    unsigned long functions[1], parents[1];
+    int depths[1], counts[1];
+    EXPECT_EQ(profiler.ReadStackSampleCount(index), -1);
+    EXPECT_EQ(profiler.ReadStackSnapshots(index, functions, parents, depths, counts), -1);
+    EXPECT_EQ(profiler.activeSessionCount(), 1);
+
+    EXPECT_EQ(profiler.StopProfiling(index), 0);
+    EXPECT_EQ(profiler.StopProfiling(index), 0);
+    EXPECT_EQ(profiler.activeSessionCount(), 0);
+    // With no runtime to stop, every tick that reached the session failed.
+    EXPECT_GE(profiler.ReadStackSampleCount(index), 0);
+    EXPECT_EQ(profiler.ReadFailedStackSampleCount(index), profiler.ReadStackSampleCount(index));
+    EXPECT_EQ(profiler.ReadStackSnapshotEntryCount(index), 0);
+    EXPECT_EQ(profiler.ReadStackSnapshots(index, functions, parents, depths, counts), 0);
+    EXPECT_EQ(profiler.ReadStackSnapshots(index, nullptr, parents, depths, counts), -1);
+
+    EXPECT_EQ(profiler.CloseProfilingSession(index), 0);
+    EXPECT_EQ(profiler.CloseProfilingSession(index), -1);
+    EXPECT_EQ(profiler.ReadStackSampleCount(index), -1);
+    EXPECT_EQ(profiler.StopProfiling(index), -1);
+    EXPECT_EQ(profiler.CloseProfilingSession(-1), -1);
+    EXPECT_EQ(profiler.CloseProfilingSession(500), -1);
+}
+
+TEST(TraceProfiler, ADestroyedThreadStopsItsSessionsOnly) {
+    TraceProfiler profiler(nullptr);
+    const int ended = startOnThread(profiler, 0x1234);
+    const int other = startOnThread(profiler, 0x5678);
+    profiler.ThreadDestroyed(0x1234);
+    EXPECT_GE(profiler.ReadStackSampleCount(ended), 0);
+    EXPECT_EQ(profiler.ReadStackSampleCount(other), -1);
+    EXPECT_TRUE(profiler.isSessionOpen(ended));
+}
+
+TEST(TraceProfiler, ShutdownClosesEverySessionAndRefusesNewOnes) {
+    TraceProfiler profiler(nullptr);
+    const int index = startOnThread(profiler, 0x1234);
+    profiler.Shutdown();
+    EXPECT_FALSE(profiler.isSessionOpen(index));
+    EXPECT_EQ(profiler.StartProfilingForThread(1, 0), -404);
+    EXPECT_EQ(profiler.StartProfilingForMethod(1, 0x06000001, 0), -404);
+}
+
+TEST(TraceProfiler, IntervalsStackUp) {
+    TraceProfiler profiler(nullptr);
+    profiler.configure(nullptr);
+    profiler.PushSamplingInterval(10);
+    profiler.PushSamplingInterval(20);
+    EXPECT_EQ(profiler.getSamplingInterval(), 20u);
+    profiler.PopSamplingInterval();
+    EXPECT_EQ(profiler.getSamplingInterval(), 10u);
+    profiler.PopSamplingInterval();
+    profiler.PopSamplingInterval();
+    EXPECT_EQ(profiler.getSamplingInterval(), 100u);
+}
+
+TEST(TraceProfiler, ConfigurationFromProperties) {
+    const std::u16string prefix = u"harrowlite.agent.deep.instrumentation.";
+    struct Row {
+        const char16_t* key;
+        const char16_t* value;
+        int maxStacks, interval, level;
+    } rows[] = {
+        {u"max.stacks", u"0", 256, 100, 2},         {u"max.stacks", u"5000", 256, 100, 2},
+        {u"max.stacks", u"12abc", 12, 100, 2},      {u"max.stacks", u"abc", 256, 100, 2},
+        {u"max.stacks", u"4096", 4096, 100, 2},     {u"sampling.interval.ms", u"5000", 256, 5000, 2},
+        {u"sampling.interval.ms", u"0", 256, 100, 2}, {u"logLevel", u"t", 256, 100, 5},
+        {u"logLevel", u"de", 256, 100, 4},          {u"logLevel", u"war", 256, 100, 2},
+        {u"logLevel", u"warning", 256, 100, 2},     {u"logLevel", u"", 256, 100, 1},
+        {u"logLevel", u"info", 256, 100, 3},
+    };
+    for (const Row& row : rows) {
+        Properties properties({{prefix + row.key, row.value}});
+        TraceProfiler profiler(nullptr);
+        profiler.configure(&properties);
+        const std::string where(row.key, row.key + std::char_traits<char16_t>::length(row.key));
+        EXPECT_EQ(profiler.getMaxStacks(), row.maxStacks) << where;
+        EXPECT_EQ(profiler.getSamplingInterval(), static_cast<unsigned int>(row.interval)) << where;
+        EXPECT_EQ(profiler.getLogLevel(), row.level) << where;
+        EXPECT_TRUE(profiler.isEnabled());
+        EXPECT_FALSE(profiler.usesClassCache());
+    }
+    Properties switches({{prefix + u"enabled", u"false"}, {prefix + u"useClassCache", u"true"}});
+    TraceProfiler profiler(nullptr);
+    profiler.configure(&switches);
+    EXPECT_FALSE(profiler.isEnabled());
+    EXPECT_TRUE(profiler.usesClassCache());
+}
+
+}  // namespace
