@@ -113,6 +113,14 @@ ICorProfilerInfo* TraceProfiler::profilerInfo() {
 }
 
 void TraceProfiler::Shutdown() {
+    {
+        // What sampling cost the program, once, while logging is still on.
+        HeldLock held(&sessionLock);
+        if (pauses.count() != 0 && logs(kInfo)) {
+            log("Sampling stopped the runtime %u times: median %lld us, worst %lld us\n", pauses.count(),
+                static_cast<long long>(pauses.medianMicroseconds()), static_cast<long long>(pauses.worstMicroseconds()));
+        }
+    }
     shuttingDown = true;
     if (enabled) {
         enabled = false;

@@ -22,6 +22,7 @@
 
 #include "platform/CoreCLRPAL.h"
 #include "runtime/ProfilerStructs.h"
+#include "sampling/PauseStatistics.h"
 #include "sampling/TraceProfilerSession.h"
 
 class IProperties;
@@ -95,6 +96,8 @@ private:
     ICorProfilerInfo* profilerInfo();
     // One pass: the runtime stopped, a snapshot of each session due, resumed.
     void samplePass(bool wokeEarly);
+    static bool isDue(const trace_profiler_session& session, bool wokeEarly);
+    bool anySessionDue(bool wokeEarly);
     int sampleForSession(trace_profiler_session& session);
     bool resolveThread(trace_profiler_session& session, ICorProfilerInfo* info);
     void logFailedSnapshot(int index, HRESULT hr);
@@ -116,6 +119,8 @@ private:
     std::map<int, int> unresolvedThreads;
     // Functions of the samples that the last pass added, for the class cache.
     std::vector<FunctionID> uncachedFunctions;
+    // Under the session lock; written to the log at shutdown.
+    PauseStatistics pauses;
     // Its storage is reserved for all 64 entries at once: the sampling thread
     // holds a reference into it while a start may append.
     std::vector<trace_profiler_session> sessions;

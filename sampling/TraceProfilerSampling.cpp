@@ -110,6 +110,10 @@ void TraceProfiler::SampleTraces() {
             if (shuttingDown) {
                 break;
             }
+            // The runtime is not stopped for a pass that would sample nothing.
+            if (!anySessionDue(wokeEarly)) {
+                continue;
+            }
         }
         samplePass(wokeEarly);
     }
@@ -134,6 +138,8 @@ void TraceProfiler::samplePass(bool wokeEarly) {
     // callbacks.
     bool suspended = false;
     HRESULT suspendResult = S_OK;
+    LARGE_INTEGER suspendStart;
+    QueryPerformanceCounter(&suspendStart);
     if (info10 != nullptr) {
         suspendResult = info10->SuspendRuntime();
         suspended = SUCCEEDED(suspendResult);
@@ -154,8 +160,7 @@ void TraceProfiler::samplePass(bool wokeEarly) {
                 continue;
             }
             ++active;
-            // An early wake-up is for new sessions: the others keep their rhythm.
-            if (wokeEarly && session.sampleCount != 0) {
+            if (!isDue(session, wokeEarly)) {
                 continue;
             }
             if (suspended) {
@@ -170,6 +175,12 @@ void TraceProfiler::samplePass(bool wokeEarly) {
         if (logs(kError)) {
             log("Sampling pass ended by an error\n");
         }
+    }
+    // The pause lasts until the runtime is asked to go on.
+    if (suspended) {
+        LARGE_INTEGER resuming;
+        QueryPerformanceCounter(&resuming);
+        pauses.record(resuming.QuadPart - suspendStart.QuadPart);
     }
     if (info10 != nullptr) {
         HRESULT resumeResult = info10->ResumeRuntime();
@@ -193,6 +204,20 @@ void TraceProfiler::samplePass(bool wokeEarly) {
     }
     uncachedFunctions.clear();
     LeaveCriticalSection(&cacheLock);
+}
+
+// An early wake-up is for new sessions: the others keep their rhythm.
+bool TraceProfiler::isDue(const trace_profiler_session& session, bool wokeEarly) {
+    return !wokeEarly || session.sampleCount == 0;
+}
+
+bool TraceProfiler::anySessionDue(bool wokeEarly) {
+    for (const auto& session : sessions) {
+        if (session.index >= 0 && session.sampling && isDue(session, wokeEarly)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 int TraceProfiler::sampleForSession(trace_profiler_session& session) {

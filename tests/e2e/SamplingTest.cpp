@@ -126,6 +126,12 @@ TEST_F(Sampling, SessionsFindTheChainsTheirThreadsAreIn) {
     EXPECT_EQ(root->className, "Sampled.Traced, Sampled");
     for (const auto& sample : watch) EXPECT_TRUE(sample.depth > 1 || sample.token == tokens["Watch"]) << why(lines);
 
+    // A thread blocked in native code: its managed frames down to the sleep.
+    auto asleep = samplesAfter(lines, "asleep ", &summary);
+    const Sample* sleep = findToken(asleep, tokens["Sleep"]);
+    ASSERT_NE(sleep, nullptr) << why(lines);
+    EXPECT_GT(sleep->count, 10) << why(lines);
+
     // A thread that ended: stopped by its end, and readable.
     auto ended = samplesAfter(lines, "ended ", &summary);
     EXPECT_EQ(summary.find("samples -1"), std::string::npos) << why(lines);

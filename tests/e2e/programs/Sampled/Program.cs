@@ -25,12 +25,16 @@ namespace Sampled
             sink = x;
         }
 
-        // depth frames of Deep, then busy in C.
         [MethodImpl(MethodImplOptions.NoInlining)]
-        public static void Deep(int depth)
+        public static void Sleep(int milliseconds) => Thread.Sleep(milliseconds);
+
+        // depth frames of Deep, then busy in C until stopped or, if work is
+        // above 0, for that many calls.
+        [MethodImpl(MethodImplOptions.NoInlining)]
+        public static void Deep(int depth, int work = 0)
         {
-            if (depth > 1) Deep(depth - 1);
-            else while (!stop) C();
+            if (depth > 1) Deep(depth - 1, work);
+            else for (int i = 0; work > 0 ? i < work : !stop; i++) C();
         }
     }
 
@@ -64,11 +68,12 @@ namespace Sampled
             string mode = args.Length > 0 ? args[0] : "chain";
             if (agent != null)
             {
-                Note("tokens A " + Token("A") + " B " + Token("B") + " C " + Token("C") + " Deep " + Token("Deep") +
+                Note("tokens A " + Token("A") + " B " + Token("B") + " C " + Token("C") + " Deep " + Token("Deep") + " Sleep " + Token("Sleep") +
                      " Watch " + typeof(Traced).GetMethod("Watch").MetadataToken.ToString("x"));
                 if (mode == "chain") Sessions(agent);
                 else if (mode == "table") Table(agent);
                 else if (mode == "exit") Exit(agent, int.Parse(args[1]));
+                else if (mode == "bench") Bench(agent, args[1] == "sampled", int.Parse(args[2]));
             }
             else
             {
@@ -92,6 +97,14 @@ namespace Sampled
             Note("close " + agent("Close", new object[] { chain }) + " " + agent("SampleCount", new object[] { chain }));
 
             Note("watch " + Traced.Watch(agent));
+
+            // Blocked in the runtime's native code, under B.
+            var sleeper = Busy(() => Chain.Sleep(400), out int sleeperId);
+            int asleep = (int)agent("StartForThread", new object[] { sleeperId, 0 });
+            Thread.Sleep(200);
+            agent("Stop", new object[] { asleep });
+            Note("asleep " + Describe(agent, asleep));
+            sleeper.Join();
 
             var ending = Busy(() => { var until = DateTime.UtcNow.AddMilliseconds(300); while (DateTime.UtcNow < until) Chain.B(); }, out int endingId);
             int ended = (int)agent("StartForThread", new object[] { endingId, 0 });
@@ -137,6 +150,24 @@ namespace Sampled
                 agent("StartForThread", new object[] { id, 0 });
             }
             Thread.Sleep(300);
+        }
+
+        // Ten threads 64 frames deep do a fixed amount of work, sampled every
+        // 10 ms or not at all; bench/sampling.sh reads the cost from outside.
+        private static void Bench(Func<string, object[], object> agent, bool sampled, int work)
+        {
+            agent("PushInterval", new object[] { 10 });
+            var threads = new List<Thread>();
+            var sessions = new List<int>();
+            for (int i = 0; i < 10; i++)
+            {
+                threads.Add(Busy(() => Chain.Deep(64, work), out int id));
+                if (sampled)
+                    sessions.Add((int)agent("StartForThread", new object[] { id, 0 }));
+            }
+            threads.ForEach(t => t.Join());
+            foreach (int index in sessions)
+                Note("bench " + Describe(agent, index).Split('\n')[0]);
         }
 
         public static string Describe(Func<string, object[], object> agent, int index)
