@@ -149,12 +149,6 @@ HRESULT Profiler::createGetters(bool isCoreCLR) {
     return S_OK;
 }
 
-HRESULT Profiler::hijackMethod(IMetaDataContext* context) {
-    // Forwarding core-library methods to the agent is not part of this engine
-    // yet; the hub treats the refusal as "not hijacked".
-    return E_NOTIMPL;
-}
-
 void Profiler::clearHistoryForFunction(IMetaDataContext* context) {
     methodHistory.erase(MethodKey(context->getModuleID(), context->getMethodDef()));
 }

@@ -110,6 +110,7 @@ public:
     unsigned int getTraceToken(TraceToken which) const { return traceTokens[which]; }
     const char16_t* getCoreLibraryName() const { return coreLibraryName; }
     void setHijackToken(unsigned int index, unsigned int token) { hijackTokens[index] = token; }
+    unsigned int getHijackToken(unsigned int index) const { return hijackTokens[index]; }
 
 private:
     using MethodKey = std::pair<ModuleID, mdMethodDef>;
@@ -120,6 +121,11 @@ private:
     HRESULT writeBody(unsigned int* counter, HRESULT hr);
     HRESULT verifyBody();
     HRESULT allocateBody(ModuleID module, unsigned int size, unsigned char** body);
+    // The forwarders and the switch field in the desktop core library, once.
+    HRESULT updateHijacks();
+    HRESULT defineForwardMethod(unsigned int typeDef, const char16_t* name, const unsigned char* signature,
+                                unsigned int signatureLength, const unsigned char* body, unsigned int bodyLength,
+                                unsigned int* token);
     void mapOriginalOffsets();
     HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                 unsigned int* sigToken, unsigned int* count);
