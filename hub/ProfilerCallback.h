@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "hub/MethodTraceRecords.h"
 #include "metadata/IMetaDataContext.h"
 #include "platform/AutoPointer.h"
 #include "platform/CoreCLRPAL.h"
@@ -175,6 +176,31 @@ public:
     bool EnumClassMethodAndRejit(ModuleID module, const char16_t* className, const char16_t* methodName);
     // One round of the service thread.
     void ServiceReJITRequests();
+
+    // The method trace registry. The agent names classes, marks on each
+    // thread when an enclosing method is entered and left, and registers the
+    // methods traced inside it; the enter and leave hooks, which nothing
+    // installs on this platform, would record their timings. Results are 0.
+    int RegisterClassIdentifier(char16_t* name, unsigned long classId);
+    unsigned long GetClassIdFromClassName(char16_t* name);
+    char16_t* getRegisteredClassName(unsigned long classId);
+    FunctionData* getFunctionData(const char16_t* className, unsigned int token);
+    int RegisterMethodTrace(unsigned long classId, unsigned int token, unsigned long enclosingClassId,
+                            unsigned int enclosingToken);
+    int UnregsiterMethodTrace(unsigned long classId, unsigned int token);
+    int ToggleEnterLeaveFunctionHooks(bool enable);
+    void MarkEnteredEnclosingMethod(unsigned long classId, unsigned int token, long startTime);
+    void MarkExitEnclosingMethod(unsigned long classId, unsigned int token);
+    // Copies the records of the calling thread's run of the enclosing method
+    // to out[index] for each index below maximum; their number.
+    int GetTraceData(unsigned long classId, unsigned int token, MethodData* out, int maximum);
+    PerThreadEnclosingData* GetMethodDataSlot(unsigned long classId, unsigned int token);
+    PerThreadEnclosingData* GetExecutingEnclosingMethodDataSlot(unsigned long uniqueId);
+    // The mapper's decision for one function: its record, or null (and
+    // *hookFunction false) for a method that is not hooked.
+    FunctionData* MapFunction(FunctionID functionId, BOOL* hookFunction);
+    void FunctionEntered(FunctionData* function);
+    void FunctionLeft(FunctionData* function);
     IProfilerController* getController() const { return controller.get(); }
     // KEY=VALUE lines for the managed agent: an attach's client data, then the
     // profile and agent name of the start-up.
@@ -263,7 +289,20 @@ private:
     // Module paths and assembly names of every loaded module, under moduleLock.
     std::map<std::u16string, ModuleID> moduleIds;
     MultipleReaderSingleWriter functionLock;
+    // The method trace registry. Keys of classIdentifiers compare as
+    // pointers: each registration adds an entry.
+    std::map<ThreadID, ThreadData*> threadData;
+    std::map<char16_t*, unsigned long> classIdentifiers;
+    std::map<FunctionID, FunctionData*> functionData;
+    std::map<mdTypeDef, char16_t*> classNames;
 };
+
+// The registry's mapper and hooks in the runtime's forms, for whoever installs
+// them; each goes through fpc.
+UINT_PTR TarnFunctionIDMapper(FunctionID functionId, BOOL* hookFunction);
+void TarnFunctionEnter2(FunctionData* function);
+void TarnFunctionLeave2(FunctionData* function);
+void TarnFunctionTailcall2(FunctionData* function);
 
 // The live callback object: null until Initialize has succeeded and after the
 // object is destroyed.
