@@ -1,16 +1,13 @@
 #include "platform/MultipleReaderSingleWriter.h"
 
-namespace {
-constexpr DWORD kReaderWaitSliceMs = 10;
-}
-
 MultipleReaderSingleWriter::MultipleReaderSingleWriter() : readers(0) {
     InitializeCriticalSection(&stateLock);
     InitializeCriticalSection(&entryLock);
-    readersGone = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    InitializeConditionVariable(&readersGone);
 }
 
 MultipleReaderSingleWriter::~MultipleReaderSingleWriter() {
+    pthread_cond_destroy(&readersGone);
     DeleteCriticalSection(&stateLock);
     DeleteCriticalSection(&entryLock);
 }
@@ -19,7 +16,6 @@ void MultipleReaderSingleWriter::AcquireReadLock() {
     EnterCriticalSection(&entryLock);
     EnterCriticalSection(&stateLock);
     ++readers;
-    ResetEvent(readersGone);
     LeaveCriticalSection(&stateLock);
     LeaveCriticalSection(&entryLock);
 }
@@ -27,23 +23,17 @@ void MultipleReaderSingleWriter::AcquireReadLock() {
 void MultipleReaderSingleWriter::ReleaseReadLock() {
     EnterCriticalSection(&stateLock);
     if (--readers == 0) {
-        SetEvent(readersGone);
+        WakeConditionVariable(&readersGone);
     }
     LeaveCriticalSection(&stateLock);
 }
 
 void MultipleReaderSingleWriter::AccquireWriteLock() {
     EnterCriticalSection(&entryLock);
-    for (;;) {
-        EnterCriticalSection(&stateLock);
-        if (readers == 0) {
-            break;
-        }
-        LeaveCriticalSection(&stateLock);
-        // Events keep no signalled state: a reader that leaves between the test
-        // above and this wait would never wake us, so the wait is bounded and the
-        // count is looked at again.
-        WaitForSingleObject(readersGone, kReaderWaitSliceMs);
+    EnterCriticalSection(&stateLock);
+    // Only the writer that holds the entry lock waits here, so one wake-up serves.
+    while (readers != 0) {
+        SleepConditionVariableCS(&readersGone, &stateLock, -1);
     }
     LeaveCriticalSection(&entryLock);
 }

@@ -2,9 +2,9 @@
 // lock while it waits, so that new readers queue behind it.
 //
 // Neither mode is re-entrant across the other: a reader that asks to write waits
-// for itself. The writer waits on an event that readers set when the last of
-// them leaves; events of this platform keep no signalled state, so the writer
-// waits in short slices and looks at the reader count after each.
+// for itself. The writer waits on a condition of the state lock, which the last
+// reader to leave signals: the platform's events keep no signalled state and
+// keep their lock after a timed-out wait, which would stop the next writer.
 #pragma once
 
 #include "platform/CoreCLRPAL.h"
@@ -12,7 +12,7 @@
 class MultipleReaderSingleWriter {
 public:
     MultipleReaderSingleWriter();
-    // Deletes both critical sections; the event is not closed.
+    // Deletes both critical sections and the condition.
     ~MultipleReaderSingleWriter();
     MultipleReaderSingleWriter(const MultipleReaderSingleWriter&) = delete;
     MultipleReaderSingleWriter& operator=(const MultipleReaderSingleWriter&) = delete;
@@ -26,6 +26,6 @@ public:
 private:
     CRITICAL_SECTION stateLock;
     CRITICAL_SECTION entryLock;
-    HANDLE readersGone;
+    CONDITION_VARIABLE readersGone;
     int readers;
 };

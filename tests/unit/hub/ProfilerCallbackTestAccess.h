@@ -23,6 +23,16 @@ public:
     static const std::vector<rejit_requests>& revertRequests(ProfilerCallback& callback) {
         return callback.revertRequests;
     }
+    // The callback holds a reference from here on.
+    static void replaceInfo(ProfilerCallback& callback, ICorProfilerInfo* info) {
+        info->AddRef();
+        callback.profilerInfo = info;
+    }
+    // A record as the function-id mapper would have made it.
+    static void addFunction(ProfilerCallback& callback, FunctionData* data) {
+        callback.functionData[data->functionId] = data;
+    }
+    static size_t classIdentifierCount(ProfilerCallback& callback) { return callback.classIdentifiers.size(); }
     static void putReJITStatus(ProfilerCallback& callback, int identifier, HRESULT result) {
         callback.putReJITStatus(identifier, result);
     }
