@@ -4,11 +4,13 @@
 // the profiler, and the program ends by itself.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
 #include <sstream>
 #include <string>
 
 #include "AgentInstall.h"
+#include "hub/MethodTraceRecords.h"
 
 namespace {
 
@@ -160,6 +162,33 @@ TEST_F(Sampling, ShutdownDuringSamplingLeavesAProgramThatEnds) {
         run({"exit", "8"});
         EXPECT_NE(install.logText().find("Start profiling"), std::string::npos) << install.logText();
     }
+}
+
+// The registry's exports, reached by their decorated names from the agent:
+// each answers 0, and with no hooks installed on this runtime no method is
+// recorded. The agent's record of a method is laid out as ours.
+TEST_F(Sampling, RegistryExportsAnswerTheAgentByTheirDecoratedNames) {
+    const auto lines = run({"registry"});
+    for (const char* expected : {"register class 0", "register method 0", "hooks on 0", "records 0", "unregister 0",
+                                 "hooks off 0"}) {
+        EXPECT_NE(std::find(lines.begin(), lines.end(), expected), lines.end()) << expected << "\n" << why(lines);
+    }
+    std::string hex;
+    for (const auto& line : lines) {
+        if (line.rfind("method data ", 0) == 0) hex = line.substr(12);
+    }
+    ASSERT_EQ(hex.size(), 2 * sizeof(MethodData)) << why(lines);
+    unsigned char bytes[sizeof(MethodData)];
+    for (size_t i = 0; i < sizeof(bytes); ++i) bytes[i] = static_cast<unsigned char>(std::stoi(hex.substr(2 * i, 2), nullptr, 16));
+    MethodData data;
+    std::memcpy(&data, bytes, sizeof(data));
+    EXPECT_EQ(data.state, 1u);
+    EXPECT_EQ(data.depth, 2u);
+    EXPECT_EQ(data.index, 3u);
+    EXPECT_EQ(data.active, 4u);
+    EXPECT_EQ(data.startTime, 5);
+    EXPECT_EQ(data.endTime, 6);
+    EXPECT_EQ(data.methodId, 7u);
 }
 
 }  // namespace

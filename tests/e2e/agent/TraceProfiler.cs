@@ -26,6 +26,48 @@ namespace com.tarn.harrowlite.agent.profiling
         [DllImport(Native)] private static extern uint Native_GetMetadataTokenForFunctionId(ulong functionId);
         [DllImport(Native)] private static extern int Native_GetModuleAndMetadataTokensForFunctionId(ulong functionId, char* moduleName, uint size, uint* token);
 
+        // The method trace registry, under the decorated names of its exports.
+        [StructLayout(LayoutKind.Sequential)]
+        public struct MethodData
+        {
+            public uint state, depth, index, active;
+            public long startTime, endTime;
+            public ulong methodId;
+        }
+
+        [DllImport(Native, EntryPoint = "_Z30Native_RegisterClassIdentifierPDsm")] private static extern int RegisterClassIdentifier(IntPtr name, ulong classId);
+        [DllImport(Native, EntryPoint = "_Z26Native_RegisterMethodTracemjmj")] private static extern int RegisterMethodTrace(ulong classId, uint token, ulong enclosingClassId, uint enclosingToken);
+        [DllImport(Native, EntryPoint = "_Z28Native_UnregisterMethodTracemj")] private static extern int UnregisterMethodTrace(ulong classId, uint token);
+        [DllImport(Native, EntryPoint = "_Z36Native_ToggleEnterLeaveFunctionHooksb")] private static extern int ToggleEnterLeaveFunctionHooks(byte enable);
+        [DllImport(Native, EntryPoint = "_Z33Native_MarkEnteredEnclosingMethodmjl")] private static extern void MarkEnteredEnclosingMethod(ulong classId, uint token, long startTime);
+        [DllImport(Native, EntryPoint = "_Z30Native_MarkExitEnclosingMethodmj")] private static extern void MarkExitEnclosingMethod(ulong classId, uint token);
+        [DllImport(Native, EntryPoint = "_Z19Native_GetTraceDatamjP10MethodDatai")] private static extern int GetTraceData(ulong classId, uint token, MethodData* data, int maximum);
+
+        // Registers method as traced inside enclosing, runs work inside a mark
+        // of enclosing, and reads the records: one line a result.
+        public static string[] Registry(string className, int method, int enclosing, Action work)
+        {
+            IntPtr name = Marshal.StringToBSTR(className);
+            var lines = new System.Collections.Generic.List<string>();
+            lines.Add("register class " + RegisterClassIdentifier(name, 0x5000));
+            lines.Add("register method " + RegisterMethodTrace(0x5000, (uint)method, 0x6000, (uint)enclosing));
+            lines.Add("hooks on " + ToggleEnterLeaveFunctionHooks(1));
+            MarkEnteredEnclosingMethod(0x6000, (uint)enclosing, 1000);
+            work();
+            var records = new MethodData[4];
+            fixed (MethodData* data = records)
+                lines.Add("records " + GetTraceData(0x6000, (uint)enclosing, data, 4));
+            MarkExitEnclosingMethod(0x6000, (uint)enclosing);
+            lines.Add("unregister " + UnregisterMethodTrace(0x5000, (uint)method));
+            lines.Add("hooks off " + ToggleEnterLeaveFunctionHooks(0));
+            Marshal.FreeBSTR(name);
+            var sample = new MethodData { state = 1, depth = 2, index = 3, active = 4, startTime = 5, endTime = 6, methodId = 7 };
+            var bytes = new byte[Marshal.SizeOf<MethodData>()];
+            MemoryMarshal.Write(bytes, in sample);
+            lines.Add("method data " + Convert.ToHexString(bytes));
+            return lines.ToArray();
+        }
+
         public static uint CurrentNativeThread() => Native_GetCurrentNativeThreadId();
         public static int StartForThread(int nativeThread, int sampleLimit) => Native_StartProfilingForThread(nativeThread, sampleLimit);
         public static int Stop(int index) => Native_StopProfiling(index);

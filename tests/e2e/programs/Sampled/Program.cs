@@ -72,6 +72,9 @@ namespace Sampled
                      " Watch " + typeof(Traced).GetMethod("Watch").MetadataToken.ToString("x"));
                 if (mode == "chain") Sessions(agent);
                 else if (mode == "table") Table(agent);
+                else if (mode == "registry")
+                    notes.AddRange((string[])agent("Registry", new object[] { "Sampled.Chain", typeof(Chain).GetMethod("C").MetadataToken,
+                        typeof(Chain).GetMethod("B").MetadataToken, new Action(Chain.B) }));
                 else if (mode == "exit") Exit(agent, int.Parse(args[1]));
                 else if (mode == "bench") Bench(agent, args[1] == "sampled", int.Parse(args[2]));
             }
