@@ -116,6 +116,9 @@ ULONG ProfilerCallback::Release() {
 HRESULT ProfilerCallback::Shutdown() {
     EnterCriticalSection(&profilerLock);
     logToController("Begin shutdown\n");
+    if (controller != nullptr) {
+        account.write(controller->getNativeLog());
+    }
     // No compilation is reported any more.
     eventMask &= ~static_cast<DWORD>(COR_PRF_MONITOR_JIT_COMPILATION);
     if (profilerInfo != nullptr) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "hub/MethodTraceRecords.h"
+#include "hub/ProfilerAccount.h"
 #include "metadata/IMetaDataContext.h"
 #include "platform/AutoPointer.h"
 #include "platform/CoreCLRPAL.h"
@@ -156,6 +157,7 @@ public:
     // Not owned; null after Shutdown.
     ICorProfilerInfo* getProfilerInfo() const { return profilerInfo.get(); }
     TraceProfiler& getTraceProfiler() { return traceProfiler; }
+    const ProfilerAccount& getAccount() const { return account; }
 
     // Queues one method for the service thread; a revert brings back its own
     // body. The identifier of the batch it went into. Takes profilerLock.
@@ -295,6 +297,8 @@ private:
     std::map<char16_t*, unsigned long> classIdentifiers;
     std::map<FunctionID, FunctionData*> functionData;
     std::map<mdTypeDef, char16_t*> classNames;
+    // What the profiler did and what it cost, written at shutdown.
+    ProfilerAccount account;
 };
 
 // The registry's mapper and hooks in the runtime's forms, for whoever installs

@@ -41,8 +41,17 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
     if (context == nullptr || controller == nullptr || profiler == nullptr) {
         return;
     }
-    HRESULT result = context->setFunction(functionId);
-    bool monitored = controller->shouldMonitorMethod(context) == 0;
+    HRESULT result = E_FAIL;
+    {
+        ProfilerAccount::Timed timed(account, ProfilerAccount::kMetadata);
+        result = context->setFunction(functionId);
+    }
+    bool monitored = false;
+    {
+        ProfilerAccount::Timed timed(account, ProfilerAccount::kDecision);
+        monitored = controller->shouldMonitorMethod(context) == 0;
+    }
+    account.methodCompiled(monitored);
 
     // The first method after an attach carries instrumentation in any case, so
     // that the agent gets its chance to start, and goes back to its own body
@@ -62,6 +71,7 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
     char16_t* className = nullptr;
     char16_t* method = nullptr;
     if (goesOn) {
+        ProfilerAccount::Timed timed(account, ProfilerAccount::kRewrite);
         if (SUCCEEDED(result) && !agentHijacked && controller->shouldHijackMethod(context) == 0) {
             result = profiler->hijackMethod(context);
             agentHijacked = SUCCEEDED(result);
@@ -73,6 +83,7 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
         }
         unsigned int step = 0;
         result = profiler->instrumentMethod(context, &step);
+        account.rewritten(result, profiler->getLastError());
         if (logEnabled && methodNames(&assembly, &className, &method)) {
             fprintf_8(nativeLog, "%S [%S]%S::%S - 0x%X(%02d) - [functionID = 0x%llx]",
                       SUCCEEDED(result) ? u"Instrumented" : u"Failed to instrument", assembly, className, method,

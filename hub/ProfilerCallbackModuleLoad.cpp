@@ -92,6 +92,7 @@ bool readNames(IMetaDataContext* context, char16_t** assembly, char16_t** classN
 }  // namespace
 
 HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus) {
+    ProfilerAccount::Timed timed(account, ProfilerAccount::kModuleLoad);
     try {
         if (profilerInfo == nullptr || controller == nullptr || nativeLog == nullptr) {
             return S_OK;
@@ -147,7 +148,12 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
         if (firstModule.exchange(false)) {
             if (SUCCEEDED(result) && profiler != nullptr && profiler->usingSyntheticShim()) {
                 SyntheticAgentShim shim;
-                if (SUCCEEDED(shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, attached))) {
+                HRESULT defined = E_FAIL;
+                {
+                    ProfilerAccount::Timed timedShim(account, ProfilerAccount::kShim);
+                    defined = shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, attached);
+                }
+                if (SUCCEEDED(defined)) {
                     fprintf_8(nativeLog, "Defined Synthetic Shim\n");
                 } else {
                     fprintf_8(nativeLog, "Failed to define Synthetic Shim\n");
@@ -305,7 +311,9 @@ void ProfilerCallback::instrumentModule(ModuleID moduleId, const char16_t* assem
         context->setMethodDef(method);
         unsigned int step = 0;
         if (SUCCEEDED(result)) {
+            ProfilerAccount::Timed timed(account, ProfilerAccount::kRewrite);
             result = profiler->instrumentMethod(context, &step);
+            account.rewritten(result, profiler->getLastError());
         }
         char16_t* assembly = nullptr;
         char16_t* className = nullptr;

@@ -159,6 +159,7 @@ void ProfilerCallback::ServiceReJITRequests() {
         SUCCEEDED(profilerInfo->QueryInterface(IID_ICorProfilerInfo4, reinterpret_cast<void**>(&info4)))) {
         for (rejit_requests& batch : rejitRequests) {
             HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
+            account.rejitRequested(batch.count, hr);
             if (hr != S_OK) {
                 fprintf_8(nativeLog, "RequestReJIT error: 0x%x\n", static_cast<unsigned int>(hr));
             }
@@ -170,6 +171,7 @@ void ProfilerCallback::ServiceReJITRequests() {
         // compiled again and ReJITCompilationStarted hands it its own body.
         for (rejit_requests& batch : revertRequests) {
             HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
+            account.rejitRequested(batch.count, hr);
             std::map<unsigned long, int>& compiled = controller->getCompiledMethods();
             for (unsigned int i = 0; i < batch.count; ++i) {
                 FunctionID function = 0;

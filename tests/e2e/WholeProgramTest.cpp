@@ -85,6 +85,13 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
         EXPECT_TRUE(found) << method << "\n" << why;
     }
     EXPECT_GT(done.size(), 40u) << why;
+    // The account at shutdown agrees with the log's lines.
+    const std::string counts = ", instrumented " + std::to_string(linesStartingWith(log, "Instrumented ").size()) +
+                               ", refused 3";
+    const std::vector<std::string> account = linesStartingWith(log, "  methods compiled ");
+    ASSERT_EQ(account.size(), 1u) << why;
+    EXPECT_NE(account[0].find(counts), std::string::npos) << account[0] << " vs " << counts;
+    EXPECT_FALSE(linesStartingWith(log, "  refused 2: Methods with tail calls are not traced.").empty()) << why;
     // The agent saw the calls: exceptions of the throwing shapes among them.
     const std::vector<std::string> record = install.record();
     EXPECT_FALSE(linesStartingWith(record, "catchTrace System.NotSupportedException:always").empty()) << why;

@@ -1,0 +1,64 @@
+#include "hub/ProfilerAccount.h"
+
+#include "platform/Clock.h"
+#include "platform/FormattedOutput.h"
+#include "runtime/CorErrors.h"
+
+namespace {
+
+int64_t nowNanoseconds() {
+    LARGE_INTEGER now;
+    return QueryPerformanceCounter(&now) ? now.QuadPart : 0;
+}
+
+double milliseconds(int64_t nanoseconds) {
+    return static_cast<double>(nanoseconds) / 1e6;
+}
+
+}  // namespace
+
+ProfilerAccount::Timed::Timed(ProfilerAccount& account, Phase phase)
+    : account(account), phase(phase), start(nowNanoseconds()) {}
+
+ProfilerAccount::Timed::~Timed() {
+    account.phaseTime[phase].fetch_add(nowNanoseconds() - start, std::memory_order_relaxed);
+}
+
+void ProfilerAccount::methodCompiled(bool selected) {
+    compiledCount.fetch_add(1, std::memory_order_relaxed);
+    if (selected) selectedCount.fetch_add(1, std::memory_order_relaxed);
+}
+
+void ProfilerAccount::rewritten(HRESULT result, const char16_t* reason) {
+    if (SUCCEEDED(result)) {
+        instrumentedCount.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
+    refusedCount.fetch_add(1, std::memory_order_relaxed);
+    ++refusals[reason != nullptr ? reason : u"Unknown error."];
+}
+
+void ProfilerAccount::rejitRequested(unsigned int methods, HRESULT result) {
+    rejitMethods.fetch_add(methods, std::memory_order_relaxed);
+    if (FAILED(result)) rejitRefused.fetch_add(methods, std::memory_order_relaxed);
+}
+
+void ProfilerAccount::write(FILE* log) const {
+    if (log == nullptr) return;
+    fprintf_8(log, "Profiler account:\n");
+    fprintf_8(log, "  methods compiled %llu, selected %llu, instrumented %llu, refused %llu\n",
+              static_cast<unsigned long long>(compiledCount.load()), static_cast<unsigned long long>(selectedCount.load()),
+              static_cast<unsigned long long>(instrumentedCount.load()),
+              static_cast<unsigned long long>(refusedCount.load()));
+    for (const auto& [reason, count] : refusals) {
+        fprintf_8(log, "  refused %llu: %S\n", static_cast<unsigned long long>(count), reason.c_str());
+    }
+    fprintf_8(log,
+              "  time in callbacks: metadata %.1f ms, decision %.1f ms, rewrite %.1f ms, shim %.1f ms, "
+              "module loads %.1f ms (shim included)\n",
+              milliseconds(phaseTime[kMetadata]), milliseconds(phaseTime[kDecision]), milliseconds(phaseTime[kRewrite]),
+              milliseconds(phaseTime[kShim]), milliseconds(phaseTime[kModuleLoad]));
+    fprintf_8(log, "  ReJIT: %llu methods requested, %llu refused by the runtime\n",
+              static_cast<unsigned long long>(rejitMethods.load()), static_cast<unsigned long long>(rejitRefused.load()));
+    fflush(log);
+}

@@ -1,0 +1,57 @@
+// The profiler's own account of a process: how many methods it saw, selected
+// and rewrote, why it refused the others, how long its callbacks took by
+// phase, and how its ReJIT requests ended. Counters only: cheap enough to be
+// always on. Written as one block to the native log at shutdown.
+//
+// Threads: the counters are atomic; the refusal reasons are counted on the
+// compile path, under the hub's profiler lock, which write() also needs.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <string>
+
+#include "runtime/CorTypes.h"
+
+class ProfilerAccount {
+public:
+    enum Phase { kMetadata, kDecision, kRewrite, kShim, kModuleLoad, kPhaseCount };
+
+    // Adds the time from its construction to its end to a phase.
+    class Timed {
+    public:
+        Timed(ProfilerAccount& account, Phase phase);
+        ~Timed();
+        Timed(const Timed&) = delete;
+        Timed& operator=(const Timed&) = delete;
+
+    private:
+        ProfilerAccount& account;
+        Phase phase;
+        int64_t start;
+    };
+
+    void methodCompiled(bool selected);
+    // The outcome of one rewrite; reason is the engine's, for a refusal.
+    void rewritten(HRESULT result, const char16_t* reason);
+    void rejitRequested(unsigned int methods, HRESULT result);
+    void write(FILE* log) const;
+
+    uint64_t compiled() const { return compiledCount; }
+    uint64_t selected() const { return selectedCount; }
+    uint64_t instrumented() const { return instrumentedCount; }
+    uint64_t refused() const { return refusedCount; }
+    int64_t phaseNanoseconds(Phase phase) const { return phaseTime[phase]; }
+
+private:
+    std::atomic<uint64_t> compiledCount{0};
+    std::atomic<uint64_t> selectedCount{0};
+    std::atomic<uint64_t> instrumentedCount{0};
+    std::atomic<uint64_t> refusedCount{0};
+    std::map<std::u16string, uint64_t> refusals;
+    std::atomic<int64_t> phaseTime[kPhaseCount] = {};
+    std::atomic<uint64_t> rejitMethods{0};
+    std::atomic<uint64_t> rejitRefused{0};
+};
