@@ -290,3 +290,13 @@ const DirectiveKeywords::Keyword* DirectiveKeywords::find(const DirectiveLine& l
     }
     return nullptr;
 }
+
+int DirectiveKeywords::minimumFor(const char16_t* keyword) {
+    int fewest = -1;
+    for (const Keyword& entry : kKeywords) {
+        if (strcmp_u16(keyword, entry.name) == 0 && (fewest < 0 || entry.minimum < fewest)) {
+            fewest = entry.minimum;
+        }
+    }
+    return fewest;
+}

@@ -40,4 +40,7 @@ public:
     static bool parse(char16_t* line, DirectiveLine& parsed);
     // The entry that the line's keyword names; null if none does.
     static const Keyword* find(const DirectiveLine& line);
+    // The fewest arguments that a keyword with this name needs, whatever the
+    // line has; -1 for a keyword that names no entry.
+    static int minimumFor(const char16_t* keyword);
 };

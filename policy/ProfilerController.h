@@ -58,6 +58,10 @@ public:
     int shouldEnableDynamicInstrumentation() override;
     int shouldSkipDynamicInstrumentation(IMetaDataContext* context) override;
     int shouldSkipAssembly(IMetaDataContext* context) override;
+    // The directives as loaded, for an account of a decision; null if they cannot be.
+    IDirectiveController* getDirectiveController() {
+        return initializeDirectives() >= 0 ? directives.get() : nullptr;
+    }
     int initializeDirectives() override;
     int reloadDirectives() override;
     int addDynamicDirective(char16_t* line) override;

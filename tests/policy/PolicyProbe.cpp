@@ -10,7 +10,7 @@
 
 #include "gate/ProfilingManager.h"
 #include "platform/FormattedOutput.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/ProfilerInfoDouble.h"
 
 // The hub owns this lock; here it is recursive from the start.

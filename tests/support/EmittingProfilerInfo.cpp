@@ -3,12 +3,12 @@
 #include <cstdlib>
 
 #include "runtime/Guids.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/RealAssemblies.h"
 
 EmittingProfilerInfo::EmittingProfilerInfo(ModuleID module, IMetaDataEmit* emit, IMetaDataImport* import,
                                            int highestVersion)
-    : FakeProfilerInfo(highestVersion), served(module) {
+    : RefusingProfilerInfo(highestVersion), served(module) {
     emit->AddRef();
     this->emit = emit;
     if (import != nullptr) {

@@ -2,7 +2,7 @@
 // metadata and method bodies in a module: GetModuleMetaData hands out that
 // scope (its emit or its import, as asked), GetILFunctionBodyAllocator a
 // malloc-backed allocator, SetILFunctionBody and ApplyMetaData are recorded.
-// Everything else fails as in FakeProfilerInfo, which also counts the calls.
+// Everything else fails as in RefusingProfilerInfo, which also counts the calls.
 #pragma once
 
 #include <map>
@@ -12,9 +12,9 @@
 #include "platform/AutoPointer.h"
 #include "runtime/MetaDataInterfaces.h"
 #include "runtime/MethodMalloc.h"
-#include "support/FakeProfilerInfo.h"
+#include "offline/RefusingProfilerInfo.h"
 
-class EmittingProfilerInfo : public FakeProfilerInfo {
+class EmittingProfilerInfo : public RefusingProfilerInfo {
 public:
     // Serves module only. Takes a reference of emit; import, if given, is
     // handed out for IMetaDataImport instead of the scope's own.

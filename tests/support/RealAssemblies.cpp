@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "runtime/CorErrors.h"
 #include "runtime/Guids.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "RealAssemblies.h"
 #include "runtime/CorErrors.h"
 #include "runtime/Guids.h"

@@ -3,7 +3,7 @@
 // so that tokens defined by the rewrite are real ones in that scope. Method
 // bodies come straight from the original file (PeImage); the bodies given to
 // SetILFunctionBody are recorded. Every slot not served here fails with
-// E_NOTIMPL and is counted (FakeProfilerInfo).
+// E_NOTIMPL and is counted (RefusingProfilerInfo).
 #pragma once
 
 #include <map>
@@ -13,12 +13,12 @@
 #include <vector>
 
 #include "AssemblyBodies.h"
-#include "FakeProfilerInfo.h"
+#include "offline/RefusingProfilerInfo.h"
 #include "ScratchDirectory.h"
 #include "platform/AutoPointer.h"
 #include "runtime/MetaDataInterfaces.h"
 
-class RewriteInfoDouble : public FakeProfilerInfo {
+class RewriteInfoDouble : public RefusingProfilerInfo {
 public:
     RewriteInfoDouble();
     ~RewriteInfoDouble() override;

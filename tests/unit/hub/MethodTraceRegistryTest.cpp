@@ -11,12 +11,12 @@
 
 #include "ProfilerCallbackTestAccess.h"
 #include "runtime/Guids.h"
-#include "support/FakeProfilerInfo.h"
+#include "offline/RefusingProfilerInfo.h"
 
 namespace {
 
 // The runtime's thread identifier: one for each kernel thread.
-class ThreadsInfo : public FakeProfilerInfo {
+class ThreadsInfo : public RefusingProfilerInfo {
 public:
     HRESULT GetCurrentThreadID(ThreadID* thread) override {
         *thread = 0x10000 + static_cast<ThreadID>(syscall(SYS_gettid));

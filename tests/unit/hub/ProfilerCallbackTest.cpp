@@ -8,7 +8,7 @@
 #include "StartupChild.h"
 #include "hub/ProfilerCallback.h"
 #include "runtime/Guids.h"
-#include "support/FakeProfilerInfo.h"
+#include "offline/RefusingProfilerInfo.h"
 #include "support/VtableSlotOf.h"
 
 namespace {
@@ -141,7 +141,7 @@ TEST(ProfilerCallback, InitializeKeepsTheHighestInfoOffered) {
 }
 
 TEST(ProfilerCallback, InitializeWithoutAnyInfoIsRefused) {
-    FakeProfilerInfo info(0);
+    RefusingProfilerInfo info(0);
     ProfilerCallback* callback = newCallback();
     EXPECT_EQ(CORPROF_E_PROFILER_CANCEL_ACTIVATION, callback->Initialize(&info));
     EXPECT_EQ(nullptr, fpc);

@@ -21,7 +21,7 @@
 #include "hub/ProfilerCallback.h"
 #include "runtime/Guids.h"
 #include "runtime/ProfilerEnumerators.h"
-#include "support/FakeProfilerInfo.h"
+#include "offline/RefusingProfilerInfo.h"
 #include "support/ScratchDirectory.h"
 
 // An enumerator with nothing in it.
@@ -56,7 +56,7 @@ private:
 
 // A runtime that tells its kind and version, has loaded and compiled nothing
 // an attach would catch up with, and otherwise fails as the fake does.
-class RuntimeInfoFake : public FakeProfilerInfo {
+class RuntimeInfoFake : public RefusingProfilerInfo {
 public:
     HRESULT EnumModules(ICorProfilerModuleEnum** modules) override {
         count("EnumModules");
@@ -68,7 +68,7 @@ public:
         *functions = new EmptyEnumerator<ICorProfilerFunctionEnum, COR_PRF_FUNCTION>();
         return S_OK;
     }
-    explicit RuntimeInfoFake(int highestVersion = 10) : FakeProfilerInfo(highestVersion) {}
+    explicit RuntimeInfoFake(int highestVersion = 10) : RefusingProfilerInfo(highestVersion) {}
 
     COR_PRF_RUNTIME_TYPE type = COR_PRF_CORE_CLR;
     USHORT major = 10;

@@ -8,7 +8,7 @@
 
 #include "metadata/CLRUtils.h"
 #include "runtime/CorErrors.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/ProfilerInfoDouble.h"
 #include "support/RealAssemblies.h"
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "metadata/IMetaDataContext.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/ProfilerInfoDouble.h"
 #include "support/RealAssemblies.h"
 

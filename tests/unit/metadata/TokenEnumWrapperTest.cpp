@@ -6,7 +6,7 @@
 #include "metadata/TypeDefEnumWrapper.h"
 #include "runtime/CorErrors.h"
 #include "support/CountingMetaDataImport.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/RealAssemblies.h"
 
 namespace {

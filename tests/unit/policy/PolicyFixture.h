@@ -16,7 +16,7 @@
 #include "SteeredContext.h"
 #include "metadata/IMetaDataContext.h"
 #include "policy/IDirectiveController.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/ProfilerInfoDouble.h"
 #include "support/RealAssemblies.h"
 

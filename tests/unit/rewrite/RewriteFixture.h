@@ -15,7 +15,7 @@
 #include "rewrite/Profiler.h"
 #include "runtime/Guids.h"
 #include "support/CapturedStream.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/ILVerifier.h"
 #include "support/RealAssemblies.h"
 #include "support/RefusingProfilerController.h"

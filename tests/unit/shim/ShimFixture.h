@@ -18,7 +18,7 @@
 #include "shim/SyntheticAgentShim.h"
 #include "support/EmittingProfilerInfo.h"
 #include "support/FaultingMetaDataImport.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/RealAssemblies.h"
 #include "support/ScopedEnvironment.h"
 #include "support/ScratchDirectory.h"

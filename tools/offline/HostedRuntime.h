@@ -1,6 +1,7 @@
-// The installed .NET runtime, hosted once per test process. Its metadata code
-// runs on the runtime's own platform layer, which only the runtime's start-up
-// initialises; after that the exported dispenser opens real assemblies.
+// The installed .NET runtime, hosted once per process (a test or an offline
+// tool). Its metadata code runs on the runtime's own platform layer, which only
+// the runtime's start-up initialises; after that the exported dispenser opens
+// real assemblies.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-#include "support/FakeProfilerInfo.h"
+#include "offline/RefusingProfilerInfo.h"
 
 #include "runtime/Guids.h"
 
@@ -10,9 +10,9 @@ const IID* const kInfoVersions[] = {
 };
 }  // namespace
 
-FakeProfilerInfo::FakeProfilerInfo(int highestVersion) : highestVersion(highestVersion) {}
+RefusingProfilerInfo::RefusingProfilerInfo(int highestVersion) : highestVersion(highestVersion) {}
 
-HRESULT FakeProfilerInfo::QueryInterface(REFIID riid, void** ppvObject) {
+HRESULT RefusingProfilerInfo::QueryInterface(REFIID riid, void** ppvObject) {
     queriedInterfaces.push_back(riid);
     bool offered = riid == IID_IUnknown;
     for (int version = 1; version <= highestVersion && !offered; ++version) {
@@ -27,27 +27,27 @@ HRESULT FakeProfilerInfo::QueryInterface(REFIID riid, void** ppvObject) {
     return S_OK;
 }
 
-ULONG FakeProfilerInfo::AddRef() {
+ULONG RefusingProfilerInfo::AddRef() {
     return ++referenceCount;
 }
 
 // The fake lives on the test's stack: the count is only observed.
-ULONG FakeProfilerInfo::Release() {
+ULONG RefusingProfilerInfo::Release() {
     return --referenceCount;
 }
 
-HRESULT FakeProfilerInfo::SetEventMask(DWORD dwEvents) {
+HRESULT RefusingProfilerInfo::SetEventMask(DWORD dwEvents) {
     count("SetEventMask");
     eventMask = dwEvents;
     return setEventMaskResult;
 }
 
-int FakeProfilerInfo::calls(const std::string& name) const {
+int RefusingProfilerInfo::calls(const std::string& name) const {
     auto found = callCounts.find(name);
     return found == callCounts.end() ? 0 : found->second;
 }
 
-int FakeProfilerInfo::totalCalls() const {
+int RefusingProfilerInfo::totalCalls() const {
     int total = 0;
     for (const auto& entry : callCounts) {
         total += entry.second;
@@ -55,11 +55,11 @@ int FakeProfilerInfo::totalCalls() const {
     return total;
 }
 
-HRESULT FakeProfilerInfo::fail(const char* name) {
+HRESULT RefusingProfilerInfo::fail(const char* name) {
     count(name);
     return E_NOTIMPL;
 }
 
-void FakeProfilerInfo::count(const char* name) {
+void RefusingProfilerInfo::count(const char* name) {
     ++callCounts[name];
 }

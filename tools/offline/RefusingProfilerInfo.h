@@ -1,8 +1,9 @@
-// A stand-in for the runtime's ICorProfilerInfo chain, up to ICorProfilerInfo10.
-// Every slot counts its calls and fails with E_NOTIMPL, except the few served
-// here: QueryInterface (for the versions the test offers), reference counting,
-// and SetEventMask (which records the mask). A test that needs more derives
-// from it and overrides the slot it serves.
+// The runtime's ICorProfilerInfo chain, up to ICorProfilerInfo10, where no
+// runtime runs the profiler: in tests and in offline tools. Every slot counts
+// its calls and fails with E_NOTIMPL, except the few served here:
+// QueryInterface (for the versions offered), reference counting, and
+// SetEventMask (which records the mask). A user that needs more derives from it
+// and overrides the slot it serves.
 #pragma once
 
 #include <map>
@@ -11,11 +12,11 @@
 
 #include "runtime/CorProfilerInfo.h"
 
-class FakeProfilerInfo : public ICorProfilerInfo10 {
+class RefusingProfilerInfo : public ICorProfilerInfo10 {
 public:
     // Offers IUnknown and ICorProfilerInfo up to version highestVersion (1..10).
-    explicit FakeProfilerInfo(int highestVersion = 10);
-    virtual ~FakeProfilerInfo() = default;
+    explicit RefusingProfilerInfo(int highestVersion = 10);
+    virtual ~RefusingProfilerInfo() = default;
 
     HRESULT QueryInterface(REFIID riid, void** ppvObject) override;
     ULONG AddRef() override;

@@ -1,0 +1,104 @@
+#include "offline/OfflineProfilerInfo.h"
+
+#include <algorithm>
+
+#include "offline/HostedRuntime.h"
+#include "runtime/CorErrors.h"
+#include "runtime/Guids.h"
+
+namespace {
+
+// The runtime's way of handing out a name: the length with the terminator,
+// and as much as fits.
+void copyName(const std::u16string& name, ULONG size, ULONG* length, WCHAR* buffer) {
+    if (length != nullptr) {
+        *length = static_cast<ULONG>(name.size() + 1);
+    }
+    if (buffer != nullptr && size > 0) {
+        const size_t copied = std::min<size_t>(name.size(), size - 1);
+        std::copy_n(name.begin(), copied, buffer);
+        buffer[copied] = 0;
+    }
+}
+
+std::u16string manifestName(IMetaDataImport* import) {
+    AutoCOMPointer<IMetaDataAssemblyImport> assemblies;
+    mdAssembly assembly = 0;
+    char16_t name[1024] = {};
+    ULONG length = 0;
+    if (FAILED(import->QueryInterface(IID_IMetaDataAssemblyImport, reinterpret_cast<void**>(&assemblies))) ||
+        FAILED(assemblies->GetAssemblyFromScope(&assembly)) ||
+        FAILED(assemblies->GetAssemblyProps(assembly, nullptr, nullptr, nullptr, name, 1024, &length, nullptr,
+                                            nullptr))) {
+        return u"";
+    }
+    return name;
+}
+
+}  // namespace
+
+ModuleID OfflineProfilerInfo::addModule(const std::u16string& path) {
+    AutoCOMPointer<IMetaDataDispenserEx> dispenser = HostedRuntime::instance().dispenser();
+    AutoCOMPointer<IMetaDataImport> import;
+    if (dispenser == nullptr || FAILED(dispenser->OpenScope(path.c_str(), ofRead, IID_IMetaDataImport,
+                                                            reinterpret_cast<IUnknown**>(&import)))) {
+        return 0;
+    }
+    const ModuleID id = nextModule;
+    nextModule += 0x10000;
+    Module& module = modules[id];
+    module.path = path;
+    module.assemblyName = manifestName(import);
+    module.import = std::move(import);
+    return id;
+}
+
+IMetaDataImport* OfflineProfilerInfo::importOf(ModuleID module) const {
+    auto found = modules.find(module);
+    return found != modules.end() ? found->second.import.get() : nullptr;
+}
+
+HRESULT OfflineProfilerInfo::GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName,
+                                           ULONG* pcchName, WCHAR szName[], AssemblyID* pAssemblyId) {
+    auto found = modules.find(moduleId);
+    if (found == modules.end()) {
+        return E_INVALIDARG;
+    }
+    if (ppBaseLoadAddress != nullptr) *ppBaseLoadAddress = nullptr;
+    copyName(found->second.path, cchName, pcchName, szName);
+    if (pAssemblyId != nullptr) *pAssemblyId = moduleId + kAssemblyOffset;
+    return S_OK;
+}
+
+HRESULT OfflineProfilerInfo::GetAssemblyInfo(AssemblyID assemblyId, ULONG cchName, ULONG* pcchName, WCHAR szName[],
+                                             AppDomainID* pAppDomainId, ModuleID* pModuleId) {
+    auto found = modules.find(assemblyId - kAssemblyOffset);
+    if (found == modules.end()) {
+        return E_INVALIDARG;
+    }
+    copyName(found->second.assemblyName, cchName, pcchName, szName);
+    if (pAppDomainId != nullptr) *pAppDomainId = 1;
+    if (pModuleId != nullptr) *pModuleId = found->first;
+    return S_OK;
+}
+
+HRESULT OfflineProfilerInfo::GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) {
+    IMetaDataImport* import = importOf(moduleId);
+    if (import == nullptr) {
+        return E_INVALIDARG;
+    }
+    return import->QueryInterface(riid, reinterpret_cast<void**>(ppOut));
+}
+
+HRESULT OfflineProfilerInfo::GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType,
+                                                   USHORT* pMajorVersion, USHORT* pMinorVersion, USHORT* pBuildNumber,
+                                                   USHORT* pQFEVersion, ULONG cchVersionString,
+                                                   ULONG* pcchVersionString, WCHAR szVersionString[]) {
+    if (pClrInstanceId != nullptr) *pClrInstanceId = 0;
+    if (pRuntimeType != nullptr) *pRuntimeType = COR_PRF_CORE_CLR;
+    for (USHORT* part : {pMajorVersion, pMinorVersion, pBuildNumber, pQFEVersion}) {
+        if (part != nullptr) *part = 0;
+    }
+    copyName(u"", cchVersionString, pcchVersionString, szVersionString);
+    return S_OK;
+}
