@@ -1,7 +1,8 @@
 // The profiler's own account of a process: how many methods it saw, selected
 // and rewrote, why it refused the others, how long its callbacks took by
 // phase, and how its ReJIT requests ended. Counters only: cheap enough to be
-// always on. Written as one block to the native log at shutdown.
+// always on. Written as one block to the native log at shutdown, and on
+// demand before each hot reload of the directives.
 //
 // Threads: the counters are atomic; the refusal reasons are counted on the
 // compile path, under the hub's profiler lock, which write() also needs.

@@ -196,6 +196,8 @@ void ProfilerCallback::ServiceReJITRequests() {
 }
 
 void ProfilerCallback::hotReload() {
+    // An operator who reloads the directives sees what the old ones did.
+    account.write(nativeLog);
     const int64_t started = Performance::GetTimeInMillis();
     controller->reloadDirectives();
     fprintf_8(nativeLog, "PDB reload complete (%dms)\n", static_cast<int>(Performance::GetTimeInMillis() - started));
