@@ -44,11 +44,15 @@ ModuleID OfflineProfilerInfo::addModule(const std::u16string& path) {
                                                             reinterpret_cast<IUnknown**>(&import)))) {
         return 0;
     }
+    return addModule(path, std::move(import));
+}
+
+ModuleID OfflineProfilerInfo::addModule(const std::u16string& path, AutoCOMPointer<IMetaDataImport> import) {
     const ModuleID id = nextModule;
     nextModule += 0x10000;
     Module& module = modules[id];
     module.path = path;
-    module.assemblyName = manifestName(import);
+    module.assemblyName = import != nullptr ? manifestName(import) : u"";
     module.import = std::move(import);
     return id;
 }
@@ -73,7 +77,7 @@ HRESULT OfflineProfilerInfo::GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoa
 HRESULT OfflineProfilerInfo::GetAssemblyInfo(AssemblyID assemblyId, ULONG cchName, ULONG* pcchName, WCHAR szName[],
                                              AppDomainID* pAppDomainId, ModuleID* pModuleId) {
     auto found = modules.find(assemblyId - kAssemblyOffset);
-    if (found == modules.end()) {
+    if (found == modules.end() || found->second.import == nullptr) {
         return E_INVALIDARG;
     }
     copyName(found->second.assemblyName, cchName, pcchName, szName);
@@ -83,11 +87,15 @@ HRESULT OfflineProfilerInfo::GetAssemblyInfo(AssemblyID assemblyId, ULONG cchNam
 }
 
 HRESULT OfflineProfilerInfo::GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) {
-    IMetaDataImport* import = importOf(moduleId);
-    if (import == nullptr) {
+    auto found = modules.find(moduleId);
+    if (found == modules.end()) {
         return E_INVALIDARG;
     }
-    return import->QueryInterface(riid, reinterpret_cast<void**>(ppOut));
+    // What the runtime says of a module that has no metadata to read yet.
+    if (found->second.import == nullptr) {
+        return E_FAIL;
+    }
+    return found->second.import->QueryInterface(riid, reinterpret_cast<void**>(ppOut));
 }
 
 HRESULT OfflineProfilerInfo::GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType,
@@ -95,7 +103,7 @@ HRESULT OfflineProfilerInfo::GetRuntimeInformation(USHORT* pClrInstanceId, COR_P
                                                    USHORT* pQFEVersion, ULONG cchVersionString,
                                                    ULONG* pcchVersionString, WCHAR szVersionString[]) {
     if (pClrInstanceId != nullptr) *pClrInstanceId = 0;
-    if (pRuntimeType != nullptr) *pRuntimeType = COR_PRF_CORE_CLR;
+    if (pRuntimeType != nullptr) *pRuntimeType = runtimeType;
     for (USHORT* part : {pMajorVersion, pMinorVersion, pBuildNumber, pQFEVersion}) {
         if (part != nullptr) *part = 0;
     }

@@ -15,7 +15,11 @@ class OfflineProfilerInfo : public RefusingProfilerInfo {
 public:
     // 0 if the runtime cannot open the file as an assembly.
     ModuleID addModule(const std::u16string& path);
+    // A module of this scope; with none, one whose metadata cannot be read yet.
+    ModuleID addModule(const std::u16string& path, AutoCOMPointer<IMetaDataImport> import);
     IMetaDataImport* importOf(ModuleID module) const;
+    // What GetRuntimeInformation reports; Core by default.
+    void setRuntimeType(COR_PRF_RUNTIME_TYPE type) { runtimeType = type; }
 
     HRESULT GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName, ULONG* pcchName,
                           WCHAR szName[], AssemblyID* pAssemblyId) override;
@@ -38,4 +42,5 @@ private:
 
     std::map<ModuleID, Module> modules;
     ModuleID nextModule = 0x7e0000010000;
+    COR_PRF_RUNTIME_TYPE runtimeType = COR_PRF_CORE_CLR;
 };

@@ -26,6 +26,7 @@ public:
     // Calls of a slot by name, and of all slots but the IUnknown ones.
     int calls(const std::string& name) const;
     int totalCalls() const;
+    void resetCalls() { callCounts.clear(); }
     // Interfaces asked for by QueryInterface, in order, answered or not.
     const std::vector<IID>& queried() const { return queriedInterfaces; }
     ULONG references() const { return referenceCount; }
