@@ -12,20 +12,6 @@
 #include "support/VtableSlotOf.h"
 
 namespace {
-// "1" to "10" for the info interfaces, "U" for IUnknown, "?" for others.
-std::string infoVersionOf(const IID& iid) {
-    const IID* versions[] = {&IID_ICorProfilerInfo,  &IID_ICorProfilerInfo2, &IID_ICorProfilerInfo3,
-                             &IID_ICorProfilerInfo4, &IID_ICorProfilerInfo5, &IID_ICorProfilerInfo6,
-                             &IID_ICorProfilerInfo7, &IID_ICorProfilerInfo8, &IID_ICorProfilerInfo9,
-                             &IID_ICorProfilerInfo10};
-    for (int i = 0; i < 10; ++i) {
-        if (iid == *versions[i]) {
-            return std::to_string(i + 1);
-        }
-    }
-    return iid == IID_IUnknown ? "U" : "?";
-}
-
 ProfilerCallback* newCallback() {
     void* out = nullptr;
     EXPECT_EQ(S_OK, ProfilerCallback::CreateObject(IID_ICorProfilerCallback2, &out));
@@ -65,80 +51,7 @@ TEST(ProfilerCallback, QueryInterfaceStopsAtCallback4) {
     EXPECT_EQ(0u, callback->Release());
 }
 
-TEST(ProfilerCallback, ReferenceCountingAndFinalReleaseClearsFpc) {
-    EXPECT_EQ(nullptr, fpc);
-    StartupSetup setup;
-    setup.body = [](ProfilerCallback* callback, RuntimeInfoFake*, std::ostream& notes) {
-        notes << callback->AddRef() << callback->AddRef() << callback->Release() << callback->Release()
-              << (fpc == callback);
-    };
-    StartupOutcome outcome = runStartup(setup);
-    ASSERT_EQ(S_OK, outcome.result) << outcome.log;
-    EXPECT_TRUE(outcome.fpcSet);
-    // The start-up's reference and the test's two; fpc stays until the last goes.
-    EXPECT_EQ("23211", outcome.notes);
-    EXPECT_TRUE(outcome.released);
-    // Every reference to the runtime went with the object, and going asked
-    // nothing of the runtime.
-    EXPECT_EQ(0, outcome.infoReferences);
-    EXPECT_EQ(0, outcome.releaseCalls);
-    EXPECT_NE(std::string::npos, outcome.log.find("Tear down profiler\n")) << outcome.log;
-}
 
-// Where two runtimes share the process the second callback is refused by the
-// process gate; when the runtime releases it, it takes fpc from the first.
-TEST(ProfilerCallback, DestructionClearsFpcWhicheverObjectItPointsTo) {
-    StartupSetup setup;
-    setup.body = [](ProfilerCallback* first, RuntimeInfoFake* info, std::ostream& notes) {
-        void* out = nullptr;
-        ProfilerCallback::CreateObject(IID_ICorProfilerCallback4, &out);
-        auto* refused = static_cast<ProfilerCallback*>(static_cast<ICorProfilerCallback4*>(out));
-        notes << (refused->Initialize(info) == CORPROF_E_PROFILER_CANCEL_ACTIVATION) << (fpc == first);
-        notes << refused->Release() << (fpc == nullptr);
-    };
-    StartupOutcome outcome = runStartup(setup);
-    ASSERT_EQ(S_OK, outcome.result) << outcome.log;
-    EXPECT_EQ("1101", outcome.notes);
-    EXPECT_TRUE(outcome.released);
-}
-
-TEST(ProfilerCallback, InitializeKeepsTheHighestInfoOffered) {
-    struct Case {
-        int offered;
-        long clrVersion;
-        bool reJIT;
-        const char* firstQuestions;
-        HRESULT result;
-    };
-    // Version 1 passes the info step and is then refused by the process gate.
-    const Case cases[] = {
-        {10, 4, true, "3,4,", S_OK},
-        {4, 4, true, "3,4,", S_OK},
-        {3, 4, false, "3,4,", S_OK},
-        {2, 2, false, "3,2,", S_OK},
-        {1, 1, false, "3,2,1,", CORPROF_E_PROFILER_CANCEL_ACTIVATION},
-    };
-    for (const Case& c : cases) {
-        StartupSetup setup;
-        const int offered = c.offered;
-        setup.makeInfo = [offered] { return new RuntimeInfoFake(offered); };
-        setup.body = [](ProfilerCallback* callback, RuntimeInfoFake* info, std::ostream& notes) {
-            notes << callback->getClrVersion() << " " << callback->getSupportsReJIT() << " "
-                  << (callback->getProfilerInfo() == static_cast<ICorProfilerInfo*>(info)) << " ";
-            for (const IID& asked : info->queried()) {
-                notes << infoVersionOf(asked) << ",";
-            }
-        };
-        StartupOutcome outcome = runStartup(setup);
-        EXPECT_EQ(c.result, outcome.result) << c.offered << "\n" << outcome.log;
-        // The questions of the start-up come first; later ones belong to others.
-        const std::string expected = std::to_string(c.clrVersion) + " " + (c.reJIT ? "1" : "0") + " 1 " +
-                                     c.firstQuestions;
-        EXPECT_EQ(expected, outcome.notes.substr(0, expected.size())) << c.offered;
-        // The probe for Info4 gave its reference back, and so did everything else.
-        EXPECT_EQ(0, outcome.infoReferences) << c.offered;
-    }
-}
 
 TEST(ProfilerCallback, InitializeWithoutAnyInfoIsRefused) {
     RefusingProfilerInfo info(0);

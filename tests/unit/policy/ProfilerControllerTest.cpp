@@ -46,85 +46,8 @@ TEST_F(ProfilerControllerTest, RelativeProfileIsMadeAbsoluteFromTheWorkingDirect
     EXPECT_EQ(RealAssemblies::narrow(controller->getAgentDirectory().c_str()), cwd + "/profiles");
 }
 
-TEST_F(ProfilerControllerTest, SwitchesKeepTheirDefaultsWithoutKeys)
-{
-    AgentInstallation installation;
-    std::unique_ptr<ProfilerController> controller = installation.controller(info);
-    ASSERT_NE(controller, nullptr);
-    EXPECT_EQ(controller->shouldLogMethodBytes(), S_FALSE);
-    EXPECT_EQ(controller->shouldLogUninstrumentedMethods(), S_FALSE);
-    EXPECT_EQ(controller->shouldMonitorNgenModules(), S_OK);
-    EXPECT_EQ(controller->shouldInstrumentOnModuleLoad(), S_FALSE);
-    EXPECT_EQ(controller->shouldDisableTransparencyChecks(), S_FALSE);
-    EXPECT_EQ(controller->shouldUseSyntheticShim(), E_FAIL);
-    EXPECT_EQ(controller->shouldFieldMarkEnabled(), E_FAIL);
-    EXPECT_EQ(controller->shouldEnableDynamicInstrumentation(), S_FALSE);
-    EXPECT_TRUE(controller->usingGenericAgentTrigger());
-    EXPECT_EQ(controller->getCacheSize(), 5000);
-}
 
-TEST_F(ProfilerControllerTest, TrueWordsAreValuesThatBeginWithTrue)
-{
-    struct Case {
-        const char* value;
-        int expected;
-    };
-    for (const Case& c : {Case {"true", S_OK}, Case {"TRUE", S_OK}, Case {"TrueIsh", S_OK}, Case {"1", S_FALSE},
-                          Case {"yes", S_FALSE}, Case {"on", S_FALSE}}) {
-        AgentInstallation installation;
-        installation.set("harrowlite.nativeprofiler.logBytecode", c.value);
-        installation.set("harrowlite.nativeprofiler.logAllMethodsNoticed", c.value);
-        installation.set("harrowlite.nativeprofiler.clrv4.transparency.checks.disabled", c.value);
-        installation.set("harrowlite.agent.remoteagentdynamicinstrumentation.enabled", c.value);
-        installation.set("harrowlite.nativeprofiler.synthetic.shim.enabled", c.value);
-        std::unique_ptr<ProfilerController> controller = installation.controller(info);
-        ASSERT_NE(controller, nullptr);
-        EXPECT_EQ(controller->shouldLogMethodBytes(), c.expected) << c.value;
-        EXPECT_EQ(controller->shouldLogUninstrumentedMethods(), c.expected) << c.value;
-        EXPECT_EQ(controller->shouldDisableTransparencyChecks(), c.expected) << c.value;
-        EXPECT_EQ(controller->shouldEnableDynamicInstrumentation(), c.expected) << c.value;
-        // Set at all, the shim switch answers yes or no, never the unset E_FAIL.
-        EXPECT_EQ(controller->shouldUseSyntheticShim(), c.expected) << c.value;
-    }
-}
 
-TEST_F(ProfilerControllerTest, OtherSwitchesFollowTheirOwnRules)
-{
-    struct Case {
-        const char* value;
-        int ngen;
-        int onLoad;
-        int fieldMark;
-        bool trigger;
-    };
-    // ngen is off only for a value beginning with "false"; the bool properties
-    // keep their default for anything but "true..." or "false...".
-    for (const Case& c : {Case {"FALSE", S_FALSE, S_FALSE, E_FAIL, false}, Case {"no", S_OK, S_FALSE, E_FAIL, true},
-                          Case {"True", S_OK, S_OK, S_OK, true}}) {
-        AgentInstallation installation;
-        installation.set("harrowlite.nativeprofiler.ngen.monitor.enabled", c.value);
-        installation.set("harrowlite.nativeprofiler.instrumentOnModuleLoad", c.value);
-        installation.set("harrowlite.fieldmark.enable", c.value);
-        installation.set("harrowlite.nativeprofiler.generic.agent.trigger.enabled", c.value);
-        std::unique_ptr<ProfilerController> controller = installation.controller(info);
-        ASSERT_NE(controller, nullptr);
-        EXPECT_EQ(controller->shouldMonitorNgenModules(), c.ngen) << c.value;
-        EXPECT_EQ(controller->shouldInstrumentOnModuleLoad(), c.onLoad) << c.value;
-        EXPECT_EQ(controller->shouldFieldMarkEnabled(), c.fieldMark) << c.value;
-        EXPECT_EQ(controller->usingGenericAgentTrigger(), c.trigger) << c.value;
-    }
-}
-
-TEST_F(ProfilerControllerTest, CacheSizeOfZeroOrNoNumberIsTheDefault)
-{
-    for (const auto& [value, expected] : {std::pair {"0", 5000}, std::pair {"abc", 5000}, std::pair {"250", 250}}) {
-        AgentInstallation installation;
-        installation.set("harrowlite.nativeprofiler.directivematching.cache.max.size", value);
-        std::unique_ptr<ProfilerController> controller = installation.controller(info);
-        ASSERT_NE(controller, nullptr);
-        EXPECT_EQ(controller->getCacheSize(), expected) << value;
-    }
-}
 
 TEST_F(ProfilerControllerTest, GenericTriggerNeedsItsAppDomainOnTheDesktopRuntime)
 {
