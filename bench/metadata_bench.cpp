@@ -6,7 +6,7 @@
 
 #include "metadata/IMetaDataContext.h"
 #include "runtime/CorErrors.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/ProfilerInfoDouble.h"
 #include "support/RealAssemblies.h"
 

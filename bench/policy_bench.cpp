@@ -11,7 +11,7 @@
 
 #include "metadata/IMetaDataContext.h"
 #include "policy/IDirectiveController.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/ProfilerInfoDouble.h"
 #include "support/RealAssemblies.h"
 #include "unit/policy/SteeredContext.h"

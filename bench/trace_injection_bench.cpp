@@ -14,7 +14,7 @@
 #include "rewrite/IMethodBuilder.h"
 #include "rewrite/Instruction.h"
 #include "rewrite/Profiler.h"
-#include "support/HostedRuntime.h"
+#include "offline/HostedRuntime.h"
 #include "support/ILVerifier.h"
 #include "support/RealAssemblies.h"
 #include "support/RewriteInfoDouble.h"
