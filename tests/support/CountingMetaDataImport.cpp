@@ -46,3 +46,17 @@ ULONG CountingMetaDataImport::Release() {
     }
     return left;
 }
+
+HRESULT CountingMetaDataImport::FindTypeDefByName(LPCWSTR szTypeDef, mdToken tkEnclosingClass, mdTypeDef* ptd) {
+    count("FindTypeDefByName");
+    soughtTypes.emplace_back(szTypeDef);
+    auto failure = typeFailures.find(szTypeDef);
+    return failure != typeFailures.end() ? failure->second : inner->FindTypeDefByName(szTypeDef, tkEnclosingClass, ptd);
+}
+
+HRESULT CountingMetaDataImport::FindMethod(mdTypeDef td, LPCWSTR szName, PCCOR_SIGNATURE pvSigBlob, ULONG cbSigBlob,
+                                           mdMethodDef* pmb) {
+    count("FindMethod");
+    auto failure = methodFailures.find(szName);
+    return failure != methodFailures.end() ? failure->second : inner->FindMethod(td, szName, pvSigBlob, cbSigBlob, pmb);
+}

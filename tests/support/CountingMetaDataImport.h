@@ -1,11 +1,14 @@
 // An IMetaDataImport that forwards every call to a real one and counts the
 // calls by method name, so that a test can tell whether the runtime was asked.
+// Chosen lookups can be made to fail (FindMethod for a method name,
+// FindTypeDefByName for a type name), and the type names looked up are kept.
 // Reference counted like the runtime's own objects; other interfaces asked of
 // it are the real object's, uncounted.
 #pragma once
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "platform/AutoPointer.h"
 #include "runtime/MetaDataInterfaces.h"
@@ -14,6 +17,12 @@ class CountingMetaDataImport final : public IMetaDataImport {
 public:
     // Takes one reference of inner. The new object has one reference, the caller's.
     static CountingMetaDataImport* wrap(IMetaDataImport* inner);
+
+    // From now on, lookups of this exact name fail with result.
+    void failFindMethod(const std::u16string& name, HRESULT result) { methodFailures[name] = result; }
+    void failFindTypeDefByName(const std::u16string& name, HRESULT result) { typeFailures[name] = result; }
+    // Every name given to FindTypeDefByName, in order.
+    const std::vector<std::u16string>& typeNamesSought() const { return soughtTypes; }
 
     // Calls of one method, or of all, since the last reset.
     int calls(const std::string& method) const;
@@ -42,9 +51,7 @@ public:
     HRESULT EnumTypeRefs(HCORENUM* phEnum, mdTypeRef rTypeRefs[], ULONG cMax, ULONG* pcTypeRefs) override {
         count("EnumTypeRefs"); return inner->EnumTypeRefs(phEnum, rTypeRefs, cMax, pcTypeRefs);
     }
-    HRESULT FindTypeDefByName(LPCWSTR szTypeDef, mdToken tkEnclosingClass, mdTypeDef* ptd) override {
-        count("FindTypeDefByName"); return inner->FindTypeDefByName(szTypeDef, tkEnclosingClass, ptd);
-    }
+    HRESULT FindTypeDefByName(LPCWSTR szTypeDef, mdToken tkEnclosingClass, mdTypeDef* ptd) override;
     HRESULT GetScopeProps(LPWSTR szName, ULONG cchName, ULONG* pchName, GUID* pmvid) override {
         count("GetScopeProps"); return inner->GetScopeProps(szName, cchName, pchName, pmvid);
     }
@@ -96,9 +103,8 @@ public:
     HRESULT FindMember(mdTypeDef td, LPCWSTR szName, PCCOR_SIGNATURE pvSigBlob, ULONG cbSigBlob, mdToken* pmb) override {
         count("FindMember"); return inner->FindMember(td, szName, pvSigBlob, cbSigBlob, pmb);
     }
-    HRESULT FindMethod(mdTypeDef td, LPCWSTR szName, PCCOR_SIGNATURE pvSigBlob, ULONG cbSigBlob, mdMethodDef* pmb) override {
-        count("FindMethod"); return inner->FindMethod(td, szName, pvSigBlob, cbSigBlob, pmb);
-    }
+    HRESULT FindMethod(mdTypeDef td, LPCWSTR szName, PCCOR_SIGNATURE pvSigBlob, ULONG cbSigBlob,
+                       mdMethodDef* pmb) override;
     HRESULT FindField(mdTypeDef td, LPCWSTR szName, PCCOR_SIGNATURE pvSigBlob, ULONG cbSigBlob, mdFieldDef* pmb) override {
         count("FindField"); return inner->FindField(td, szName, pvSigBlob, cbSigBlob, pmb);
     }
@@ -219,4 +225,7 @@ private:
     ULONG references = 1;
     std::map<std::string, int> perMethod;
     int total = 0;
+    std::map<std::u16string, HRESULT> methodFailures;
+    std::map<std::u16string, HRESULT> typeFailures;
+    std::vector<std::u16string> soughtTypes;
 };

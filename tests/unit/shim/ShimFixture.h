@@ -17,7 +17,7 @@
 #include "runtime/Guids.h"
 #include "shim/SyntheticAgentShim.h"
 #include "support/EmittingProfilerInfo.h"
-#include "support/FaultingMetaDataImport.h"
+#include "support/CountingMetaDataImport.h"
 #include "offline/HostedRuntime.h"
 #include "support/RealAssemblies.h"
 #include "support/ScopedEnvironment.h"
@@ -34,7 +34,7 @@ protected:
         emit = EmittingProfilerInfo::openForWriting(copy);
         ASSERT_NE(emit.get(), nullptr) << "cannot open " << copy << " for writing";
         ASSERT_EQ(emit->QueryInterface(IID_IMetaDataImport, reinterpret_cast<void**>(&import)), S_OK);
-        faulting = FaultingMetaDataImport::wrap(import);
+        faulting = CountingMetaDataImport::wrap(import);
         text = std::make_unique<MetadataText>(import.get());
 
         environment.set("com.tarn.harrowlite.agentLocation", nullptr);
@@ -99,7 +99,7 @@ protected:
     ScopedEnvironment environment;
     AutoCOMPointer<IMetaDataEmit> emit;
     AutoCOMPointer<IMetaDataImport> import;
-    AutoCOMPointer<FaultingMetaDataImport> faulting;
+    AutoCOMPointer<CountingMetaDataImport> faulting;
     std::unique_ptr<MetadataText> text;
     std::unique_ptr<EmittingProfilerInfo> info;
     HRESULT metaDataResult = S_OK;
