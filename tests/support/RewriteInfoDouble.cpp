@@ -32,15 +32,6 @@ private:
     RewriteInfoDouble* owner;
 };
 
-void copyName(const std::u16string& name, ULONG size, ULONG* length, WCHAR* buffer) {
-    if (length != nullptr) *length = static_cast<ULONG>(name.size() + 1);
-    if (buffer != nullptr && size > 0) {
-        size_t copied = std::min<size_t>(name.size(), size - 1);
-        std::copy_n(name.begin(), copied, buffer);
-        buffer[copied] = 0;
-    }
-}
-
 }  // namespace
 
 RewriteInfoDouble::RewriteInfoDouble() : allocator(new DoubleAllocator(this)) {}
@@ -57,20 +48,19 @@ ModuleID RewriteInfoDouble::addModule(const std::string& path) {
     if (!std::filesystem::copy_file(path, copy, error)) return 0;
     AutoCOMPointer<IMetaDataDispenserEx> dispenser = HostedRuntime::instance().dispenser();
     if (dispenser.get() == nullptr) return 0;
-    Module module;
+    AutoCOMPointer<IMetaDataImport> import;
     std::u16string widePath = RealAssemblies::widen(copy);
     if (FAILED(dispenser->OpenScope(widePath.c_str(), ofWrite, IID_IMetaDataImport,
-                                    reinterpret_cast<IUnknown**>(&module.import)))) {
+                                    reinterpret_cast<IUnknown**>(&import)))) {
         return 0;
     }
+    Module module;
     module.bodies = std::make_unique<AssemblyBodies>();
     if (!module.bodies->load(path)) return 0;
     for (const AssemblyBodies::Body& body : module.bodies->bodies()) {
         module.bodyByMethod[TokenFromRid(body.methodRow, mdtMethodDef)] = {body.bytes, body.size};
     }
-    module.path = RealAssemblies::widen(path);
-    ModuleID id = nextModule;
-    nextModule += 0x10000;
+    const ModuleID id = OfflineProfilerInfo::addModule(RealAssemblies::widen(path), std::move(import));
     modules[id] = std::move(module);
     return id;
 }
@@ -83,8 +73,7 @@ FunctionID RewriteInfoDouble::addFunction(ModuleID module, mdMethodDef token) {
 }
 
 IMetaDataImport* RewriteInfoDouble::importOf(ModuleID module) const {
-    auto found = modules.find(module);
-    return found == modules.end() ? nullptr : found->second.import.get();
+    return OfflineProfilerInfo::importOf(module);
 }
 
 const AssemblyBodies& RewriteInfoDouble::bodiesOf(ModuleID module) const { return *modules.at(module).bodies; }
@@ -122,64 +111,12 @@ HRESULT RewriteInfoDouble::GetTokenAndMetaDataFromFunction(FunctionID functionId
     auto found = functions.find(functionId);
     if (found == functions.end()) return E_INVALIDARG;
     *pToken = found->second.second;
-    return modules.at(found->second.first).import->QueryInterface(riid, reinterpret_cast<void**>(ppImport));
-}
-
-HRESULT RewriteInfoDouble::GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName,
-                                         ULONG* pcchName, WCHAR szName[], AssemblyID* pAssemblyId) {
-    count("GetModuleInfo");
-    auto found = modules.find(moduleId);
-    if (found == modules.end()) return E_INVALIDARG;
-    if (ppBaseLoadAddress != nullptr) *ppBaseLoadAddress = nullptr;
-    copyName(found->second.path, cchName, pcchName, szName);
-    // The assembly id is the module id: one module per assembly.
-    if (pAssemblyId != nullptr) *pAssemblyId = moduleId;
-    return S_OK;
+    return OfflineProfilerInfo::importOf(found->second.first)->QueryInterface(riid, reinterpret_cast<void**>(ppImport));
 }
 
 HRESULT RewriteInfoDouble::GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) {
     count("GetModuleMetaData");
-    auto found = modules.find(moduleId);
-    if (found == modules.end()) return E_INVALIDARG;
-    return found->second.import->QueryInterface(riid, reinterpret_cast<void**>(ppOut));
-}
-
-HRESULT RewriteInfoDouble::GetAssemblyInfo(AssemblyID assemblyId, ULONG cchName, ULONG* pcchName, WCHAR szName[],
-                                           AppDomainID* pAppDomainId, ModuleID* pModuleId) {
-    count("GetAssemblyInfo");
-    auto found = modules.find(assemblyId);
-    if (found == modules.end()) return E_INVALIDARG;
-    AutoCOMPointer<IMetaDataAssemblyImport> assemblyImport;
-    HRESULT hr = found->second.import->QueryInterface(IID_IMetaDataAssemblyImport,
-                                                      reinterpret_cast<void**>(&assemblyImport));
-    mdAssembly assembly = 0;
-    if (SUCCEEDED(hr)) hr = assemblyImport->GetAssemblyFromScope(&assembly);
-    char16_t name[1024] = {};
-    ULONG length = 0;
-    if (SUCCEEDED(hr)) {
-        hr = assemblyImport->GetAssemblyProps(assembly, nullptr, nullptr, nullptr, name, 1024, &length, nullptr,
-                                              nullptr);
-    }
-    if (FAILED(hr)) return hr;
-    copyName(name, cchName, pcchName, szName);
-    if (pAppDomainId != nullptr) *pAppDomainId = 1;
-    if (pModuleId != nullptr) *pModuleId = assemblyId;
-    return S_OK;
-}
-
-HRESULT RewriteInfoDouble::GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType,
-                                                 USHORT* pMajorVersion, USHORT* pMinorVersion, USHORT* pBuildNumber,
-                                                 USHORT* pQFEVersion, ULONG cchVersionString,
-                                                 ULONG* pcchVersionString, WCHAR szVersionString[]) {
-    count("GetRuntimeInformation");
-    if (pClrInstanceId != nullptr) *pClrInstanceId = 0;
-    if (pRuntimeType != nullptr) *pRuntimeType = runtimeType;
-    if (pMajorVersion != nullptr) *pMajorVersion = 10;
-    if (pMinorVersion != nullptr) *pMinorVersion = 0;
-    if (pBuildNumber != nullptr) *pBuildNumber = 12;
-    if (pQFEVersion != nullptr) *pQFEVersion = 0;
-    copyName(u"10.0.12", cchVersionString, pcchVersionString, szVersionString);
-    return S_OK;
+    return OfflineProfilerInfo::GetModuleMetaData(moduleId, dwOpenFlags, riid, ppOut);
 }
 
 HRESULT RewriteInfoDouble::GetILFunctionBody(ModuleID moduleId, mdMethodDef methodId, LPCBYTE* ppMethodHeader,

@@ -2,8 +2,8 @@
 // an assembly file, opened for writing through the hosted runtime's dispenser,
 // so that tokens defined by the rewrite are real ones in that scope. Method
 // bodies come straight from the original file (PeImage); the bodies given to
-// SetILFunctionBody are recorded. Every slot not served here fails with
-// E_NOTIMPL and is counted (RefusingProfilerInfo).
+// SetILFunctionBody are recorded. Names and metadata come from the offline
+// base; every slot not served fails with E_NOTIMPL and is counted.
 #pragma once
 
 #include <map>
@@ -13,12 +13,12 @@
 #include <vector>
 
 #include "AssemblyBodies.h"
-#include "offline/RefusingProfilerInfo.h"
+#include "offline/OfflineProfilerInfo.h"
 #include "ScratchDirectory.h"
 #include "platform/AutoPointer.h"
 #include "runtime/MetaDataInterfaces.h"
 
-class RewriteInfoDouble : public RefusingProfilerInfo {
+class RewriteInfoDouble : public OfflineProfilerInfo {
 public:
     RewriteInfoDouble();
     ~RewriteInfoDouble() override;
@@ -37,20 +37,10 @@ public:
     // Makes Alloc give back this address instead of memory, once.
     void failNextAlloc(void* address) { allocFailure = address; allocFails = true; }
 
-    COR_PRF_RUNTIME_TYPE runtimeType = COR_PRF_CORE_CLR;
-
     HRESULT GetFunctionInfo(FunctionID functionId, ClassID* pClassId, ModuleID* pModuleId, mdToken* pToken) override;
     HRESULT GetTokenAndMetaDataFromFunction(FunctionID functionId, REFIID riid, IUnknown** ppImport,
                                             mdToken* pToken) override;
-    HRESULT GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName, ULONG* pcchName,
-                          WCHAR szName[], AssemblyID* pAssemblyId) override;
     HRESULT GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) override;
-    HRESULT GetAssemblyInfo(AssemblyID assemblyId, ULONG cchName, ULONG* pcchName, WCHAR szName[],
-                            AppDomainID* pAppDomainId, ModuleID* pModuleId) override;
-    HRESULT GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType, USHORT* pMajorVersion,
-                                  USHORT* pMinorVersion, USHORT* pBuildNumber, USHORT* pQFEVersion,
-                                  ULONG cchVersionString, ULONG* pcchVersionString,
-                                  WCHAR szVersionString[]) override;
     HRESULT GetILFunctionBody(ModuleID moduleId, mdMethodDef methodId, LPCBYTE* ppMethodHeader,
                               ULONG* pcbMethodSize) override;
     HRESULT GetILFunctionBodyAllocator(ModuleID moduleId, IMethodMalloc** ppMalloc) override;
@@ -61,8 +51,6 @@ public:
 
 private:
     struct Module {
-        std::u16string path;
-        AutoCOMPointer<IMetaDataImport> import;
         std::unique_ptr<AssemblyBodies> bodies;
         std::map<mdMethodDef, std::pair<const unsigned char*, ULONG>> bodyByMethod;
     };
@@ -76,6 +64,5 @@ private:
     unsigned int lastSize = 0;
     void* allocFailure = nullptr;
     bool allocFails = false;
-    ModuleID nextModule = 0x7f0000010000;
     FunctionID nextFunction = 0x7f1000000040;
 };

@@ -14,7 +14,7 @@ protected:
         RewriteFixture::SetUp();
         host = info->addModule(std::string(TARN_TEST_ASSETS_DIR) + "/HijackHost/mscorlib.dll");
         ASSERT_NE(host, 0u);
-        info->runtimeType = COR_PRF_DESKTOP_CLR;
+        info->setRuntimeType(COR_PRF_DESKTOP_CLR);
         controller.shimSetting = 1;
         profiler.reset(Profiler::newInstance(info.get(), 4, false, &controller));
         ASSERT_NE(profiler, nullptr);
@@ -123,7 +123,9 @@ TEST_F(Hijack, LibraryMethodsCallTheForwardersBehindTheSwitch) {
         EXPECT_EQ(verified.count(0x7E), 1u) << "ldsfld of the switch";
         unsigned int forwarderCalls = 0;
         for (const ILVerifier::Instruction& instruction : verified.instructions) {
-            if (instruction.opcode == 0x7E) EXPECT_EQ(instruction.operand, profiler->getHijackToken(0));
+            if (instruction.opcode == 0x7E) {
+                EXPECT_EQ(instruction.operand, profiler->getHijackToken(0));
+            }
             for (unsigned int i = 1; i < Profiler::kHijackTokenCount; ++i) {
                 forwarderCalls += instruction.opcode == 0x28 && instruction.operand == profiler->getHijackToken(i);
             }
