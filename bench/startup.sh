@@ -1,27 +1,30 @@
 #!/usr/bin/env bash
-# Start-up cost of the profiler, side by side in one run: a small program
-# without the profiler, with it and only the hidden directives, with it and
-# every method of the program selected, and without it but with precompiled
-# code switched off (what the default event mask costs by itself).
+# Start-up cost of the profiler on three programs: a console hello, a
+# Newtonsoft.Json round trip, and an ASP.NET Core service that serves a few
+# requests to itself. Each runs without the profiler, without it but with
+# precompiled code switched off (what the event mask costs by itself), with it
+# and only the hidden directives, and with it and the program's own classes
+# selected. Runs are interleaved so that drift of the machine spreads over all.
 #
 # Usage: bench/startup.sh <build directory> [runs per configuration]
-# Prints the median, minimum and maximum wall time of each configuration.
+# Prints the median, minimum and maximum wall time, and the median's ratio to
+# the run without the profiler.
 set -euo pipefail
 
 build=${1:?usage: $0 <build directory> [runs]}
-runs=${2:-15}
+runs=${2:-9}
 build=$(cd "$build" && pwd)
-program=$build/e2e/Hello/Hello.dll
 profiler=$build/tarn.NativeProfiler.so
 agent=$build/e2e/agent
-for needed in "$program" "$profiler" "$agent/tarn.Agent.dll"; do
+programs=(Hello JsonRoundTrip Service)
+for needed in "$profiler" "$agent/tarn.Agent.dll" "${programs[@]/#/$build/e2e/}"; do
     [[ -e $needed ]] || { echo "missing $needed: build the tarn_e2e_tests target first" >&2; exit 1; }
 done
 
 work=$(mktemp -d /tmp/tarn-startup-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 
-# One agent installation per profiled configuration.
+# One agent installation per profiled configuration and program.
 install() {
     local dir=$work/$1
     mkdir -p "$dir/bin/netcore"
@@ -32,14 +35,14 @@ install() {
         echo "harrowlite.fieldmark.directivesFile=program.fmd" >>"$dir/default.properties"
     fi
 }
-install hidden
-install everything $'IdentifyAssemblyAs: Hello All\nTraceAllMethodsIfFlagged: All\nTurnOn: All\n'
 
-# Milliseconds of one run of the program under the given environment.
+# Milliseconds of one run of a program under the given environment.
 timed() {
-    local start end
+    local program=$1 start end
+    shift
     start=$(date +%s%N)
-    env -i PATH="$PATH" HOME="${HOME:-/tmp}" DOTNET_CLI_TELEMETRY_OPTOUT=1 "$@" dotnet "$program" >/dev/null 2>&1
+    env -i PATH="$PATH" HOME="${HOME:-/tmp}" DOTNET_CLI_TELEMETRY_OPTOUT=1 "$@" \
+        dotnet "$build/e2e/$program/$program.dll" >/dev/null 2>&1 || true
     end=$(date +%s%N)
     echo $(((end - start) / 1000000))
 }
@@ -49,34 +52,45 @@ profiled() {
         CORECLR_PROFILER_PATH="$profiler" TMSENV_AGENT_PROFILE="$work/$1/default.properties"
 }
 
-declare -A configurations=(
-    ["1 no profiler"]=""
-    ["2 no profiler, DOTNET_ReadyToRun=0"]="DOTNET_ReadyToRun=0"
-    ["3 profiler, hidden directives only"]="$(profiled hidden)"
-    ["4 profiler, every method selected"]="$(profiled everything)"
-)
+configurations=("1 no profiler" "2 no profiler, DOTNET_ReadyToRun=0" "3 profiler, hidden directives only"
+                "4 profiler, the program's own classes")
+environment() {  # configuration program
+    case $1 in
+    1*) echo "" ;;
+    2*) echo "DOTNET_ReadyToRun=0" ;;
+    3*) profiled hidden ;;
+    4*) profiled "own-$2" ;;
+    esac
+}
 
-# Warm the file cache once per configuration, then interleave the runs so that
-# drift of the machine spreads over all of them.
+install hidden
 declare -A samples
-for name in "${!configurations[@]}"; do
-    # shellcheck disable=SC2086
-    timed ${configurations[$name]} >/dev/null
-    samples[$name]=""
+for program in "${programs[@]}"; do
+    install "own-$program" $'IdentifyAssemblyAs: '"$program"$' Own\nTraceAllMethodsIfFlagged: Own\nTurnOn: Own\n'
+    for configuration in "${configurations[@]}"; do
+        # shellcheck disable=SC2046
+        timed "$program" $(environment "$configuration" "$program") >/dev/null
+        samples["$program/$configuration"]=""
+    done
 done
 for ((i = 0; i < runs; i++)); do
-    for name in "${!configurations[@]}"; do
-        # shellcheck disable=SC2086
-        samples[$name]+="$(timed ${configurations[$name]}) "
+    for program in "${programs[@]}"; do
+        for configuration in "${configurations[@]}"; do
+            # shellcheck disable=SC2046
+            samples["$program/$configuration"]+="$(timed "$program" $(environment "$configuration" "$program")) "
+        done
     done
 done
 
-printf '%-40s %8s %8s %8s   (%d runs, %s)\n' configuration median min max "$runs" "$(basename "$program")"
-for name in $(printf '%s\n' "${!configurations[@]}" | sort | tr ' ' '\001'); do
-    name=${name//$'\001'/ }
-    read -r -a values <<<"$(tr ' ' '\n' <<<"${samples[$name]}" | sed '/^$/d' | sort -n | tr '\n' ' ')"
-    count=${#values[@]}
-    printf '%-40s %6d ms %5d ms %5d ms\n' "${name#* }" "${values[$((count / 2))]}" "${values[0]}" "${values[$((count - 1))]}"
+median_of() { tr ' ' '\n' <<<"$1" | sed '/^$/d' | sort -n | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)], v[1], v[NR]}'; }
+for program in "${programs[@]}"; do
+    read -r baseline _ _ <<<"$(median_of "${samples["$program/1 no profiler"]}")"
+    printf '\n%s (%d runs)\n%-40s %8s %8s %8s %7s\n' "$program" "$runs" configuration median min max ratio
+    for configuration in "${configurations[@]}"; do
+        read -r median low high <<<"$(median_of "${samples["$program/$configuration"]}")"
+        printf '%-40s %5d ms %5d ms %5d ms %6.2fx\n' "${configuration#* }" "$median" "$low" "$high" \
+            "$(awk -v m="$median" -v b="$baseline" 'BEGIN {print m / b}')"
+    done
+    echo "methods rewritten with the program's own classes selected:" \
+        "$(cat "$work/own-$program"/native_*.log 2>/dev/null | grep -c '^Instrumented \[' || true)"
 done
-echo "methods compiled through the rewriting with every method selected:" \
-    "$(cat "$work"/everything/native_*.log 2>/dev/null | grep -c '^Instrumented \[Hello\]' || true)"
