@@ -77,6 +77,7 @@ ProfilerCallback::~ProfilerCallback() {
     // Whichever object it points to: where two runtimes share the process, the
     // refused second callback takes it from the first.
     fpc = nullptr;
+    releaseRegistry();
     DeleteCriticalSection(&gProfilingManagerLock);
     DeleteCriticalSection(&profilerLock);
     DeleteCriticalSection(&moduleLock);

@@ -220,6 +220,8 @@ private:
     // Unit tests put a recording engine in place and read the queues.
     friend class ProfilerCallbackTestAccess;
 
+    // Frees the records of the method trace registry.
+    void releaseRegistry();
     // Writes to the controller's log, if there is a controller.
     void logToController(const char* line);
     // The compile path of one method, under profilerLock and the re-entrance flag.

@@ -3,6 +3,7 @@
 // and leave hooks would keep for the methods traced inside them.
 #include <algorithm>
 #include <cstring>
+#include <cstdlib>
 #include <vector>
 
 #include "hub/ProfilerCallback.h"
@@ -291,6 +292,20 @@ void ProfilerCallback::FunctionLeft(FunctionData* function) {
         --record->active;
     } catch (...) {
         // A hook never disturbs the method it times.
+    }
+}
+
+// The registry's records go with the object; no hook can run once it is gone.
+void ProfilerCallback::releaseRegistry() {
+    for (auto& [name, classId] : classIdentifiers) delete[] name;
+    for (auto& [typeDef, name] : classNames) free(name);
+    for (auto& [functionId, data] : functionData) delete data;
+    for (auto& [thread, books] : threadData) {
+        for (auto& [uniqueId, slot] : *books) {
+            for (auto& [function, record] : slot->methods) delete record;
+            delete slot;
+        }
+        delete books;
     }
 }
 

@@ -60,8 +60,9 @@ TEST_F(MethodTraceRegistry, RecordsOfTracedMethodsWithinOneEnclosingRun) {
     Bstr text(u"Shop.Cart");
     BSTR name = text.get();
     EXPECT_EQ(callback->RegisterClassIdentifier(name, kClass), 0);
-    FunctionData outer {0xF1, 0x06000001, name, false, 0};
-    FunctionData inner {0xF2, 0x06000002, name, false, 0};
+    // Owned by the callback from here on, as the mapper's records are.
+    FunctionData& outer = *new FunctionData {0xF1, 0x06000001, name, false, 0};
+    FunctionData& inner = *new FunctionData {0xF2, 0x06000002, name, false, 0};
     ProfilerCallbackTestAccess::addFunction(*callback, &outer);
     ProfilerCallbackTestAccess::addFunction(*callback, &inner);
     EXPECT_EQ(callback->RegisterMethodTrace(kClass, 0x06000001, kEnclosingClass, kEnclosingToken), 0);
