@@ -2,8 +2,8 @@
 // of enclosing methods on each thread, and the timing records that the enter
 // and leave hooks would keep for the methods traced inside them.
 #include <algorithm>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "hub/ProfilerCallback.h"
