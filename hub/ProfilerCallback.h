@@ -220,6 +220,7 @@ private:
     // Unit tests put a recording engine in place and read the queues.
     friend class ProfilerCallbackTestAccess;
 
+    PerThreadEnclosingData* hookSlot(FunctionData* function);
     // Frees the records of the method trace registry.
     void releaseRegistry();
     // Writes to the controller's log, if there is a controller.

@@ -244,12 +244,18 @@ FunctionData* ProfilerCallback::MapFunction(FunctionID functionId, BOOL* hookFun
     return data;
 }
 
-void ProfilerCallback::FunctionEntered(FunctionData* function) {
+// The books of the enclosing method that a traced function runs in on this
+// thread, or null when the hooks have nothing to record for it.
+PerThreadEnclosingData* ProfilerCallback::hookSlot(FunctionData* function) {
     if (!hooksEnabled || function == nullptr || !function->traced || function->enclosingId == 0) {
-        return;
+        return nullptr;
     }
+    return GetExecutingEnclosingMethodDataSlot(function->enclosingId);
+}
+
+void ProfilerCallback::FunctionEntered(FunctionData* function) {
     try {
-        PerThreadEnclosingData* slot = GetExecutingEnclosingMethodDataSlot(function->enclosingId);
+        PerThreadEnclosingData* slot = hookSlot(function);
         if (slot == nullptr) {
             return;
         }
@@ -261,7 +267,8 @@ void ProfilerCallback::FunctionEntered(FunctionData* function) {
         auto* record = new MethodData {};
         record->index = slot->nextIndex++;
         record->depth = slot->depth++;
-        record->methodId = GetClassIdFromClassName(const_cast<char16_t*>(function->className)) + function->methodToken;
+        record->methodId =
+            GetUniqueClassMethodId(GetClassIdFromClassName(const_cast<char16_t*>(function->className)), function->methodToken);
         record->startTime = GetMillisecondTime(slot->startTime, slot->startTick);
         record->active = 1;
         slot->methods.emplace(function->functionId, record);
@@ -271,11 +278,8 @@ void ProfilerCallback::FunctionEntered(FunctionData* function) {
 }
 
 void ProfilerCallback::FunctionLeft(FunctionData* function) {
-    if (!hooksEnabled || function == nullptr || !function->traced || function->enclosingId == 0) {
-        return;
-    }
     try {
-        PerThreadEnclosingData* slot = GetExecutingEnclosingMethodDataSlot(function->enclosingId);
+        PerThreadEnclosingData* slot = hookSlot(function);
         if (slot == nullptr) {
             return;
         }
