@@ -56,7 +56,7 @@ void Glob::init()
     }
 }
 
-bool Glob::match(std::basic_string<char16_t> text) const
+bool Glob::match(std::u16string_view text) const
 {
     if (pieceCount == 0) {
         return text.empty();
@@ -73,7 +73,7 @@ bool Glob::match(std::basic_string<char16_t> text) const
             continue;
         }
         const size_t found = text.find(piece, position);
-        if (found == std::basic_string<char16_t>::npos) {
+        if (found == std::u16string_view::npos) {
             return false;
         }
         position = found + piece.size();

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 class Glob {
 public:
@@ -17,7 +18,7 @@ public:
     Glob& operator=(const Glob& other);
     ~Glob();
 
-    bool match(std::basic_string<char16_t> text) const;
+    bool match(std::u16string_view text) const;
     std::basic_string<char16_t> pattern() const { return patternText; }
 
 private:

@@ -82,8 +82,14 @@ int strncmp_u16(const char16_t* a, const char16_t* b, size_t n) {
     return 0;
 }
 
+// One pass over a: the comparison ends with a's terminator, so b may be longer.
 int strcmp_u16(const char16_t* a, const char16_t* b) {
-    return strncmp_u16(a, b, strlen_u16(a));
+    for (; *a != 0; ++a, ++b) {
+        if (*a != *b) {
+            return *a < *b ? -1 : 1;
+        }
+    }
+    return 0;
 }
 
 namespace {

@@ -88,7 +88,7 @@ bool ClassMatcher::matchClass(IMetaDataContext* context) {
             return false;
         }
         const std::u16string qualified = makeFullySpecifiedClassString(assembly, className);
-        const std::u16string plain(className);
+        const std::u16string_view plain(className);
         for (const Glob& pattern : patterns) {
             if (pattern.match(qualified) || pattern.match(plain)) {
                 return true;

@@ -9,6 +9,21 @@ bool beginsWith(const char16_t* text, const std::u16string& prefix) {
     return strncmp_u16(text, prefix.c_str(), prefix.size()) == 0;
 }
 
+// The namespace is the class name up to its last dot; a name without a dot
+// is its own namespace. space holds IMetaDataContext::kNameSize units.
+void namespaceOf(const char16_t* className, char16_t* space) {
+    strncpy_u16(space, className, IMetaDataContext::kNameSize);
+    char16_t* dot = nullptr;
+    for (char16_t* p = space; *p != 0; ++p) {
+        if (*p == u'.') {
+            dot = p;
+        }
+    }
+    if (dot != nullptr) {
+        *dot = 0;
+    }
+}
+
 void deleteMatchers(ClassMethodMatcherMap& map) {
     map.forEach([](const char16_t*, IMethodMatcher*& matcher) {
         delete matcher;
@@ -86,7 +101,7 @@ void ClassMethodFilter::addMethodForClass(ClassMethodMatcherMap& map, const char
 bool ClassMethodFilter::checkMethodForClass(ClassMethodMatcherMap& map, IMetaDataContext* context) {
     char16_t* assembly = nullptr;
     char16_t* className = nullptr;
-    if (FAILED(context->getClassName(&assembly, &className))) {
+    if (map.empty() || FAILED(context->getClassName(&assembly, &className))) {
         return false;
     }
     if (map.hasQualified()) {
@@ -132,29 +147,23 @@ bool ClassMethodFilter::skipClass(IMetaDataContext* context) {
     if (FAILED(context->getClassName(&assembly, &className))) {
         return false;
     }
-    if (assemblies.contains(assembly)) {
-        return true;
-    }
-    // The namespace is the class name up to its last dot; a name without a dot
-    // is its own namespace.
-    char16_t space[IMetaDataContext::kNameSize];
-    strncpy_u16(space, className, IMetaDataContext::kNameSize);
-    char16_t* dot = nullptr;
-    for (char16_t* p = space; *p != 0; ++p) {
-        if (*p == u'.') {
-            dot = p;
-        }
-    }
-    if (dot != nullptr) {
-        *dot = 0;
-    }
-    if (findInClassSets(namespaces, assembly, space) || findInClassSets(classes, assembly, className)) {
+    if (assemblies.contains(assembly) || findInClassSets(classes, assembly, className)) {
         return true;
     }
     for (const std::u16string& prefix : assemblyPrefixes) {
         if (beginsWith(assembly, prefix)) {
             return true;
         }
+    }
+    // Every compiled method passes here once per group: the namespace is cut
+    // out only when a namespace rule can use it.
+    if (namespaces.empty() && namespacePrefixes.empty()) {
+        return false;
+    }
+    char16_t space[IMetaDataContext::kNameSize];
+    namespaceOf(className, space);
+    if (findInClassSets(namespaces, assembly, space)) {
+        return true;
     }
     for (const std::u16string& prefix : namespacePrefixes) {
         if (beginsWith(space, prefix)) {

@@ -72,7 +72,8 @@ void DirectiveMatchingCache::incrementalBuildAndLookup(IMetaDataContext* context
             continue;
         }
         IClassMethodFilter* filter = group->getClassMethodFilter();
-        if (filter->skipClass(context) || !group->matchClass(context)) {
+        // Both tests only read; the class test goes first as it turns most groups away.
+        if (!group->matchClass(context) || filter->skipClass(context)) {
             continue;
         }
         entryIterator->second->matchedGroups.emplace(group->getName(), group);

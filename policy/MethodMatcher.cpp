@@ -62,7 +62,7 @@ bool MethodMatcher::matchMethod(IMetaDataContext* context) {
         if (FAILED(context->getMethodName(&name))) {
             return false;
         }
-        const std::u16string text(name);
+        const std::u16string_view text(name);
         for (const Glob& pattern : patterns) {
             if (pattern.match(text)) {
                 return true;
