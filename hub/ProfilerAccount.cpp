@@ -6,22 +6,26 @@
 
 namespace {
 
-int64_t nowNanoseconds() {
-    LARGE_INTEGER now;
-    return QueryPerformanceCounter(&now) ? now.QuadPart : 0;
-}
-
 double milliseconds(int64_t nanoseconds) {
     return static_cast<double>(nanoseconds) / 1e6;
 }
 
+double microsecondsEach(int64_t nanoseconds, uint64_t count) {
+    return count == 0 ? 0.0 : static_cast<double>(nanoseconds) / 1e3 / static_cast<double>(count);
+}
+
 }  // namespace
 
+int64_t ProfilerAccount::now() {
+    LARGE_INTEGER now;
+    return QueryPerformanceCounter(&now) ? now.QuadPart : 0;
+}
+
 ProfilerAccount::Timed::Timed(ProfilerAccount& account, Phase phase)
-    : account(account), phase(phase), start(nowNanoseconds()) {}
+    : account(account), phase(phase), start(now()) {}
 
 ProfilerAccount::Timed::~Timed() {
-    account.phaseTime[phase].fetch_add(nowNanoseconds() - start, std::memory_order_relaxed);
+    account.phaseTime[phase].fetch_add(now() - start, std::memory_order_relaxed);
 }
 
 void ProfilerAccount::methodCompiled(bool selected) {
@@ -43,6 +47,11 @@ void ProfilerAccount::rejitRequested(unsigned int methods, HRESULT result) {
     if (FAILED(result)) rejitRefused.fetch_add(methods, std::memory_order_relaxed);
 }
 
+void ProfilerAccount::runtimeCompiled(int64_t nanoseconds) {
+    runtimeCompileCount.fetch_add(1, std::memory_order_relaxed);
+    runtimeCompileTime.fetch_add(nanoseconds, std::memory_order_relaxed);
+}
+
 void ProfilerAccount::write(FILE* log) const {
     if (log == nullptr) return;
     fprintf_8(log, "Profiler account:\n");
@@ -58,6 +67,11 @@ void ProfilerAccount::write(FILE* log) const {
               "module loads %.1f ms (shim included)\n",
               milliseconds(phaseTime[kMetadata]), milliseconds(phaseTime[kDecision]), milliseconds(phaseTime[kRewrite]),
               milliseconds(phaseTime[kShim]), milliseconds(phaseTime[kModuleLoad]));
+    fprintf_8(log, "  per method: rewrite %.1f us (%llu rewritten), the runtime's own compile %.1f us (%llu compiled)\n",
+              microsecondsEach(phaseTime[kRewrite], instrumentedCount + refusedCount),
+              static_cast<unsigned long long>(instrumentedCount + refusedCount),
+              microsecondsEach(runtimeCompileTime, runtimeCompileCount),
+              static_cast<unsigned long long>(runtimeCompileCount.load()));
     fprintf_8(log, "  ReJIT: %llu methods requested, %llu refused by the runtime\n",
               static_cast<unsigned long long>(rejitMethods.load()), static_cast<unsigned long long>(rejitRefused.load()));
     fflush(log);

@@ -38,6 +38,10 @@ public:
     // The outcome of one rewrite; reason is the engine's, for a refusal.
     void rewritten(HRESULT result, const char16_t* reason);
     void rejitRequested(unsigned int methods, HRESULT result);
+    // The runtime's own compile of a method, from the end of our compile event
+    // to its end: the yardstick for the time we add per method.
+    void runtimeCompiled(int64_t nanoseconds);
+    static int64_t now();
     void write(FILE* log) const;
 
     uint64_t compiled() const { return compiledCount; }
@@ -53,6 +57,8 @@ private:
     std::atomic<uint64_t> refusedCount{0};
     std::map<std::u16string, uint64_t> refusals;
     std::atomic<int64_t> phaseTime[kPhaseCount] = {};
+    std::atomic<uint64_t> runtimeCompileCount{0};
+    std::atomic<int64_t> runtimeCompileTime{0};
     std::atomic<uint64_t> rejitMethods{0};
     std::atomic<uint64_t> rejitRefused{0};
 };

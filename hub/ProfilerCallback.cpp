@@ -227,10 +227,6 @@ HRESULT ProfilerCallback::FunctionUnloadStarted(FunctionID functionId) {
     return S_OK;
 }
 
-HRESULT ProfilerCallback::JITCompilationFinished(FunctionID functionId, HRESULT hrStatus, BOOL fIsSafeToBlock) {
-    return S_OK;
-}
-
 HRESULT ProfilerCallback::JITCachedFunctionSearchFinished(FunctionID functionId, COR_PRF_JIT_CACHE result) {
     return S_OK;
 }

@@ -11,6 +11,11 @@ namespace {
 // The label at the first instruction of a method's own body in the builder.
 constexpr unsigned int kMethodBodyLabel = 0x80000008;
 
+// The method whose compile event last ended on this thread, and when: the
+// runtime's own compile of it runs until its finish event.
+thread_local FunctionID compiling = 0;
+thread_local int64_t compileStart = 0;
+
 } // namespace
 
 HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsSafeToBlock) {
@@ -32,6 +37,17 @@ HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsS
         compileMethod(functionId);
     } catch (...) {
         // The runtime compiles the method's own body.
+    }
+    compiling = functionId;
+    compileStart = ProfilerAccount::now();
+    return S_OK;
+}
+
+HRESULT ProfilerCallback::JITCompilationFinished(FunctionID functionId, HRESULT hrStatus, BOOL fIsSafeToBlock) {
+    // A compile nested in another's leaves the outer one uncounted.
+    if (functionId == compiling) {
+        account.runtimeCompiled(ProfilerAccount::now() - compileStart);
+        compiling = 0;
     }
     return S_OK;
 }
