@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 size_t strlen_u16(const char16_t* s);
 char16_t* strcpy_u16(char16_t* dst, const char16_t* src);
@@ -42,6 +43,11 @@ inline char16_t* strstr_u16(char16_t* haystack, const char16_t* needle) {
 
 // Ordering of every set and map keyed by const char16_t*. Under it a string and
 // each of its extensions are equivalent keys.
+// Transparent, so that a tree of owned strings is searched with a plain pointer.
 struct wcsless {
+    using is_transparent = void;
     bool operator()(const char16_t* a, const char16_t* b) const { return strcmp_u16(a, b) < 0; }
+    bool operator()(const std::u16string& a, const std::u16string& b) const { return strcmp_u16(a.c_str(), b.c_str()) < 0; }
+    bool operator()(const std::u16string& a, const char16_t* b) const { return strcmp_u16(a.c_str(), b) < 0; }
+    bool operator()(const char16_t* a, const std::u16string& b) const { return strcmp_u16(a, b.c_str()) < 0; }
 };

@@ -27,7 +27,7 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
     if (entry != entries.end()) {
         DirectiveMatchingMetaData& known = *entry->second;
         for (auto& [name, group] : known.matchedGroups) {
-            if (group->getClassMethodFilter()->skipMethod(context)) {
+            if (group->skipMethod(context)) {
                 return false;
             }
             if (group->matchMethod(context)) {
@@ -71,13 +71,12 @@ void DirectiveMatchingCache::incrementalBuildAndLookup(IMetaDataContext* context
         if (!group->isCreated() || !group->isActive()) {
             continue;
         }
-        IClassMethodFilter* filter = group->getClassMethodFilter();
         // Both tests only read; the class test goes first as it turns most groups away.
-        if (!group->matchClass(context) || filter->skipClass(context)) {
+        if (!group->matchClass(context) || group->skipClass(context)) {
             continue;
         }
         entryIterator->second->matchedGroups.emplace(group->getName(), group);
-        if (filter->skipMethod(context)) {
+        if (group->skipMethod(context)) {
             continue;
         }
         if (group->matchMethod(context)) {

@@ -29,6 +29,9 @@ public:
     virtual IMethodMatcher* getMethodMatcher() = 0;
     // The group's own filter skips the class or the method.
     virtual bool skip(IMetaDataContext* context) = 0;
+    // The group's own filter skips the class; skips the method.
+    virtual bool skipClass(IMetaDataContext* context) = 0;
+    virtual bool skipMethod(IMetaDataContext* context) = 0;
     // matchClass, and only then matchMethod.
     virtual bool match(IMetaDataContext* context) = 0;
     virtual bool matchClass(IMetaDataContext* context) = 0;

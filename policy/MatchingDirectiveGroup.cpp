@@ -7,8 +7,32 @@ void MatchingDirectiveGroup::setActive(bool value) {
     activeSet = true;
 }
 
+IClassMatcher* MatchingDirectiveGroup::getClassMatcher() {
+    if (!classMatcher) classMatcher = std::make_unique<ClassMatcher>();
+    return classMatcher.get();
+}
+
+IClassMethodFilter* MatchingDirectiveGroup::getClassMethodFilter() {
+    if (!classMethodFilter) classMethodFilter = std::make_unique<ClassMethodFilter>();
+    return classMethodFilter.get();
+}
+
+IMethodMatcher* MatchingDirectiveGroup::getMethodMatcher() {
+    if (!methodMatcher) methodMatcher = std::make_unique<MethodMatcher>();
+    return methodMatcher.get();
+}
+
+// A part that was never made holds no rule: it skips and matches nothing.
 bool MatchingDirectiveGroup::skip(IMetaDataContext* context) {
-    return classMethodFilter.skipClassMethod(context);
+    return classMethodFilter && classMethodFilter->skipClassMethod(context);
+}
+
+bool MatchingDirectiveGroup::skipClass(IMetaDataContext* context) {
+    return classMethodFilter && classMethodFilter->skipClass(context);
+}
+
+bool MatchingDirectiveGroup::skipMethod(IMetaDataContext* context) {
+    return classMethodFilter && classMethodFilter->skipMethod(context);
 }
 
 bool MatchingDirectiveGroup::match(IMetaDataContext* context) {
@@ -16,15 +40,15 @@ bool MatchingDirectiveGroup::match(IMetaDataContext* context) {
 }
 
 bool MatchingDirectiveGroup::matchClass(IMetaDataContext* context) {
-    return classMatcher.matchClass(context);
+    return classMatcher && classMatcher->matchClass(context);
 }
 
 bool MatchingDirectiveGroup::matchMethod(IMetaDataContext* context) {
-    return methodMatcher.matchMethod(context);
+    return methodMatcher && methodMatcher->matchMethod(context);
 }
 
 void MatchingDirectiveGroup::logGroup(FILE* stream) {
-    classMatcher.logMatcher(stream);
-    methodMatcher.logMethods(stream);
-    classMethodFilter.logFilter(stream);
+    if (classMatcher) classMatcher->logMatcher(stream);
+    if (methodMatcher) methodMatcher->logMethods(stream);
+    if (classMethodFilter) classMethodFilter->logFilter(stream);
 }

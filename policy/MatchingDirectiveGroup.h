@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "policy/ClassMatcher.h"
@@ -20,10 +21,13 @@ public:
     bool isCreated() override { return created; }
     void setCreated() override { created = true; }
     const char16_t* getName() override { return name.c_str(); }
-    IClassMatcher* getClassMatcher() override { return &classMatcher; }
-    IClassMethodFilter* getClassMethodFilter() override { return &classMethodFilter; }
-    IMethodMatcher* getMethodMatcher() override { return &methodMatcher; }
+    // Made at the first call: the loaders ask for the part they add a rule to.
+    IClassMatcher* getClassMatcher() override;
+    IClassMethodFilter* getClassMethodFilter() override;
+    IMethodMatcher* getMethodMatcher() override;
     bool skip(IMetaDataContext* context) override;
+    bool skipClass(IMetaDataContext* context) override;
+    bool skipMethod(IMetaDataContext* context) override;
     bool match(IMetaDataContext* context) override;
     bool matchClass(IMetaDataContext* context) override;
     bool matchMethod(IMetaDataContext* context) override;
@@ -36,7 +40,9 @@ private:
     bool created = false;
     bool activeSet = false;
     std::u16string name;
-    ClassMatcher classMatcher;
-    ClassMethodFilter classMethodFilter;
-    MethodMatcher methodMatcher;
+    // A group without rules of a kind holds no part for them: a large
+    // directive file makes a group for each of its many flags.
+    std::unique_ptr<ClassMatcher> classMatcher;
+    std::unique_ptr<ClassMethodFilter> classMethodFilter;
+    std::unique_ptr<MethodMatcher> methodMatcher;
 };

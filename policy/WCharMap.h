@@ -8,7 +8,7 @@
 
 #include <cstddef>
 #include <map>
-#include <set>
+#include <memory>
 #include <string>
 
 #include "platform/Text16.h"
@@ -22,12 +22,14 @@ public:
             holdsEmpty = true;
             return emptyValue;
         }
-        auto found = map.find(key);
-        if (found != map.end()) {
+        if (!map) {
+            map = std::make_unique<std::map<std::u16string, V, wcsless>>();
+        }
+        auto found = map->find(key);
+        if (found != map->end()) {
             return found->second;
         }
-        const std::u16string& copy = *storage.insert(std::u16string(key)).first;
-        return map[copy.c_str()];
+        return map->emplace(key, V{}).first->second;
     }
 
     // The value under key, or null when absent.
@@ -38,11 +40,14 @@ public:
         if (*key == 0) {
             return holdsEmpty ? &emptyValue : nullptr;
         }
-        auto found = map.find(key);
-        return found == map.end() ? nullptr : &found->second;
+        if (!map) {
+            return nullptr;
+        }
+        auto found = map->find(key);
+        return found == map->end() ? nullptr : &found->second;
     }
 
-    size_t size() const { return map.size() + (holdsEmpty ? 1 : 0); }
+    size_t size() const { return (map ? map->size() : 0) + (holdsEmpty ? 1 : 0); }
     bool empty() const { return size() == 0; }
 
     // Calls visit(const char16_t* key, V& value) for each entry in key order,
@@ -52,14 +57,16 @@ public:
         if (holdsEmpty) {
             visit(u"", emptyValue);
         }
-        for (auto& [key, value] : map) {
-            visit(key, value);
+        if (map) {
+            for (auto& [key, value] : *map) {
+                visit(key.c_str(), value);
+            }
         }
     }
 
 private:
-    std::map<const char16_t*, V, wcsless> map;
-    std::set<std::u16string> storage;
+    // Made at the first insertion, as most maps of a group stay empty.
+    std::unique_ptr<std::map<std::u16string, V, wcsless>> map;
     bool holdsEmpty = false;
     V emptyValue{};
 };

@@ -8,12 +8,12 @@ void WCharSet::insert(const char16_t* text) {
         holdsEmpty = true;
         return;
     }
-    if (items.find(text) != items.end()) {
-        return;
+    if (!items) {
+        items = std::make_unique<std::set<std::u16string, wcsless>>();
     }
-    // Nodes of a std::set never move, so the copy's address stays valid.
-    const std::u16string& copy = *storage.insert(std::u16string(text)).first;
-    items.insert(copy.c_str());
+    if (items->find(text) == items->end()) {
+        items->emplace(text);
+    }
 }
 
 bool WCharSet::contains(const char16_t* text) const {
@@ -23,11 +23,10 @@ bool WCharSet::contains(const char16_t* text) const {
     if (*text == 0) {
         return holdsEmpty;
     }
-    return items.find(text) != items.end();
+    return items && items->find(text) != items->end();
 }
 
 void WCharSet::clear() {
-    items.clear();
-    storage.clear();
+    items.reset();
     holdsEmpty = false;
 }

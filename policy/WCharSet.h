@@ -7,10 +7,14 @@
 // "N". The empty string would be equal to every key under that ordering and
 // break the tree; it is kept beside the tree and equals only itself.
 //
+// A directive file can make hundreds of thousands of groups, each with a dozen
+// sets that mostly stay empty: the tree is made at the first insertion.
+//
 // Filled while directives load, then only read; no lock.
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -21,7 +25,7 @@ public:
     // Copies text; a key equal to a member leaves the set as it is.
     void insert(const char16_t* text);
     bool contains(const char16_t* text) const;
-    size_t size() const { return items.size() + (holdsEmpty ? 1 : 0); }
+    size_t size() const { return (items ? items->size() : 0) + (holdsEmpty ? 1 : 0); }
     bool empty() const { return size() == 0; }
     void clear();
 
@@ -31,13 +35,14 @@ public:
         if (holdsEmpty) {
             visit(u"");
         }
-        for (const char16_t* item : items) {
-            visit(item);
+        if (items) {
+            for (const std::u16string& item : *items) {
+                visit(item.c_str());
+            }
         }
     }
 
 private:
-    std::set<const char16_t*, wcsless> items;
-    std::set<std::u16string> storage;
+    std::unique_ptr<std::set<std::u16string, wcsless>> items;
     bool holdsEmpty = false;
 };
