@@ -15,7 +15,7 @@
 #include "metadata/IMetaDataContext.h"
 #include "policy/IDirectiveController.h"
 #include "offline/HostedRuntime.h"
-#include "support/ProfilerInfoDouble.h"
+#include "offline/OfflineProfilerInfo.h"
 #include "support/RealAssemblies.h"
 #include "unit/policy/SteeredContext.h"
 
@@ -28,7 +28,7 @@ struct Method {
 };
 
 struct CoreLibrary {
-    AutoCOMPointer<ProfilerInfoDouble> info;
+    AutoCOMPointer<OfflineProfilerInfo> info;
     ModuleID module = 0;
     std::vector<Method> methods;
     std::vector<std::string> classNames;
@@ -42,8 +42,9 @@ CoreLibrary& coreLibrary() {
             made->error = HostedRuntime::instance().error();
             return made;
         }
-        made->info = ProfilerInfoDouble::newInstance();
-        made->module = made->info->addModule(RealAssemblies::coreLibPath());
+        // The runtime's own metadata, as the profiler reads it in a process.
+        made->info = AutoCOMPointer<OfflineProfilerInfo>(new OfflineProfilerInfo());
+        made->module = made->info->addModule(RealAssemblies::widen(RealAssemblies::coreLibPath()));
         IMetaDataImport* import = made->info->importOf(made->module);
         if (import == nullptr) {
             made->error = "cannot open the core library";

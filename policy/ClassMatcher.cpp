@@ -1,5 +1,7 @@
 #include "policy/ClassMatcher.h"
 
+#include <iterator>
+
 #include "platform/FormattedOutput.h"
 
 namespace {
@@ -87,7 +89,15 @@ bool ClassMatcher::matchClass(IMetaDataContext* context) {
         if (FAILED(context->getClassName(&assembly, &className))) {
             return false;
         }
-        const std::u16string qualified = makeFullySpecifiedClassString(assembly, className);
+        // Built on the stack: every class is tested against the patterns of
+        // every group that has some. The context's names always fit.
+        char16_t buffer[2 * IMetaDataContext::kNameSize + 2];
+        std::u16string spilled;
+        std::u16string_view qualified = qualifiedName(assembly, className, buffer, std::size(buffer));
+        if (qualified.data() == nullptr) {
+            spilled = makeFullySpecifiedClassString(assembly, className);
+            qualified = spilled;
+        }
         const std::u16string_view plain(className);
         for (const Glob& pattern : patterns) {
             if (pattern.match(qualified) || pattern.match(plain)) {

@@ -1,5 +1,7 @@
 #include "policy/ClassMethodFilter.h"
 
+#include <cstring>
+
 #include "platform/FormattedOutput.h"
 #include "policy/MethodMatcher.h"
 
@@ -12,16 +14,16 @@ bool beginsWith(const char16_t* text, const std::u16string& prefix) {
 // The namespace is the class name up to its last dot; a name without a dot
 // is its own namespace. space holds IMetaDataContext::kNameSize units.
 void namespaceOf(const char16_t* className, char16_t* space) {
-    strncpy_u16(space, className, IMetaDataContext::kNameSize);
-    char16_t* dot = nullptr;
-    for (char16_t* p = space; *p != 0; ++p) {
+    size_t length = 0;
+    const char16_t* dot = nullptr;
+    for (const char16_t* p = className; *p != 0 && length + 1 < IMetaDataContext::kNameSize; ++p, ++length) {
         if (*p == u'.') {
             dot = p;
         }
     }
-    if (dot != nullptr) {
-        *dot = 0;
-    }
+    const size_t cut = dot != nullptr ? static_cast<size_t>(dot - className) : length;
+    std::memcpy(space, className, cut * sizeof(char16_t));
+    space[cut] = 0;
 }
 
 void deleteMatchers(ClassMethodMatcherMap& map) {

@@ -1,5 +1,7 @@
 #include "policy/ClassSet.h"
 
+#include <algorithm>
+
 #include "metadata/IMetaDataContext.h"
 
 bool ClassSet::hasQualified() {
@@ -33,6 +35,24 @@ std::u16string makeFullySpecifiedClassString(const char16_t* assembly, const cha
         result.append(className);
     }
     return result;
+}
+
+std::u16string_view qualifiedName(const char16_t* assembly, const char16_t* className, char16_t* buffer,
+                                  size_t capacity) {
+    const size_t assemblyLength = assembly != nullptr ? strlen_u16(assembly) : 0;
+    const size_t classLength = className != nullptr ? strlen_u16(className) : 0;
+    if (assemblyLength + classLength + 2 > capacity) {
+        return {};
+    }
+    size_t length = 0;
+    if (assemblyLength != 0) {
+        buffer[length++] = u'[';
+        std::copy_n(assembly, assemblyLength, buffer + length);
+        length += assemblyLength;
+        buffer[length++] = u']';
+    }
+    std::copy_n(className, classLength, buffer + length);
+    return {buffer, length + classLength};
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "policy/WCharSet.h"
 
@@ -25,6 +26,10 @@ bool isClassWithAssembly(const char16_t* s);
 
 // "[assembly]className", or className alone for a null or empty assembly.
 std::u16string makeFullySpecifiedClassString(const char16_t* assembly, const char16_t* className);
+// The same text in buffer, without allocating; a null view when it does not
+// fit in capacity units.
+std::u16string_view qualifiedName(const char16_t* assembly, const char16_t* className, char16_t* buffer,
+                                  size_t capacity);
 
 // className is a member, or "[assembly]className" is, the latter tried only
 // if the set holds a bracketed entry.
