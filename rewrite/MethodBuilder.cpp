@@ -1,6 +1,7 @@
 #include "rewrite/MethodBuilder.h"
 
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "platform/FormattedOutput.h"
@@ -225,9 +226,7 @@ HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFl
                                        (flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0 ? filterOffset : 0ul};
     // A clause that names a place where no entry begins is refused before
     // anything changes.
-    for (unsigned long position : positions) {
-        if (!isEntryStart(position)) return E_UNEXPECTED;
-    }
+    if (!areEntryStarts(positions, std::size(positions))) return E_UNEXPECTED;
     header.Flags |= CorILMethod_MoreSects;
     ehHeader.Kind |= CorILMethod_Sect_EHTable | CorILMethod_Sect_FatFormat;
     ehHeader.DataSize += ehHeader.DataSize == 0 ? kSectionHeaderSize + kFatClauseSize : kFatClauseSize;
@@ -274,13 +273,22 @@ HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFl
     return S_OK;
 }
 
-bool MethodBuilder::isEntryStart(unsigned long position) {
+// One walk for all the places of a clause: each must be where an entry begins
+// or where the code ends.
+bool MethodBuilder::areEntryStarts(const unsigned long* positions, unsigned int count) {
+    unsigned int found = 0;
     unsigned long running = 0;
+    auto mark = [&] {
+        for (unsigned int i = 0; i < count; ++i) {
+            if (positions[i] == running) found |= 1u << i;
+        }
+    };
+    mark();
     for (const InstructionPtr& instruction : instructions) {
-        if (running >= position) break;
         running += instruction->size();
+        mark();
     }
-    return running == position;
+    return found == (1u << count) - 1;
 }
 
 void MethodBuilder::updateOffsetsAndLabels() {

@@ -43,7 +43,7 @@ private:
     HRESULT createBranchLabel(unsigned int index);
     int findInstruction(unsigned int index, int distance);
     unsigned int getLabel(unsigned int index);
-    bool isEntryStart(unsigned long position);
+    bool areEntryStarts(const unsigned long* positions, unsigned int count);
     void updateOffsetsAndLabels();
     HRESULT updateTargets();
     HRESULT updateClauses();
