@@ -8,7 +8,8 @@
 #
 # Usage: bench/startup.sh <build directory> [runs per configuration]
 # Prints the median, minimum and maximum wall time, and the median's ratio to
-# the run without the profiler.
+# the run without the profiler, and the profiler's account of its last run with
+# the program's own classes selected.
 set -euo pipefail
 
 build=${1:?usage: $0 <build directory> [runs]}
@@ -93,4 +94,7 @@ for program in "${programs[@]}"; do
     done
     echo "methods rewritten with the program's own classes selected:" \
         "$(cat "$work/own-$program"/native_*.log 2>/dev/null | grep -c '^Instrumented \[' || true)"
+    # The profiler's own account of its last run: time by phase, and the
+    # rewrite per method beside the runtime's own compile per method.
+    cat "$work/own-$program"/native_*.log 2>/dev/null | grep -E '^  (time in callbacks|per method):' | tail -2 || true
 done
