@@ -4,6 +4,8 @@
 #include "platform/Environment.h"
 #include "platform/File16.h"
 #include "platform/Glob.h"
+#include "platform/ProcessFacts.h"
+#include "platform/SharedNames.h"
 #include "platform/RegexUtils.h"
 #include "platform/StringUtils.h"
 #include "platform/SystemUtils.h"
@@ -14,7 +16,7 @@ namespace {
 using Text = std::basic_string<char16_t>;
 
 constexpr int kLineUnits = 2048;
-constexpr char16_t kAgentProfileVariable[] = u"com.tarn.harrowlite.agentProfile";
+using SharedNames::kAgentProfileVariable;
 
 // The command stands first, so that a leading part of a word counts as it.
 bool isCommand(const Text& command, const char16_t* word) { return strcasecmp_u16(command.c_str(), word) == 0; }
@@ -139,7 +141,7 @@ void ProfileConfig::initValues()
 {
     ProfilingManager* manager = ProfilingManager::getInstance();
 
-    manager->getAppPoolName(appPool);
+    ProcessFacts::getAppPoolName(appPool);
     if (appPool == u"NULL") {
         appPool.clear();
     }
@@ -152,7 +154,7 @@ void ProfileConfig::initValues()
     }
 
     Text applicationName;
-    if (manager->getDotnetApplicationName(applicationName)) {
+    if (ProcessFacts::getDotnetApplicationName(applicationName)) {
         dllName = applicationName + u".dll";
     }
 

@@ -11,6 +11,8 @@
 #include "platform/File16.h"
 #include "platform/FileSystem.h"
 #include "platform/FormattedOutput.h"
+#include "platform/ProcessFacts.h"
+#include "platform/SharedNames.h"
 #include "platform/StringUtils.h"
 #include "platform/Synchronization.h"
 #include "platform/SystemUtils.h"
@@ -22,12 +24,12 @@ namespace {
 
 using Text = std::basic_string<char16_t>;
 
-constexpr char16_t kAgentProfileVariable[] = u"com.tarn.harrowlite.agentProfile";
-constexpr char16_t kAgentProfileCapitalVariable[] = u"com.tarn.harrowlite.AgentProfile";
+using SharedNames::kAgentProfileCapitalVariable;
+using SharedNames::kAgentProfileVariable;
 constexpr char16_t kAgentProfileOverride[] = u"TMSENV_AGENT_PROFILE";
 constexpr char16_t kDiagnosticsVariable[] = u"TMS_DIAGNOSTICS_ENABLED";
 constexpr char16_t kMultipleRuntimesKey[] = u"com.tarn.harrowlite.nativeprofiler.monitor.inprocsxs.multiple.clrs";
-constexpr char16_t kExcludedApplicationsKey[] = u"harrowlite.agent.dotnet.monitorApplications.exclude";
+using SharedNames::kExcludedApplicationsKey;
 constexpr char16_t kInternalCommands[] = u"dotnet.cmd,MSBuild,csc";
 constexpr char16_t kProfilerModule[] = u"tarn.NativeProfiler.so";
 constexpr int kPathUnits = 260;
@@ -138,7 +140,7 @@ void ProfilingManager::initProperties()
     }
     properties = IProperties::newInstance();
     properties->readProperties(file);
-    properties->setUseAzureEnv(isAzure());
+    properties->setUseAzureEnv(ProcessFacts::isAzure());
     fflush(log);
     fclose(file);
 }
@@ -182,7 +184,7 @@ HRESULT ProfilingManager::shouldMonitorCLR(long clrVersion)
     }
 
     Text application;
-    if (getDotnetApplicationName(application)) {
+    if (ProcessFacts::getDotnetApplicationName(application)) {
         std::vector<char16_t> excluded = writableCopy(
             properties->hasProperty(kExcludedApplicationsKey) ? properties->getProperty(kExcludedApplicationsKey) : u"");
         if (StringUtils::findInList(excluded.data(), u",", application.c_str(), false)) {
@@ -194,9 +196,9 @@ HRESULT ProfilingManager::shouldMonitorCLR(long clrVersion)
         }
     }
 
-    const bool azure = isAzure();
+    const bool azure = ProcessFacts::isAzure();
     Text pool;
-    getAppPoolName(pool);
+    ProcessFacts::getAppPoolName(pool);
     if (azure && pool.starts_with(u"~")) {
         return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
     }
@@ -237,74 +239,11 @@ const std::basic_string<char16_t>& ProfilingManager::getCustomConfigPath() { ret
 bool ProfilingManager::isDotnetInternalCommand()
 {
     Text application;
-    if (!getDotnetApplicationName(application)) {
+    if (!ProcessFacts::getDotnetApplicationName(application)) {
         return false;
     }
     std::vector<char16_t> commands = writableCopy(kInternalCommands);
     return StringUtils::findInList(commands.data(), u",", application.c_str(), true);
-}
-
-bool ProfilingManager::isAzure()
-{
-    const char16_t* profile = _wgetenv(kAgentProfileVariable);
-    if (profile == nullptr) {
-        profile = _wgetenv(kAgentProfileCapitalVariable);
-    }
-    if (profile == nullptr) {
-        return false;
-    }
-    const Text marker = Text(profile) + u"/../../applicationHost.xdt";
-    return GetFileAttributesW(marker.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-HRESULT ProfilingManager::getAppPoolName(std::basic_string<char16_t>& name)
-{
-    name = u"NULL";
-    return E_FAIL;
-}
-
-bool ProfilingManager::getDotnetApplicationName(std::basic_string<char16_t>& name)
-{
-    bool isDotnet = false;
-    Text path;
-    if (getDotnetApplicationDllPath(path, &isDotnet)) {
-        const size_t slash = path.rfind(u'/');
-        Text file = slash == Text::npos ? path : path.substr(slash + 1);
-        // The last four units are taken to be ".dll".
-        file.erase(file.size() < 4 ? 0 : file.size() - 4);
-        name = file;
-        return true;
-    }
-    if (isDotnet) {
-        name = u"dotnet.cmd";
-        return true;
-    }
-    return false;
-}
-
-bool ProfilingManager::getDotnetApplicationDllPath(std::basic_string<char16_t>& path, bool* isDotnet)
-{
-    std::vector<Text> args;
-    SystemUtils::GetProgramArguments(args);
-    if (args.empty()) {
-        return false;
-    }
-    if (!args[0].ends_with(u"dotnet") && !args[0].ends_with(u"dotnet.exe")) {
-        return false;
-    }
-    *isDotnet = true;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i].find(u".dll") != Text::npos) {
-            path = args[i];
-            return true;
-        }
-        // "dotnet exec app.dll" and "dotnet --fx-version 6.0 app.dll" run an
-        // application; "dotnet build" does not.
-        if (i == 1 && args[i] != u"exec" && !args[i].starts_with(u"--")) {
-            return false;
-        }
-    }
-    return false;
 }
 
 bool ProfilingManager::isPickFirst() { return pickMode == kPickFirst; }
@@ -400,12 +339,12 @@ void ProfilingManager::dumpDiagnostics(FILE* file)
 
     bool isDotnet = false;
     Text entryPoint = u"unknown";
-    getDotnetApplicationDllPath(entryPoint, &isDotnet);
+    ProcessFacts::getDotnetApplicationDllPath(entryPoint, &isDotnet);
     fprintf_8(file, "is dotnet core: %s\n", isDotnet ? "true" : "false");
     fprintf_8(file, "entry point: %S\n", entryPoint.c_str());
 
     Text application = u"unknown";
-    getDotnetApplicationName(application);
+    ProcessFacts::getDotnetApplicationName(application);
     fprintf_8(file, "app name: %S\n", application.c_str());
 
     std::vector<Text> args;

@@ -38,15 +38,6 @@ public:
 
     // A build tool of the dotnet command (dotnet build, MSBuild, csc).
     bool isDotnetInternalCommand();
-    bool isAzure();
-    // "NULL" and E_FAIL: this platform has no application pools.
-    HRESULT getAppPoolName(std::basic_string<char16_t>& name);
-    // The application dll's name without directories and ".dll", or
-    // "dotnet.cmd" for a dotnet command without a dll.
-    bool getDotnetApplicationName(std::basic_string<char16_t>& name);
-    // The first argument holding ".dll" of a dotnet host; *isDotnet is set
-    // when the host is dotnet, with or without such an argument.
-    bool getDotnetApplicationDllPath(std::basic_string<char16_t>& path, bool* isDotnet);
 
     bool isPickFirst();
     bool isPickOne();

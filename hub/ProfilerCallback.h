@@ -33,7 +33,7 @@ struct rejit_requests {
     unsigned int count;
 };
 
-class ProfilerCallback final : public ICorProfilerCallback4 {
+class ProfilerCallback final : public ICorProfilerCallback4, public ISamplingOwner {
 public:
     // The creation function of g_CoClasses. Clears *ppv; accepts IUnknown and
     // ICorProfilerCallback to ICorProfilerCallback4, else E_INVALIDARG. The new
@@ -146,7 +146,7 @@ public:
     HRESULT SurvivingReferences2(ULONG cSurvivingObjectIDRanges, ObjectID objectIDRangeStart[], SIZE_T cObjectIDRangeLength[]) override;
 
     // The controller's native log once Initialize has succeeded; not owned.
-    FILE* getNativeLog() const { return nativeLog; }
+    FILE* getNativeLog() const override { return nativeLog; }
     bool IsProfilerAttached() const { return attached; }
     // Set by Shutdown, or when the agent turns itself off: no further method is
     // looked at.
@@ -155,7 +155,7 @@ public:
     long getClrVersion() const { return clrVersion; }
     bool getSupportsReJIT() const { return supportsReJIT; }
     // Not owned; null after Shutdown.
-    ICorProfilerInfo* getProfilerInfo() const { return profilerInfo.get(); }
+    ICorProfilerInfo* getProfilerInfo() const override { return profilerInfo.get(); }
     TraceProfiler& getTraceProfiler() { return traceProfiler; }
     const ProfilerAccount& getAccount() const { return account; }
 

@@ -215,7 +215,8 @@ HRESULT ProfilerCallback::Initialize(IUnknown* pICorProfilerInfoUnk) {
         }
 
         if (SUCCEEDED(hr)) {
-            profiler = IProfiler::newInstance(profilerInfo, static_cast<unsigned int>(clrVersion), isCoreCLR);
+            profiler =
+                IProfiler::newInstance(profilerInfo, static_cast<unsigned int>(clrVersion), isCoreCLR, controller);
             if (profiler == nullptr) {
                 hr = E_OUTOFMEMORY;
             }
@@ -234,7 +235,7 @@ HRESULT ProfilerCallback::Initialize(IUnknown* pICorProfilerInfoUnk) {
             hooksEnabled = false;
             serviceThread = CreateThread(nullptr, 0, ServiceReJITThreadFunction, this, 0, nullptr);
         }
-        traceProfiler.Init();
+        traceProfiler.Init(ProfilingManager::getInstance()->getProperties());
         return FAILED(hr) ? CORPROF_E_PROFILER_CANCEL_ACTIVATION : hr;
     } catch (...) {
         // Anything thrown on the way (allocation failure) refuses the profiler.

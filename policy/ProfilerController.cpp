@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "gate/ProfilingManager.h"
+#include "platform/ProcessFacts.h"
 #include "metadata/CLRUtils.h"
 #include "platform/Environment.h"
 #include "platform/File16.h"
@@ -186,7 +186,7 @@ bool ProfilerController::makeLogIdentity(Text& identity)
     }
     identity = *processName;
     Text application;
-    if (ProfilingManager::getInstance()->getDotnetApplicationName(application)) {
+    if (ProcessFacts::getDotnetApplicationName(application)) {
         identity += u"_" + application;
     }
     return true;
@@ -202,7 +202,7 @@ FILE* ProfilerController::openRelativePathFile(const Text& base, const Text& fil
     }
 
     Text fullPath;
-    if (ProfilingManager::getInstance()->isAzure()) {
+    if (ProcessFacts::isAzure()) {
         const char16_t* home = _wgetenv(u"HOME");
         fullPath = home != nullptr ? Text(home) : Text(u"D:") + u"/" + u"home";
         fullPath += u"/LogFiles/SiteExtensions/TMS/tarn/";

@@ -3,7 +3,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "gate/ProfilingManager.h"
+#include "platform/ProcessFacts.h"
 #include "metadata/CLRUtils.h"
 #include "platform/FormattedOutput.h"
 #include "platform/StringUtils.h"
@@ -68,7 +68,7 @@ int ProfilerController::initializeAppPoolName()
         return E_OUTOFMEMORY;
     }
     // This platform has no pools: the gate answers "NULL", which is the name.
-    ProfilingManager::getInstance()->getAppPoolName(*appPoolName);
+    ProcessFacts::getAppPoolName(*appPoolName);
     return S_OK;
 }
 
@@ -107,7 +107,7 @@ std::u16string& ProfilerController::getAppName()
         appName = *appPoolName;
         return appName;
     }
-    ProfilingManager::getInstance()->getDotnetApplicationName(appName);
+    ProcessFacts::getDotnetApplicationName(appName);
     return appName;
 }
 

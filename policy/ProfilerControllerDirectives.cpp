@@ -1,7 +1,7 @@
 // Which directive files are read, and in which order.
 #include <set>
 
-#include "gate/ProfilingManager.h"
+#include "platform/ProcessFacts.h"
 #include "platform/File16.h"
 #include "platform/FileSystem.h"
 #include "platform/FormattedOutput.h"
@@ -91,7 +91,7 @@ int ProfilerController::initializeDirectives()
     if (const char16_t* file = findProperty(kFieldMarkDirectivesFileKey)) {
         status = addDirectives(file);
     }
-    if (status >= 0 && ProfilingManager::getInstance()->isAzure()) {
+    if (status >= 0 && ProcessFacts::isAzure()) {
         std::map<Text, Text> bundles;
         collectExtensions(bundles, true);
         // One bad bundle does not keep the others out.

@@ -6,13 +6,16 @@
 #pragma once
 
 #include "metadata/IMetaDataContext.h"
+#include "policy/IProfilerController.h"
 #include "rewrite/IMethodBuilder.h"
 #include "runtime/CorProfilerInfo.h"
 
 class IProfiler {
 public:
-    // Null if one of the engine's token getters cannot be made.
-    static IProfiler* newInstance(ICorProfilerInfo* info, unsigned int clrVersion, bool isCoreCLR);
+    // Null if one of the engine's token getters cannot be made. The controller
+    // is the process's; it gives the shim setting and the native log.
+    static IProfiler* newInstance(ICorProfilerInfo* info, unsigned int clrVersion, bool isCoreCLR,
+                                  IProfilerController* controller);
 
     virtual ~IProfiler() = default;
 

@@ -84,6 +84,11 @@ bool agentMissingFromGAC(FILE* log) {
 
 }  // namespace
 
+IProfiler* IProfiler::newInstance(ICorProfilerInfo* info, unsigned int clrVersion, bool isCoreCLR,
+                                  IProfilerController* controller) {
+    return Profiler::newInstance(info, clrVersion, isCoreCLR, controller);
+}
+
 Profiler* Profiler::newInstance(ICorProfilerInfo* info, unsigned int clrVersion, bool isCoreCLR,
                                 IProfilerController* controller) {
     FILE* log = controller != nullptr ? controller->getNativeLog() : nullptr;

@@ -71,8 +71,8 @@ public:
     };
     static constexpr unsigned int kHijackTokenCount = 10;
 
-    // IProfiler::newInstance with the controller given rather than fetched.
-    // A null controller counts as no setting and no log.
+    // IProfiler::newInstance with the concrete type; a null controller counts
+    // as no setting and no log.
     static Profiler* newInstance(ICorProfilerInfo* info, unsigned int clrVersion, bool isCoreCLR,
                                  IProfilerController* controller);
 

@@ -1,11 +1,10 @@
 #include "sampling/TraceProfiler.h"
 
 #include <cstdarg>
+#include <utility>
 
-#include "gate/ProfilingManager.h"
-#include "hub/ProfilerCallback.h"
+#include "platform/AutoPointer.h"
 #include "platform/HeldLock.h"
-#include "policy/IProperties.h"
 
 namespace {
 
@@ -20,7 +19,7 @@ DWORD runSamplingThread(void* parameter) {
 
 }  // namespace
 
-TraceProfiler::TraceProfiler(ProfilerCallback* callback)
+TraceProfiler::TraceProfiler(ISamplingOwner* callback)
     : callback(callback),
       enabled(true),
       unsafe(false),
@@ -43,8 +42,8 @@ TraceProfiler::~TraceProfiler() {
     DeleteCriticalSection(&cacheLock);
 }
 
-void TraceProfiler::Init() {
-    configure(ProfilingManager::getInstance()->getProperties());
+void TraceProfiler::Init(IProperties* properties) {
+    configure(properties);
 }
 
 void TraceProfiler::configure(IProperties* properties) {

@@ -22,11 +22,12 @@
 
 #include "platform/CoreCLRPAL.h"
 #include "runtime/ProfilerStructs.h"
+#include "policy/IProperties.h"
+#include "sampling/ISamplingOwner.h"
 #include "sampling/PauseStatistics.h"
 #include "sampling/TraceProfilerSession.h"
 
 class IProperties;
-class ProfilerCallback;
 struct ICorProfilerInfo;
 struct IMetaDataImport;
 
@@ -36,13 +37,13 @@ public:
     // Log levels of the sampling lines.
     enum Level { kError = 1, kWarn, kInfo, kDebug, kTrace };
 
-    explicit TraceProfiler(ProfilerCallback* callback);
+    explicit TraceProfiler(ISamplingOwner* callback);
     ~TraceProfiler();
     TraceProfiler(const TraceProfiler&) = delete;
     TraceProfiler& operator=(const TraceProfiler&) = delete;
 
-    // Once, from ProfilerCallback::Initialize: configure from the process's properties.
-    void Init();
+    // Once, from the owner's initialisation, with the process's properties.
+    void Init(IProperties* properties);
     // The configuration from these properties (null: all defaults).
     void configure(IProperties* properties);
     // Stops all sampling for good: closes every session and ends the sampling thread.
@@ -104,7 +105,7 @@ private:
     void cacheClassInfo(FunctionID function);
     void concatEnclosingClass(mdTypeDef typeDef, IMetaDataImport* import, char16_t* out);
 
-    ProfilerCallback* callback;
+    ISamplingOwner* callback;
     bool enabled;
     bool unsafe;
     bool shuttingDown;

@@ -10,6 +10,7 @@
 
 #include "gate/ProfilingManager.h"
 #include "platform/FormattedOutput.h"
+#include "platform/ProcessFacts.h"
 #include "unit/gate/GateSeams.h"
 
 namespace {
@@ -59,12 +60,12 @@ int main()
 
     printFlag("internal", manager->isDotnetInternalCommand());
     Text name;
-    printText("app.name", manager->getDotnetApplicationName(name), name);
+    printText("app.name", ProcessFacts::getDotnetApplicationName(name), name);
     Text dllPath;
     bool isDotnet = false;
-    printText("dll.path", manager->getDotnetApplicationDllPath(dllPath, &isDotnet), dllPath);
+    printText("dll.path", ProcessFacts::getDotnetApplicationDllPath(dllPath, &isDotnet), dllPath);
     printFlag("is.dotnet", isDotnet);
-    printFlag("azure", manager->isAzure());
+    printFlag("azure", ProcessFacts::isAzure());
     printText("custom.config", true, manager->getCustomConfigPath());
     const char* profile = getenv("com.tarn.harrowlite.agentProfile");
     printf_8("agent.profile=%s\n", profile != nullptr ? profile : "-");
@@ -75,7 +76,7 @@ int main()
     manager->findAgentHome(home);
     printText("agent.home", true, home);
     Text pool;
-    printf_8("app.pool.hr=0x%08X\n", manager->getAppPoolName(pool));
+    printf_8("app.pool.hr=0x%08X\n", ProcessFacts::getAppPoolName(pool));
     printText("app.pool", true, pool);
 
     askRuntimes(manager);

@@ -1,0 +1,42 @@
+// Names that more than one part of the profiler spells: the environment
+// variables of the agent profile, the property keys read in several places,
+// and the managed names of the agent's contract and of the core library.
+#pragma once
+
+namespace SharedNames {
+
+// The agent profile (properties file) the process runs with; the capitalised
+// form is read when the first is absent.
+inline constexpr char16_t kAgentProfileVariable[] = u"com.tarn.harrowlite.agentProfile";
+inline constexpr char16_t kAgentProfileCapitalVariable[] = u"com.tarn.harrowlite.AgentProfile";
+
+inline constexpr char16_t kDeepInstrumentationKey[] = u"harrowlite.agent.deep.instrumentation.enabled";
+inline constexpr char16_t kExcludedApplicationsKey[] = u"harrowlite.agent.dotnet.monitorApplications.exclude";
+
+// The managed agent and the shim classes through which rewritten code reaches it.
+inline constexpr char16_t kAgentAssembly[] = u"tarn.Agent";
+inline constexpr char16_t kPreAgentShimClass[] = u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim";
+inline constexpr char16_t kSyntheticAgentShimClass[] = u"com.tarn.harrowlite.fieldmark.dotnet.SyntheticAgentShim";
+
+// The trace functions of the agent's contract.
+inline constexpr char16_t kCorInitTrace[] = u"corInitTrace";
+inline constexpr char16_t kInitTrace[] = u"initTrace";
+inline constexpr char16_t kLoadTrace[] = u"loadTrace";
+inline constexpr char16_t kPushTrace[] = u"pushTrace";
+inline constexpr char16_t kStartTrace[] = u"startTrace";
+inline constexpr char16_t kFinishTrace[] = u"finishTrace";
+inline constexpr char16_t kFinishValueTypeTrace[] = u"finishValueTypeTrace";
+inline constexpr char16_t kCatchTrace[] = u"catchTrace";
+
+// Core library names.
+inline constexpr char16_t kCoreLibrary[] = u"System.Private.CoreLib";
+inline constexpr char16_t kDesktopCoreLibrary[] = u"mscorlib";
+inline constexpr char16_t kValueType[] = u"System.ValueType";
+inline constexpr char16_t kInt32[] = u"System.Int32";
+inline constexpr char16_t kException[] = u"System.Exception";
+inline constexpr char16_t kRuntimeTypeHandle[] = u"System.RuntimeTypeHandle";
+inline constexpr char16_t kThread[] = u"System.Threading.Thread";
+inline constexpr char16_t kIsByRefLikeAttribute[] = u"System.Runtime.CompilerServices.IsByRefLikeAttribute";
+inline constexpr char16_t kIsReadOnlyAttribute[] = u"System.Runtime.CompilerServices.IsReadOnlyAttribute";
+
+}  // namespace SharedNames
