@@ -12,6 +12,7 @@
 #include "metadata/CLRUtils.h"
 #include "platform/Environment.h"
 #include "platform/FormattedOutput.h"
+#include "platform/SharedNames.h"
 #include "platform/Text16.h"
 #include "platform/Threads.h"
 #include "runtime/Guids.h"
@@ -23,7 +24,7 @@ constexpr ULONG kBatch = 1024;
 constexpr unsigned int kOverloads = 8;
 constexpr HRESULT kAttachRefused = static_cast<HRESULT>(0x80131375);
 constexpr DWORD kModuleNgen = 0x2;
-constexpr char16_t kCoreLibraryName[] = u"System.Private.CoreLib";
+using SharedNames::kCoreLibrary;
 
 std::u16string widen(const std::string& text) {
     std::u16string wide;
@@ -135,10 +136,10 @@ HRESULT ProfilerCallback::listModules(ICorProfilerInfo3* info3, std::vector<Modu
 bool ProfilerCallback::isCoreLibraryModule(ModuleID module) {
     AssemblyID assembly = 0;
     ULONG length = 0;
-    char16_t name[std::size(kCoreLibraryName)] = {};
+    char16_t name[std::size(kCoreLibrary)] = {};
     return SUCCEEDED(profilerInfo->GetModuleInfo(module, nullptr, 0, &length, nullptr, &assembly)) &&
            SUCCEEDED(profilerInfo->GetAssemblyInfo(assembly, std::size(name), &length, name, nullptr, nullptr)) &&
-           strcmp_u16(name, kCoreLibraryName) == 0;
+           strcmp_u16(name, kCoreLibrary) == 0;
 }
 
 // One loaded module: its load event, the methods that give the agent an early

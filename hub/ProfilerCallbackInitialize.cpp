@@ -7,13 +7,14 @@
 #include "metadata/CLRUtils.h"
 #include "platform/Environment.h"
 #include "platform/FormattedOutput.h"
+#include "platform/SharedNames.h"
 #include "platform/TextConversion.h"
 #include "platform/Threads.h"
 #include "runtime/Guids.h"
 
 namespace {
 
-const char16_t* const kAgentProfileVariable = u"com.tarn.harrowlite.agentProfile";
+using SharedNames::kAgentProfileVariable;
 // Core runtimes of major version 4 below this build cannot be profiled.
 constexpr USHORT kFirstSupportedCoreBuild = 22221;
 
@@ -47,7 +48,7 @@ bool ProfilerCallback::IsReJITEnabled() {
 }
 
 bool ProfilerCallback::IsTraceProfilerEnabled() {
-    return readBoolProperty(u"harrowlite.agent.deep.instrumentation.enabled");
+    return readBoolProperty(SharedNames::kDeepInstrumentationKey);
 }
 
 HRESULT ProfilerCallback::Initialize(IUnknown* pICorProfilerInfoUnk) {

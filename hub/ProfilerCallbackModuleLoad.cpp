@@ -11,6 +11,7 @@
 #include "hub/UnixDllImportPatcher.h"
 #include "platform/FormattedOutput.h"
 #include "platform/Performance.h"
+#include "platform/SharedNames.h"
 #include "platform/Text16.h"
 #include "runtime/Guids.h"
 #include "shim/SyntheticAgentShim.h"
@@ -18,7 +19,6 @@
 namespace {
 
 constexpr mdAssembly kNoAssembly = 0x20000000;
-const char16_t kAgentAssemblyPrefix[] = u"tarn.Agent";
 constexpr size_t kAgentAssemblyPrefixUnits = 10;
 
 // Shared by all threads that load modules, without a lock; the first-module
@@ -137,7 +137,7 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
                         (facts.flags & COR_PRF_MODULE_NGEN) != 0 ? 1 : 0, domainName, modulePath);
             fflush(nativeLog);
 
-            if (strncmp_u16(assemblyName, kAgentAssemblyPrefix, kAgentAssemblyPrefixUnits) == 0) {
+            if (strncmp_u16(assemblyName, SharedNames::kAgentAssembly, kAgentAssemblyPrefixUnits) == 0) {
                 fprintf_8(nativeLog, "Patching PInvoke...\n");
                 UnixDllImportPatcher patcher(profilerInfo, moduleId, nativeLog);
                 patcher.PatchDllImports();

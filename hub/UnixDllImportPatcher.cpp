@@ -2,6 +2,7 @@
 
 #include "platform/Environment.h"
 #include "platform/FormattedOutput.h"
+#include "platform/SharedNames.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorMetadataEnums.h"
 #include "runtime/Guids.h"
@@ -12,7 +13,7 @@ namespace {
 const char16_t* const kPatchedClasses[] = {
     u"com.tarn.harrowlite.agent.ReJITUtils",
     u"com.tarn.harrowlite.agent.profiling.TraceProfiler",
-    u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim",
+    SharedNames::kPreAgentShimClass,
     u"com.tarn.harrowlite.agent.trace.hc2.CpuUsageReporter",
     u"com.tarn.compat.AsyncUtils",
 };

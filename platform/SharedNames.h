@@ -32,10 +32,6 @@ inline constexpr char16_t kCatchTrace[] = u"catchTrace";
 inline constexpr char16_t kCoreLibrary[] = u"System.Private.CoreLib";
 inline constexpr char16_t kDesktopCoreLibrary[] = u"mscorlib";
 inline constexpr char16_t kValueType[] = u"System.ValueType";
-inline constexpr char16_t kInt32[] = u"System.Int32";
-inline constexpr char16_t kException[] = u"System.Exception";
-inline constexpr char16_t kRuntimeTypeHandle[] = u"System.RuntimeTypeHandle";
-inline constexpr char16_t kThread[] = u"System.Threading.Thread";
 inline constexpr char16_t kIsByRefLikeAttribute[] = u"System.Runtime.CompilerServices.IsByRefLikeAttribute";
 inline constexpr char16_t kIsReadOnlyAttribute[] = u"System.Runtime.CompilerServices.IsReadOnlyAttribute";
 

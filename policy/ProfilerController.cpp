@@ -10,14 +10,15 @@
 #include "platform/File16.h"
 #include "platform/FileSystem.h"
 #include "platform/FormattedOutput.h"
+#include "platform/SharedNames.h"
 #include "platform/SystemUtils.h"
 #include "platform/Text16.h"
 #include "runtime/CorErrors.h"
 
 namespace {
 
-constexpr char16_t kAgentProfileVariable[] = u"com.tarn.harrowlite.agentProfile";
-constexpr char16_t kAgentProfileCapitalVariable[] = u"com.tarn.harrowlite.AgentProfile";
+using SharedNames::kAgentProfileCapitalVariable;
+using SharedNames::kAgentProfileVariable;
 constexpr char16_t kLogFileKey[] = u"harrowlite.nativeprofiler.logfile";
 constexpr unsigned int kPathUnits = 260;
 constexpr int kDefaultCacheSize = 5000;

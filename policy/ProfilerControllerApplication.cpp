@@ -6,6 +6,7 @@
 #include "platform/ProcessFacts.h"
 #include "metadata/CLRUtils.h"
 #include "platform/FormattedOutput.h"
+#include "platform/SharedNames.h"
 #include "platform/StringUtils.h"
 #include "platform/Text16.h"
 #include "platform/TextConversion.h"
@@ -20,7 +21,6 @@ constexpr char16_t kIisNamesKey[] = u"harrowlite.agent.dotnet.iisNames";
 constexpr char16_t kAppPoolsKey[] = u"harrowlite.agent.dotnet.monitorAppPools";
 constexpr char16_t kAppPoolsExcludeKey[] = u"harrowlite.agent.dotnet.monitorAppPools.exclude";
 constexpr char16_t kApplicationsKey[] = u"harrowlite.agent.dotnet.monitorApplications";
-constexpr char16_t kApplicationsExcludeKey[] = u"harrowlite.agent.dotnet.monitorApplications.exclude";
 constexpr char16_t kCollectorProcess[] = u"CounterGatherAgent.exe";
 constexpr char16_t kAspNetCoreNamespace[] = u"Microsoft.AspNetCore";
 constexpr size_t kExeLinkBytes = 2048;
@@ -148,7 +148,7 @@ int ProfilerController::shouldMonitorApplication()
     bool excluded = false;
     if (const char16_t* applications = findProperty(kApplicationsKey)) {
         status = isInList(applications, *processName, false) ? 0 : 1;
-    } else if (const char16_t* exclusions = findProperty(kApplicationsExcludeKey)) {
+    } else if (const char16_t* exclusions = findProperty(SharedNames::kExcludedApplicationsKey)) {
         status = isInList(exclusions, *processName, false) ? 1 : 0;
         excluded = status == 1;
     } else {

@@ -1,5 +1,6 @@
 // The decisions on methods: monitored, hijacked, skipped, byref-like.
 #include "platform/FormattedOutput.h"
+#include "platform/SharedNames.h"
 #include "platform/Text16.h"
 #include "policy/ProfilerController.h"
 #include "runtime/CorErrors.h"
@@ -68,7 +69,7 @@ bool ProfilerController::isByRefLike(IMetaDataContext* context)
 {
     char16_t* parent = nullptr;
     if (FAILED(context->getParentName(nullptr, &parent)) || parent == nullptr ||
-        strcmp_u16(parent, u"System.ValueType") != 0) {
+        strcmp_u16(parent, SharedNames::kValueType) != 0) {
         return false;
     }
     char16_t** names = nullptr;
@@ -78,8 +79,8 @@ bool ProfilerController::isByRefLike(IMetaDataContext* context)
     }
     // A read-only struct is treated like a byref-like one.
     for (unsigned int i = 0; i < count; ++i) {
-        if (strcmp_u16(names[i], u"System.Runtime.CompilerServices.IsByRefLikeAttribute") == 0 ||
-            strcmp_u16(names[i], u"System.Runtime.CompilerServices.IsReadOnlyAttribute") == 0) {
+        if (strcmp_u16(names[i], SharedNames::kIsByRefLikeAttribute) == 0 ||
+            strcmp_u16(names[i], SharedNames::kIsReadOnlyAttribute) == 0) {
             return true;
         }
     }
@@ -97,7 +98,7 @@ int ProfilerController::shouldHijackMethod(IMetaDataContext* context)
     if (FAILED(hr)) {
         return hr;
     }
-    return strcmp_u16(assembly, u"mscorlib") == 0 ? S_OK : S_FALSE;
+    return strcmp_u16(assembly, SharedNames::kDesktopCoreLibrary) == 0 ? S_OK : S_FALSE;
 }
 
 int ProfilerController::getMonitoredMethodsForModule(ICorProfilerInfo* profilerInfo, ModuleID module,

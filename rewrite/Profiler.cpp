@@ -5,6 +5,7 @@
 
 #include "metadata/CLRUtils.h"
 #include "platform/CoreCLRPAL.h"
+#include "platform/SharedNames.h"
 #include "runtime/MethodMalloc.h"
 
 namespace {
@@ -16,15 +17,13 @@ struct AssemblyIdentity {
     unsigned short version[4];
 };
 
-const AssemblyIdentity kAgent = {u"tarn.Agent", {0x5c, 0x0e, 0x91, 0xa4, 0x7d, 0x23, 0xb6, 0xf8}, {26, 8, 1, 17}};
+const AssemblyIdentity kAgent = {SharedNames::kAgentAssembly, {0x5c, 0x0e, 0x91, 0xa4, 0x7d, 0x23, 0xb6, 0xf8}, {26, 8, 1, 17}};
 const AssemblyIdentity kCoreCLRLibrary = {
-    u"System.Private.CoreLib", {0x7c, 0xec, 0x85, 0xd7, 0xbe, 0xa7, 0x79, 0x8e}, {4, 0, 0, 0}};
-const AssemblyIdentity kDesktopLibrary = {u"mscorlib", {0xb7, 0x7a, 0x5c, 0x56, 0x19, 0x34, 0xe0, 0x89}, {2, 0, 0, 0}};
+    SharedNames::kCoreLibrary, {0x7c, 0xec, 0x85, 0xd7, 0xbe, 0xa7, 0x79, 0x8e}, {4, 0, 0, 0}};
+const AssemblyIdentity kDesktopLibrary = {SharedNames::kDesktopCoreLibrary, {0xb7, 0x7a, 0x5c, 0x56, 0x19, 0x34, 0xe0, 0x89}, {2, 0, 0, 0}};
 const AssemblyIdentity kSystemRuntime = {
     u"System.Runtime", {0xb0, 0x3f, 0x5f, 0x7f, 0x11, 0xd5, 0x0a, 0x3a}, {4, 0, 0, 0}};
 
-const char16_t kSyntheticShimClass[] = u"com.tarn.harrowlite.fieldmark.dotnet.SyntheticAgentShim";
-const char16_t kAgentShimClass[] = u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim";
 
 struct MemberDescription {
     const char16_t* name;
@@ -34,16 +33,16 @@ struct MemberDescription {
 
 // In the order of Profiler::TraceMember.
 const MemberDescription kTraceMembers[Profiler::kTraceMemberCount] = {
-    {u"corInitTrace", {0x00, 0x01, 0x08, 0x08}, 4},
-    {u"initTrace", {0x00, 0x01, 0x08, 0x08}, 4},
-    {u"loadTrace", {0x00, 0x00, 0x01}, 3},
-    {u"loadTrace", {0x00, 0x01, 0x01, 0x1C}, 4},
-    {u"pushTrace", {0x00, 0x02, 0x01, 0x08, 0x1C}, 5},
-    {u"startTrace", {0x00, 0x00, 0x01}, 3},
-    {u"finishValueTypeTrace", {0x00, 0x01, 0x01, 0x1C}, 4},
-    {u"finishTrace", {0x00, 0x00, 0x01}, 3},
-    {u"finishTrace", {0x00, 0x01, 0x01, 0x1C}, 4},
-    {u"catchTrace", {0x00, 0x01, 0x01, 0x1C}, 4},
+    {SharedNames::kCorInitTrace, {0x00, 0x01, 0x08, 0x08}, 4},
+    {SharedNames::kInitTrace, {0x00, 0x01, 0x08, 0x08}, 4},
+    {SharedNames::kLoadTrace, {0x00, 0x00, 0x01}, 3},
+    {SharedNames::kLoadTrace, {0x00, 0x01, 0x01, 0x1C}, 4},
+    {SharedNames::kPushTrace, {0x00, 0x02, 0x01, 0x08, 0x1C}, 5},
+    {SharedNames::kStartTrace, {0x00, 0x00, 0x01}, 3},
+    {SharedNames::kFinishValueTypeTrace, {0x00, 0x01, 0x01, 0x1C}, 4},
+    {SharedNames::kFinishTrace, {0x00, 0x00, 0x01}, 3},
+    {SharedNames::kFinishTrace, {0x00, 0x01, 0x01, 0x1C}, 4},
+    {SharedNames::kCatchTrace, {0x00, 0x01, 0x01, 0x1C}, 4},
 };
 
 // In the order of Profiler::TraceType; all in the core library but the one
@@ -125,7 +124,7 @@ Profiler::Profiler(ICorProfilerInfo* info, unsigned int clrVersion)
 HRESULT Profiler::createGetters(bool isCoreCLR) {
     const AssemblyIdentity& coreLibrary = isCoreCLR ? kCoreCLRLibrary : kDesktopLibrary;
     const AssemblyIdentity& shimAssembly = useSyntheticShim ? coreLibrary : kAgent;
-    const char16_t* shimClass = useSyntheticShim ? kSyntheticShimClass : kAgentShimClass;
+    const char16_t* shimClass = useSyntheticShim ? SharedNames::kSyntheticAgentShimClass : SharedNames::kPreAgentShimClass;
     ASSEMBLYMETADATA shimVersion = versionOf(shimAssembly);
     for (unsigned int i = 0; i < kTraceMemberCount; ++i) {
         MemberDescription member = kTraceMembers[i];

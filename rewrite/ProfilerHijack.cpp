@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/AutoPointer.h"
+#include "platform/SharedNames.h"
 #include "rewrite/ForwarderBodies.h"
 #include "rewrite/Profiler.h"
 #include "runtime/CorErrors.h"
@@ -46,15 +47,15 @@ struct Forwarder {
 
 // In order of definition, which is the order of hijackTokens after the field.
 const Forwarder kForwarders[] = {
-    {u"initTrace", {0x00, 0x01, 0x08, 0x08}, Profiler::kCorInitTrace, 1},
-    {u"loadTrace", {0x00, 0x00, 0x01}, Profiler::kLoadTrace, 0},
-    {u"loadTrace", {0x00, 0x01, 0x01, 0x1C}, Profiler::kLoadTraceObject, 1},
-    {u"pushTrace", {0x00, 0x02, 0x01, 0x08, 0x1C}, Profiler::kPushTrace, 2},
-    {u"startTrace", {0x00, 0x00, 0x01}, Profiler::kStartTrace, 0},
-    {u"finishValueTypeTrace", {0x00, 0x01, 0x01, 0x1C}, Profiler::kFinishValueTypeTrace, 1},
-    {u"finishTrace", {0x00, 0x00, 0x01}, Profiler::kFinishTrace, 0},
-    {u"finishTrace", {0x00, 0x01, 0x01, 0x1C}, Profiler::kFinishTraceObject, 1},
-    {u"catchTrace", {0x00, 0x01, 0x01, 0x1C}, Profiler::kCatchTrace, 1},
+    {SharedNames::kInitTrace, {0x00, 0x01, 0x08, 0x08}, Profiler::kCorInitTrace, 1},
+    {SharedNames::kLoadTrace, {0x00, 0x00, 0x01}, Profiler::kLoadTrace, 0},
+    {SharedNames::kLoadTrace, {0x00, 0x01, 0x01, 0x1C}, Profiler::kLoadTraceObject, 1},
+    {SharedNames::kPushTrace, {0x00, 0x02, 0x01, 0x08, 0x1C}, Profiler::kPushTrace, 2},
+    {SharedNames::kStartTrace, {0x00, 0x00, 0x01}, Profiler::kStartTrace, 0},
+    {SharedNames::kFinishValueTypeTrace, {0x00, 0x01, 0x01, 0x1C}, Profiler::kFinishValueTypeTrace, 1},
+    {SharedNames::kFinishTrace, {0x00, 0x00, 0x01}, Profiler::kFinishTrace, 0},
+    {SharedNames::kFinishTrace, {0x00, 0x01, 0x01, 0x1C}, Profiler::kFinishTraceObject, 1},
+    {SharedNames::kCatchTrace, {0x00, 0x01, 0x01, 0x1C}, Profiler::kCatchTrace, 1},
 };
 static_assert(std::size(kForwarders) + 1 == Profiler::kHijackTokenCount);
 

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "platform/CoreCLRPAL.h"
+#include "platform/SharedNames.h"
 #include "rewrite/IBlobOutputStream.h"
 #include "rewrite/Profiler.h"
 #include "rewrite/TracePath.h"
@@ -150,7 +151,7 @@ HRESULT Profiler::updateSignatures() {
         char16_t* parentAssembly = nullptr;
         char16_t* parentClass = nullptr;
         if (SUCCEEDED(context->getParentName(&parentAssembly, &parentClass)) &&
-            (sameText(parentClass, u"System.ValueType") || sameText(parentClass, u"System.Enum"))) {
+            (sameText(parentClass, SharedNames::kValueType) || sameText(parentClass, u"System.Enum"))) {
             newIsValueType = true;
             if ((flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0 && isByRefLikeType(context->getTypeDef())) {
                 // Such a value lives on the stack only: it has no boxed copy for the agent.

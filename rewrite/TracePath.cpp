@@ -1,4 +1,5 @@
 #include "rewrite/TracePath.h"
+#include "platform/SharedNames.h"
 
 #include <string_view>
 
@@ -6,7 +7,7 @@ namespace {
 
 // The shim's class and the agent's classes share this namespace.
 constexpr std::u16string_view kAgentNamespace = u"com.tarn.harrowlite.fieldmark.dotnet.";
-constexpr std::u16string_view kAgentAssembly = u"tarn.Agent";
+constexpr std::u16string_view kAgentAssembly = SharedNames::kAgentAssembly;
 // The core library's namespace of the runtime's own helpers (casting, boxing,
 // statics, method tables), reached from generated code rather than called:
 // the injected code itself boxes and reads statics through them.

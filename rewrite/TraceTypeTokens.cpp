@@ -3,6 +3,7 @@
 #include <string>
 
 #include "platform/AutoPointer.h"
+#include "platform/SharedNames.h"
 #include "rewrite/CorSig.h"
 #include "rewrite/ITypeSpecTokenGetter.h"
 #include "rewrite/Profiler.h"
@@ -16,8 +17,8 @@ constexpr HRESULT kBadTypeSpec = static_cast<HRESULT>(0x80131195);
 constexpr ULONG kGenericParamLimit = 64;
 // The generic parameter attribute of `allows ref struct`.
 constexpr DWORD kAllowByRefLike = 0x0020;
-constexpr char16_t kByRefLikeAttribute[] = u"System.Runtime.CompilerServices.IsByRefLikeAttribute";
-constexpr char16_t kReadOnlyAttribute[] = u"System.Runtime.CompilerServices.IsReadOnlyAttribute";
+using SharedNames::kIsByRefLikeAttribute;
+using SharedNames::kIsReadOnlyAttribute;
 
 }  // namespace
 
@@ -191,9 +192,9 @@ bool Profiler::definitionHasAttribute(unsigned int token, const char16_t* attrib
            typeHasAttribute(scope, definition, attribute) == S_OK;
 }
 
-bool Profiler::isByRefLikeType(unsigned int token) { return definitionHasAttribute(token, kByRefLikeAttribute); }
+bool Profiler::isByRefLikeType(unsigned int token) { return definitionHasAttribute(token, kIsByRefLikeAttribute); }
 
 // Ref structs cannot be boxed, and read-only structs are left out with them.
 bool Profiler::isStackOnlyType(unsigned int token) {
-    return isByRefLikeType(token) || definitionHasAttribute(token, kReadOnlyAttribute);
+    return isByRefLikeType(token) || definitionHasAttribute(token, kIsReadOnlyAttribute);
 }

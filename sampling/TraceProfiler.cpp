@@ -5,6 +5,7 @@
 
 #include "platform/AutoPointer.h"
 #include "platform/HeldLock.h"
+#include "platform/SharedNames.h"
 
 namespace {
 
@@ -50,7 +51,7 @@ void TraceProfiler::configure(IProperties* properties) {
     auto flag = [properties](const char16_t* key, bool defaultValue) {
         return properties == nullptr ? defaultValue : properties->getBoolProperty(key, defaultValue);
     };
-    enabled = flag(u"harrowlite.agent.deep.instrumentation.enabled", true);
+    enabled = flag(SharedNames::kDeepInstrumentationKey, true);
     // Read while the level is still 0: a value out of range falls back silently.
     maxStacks = getIntProperty(properties, u"harrowlite.agent.deep.instrumentation.max.stacks", 256, 1, 4096);
     samplingInterval = static_cast<unsigned int>(

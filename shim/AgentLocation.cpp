@@ -1,15 +1,16 @@
 #include "shim/AgentLocation.h"
 
 #include "platform/Environment.h"
+#include "platform/SharedNames.h"
 
 std::u16string AgentLocation::find(bool dotnetCore) {
     const char16_t* location = _wgetenv(u"com.tarn.harrowlite.agentLocation");
     if (location != nullptr) {
         return location;
     }
-    const char16_t* profile = _wgetenv(u"com.tarn.harrowlite.agentProfile");
+    const char16_t* profile = _wgetenv(SharedNames::kAgentProfileVariable);
     if (profile == nullptr) {
-        profile = _wgetenv(u"com.tarn.harrowlite.AgentProfile");
+        profile = _wgetenv(SharedNames::kAgentProfileCapitalVariable);
     }
     if (profile == nullptr) {
         return {};

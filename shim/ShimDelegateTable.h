@@ -6,6 +6,7 @@
 #pragma once
 
 #include "runtime/CorTypes.h"
+#include "platform/SharedNames.h"
 
 namespace ShimDelegateTable {
 
@@ -46,19 +47,16 @@ struct FieldShape {
 inline constexpr unsigned int kFieldCount = 10;
 
 inline constexpr FieldShape fields[kFieldCount] = {
-    {u"InitTraceDelegate", InitTrace, u"initTrace", InitialTarget::LoadInitTrace},
-    {u"CorInitTraceDelegate", InitTrace, u"corInitTrace", InitialTarget::LoadInitTraceIfAttached},
-    {u"LoadTraceDelegate", Trace, u"loadTrace", InitialTarget::EmptyStub},
-    {u"LoadTraceObjDelegate", TraceObj, u"loadTrace", InitialTarget::EmptyStub},
-    {u"PushTraceDelegate", PushTrace, u"pushTrace", InitialTarget::EmptyStub},
-    {u"StartTraceDelegate", Trace, u"startTrace", InitialTarget::EmptyStub},
-    {u"FinishValueTypeTraceDelegate", TraceObj, u"finishValueTypeTrace", InitialTarget::EmptyStub},
-    {u"FinishTraceDelegate", Trace, u"finishTrace", InitialTarget::EmptyStub},
-    {u"FinishTraceObjDelegate", TraceObj, u"finishTrace", InitialTarget::EmptyStub},
-    {u"CatchTraceDelegate", TraceObj, u"catchTrace", InitialTarget::EmptyStub},
+    {u"InitTraceDelegate", InitTrace, SharedNames::kInitTrace, InitialTarget::LoadInitTrace},
+    {u"CorInitTraceDelegate", InitTrace, SharedNames::kCorInitTrace, InitialTarget::LoadInitTraceIfAttached},
+    {u"LoadTraceDelegate", Trace, SharedNames::kLoadTrace, InitialTarget::EmptyStub},
+    {u"LoadTraceObjDelegate", TraceObj, SharedNames::kLoadTrace, InitialTarget::EmptyStub},
+    {u"PushTraceDelegate", PushTrace, SharedNames::kPushTrace, InitialTarget::EmptyStub},
+    {u"StartTraceDelegate", Trace, SharedNames::kStartTrace, InitialTarget::EmptyStub},
+    {u"FinishValueTypeTraceDelegate", TraceObj, SharedNames::kFinishValueTypeTrace, InitialTarget::EmptyStub},
+    {u"FinishTraceDelegate", Trace, SharedNames::kFinishTrace, InitialTarget::EmptyStub},
+    {u"FinishTraceObjDelegate", TraceObj, SharedNames::kFinishTrace, InitialTarget::EmptyStub},
+    {u"CatchTraceDelegate", TraceObj, SharedNames::kCatchTrace, InitialTarget::EmptyStub},
 };
-
-inline constexpr const char16_t* kShimClassName = u"com.tarn.harrowlite.fieldmark.dotnet.SyntheticAgentShim";
-inline constexpr const char16_t* kAgentClassName = u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim";
 
 }  // namespace ShimDelegateTable

@@ -4,6 +4,7 @@
 
 #include "platform/AutoPointer.h"
 #include "platform/FormattedOutput.h"
+#include "platform/SharedNames.h"
 #include "platform/Text16.h"
 #include "runtime/Guids.h"
 #include "shim/ShimSignature.h"
@@ -72,7 +73,7 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
         }
 
         if (SUCCEEDED(hr)) {
-            hr = emit->DefineTypeDef(kShimClassName, tdPublic, corlibTypes[Object], nullptr, &shimType);
+            hr = emit->DefineTypeDef(SharedNames::kSyntheticAgentShimClass, tdPublic, corlibTypes[Object], nullptr, &shimType);
         }
         for (unsigned int kind = 0; kind < DelegateKindCount && SUCCEEDED(hr); ++kind) {
             DelegateRecord& record = delegateRecords[kind];

@@ -4,6 +4,7 @@
 
 #include "platform/AutoPointer.h"
 #include "platform/FormattedOutput.h"
+#include "platform/SharedNames.h"
 #include "platform/SystemUtils.h"
 #include "shim/AgentLocation.h"
 #include "shim/ShimSignature.h"
@@ -53,7 +54,7 @@ HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
         hr = DefineUserString(path.c_str(), &pathString);
     }
     if (SUCCEEDED(hr)) {
-        hr = DefineUserString(kAgentClassName, &agentClassString);
+        hr = DefineUserString(SharedNames::kPreAgentShimClass, &agentClassString);
     }
 
     hr = FindLoaderMethods(hr);

@@ -57,7 +57,7 @@ protected:
         return hr;
     }
 
-    mdTypeDef shimType() { return RealAssemblies::findType(import, ShimDelegateTable::kShimClassName); }
+    mdTypeDef shimType() { return RealAssemblies::findType(import, SharedNames::kSyntheticAgentShimClass); }
     mdTypeDef corlibType(const char16_t* name) { return RealAssemblies::findType(import, name); }
 
     // Methods or fields of a type in definition order.
