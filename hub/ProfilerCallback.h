@@ -22,6 +22,7 @@
 #include "policy/IProfilerController.h"
 #include "rewrite/IProfiler.h"
 #include "runtime/CorProfilerCallback.h"
+#include "runtime/ProfilerCallbackDefaults.h"
 #include "runtime/CorProfilerInfo.h"
 #include "sampling/TraceProfiler.h"
 
@@ -33,7 +34,7 @@ struct rejit_requests {
     unsigned int count;
 };
 
-class ProfilerCallback final : public ICorProfilerCallback4, public ISamplingOwner {
+class ProfilerCallback final : public ProfilerCallbackDefaults, public ISamplingOwner {
 public:
     // The creation function of g_CoClasses. Clears *ppv; accepts IUnknown and
     // ICorProfilerCallback to ICorProfilerCallback4, else E_INVALIDARG. The new
@@ -54,83 +55,19 @@ public:
     // ICorProfilerCallback
     HRESULT Initialize(IUnknown* pICorProfilerInfoUnk) override;
     HRESULT Shutdown() override;
-    HRESULT AppDomainCreationStarted(AppDomainID appDomainId) override;
-    HRESULT AppDomainCreationFinished(AppDomainID appDomainId, HRESULT hrStatus) override;
-    HRESULT AppDomainShutdownStarted(AppDomainID appDomainId) override;
-    HRESULT AppDomainShutdownFinished(AppDomainID appDomainId, HRESULT hrStatus) override;
     HRESULT AssemblyLoadStarted(AssemblyID assemblyId) override;
     HRESULT AssemblyLoadFinished(AssemblyID assemblyId, HRESULT hrStatus) override;
     HRESULT AssemblyUnloadStarted(AssemblyID assemblyId) override;
     HRESULT AssemblyUnloadFinished(AssemblyID assemblyId, HRESULT hrStatus) override;
-    HRESULT ModuleLoadStarted(ModuleID moduleId) override;
     HRESULT ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus) override;
-    HRESULT ModuleUnloadStarted(ModuleID moduleId) override;
     HRESULT ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStatus) override;
-    HRESULT ModuleAttachedToAssembly(ModuleID moduleId, AssemblyID AssemblyId) override;
-    HRESULT ClassLoadStarted(ClassID classId) override;
-    HRESULT ClassLoadFinished(ClassID classId, HRESULT hrStatus) override;
-    HRESULT ClassUnloadStarted(ClassID classId) override;
-    HRESULT ClassUnloadFinished(ClassID classId, HRESULT hrStatus) override;
-    HRESULT FunctionUnloadStarted(FunctionID functionId) override;
     HRESULT JITCompilationStarted(FunctionID functionId, BOOL fIsSafeToBlock) override;
     HRESULT JITCompilationFinished(FunctionID functionId, HRESULT hrStatus, BOOL fIsSafeToBlock) override;
     HRESULT JITCachedFunctionSearchStarted(FunctionID functionId, BOOL* pbUseCachedFunction) override;
-    HRESULT JITCachedFunctionSearchFinished(FunctionID functionId, COR_PRF_JIT_CACHE result) override;
-    HRESULT JITFunctionPitched(FunctionID functionId) override;
     HRESULT JITInlining(FunctionID callerId, FunctionID calleeId, BOOL* pfShouldInline) override;
-    HRESULT ThreadCreated(ThreadID threadId) override;
     HRESULT ThreadDestroyed(ThreadID threadId) override;
-    HRESULT ThreadAssignedToOSThread(ThreadID managedThreadId, DWORD osThreadId) override;
-    HRESULT RemotingClientInvocationStarted() override;
-    HRESULT RemotingClientSendingMessage(GUID* pCookie, BOOL fIsAsync) override;
-    HRESULT RemotingClientReceivingReply(GUID* pCookie, BOOL fIsAsync) override;
-    HRESULT RemotingClientInvocationFinished() override;
-    HRESULT RemotingServerReceivingMessage(GUID* pCookie, BOOL fIsAsync) override;
-    HRESULT RemotingServerInvocationStarted() override;
-    HRESULT RemotingServerInvocationReturned() override;
-    HRESULT RemotingServerSendingReply(GUID* pCookie, BOOL fIsAsync) override;
-    HRESULT UnmanagedToManagedTransition(FunctionID functionId, COR_PRF_TRANSITION_REASON reason) override;
-    HRESULT ManagedToUnmanagedTransition(FunctionID functionId, COR_PRF_TRANSITION_REASON reason) override;
-    HRESULT RuntimeSuspendStarted(COR_PRF_SUSPEND_REASON suspendReason) override;
-    HRESULT RuntimeSuspendFinished() override;
-    HRESULT RuntimeSuspendAborted() override;
-    HRESULT RuntimeResumeStarted() override;
-    HRESULT RuntimeResumeFinished() override;
-    HRESULT RuntimeThreadSuspended(ThreadID threadId) override;
-    HRESULT RuntimeThreadResumed(ThreadID threadId) override;
-    HRESULT MovedReferences(ULONG cMovedObjectIDRanges, ObjectID oldObjectIDRangeStart[], ObjectID newObjectIDRangeStart[], ULONG cObjectIDRangeLength[]) override;
-    HRESULT ObjectAllocated(ObjectID objectId, ClassID classId) override;
-    HRESULT ObjectsAllocatedByClass(ULONG cClassCount, ClassID classIds[], ULONG cObjects[]) override;
-    HRESULT ObjectReferences(ObjectID objectId, ClassID classId, ULONG cObjectRefs, ObjectID objectRefIds[]) override;
-    HRESULT RootReferences(ULONG cRootRefs, ObjectID rootRefIds[]) override;
-    HRESULT ExceptionThrown(ObjectID thrownObjectId) override;
-    HRESULT ExceptionSearchFunctionEnter(FunctionID functionId) override;
-    HRESULT ExceptionSearchFunctionLeave() override;
-    HRESULT ExceptionSearchFilterEnter(FunctionID functionId) override;
-    HRESULT ExceptionSearchFilterLeave() override;
-    HRESULT ExceptionSearchCatcherFound(FunctionID functionId) override;
-    HRESULT ExceptionOSHandlerEnter(UINT_PTR reserved) override;
-    HRESULT ExceptionOSHandlerLeave(UINT_PTR reserved) override;
-    HRESULT ExceptionUnwindFunctionEnter(FunctionID functionId) override;
-    HRESULT ExceptionUnwindFunctionLeave() override;
-    HRESULT ExceptionUnwindFinallyEnter(FunctionID functionId) override;
-    HRESULT ExceptionUnwindFinallyLeave() override;
-    HRESULT ExceptionCatcherEnter(FunctionID functionId, ObjectID objectId) override;
-    HRESULT ExceptionCatcherLeave() override;
-    HRESULT COMClassicVTableCreated(ClassID wrappedClassId, REFGUID implementedIID, void* pVTable, ULONG cSlots) override;
-    HRESULT COMClassicVTableDestroyed(ClassID wrappedClassId, REFGUID implementedIID, void* pVTable) override;
-    HRESULT ExceptionCLRCatcherFound() override;
-    HRESULT ExceptionCLRCatcherExecute() override;
 
     // ICorProfilerCallback2
-    HRESULT ThreadNameChanged(ThreadID threadId, ULONG cchName, WCHAR name[]) override;
-    HRESULT GarbageCollectionStarted(int cGenerations, BOOL generationCollected[], COR_PRF_GC_REASON reason) override;
-    HRESULT SurvivingReferences(ULONG cSurvivingObjectIDRanges, ObjectID objectIDRangeStart[], ULONG cObjectIDRangeLength[]) override;
-    HRESULT GarbageCollectionFinished() override;
-    HRESULT FinalizeableObjectQueued(DWORD finalizerFlags, ObjectID objectID) override;
-    HRESULT RootReferences2(ULONG cRootRefs, ObjectID rootRefIds[], COR_PRF_GC_ROOT_KIND rootKinds[], COR_PRF_GC_ROOT_FLAGS rootFlags[], UINT_PTR rootIds[]) override;
-    HRESULT HandleCreated(GCHandleID handleId, ObjectID initialObjectId) override;
-    HRESULT HandleDestroyed(GCHandleID handleId) override;
 
     // ICorProfilerCallback3
     HRESULT InitializeForAttach(IUnknown* pCorProfilerInfoUnk, void* pvClientData, UINT cbClientData) override;
@@ -139,11 +76,7 @@ public:
 
     // ICorProfilerCallback4
     HRESULT ReJITCompilationStarted(FunctionID functionId, ReJITID rejitId, BOOL fIsSafeToBlock) override;
-    HRESULT GetReJITParameters(ModuleID moduleId, mdMethodDef methodId, ICorProfilerFunctionControl* pFunctionControl) override;
     HRESULT ReJITCompilationFinished(FunctionID functionId, ReJITID rejitId, HRESULT hrStatus, BOOL fIsSafeToBlock) override;
-    HRESULT ReJITError(ModuleID moduleId, mdMethodDef methodId, FunctionID functionId, HRESULT hrStatus) override;
-    HRESULT MovedReferences2(ULONG cMovedObjectIDRanges, ObjectID oldObjectIDRangeStart[], ObjectID newObjectIDRangeStart[], SIZE_T cObjectIDRangeLength[]) override;
-    HRESULT SurvivingReferences2(ULONG cSurvivingObjectIDRanges, ObjectID objectIDRangeStart[], SIZE_T cObjectIDRangeLength[]) override;
 
     // The controller's native log once Initialize has succeeded; not owned.
     FILE* getNativeLog() const override { return nativeLog; }

@@ -163,20 +163,7 @@ HRESULT MetaDataContext::getAssemblyName(char16_t** assembly) {
 }
 
 HRESULT MetaDataContext::getClassName(char16_t** assembly, char16_t** name) {
-    HRESULT hr = S_OK;
-    if (!classNameKnown) {
-        hr = getClassName(typeDef, assemblyName, className, kNameSize);
-        classNameKnown = SUCCEEDED(hr);
-    }
-    if (SUCCEEDED(hr)) {
-        if (assembly != nullptr) {
-            *assembly = assemblyName;
-        }
-        if (name != nullptr) {
-            *name = className;
-        }
-    }
-    return hr;
+    return cachedName(typeDef, classNameKnown, assemblyName, className, assembly, name);
 }
 
 HRESULT MetaDataContext::getMethodName(char16_t** name) {
@@ -192,17 +179,24 @@ HRESULT MetaDataContext::getMethodName(char16_t** name) {
 }
 
 HRESULT MetaDataContext::getParentName(char16_t** assembly, char16_t** name) {
+    return cachedName(superToken, parentNameKnown, parentAssemblyName, parentClassName, assembly, name);
+}
+
+// The names of a class token, read into the context's buffers once and handed
+// out from there.
+HRESULT MetaDataContext::cachedName(mdToken token, bool& known, char16_t* assemblyBuffer, char16_t* nameBuffer,
+                                    char16_t** assembly, char16_t** name) {
     HRESULT hr = S_OK;
-    if (!parentNameKnown) {
-        hr = getClassName(superToken, parentAssemblyName, parentClassName, kNameSize);
-        parentNameKnown = SUCCEEDED(hr);
+    if (!known) {
+        hr = getClassName(token, assemblyBuffer, nameBuffer, kNameSize);
+        known = SUCCEEDED(hr);
     }
     if (SUCCEEDED(hr)) {
         if (assembly != nullptr) {
-            *assembly = parentAssemblyName;
+            *assembly = assemblyBuffer;
         }
         if (name != nullptr) {
-            *name = parentClassName;
+            *name = nameBuffer;
         }
     }
     return hr;

@@ -45,6 +45,8 @@ public:
     static void stripEndGenericMarker(char16_t* buffer, long length, ULONG* outLength);
 
 private:
+    HRESULT cachedName(mdToken token, bool& known, char16_t* assemblyBuffer, char16_t* nameBuffer, char16_t** assembly,
+                       char16_t** name);
     // A list of names: kListLimit rows of kNameSize units, reached through a
     // stable array of row pointers.
     struct NameList {
