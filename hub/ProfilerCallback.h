@@ -150,6 +150,14 @@ public:
     static DWORD ServiceReJITThreadFunction(LPVOID callback);
 
 private:
+    // The phases of Initialize, in their order.
+    HRESULT queryInfoInterfaces(IUnknown* unknown);
+    HRESULT decideActivation(HRESULT hr, bool& stop);
+    HRESULT setEventMask(FILE* log, HRESULT hr, bool& stop);
+    HRESULT checkRuntimeInformation(FILE* log, int coreMajor, int coreMinor, int corePatch, bool& stop);
+    void settleLogging(FILE* log, HRESULT hr);
+    HRESULT createEngineAndContext(HRESULT hr);
+
     // Unit tests put a recording engine in place and read the queues.
     friend class ProfilerCallbackTestAccess;
 

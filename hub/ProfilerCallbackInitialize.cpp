@@ -51,187 +51,30 @@ bool ProfilerCallback::IsTraceProfilerEnabled() {
     return readBoolProperty(SharedNames::kDeepInstrumentationKey);
 }
 
+// The steps of start-up in their order; a phase that ends start-up sets stop
+// and hands back the answer for the runtime.
 HRESULT ProfilerCallback::Initialize(IUnknown* pICorProfilerInfoUnk) {
     try {
         if (pICorProfilerInfoUnk == nullptr) {
             return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
         }
-        ICorProfilerInfo3* info3 = nullptr;
-        HRESULT hr = pICorProfilerInfoUnk->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3));
-        if (SUCCEEDED(hr)) {
-            profilerInfo = info3;
-            clrVersion = 4;
-            AutoCOMPointer<ICorProfilerInfo4> info4;
-            if (SUCCEEDED(pICorProfilerInfoUnk->QueryInterface(IID_ICorProfilerInfo4,
-                                                               reinterpret_cast<void**>(&info4)))) {
-                supportsReJIT = true;
-            }
-        } else {
-            ICorProfilerInfo2* info2 = nullptr;
-            hr = pICorProfilerInfoUnk->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2));
-            if (SUCCEEDED(hr)) {
-                profilerInfo = info2;
-                clrVersion = 2;
-            } else {
-                ICorProfilerInfo* info = nullptr;
-                hr = pICorProfilerInfoUnk->QueryInterface(IID_ICorProfilerInfo, reinterpret_cast<void**>(&info));
-                if (SUCCEEDED(hr)) {
-                    profilerInfo = info;
-                    clrVersion = 1;
-                }
-            }
-        }
+        HRESULT hr = queryInfoInterfaces(pICorProfilerInfoUnk);
         // Without any info interface nothing below could reach the runtime.
         if (profilerInfo == nullptr) {
             return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
         }
-
-        ProfilingManager* manager = ProfilingManager::getInstance();
-        if (const char16_t* profile = _wgetenv(kAgentProfileVariable)) {
-            appendEnvironmentLine(attachEnvironment, "com.tarn.harrowlite.agentProfile", profile);
-        }
-
-        // A build tool of the dotnet command: loaded, idle, no events.
-        if (manager->isDotnetInternalCommand()) {
-            eventMask = 0;
-            disabled = true;
+        bool stop = false;
+        hr = decideActivation(hr, stop);
+        if (stop) {
             return hr;
         }
-
-        hr = manager->shouldMonitorCLR(clrVersion);
-        if (FAILED(hr)) {
-            return hr;
-        }
-
-        controller = manager->getController(profilerInfo);
-        if (controller == nullptr) {
-            return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
-        }
-        controller->setIsAttach(attached);
         FILE* log = controller->getNativeLog();
-
-        if (controller->shouldFieldMarkEnabled() != 0) {
-            fprintf_8(log, "Monitoring disabled due to harrowlite.fieldmark.enable=false\n");
-            fflush(log);
-            return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
+        hr = setEventMask(log, hr, stop);
+        if (stop) {
+            return hr;
         }
-        appendEnvironmentLine(attachEnvironment, "com.tarn.harrowlite.agentName", controller->getAppName().c_str());
-
-        int coreMajor = 0;
-        int coreMinor = 0;
-        int corePatch = 0;
-        CLRUtils::GetCoreCLRVersion(coreMajor, coreMinor, corePatch);
-
-        eventMask |= COR_PRF_MONITOR_MODULE_LOADS | COR_PRF_MONITOR_ASSEMBLY_LOADS;
-        if (IsTraceProfilerEnabled()) {
-            eventMask |= COR_PRF_ENABLE_STACK_SNAPSHOT | COR_PRF_MONITOR_THREADS;
-        }
-        if (IsReJITEnabled()) {
-            eventMask |= COR_PRF_ENABLE_REJIT;
-            if (!attached) {
-                eventMask |= COR_PRF_DISABLE_ALL_NGEN_IMAGES;
-            }
-        } else {
-            supportsReJIT = false;
-        }
-        if (attached) {
-            fprintf_8(log, "Attaching to application %S\n", controller->getAppName().c_str());
-        }
-        controller->setCLRVersion(static_cast<unsigned int>(clrVersion));
-
-        if (SUCCEEDED(hr) && clrVersion == 4) {
-            AutoCOMPointer<ICorProfilerInfo3> runtimeInfo;
-            hr = profilerInfo->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&runtimeInfo));
-            COR_PRF_RUNTIME_TYPE type = COR_PRF_DESKTOP_CLR;
-            USHORT major = 0;
-            USHORT minor = 0;
-            USHORT build = 0;
-            if (SUCCEEDED(hr)) {
-                hr = runtimeInfo->GetRuntimeInformation(nullptr, &type, &major, &minor, &build, nullptr, 0, nullptr,
-                                                        nullptr);
-            }
-            if (FAILED(hr)) {
-                fprintf_8(log, "Failed to query runtime information\n");
-            }
-            if (coreMajor != 0) {
-                fprintf_8(log, "Runtime Info: %s CLR (0x%x) version %d.%d.%d (%d.%d_%d)\n", runtimeTypeWord(type),
-                          type, coreMajor, coreMinor, corePatch, major, minor, build);
-            } else {
-                fprintf_8(log, "Runtime Info: %s CLR (0x%x) version %d.%d_%d\n", runtimeTypeWord(type), type, major,
-                          minor, build);
-            }
-            isCoreCLR = type == COR_PRF_CORE_CLR;
-            if (isCoreCLR && major == 4 && build < kFirstSupportedCoreBuild) {
-                fprintf_8(log, "Unsupported .NET Core version");
-                fflush(log);
-                return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
-            }
-        }
-
-        if (!attached && controller->shouldMonitorApplication() != 0) {
-            fflush(log);
-            return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
-        }
-        const bool onModuleLoad = controller->shouldInstrumentOnModuleLoad() == 0;
-        if (onModuleLoad) {
-            controller->initializeDirectives();
-            // The module load does the rewriting; compile events are not needed.
-            eventMask &= ~static_cast<DWORD>(COR_PRF_MONITOR_JIT_COMPILATION);
-            eventMask |= COR_PRF_MONITOR_CACHE_SEARCHES;
-        }
-        if (!attached && controller->shouldMonitorNgenModules() == 0) {
-            eventMask |= COR_PRF_MONITOR_CACHE_SEARCHES;
-            if (!onModuleLoad) {
-                eventMask |= COR_PRF_USE_PROFILE_IMAGES;
-            }
-        }
-        if (!attached && controller->shouldDisableTransparencyChecks() == 0) {
-            eventMask |= COR_PRF_DISABLE_TRANSPARENCY_CHECKS_UNDER_FULL_TRUST;
-        }
-        if (attached) {
-            controller->initializeDirectives();
-        }
-
-        if (SUCCEEDED(hr)) {
-            if (!attached && controller->shouldEnableDynamicInstrumentation() == 0 && fpc == nullptr) {
-                eventMask |= COR_PRF_MONITOR_ENTERLEAVE;
-            }
-            // No enter/leave hooks nor function id mapper on this platform.
-            hr = profilerInfo->SetEventMask(eventMask);
-            if (FAILED(hr)) {
-                fprintf_8(log, "Failed to set event mask to 0x%x\n", eventMask);
-            }
-        }
-
-        if (FAILED(hr)) {
-            fprintf_8(log, "Failed to initialize (0x%0x)\n", hr);
-            fflush(log);
-        } else {
-            nativeLog = log;
-            logEnabled = true;
-            logMethodBytes = controller->shouldLogMethodBytes() == 0;
-            logUninstrumented = controller->shouldLogUninstrumentedMethods() == 0;
-            fpc = this;
-            hooksEnabled = false;
-        }
-
-        if (SUCCEEDED(hr)) {
-            profiler =
-                IProfiler::newInstance(profilerInfo, static_cast<unsigned int>(clrVersion), isCoreCLR, controller);
-            if (profiler == nullptr) {
-                hr = E_OUTOFMEMORY;
-            }
-        }
-        if (SUCCEEDED(hr)) {
-            metaDataContext = IMetaDataContext::newInstance(profilerInfo);
-            if (metaDataContext == nullptr) {
-                hr = E_OUTOFMEMORY;
-            }
-        }
-        if (SUCCEEDED(hr) && IsReJITEnabled()) {
-            // A method whose instrumentation is reverted gets its own body back.
-            profiler->keepOriginalBodies();
-        }
+        settleLogging(log, hr);
+        hr = createEngineAndContext(hr);
         if (SUCCEEDED(hr) && IsReJITEnabled() && !attached) {
             hooksEnabled = false;
             serviceThread = CreateThread(nullptr, 0, ServiceReJITThreadFunction, this, 0, nullptr);
@@ -242,4 +85,210 @@ HRESULT ProfilerCallback::Initialize(IUnknown* pICorProfilerInfoUnk) {
         // Anything thrown on the way (allocation failure) refuses the profiler.
         return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
     }
+}
+
+// The newest info interface the runtime offers, and what it says of the
+// runtime's generation.
+HRESULT ProfilerCallback::queryInfoInterfaces(IUnknown* unknown) {
+    ICorProfilerInfo3* info3 = nullptr;
+    HRESULT hr = unknown->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3));
+    if (SUCCEEDED(hr)) {
+        profilerInfo = info3;
+        clrVersion = 4;
+        AutoCOMPointer<ICorProfilerInfo4> info4;
+        if (SUCCEEDED(unknown->QueryInterface(IID_ICorProfilerInfo4, reinterpret_cast<void**>(&info4)))) {
+            supportsReJIT = true;
+        }
+        return hr;
+    }
+    ICorProfilerInfo2* info2 = nullptr;
+    hr = unknown->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2));
+    if (SUCCEEDED(hr)) {
+        profilerInfo = info2;
+        clrVersion = 2;
+        return hr;
+    }
+    ICorProfilerInfo* info = nullptr;
+    hr = unknown->QueryInterface(IID_ICorProfilerInfo, reinterpret_cast<void**>(&info));
+    if (SUCCEEDED(hr)) {
+        profilerInfo = info;
+        clrVersion = 1;
+    }
+    return hr;
+}
+
+// The process gate and the controller: whether this runtime is profiled at all.
+HRESULT ProfilerCallback::decideActivation(HRESULT hr, bool& stop) {
+    stop = true;
+    ProfilingManager* manager = ProfilingManager::getInstance();
+    if (const char16_t* profile = _wgetenv(kAgentProfileVariable)) {
+        appendEnvironmentLine(attachEnvironment, "com.tarn.harrowlite.agentProfile", profile);
+    }
+
+    // A build tool of the dotnet command: loaded, idle, no events.
+    if (manager->isDotnetInternalCommand()) {
+        eventMask = 0;
+        disabled = true;
+        return hr;
+    }
+
+    hr = manager->shouldMonitorCLR(clrVersion);
+    if (FAILED(hr)) {
+        return hr;
+    }
+
+    controller = manager->getController(profilerInfo);
+    if (controller == nullptr) {
+        return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
+    }
+    controller->setIsAttach(attached);
+    // Opened here, before any decision of the controller can write to it.
+    FILE* log = controller->getNativeLog();
+
+    if (controller->shouldFieldMarkEnabled() != 0) {
+        fprintf_8(log, "Monitoring disabled due to harrowlite.fieldmark.enable=false\n");
+        fflush(log);
+        return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
+    }
+    appendEnvironmentLine(attachEnvironment, "com.tarn.harrowlite.agentName", controller->getAppName().c_str());
+    stop = false;
+    return hr;
+}
+
+// The events asked of the runtime, composed in two halves around the runtime
+// and application checks, and set.
+HRESULT ProfilerCallback::setEventMask(FILE* log, HRESULT hr, bool& stop) {
+    int coreMajor = 0;
+    int coreMinor = 0;
+    int corePatch = 0;
+    CLRUtils::GetCoreCLRVersion(coreMajor, coreMinor, corePatch);
+
+    eventMask |= COR_PRF_MONITOR_MODULE_LOADS | COR_PRF_MONITOR_ASSEMBLY_LOADS;
+    if (IsTraceProfilerEnabled()) {
+        eventMask |= COR_PRF_ENABLE_STACK_SNAPSHOT | COR_PRF_MONITOR_THREADS;
+    }
+    if (IsReJITEnabled()) {
+        eventMask |= COR_PRF_ENABLE_REJIT;
+        if (!attached) {
+            eventMask |= COR_PRF_DISABLE_ALL_NGEN_IMAGES;
+        }
+    } else {
+        supportsReJIT = false;
+    }
+    if (attached) {
+        fprintf_8(log, "Attaching to application %S\n", controller->getAppName().c_str());
+    }
+    controller->setCLRVersion(static_cast<unsigned int>(clrVersion));
+
+    if (SUCCEEDED(hr) && clrVersion == 4) {
+        hr = checkRuntimeInformation(log, coreMajor, coreMinor, corePatch, stop);
+        if (stop) {
+            return hr;
+        }
+    }
+    if (!attached && controller->shouldMonitorApplication() != 0) {
+        fflush(log);
+        stop = true;
+        return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
+    }
+    const bool onModuleLoad = controller->shouldInstrumentOnModuleLoad() == 0;
+    if (onModuleLoad) {
+        controller->initializeDirectives();
+        // The module load does the rewriting; compile events are not needed.
+        eventMask &= ~static_cast<DWORD>(COR_PRF_MONITOR_JIT_COMPILATION);
+        eventMask |= COR_PRF_MONITOR_CACHE_SEARCHES;
+    }
+    if (!attached && controller->shouldMonitorNgenModules() == 0) {
+        eventMask |= COR_PRF_MONITOR_CACHE_SEARCHES;
+        if (!onModuleLoad) {
+            eventMask |= COR_PRF_USE_PROFILE_IMAGES;
+        }
+    }
+    if (!attached && controller->shouldDisableTransparencyChecks() == 0) {
+        eventMask |= COR_PRF_DISABLE_TRANSPARENCY_CHECKS_UNDER_FULL_TRUST;
+    }
+    if (attached) {
+        controller->initializeDirectives();
+    }
+
+    if (SUCCEEDED(hr)) {
+        if (!attached && controller->shouldEnableDynamicInstrumentation() == 0 && fpc == nullptr) {
+            eventMask |= COR_PRF_MONITOR_ENTERLEAVE;
+        }
+        // No enter/leave hooks nor function id mapper on this platform.
+        hr = profilerInfo->SetEventMask(eventMask);
+        if (FAILED(hr)) {
+            fprintf_8(log, "Failed to set event mask to 0x%x\n", eventMask);
+        }
+    }
+    return hr;
+}
+
+// The runtime's kind and version in the log; a Core runtime too old to be
+// profiled stops start-up. A failed query is logged and carried on.
+HRESULT ProfilerCallback::checkRuntimeInformation(FILE* log, int coreMajor, int coreMinor, int corePatch,
+                                                  bool& stop) {
+    AutoCOMPointer<ICorProfilerInfo3> runtimeInfo;
+    HRESULT hr = profilerInfo->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&runtimeInfo));
+    COR_PRF_RUNTIME_TYPE type = COR_PRF_DESKTOP_CLR;
+    USHORT major = 0;
+    USHORT minor = 0;
+    USHORT build = 0;
+    if (SUCCEEDED(hr)) {
+        hr = runtimeInfo->GetRuntimeInformation(nullptr, &type, &major, &minor, &build, nullptr, 0, nullptr, nullptr);
+    }
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to query runtime information\n");
+    }
+    if (coreMajor != 0) {
+        fprintf_8(log, "Runtime Info: %s CLR (0x%x) version %d.%d.%d (%d.%d_%d)\n", runtimeTypeWord(type), type,
+                  coreMajor, coreMinor, corePatch, major, minor, build);
+    } else {
+        fprintf_8(log, "Runtime Info: %s CLR (0x%x) version %d.%d_%d\n", runtimeTypeWord(type), type, major, minor,
+                  build);
+    }
+    isCoreCLR = type == COR_PRF_CORE_CLR;
+    if (isCoreCLR && major == 4 && build < kFirstSupportedCoreBuild) {
+        fprintf_8(log, "Unsupported .NET Core version");
+        fflush(log);
+        stop = true;
+        return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
+    }
+    return hr;
+}
+
+// After the mask: the failure in the log, or the log and its switches kept.
+void ProfilerCallback::settleLogging(FILE* log, HRESULT hr) {
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to initialize (0x%0x)\n", hr);
+        fflush(log);
+        return;
+    }
+    nativeLog = log;
+    logEnabled = true;
+    logMethodBytes = controller->shouldLogMethodBytes() == 0;
+    logUninstrumented = controller->shouldLogUninstrumentedMethods() == 0;
+    fpc = this;
+    hooksEnabled = false;
+}
+
+// The rewriting engine and the shared metadata context.
+HRESULT ProfilerCallback::createEngineAndContext(HRESULT hr) {
+    if (SUCCEEDED(hr)) {
+        profiler = IProfiler::newInstance(profilerInfo, static_cast<unsigned int>(clrVersion), isCoreCLR, controller);
+        if (profiler == nullptr) {
+            hr = E_OUTOFMEMORY;
+        }
+    }
+    if (SUCCEEDED(hr)) {
+        metaDataContext = IMetaDataContext::newInstance(profilerInfo);
+        if (metaDataContext == nullptr) {
+            hr = E_OUTOFMEMORY;
+        }
+    }
+    if (SUCCEEDED(hr) && IsReJITEnabled()) {
+        // A method whose instrumentation is reverted gets its own body back.
+        profiler->keepOriginalBodies();
+    }
+    return hr;
 }
