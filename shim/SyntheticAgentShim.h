@@ -58,6 +58,9 @@ private:
     HRESULT DefineEmptyDelegateMethod(const char16_t* name, mdMethodDef* outMethod, const COR_SIGNATURE* signature,
                                       ULONG signatureLength);
     HRESULT DefineLoadInitMethod();
+    HRESULT DefineLoaderStrings(HRESULT hr, mdString* pathString, mdString* agentClassString);
+    HRESULT SetLoaderLocals(IMethodBuilder* builder, HRESULT hr);
+    HRESULT EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, mdString pathString, mdString agentClassString);
     // Continues the running result of DefineLoadInitMethod: after a failure
     // the lookups are skipped but their failure lines are still logged.
     HRESULT FindLoaderMethods(HRESULT hr);

@@ -37,7 +37,34 @@ Opcode loadConstant(unsigned int value) {
 HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
     HRESULT hr = emit->DefineMethod(shimType, u"loadInitTrace", kShimMethodFlags, initTraceSig, sizeof(initTraceSig),
                                     0, 0, &loadInitTraceMethod);
+    mdString pathString = 0;
+    mdString agentClassString = 0;
+    hr = DefineLoaderStrings(hr, &pathString, &agentClassString);
+    hr = FindLoaderMethods(hr);
+    if (SUCCEEDED(hr)) {
+        FindFailureLogMethods();
+    }
 
+    AutoPointer<IMethodBuilder> builder(IMethodBuilder::newInstance());
+    if (SUCCEEDED(hr) && builder.get() == nullptr) {
+        hr = E_OUTOFMEMORY;
+    }
+    hr = SetLoaderLocals(builder.get(), hr);
+    hr = EmitLoaderCode(builder.get(), hr, pathString, agentClassString);
+
+    if (FAILED(hr)) {
+        fprintf_8(log, "Failed to create method body\n");
+    } else {
+        hr = AssignMethodBody(loadInitTraceMethod, builder.get());
+        if (FAILED(hr)) {
+            fprintf_8(log, "Failed to AssignMethodBody\n");
+        }
+    }
+    return hr;
+}
+
+// The agent's path and class name as user strings of the core library.
+HRESULT SyntheticAgentShim::DefineLoaderStrings(HRESULT hr, mdString* pathString, mdString* agentClassString) {
     std::u16string path;
     if (SUCCEEDED(hr)) {
         path = AgentLocation::find(dotnetCore);
@@ -48,25 +75,17 @@ HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
             fprintf_8(log, "Looking for agent at %S\n", path.c_str());
         }
     }
-    mdString pathString = 0;
-    mdString agentClassString = 0;
     if (SUCCEEDED(hr)) {
-        hr = DefineUserString(path.c_str(), &pathString);
+        hr = DefineUserString(path.c_str(), pathString);
     }
     if (SUCCEEDED(hr)) {
-        hr = DefineUserString(SharedNames::kPreAgentShimClass, &agentClassString);
+        hr = DefineUserString(SharedNames::kPreAgentShimClass, agentClassString);
     }
+    return hr;
+}
 
-    hr = FindLoaderMethods(hr);
-    if (SUCCEEDED(hr)) {
-        FindFailureLogMethods();
-    }
-
-    AutoPointer<IMethodBuilder> builder(IMethodBuilder::newInstance());
-    if (SUCCEEDED(hr) && builder.get() == nullptr) {
-        hr = E_OUTOFMEMORY;
-    }
-    // The agent's class, and what the loading threw.
+// The loader's two locals: the agent's class, and what the loading threw.
+HRESULT SyntheticAgentShim::SetLoaderLocals(IMethodBuilder* builder, HRESULT hr) {
     ShimSignature locals;
     locals.add(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG).add(2).addClass(corlibTypes[Type]).addClass(corlibTypes[Exception]);
     mdSignature localsToken = 0;
@@ -76,11 +95,18 @@ HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
     }
     if (FAILED(hr)) {
         fprintf_8(log, "Failed to GetTokenFromSig\n");
+    } else {
+        builder->getFatHeader()->LocalVarSigTok = localsToken;
     }
+    return hr;
+}
 
+// Load the agent's assembly and class, point every delegate field at the
+// agent, and deliver the first initTrace; a failure anywhere answers 0.
+HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, mdString pathString,
+                                           mdString agentClassString) {
     unsigned int index = 0;
     if (SUCCEEDED(hr)) {
-        builder->getFatHeader()->LocalVarSigTok = localsToken;
         hr = builder->insertIL(index++, Opcode::OPCODE_LABEL, kLoadTry, 0);
     }
     if (SUCCEEDED(hr)) {
@@ -114,13 +140,13 @@ HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
     if (SUCCEEDED(hr)) {
         for (unsigned int i = 0; i < kFieldCount; ++i) {
             const FieldShape& field = fields[i];
-            GenerateAssignDelegate(builder.get(), index, delegateFields[i], delegateRecords[field.kind].type,
+            GenerateAssignDelegate(builder, index, delegateFields[i], delegateRecords[field.kind].type,
                                    field.methodName, delegates[field.kind].signature);
         }
         hr = builder->insertIL(index++, Opcode::leave, 0, kLoaded);
     }
     if (SUCCEEDED(hr)) {
-        hr = GenerateLoadFailureHandler(builder.get(), index);
+        hr = GenerateLoadFailureHandler(builder, index);
     }
     // By now initTrace leads to the agent: the first call is delivered after all.
     if (SUCCEEDED(hr)) {
@@ -133,16 +159,7 @@ HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
         hr = builder->insertIL(index++, Opcode::ret, 0, 0);
     }
     if (SUCCEEDED(hr)) {
-        hr = AddLoaderClauses(builder.get());
-    }
-
-    if (FAILED(hr)) {
-        fprintf_8(log, "Failed to create method body\n");
-    } else {
-        hr = AssignMethodBody(loadInitTraceMethod, builder.get());
-        if (FAILED(hr)) {
-            fprintf_8(log, "Failed to AssignMethodBody\n");
-        }
+        hr = AddLoaderClauses(builder);
     }
     return hr;
 }
