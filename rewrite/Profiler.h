@@ -127,6 +127,8 @@ private:
                                 unsigned int signatureLength, const unsigned char* body, unsigned int bodyLength,
                                 unsigned int* token);
     void mapOriginalOffsets();
+    HRESULT readReturnType(IMethodBlobInputStream* stream, unsigned char* type, unsigned int* token, bool* reported);
+    HRESULT checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwner);
     HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                 unsigned int* sigToken, unsigned int* count);
     HRESULT insertAt(unsigned int* index, Opcode opcode, unsigned long operand = 0, unsigned int target = 0);

@@ -96,48 +96,13 @@ HRESULT Profiler::updateSignatures() {
     }
     unsigned char newReturnType = 0;
     unsigned int newReturnToken = 0;
-    unsigned int returnIndex = 0;
+    bool reported = true;
     if (SUCCEEDED(hr)) {
         hr = refuseByRefReturn(stream.get());
         if (hr == E_FAIL) lastError = kByRefReturnMessage;
     }
     if (SUCCEEDED(hr)) {
-        stream->shiftToRetType();
-        stream->skipCustomMods();
-        returnIndex = stream->getIndex();
-        hr = stream->readRetType(&newReturnType, &newReturnToken);
-    }
-    bool reported = true;
-    if (SUCCEEDED(hr)) {
-        switch (newReturnType) {
-        case ELEMENT_TYPE_I:
-        case ELEMENT_TYPE_U:
-            lastError = kNativeIntegerMessage;
-            hr = E_FAIL;
-            break;
-        case ELEMENT_TYPE_VAR:
-            hr = getVarTypeToken(stream.get(), returnIndex, &newReturnToken);
-            reported = !mayBeByRefLike(newReturnType, stream.get(), returnIndex);
-            break;
-        case ELEMENT_TYPE_MVAR:
-            hr = getMVarTypeToken(stream.get(), returnIndex, &newReturnToken);
-            reported = !mayBeByRefLike(newReturnType, stream.get(), returnIndex);
-            break;
-        case ELEMENT_TYPE_GENERICINST:
-            hr = getGenInstToken(stream.get(), returnIndex, &newReturnToken);
-            if (hr == S_FALSE) newReturnToken = 0;
-            reported = newReturnToken == 0 || !isByRefLikeType(newReturnToken);
-            break;
-        case ELEMENT_TYPE_VALUETYPE:
-            reported = !isByRefLikeType(newReturnToken);
-            break;
-        case ELEMENT_TYPE_PTR:
-        case ELEMENT_TYPE_FNPTR:
-            reported = false;
-            break;
-        default:
-            break;
-        }
+        hr = readReturnType(stream.get(), &newReturnType, &newReturnToken, &reported);
     }
     unsigned int newParamCount = 0;
     if (SUCCEEDED(hr)) {
@@ -148,20 +113,7 @@ HRESULT Profiler::updateSignatures() {
 
     bool newIsValueType = false;
     if (SUCCEEDED(hr)) {
-        char16_t* parentAssembly = nullptr;
-        char16_t* parentClass = nullptr;
-        if (SUCCEEDED(context->getParentName(&parentAssembly, &parentClass)) &&
-            (sameText(parentClass, SharedNames::kValueType) || sameText(parentClass, u"System.Enum"))) {
-            newIsValueType = true;
-            if ((flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0 && isByRefLikeType(context->getTypeDef())) {
-                // Such a value lives on the stack only: it has no boxed copy for the agent.
-                lastError = kByRefLikeThisMessage;
-                hr = E_FAIL;
-            }
-            if (controller != nullptr && controller->shouldLogUninstrumentedMethods() == 0 && log != nullptr) {
-                fprintf_8(log, "Parent Class is ValueType @ [%S]%S\n", parentAssembly, parentClass);
-            }
-        }
+        hr = checkValueTypeOwner(flags, &newIsValueType);
     }
 
     unsigned int newLocalSigToken = 0;
@@ -182,6 +134,69 @@ HRESULT Profiler::updateSignatures() {
         localCount = count;
         resultLocal = count - 2;
         traceLocal = count - 1;
+    }
+    return hr;
+}
+
+// The result's type and the token that boxes it, and whether the agent can be
+// given the result at all (pointers and byref-like values cannot).
+HRESULT Profiler::readReturnType(IMethodBlobInputStream* stream, unsigned char* type, unsigned int* token,
+                                 bool* reported) {
+    stream->shiftToRetType();
+    stream->skipCustomMods();
+    const unsigned int returnIndex = stream->getIndex();
+    HRESULT hr = stream->readRetType(type, token);
+    if (FAILED(hr)) return hr;
+    switch (*type) {
+    case ELEMENT_TYPE_I:
+    case ELEMENT_TYPE_U:
+        lastError = kNativeIntegerMessage;
+        hr = E_FAIL;
+        break;
+    case ELEMENT_TYPE_VAR:
+        hr = getVarTypeToken(stream, returnIndex, token);
+        *reported = !mayBeByRefLike(*type, stream, returnIndex);
+        break;
+    case ELEMENT_TYPE_MVAR:
+        hr = getMVarTypeToken(stream, returnIndex, token);
+        *reported = !mayBeByRefLike(*type, stream, returnIndex);
+        break;
+    case ELEMENT_TYPE_GENERICINST:
+        hr = getGenInstToken(stream, returnIndex, token);
+        if (hr == S_FALSE) *token = 0;
+        *reported = *token == 0 || !isByRefLikeType(*token);
+        break;
+    case ELEMENT_TYPE_VALUETYPE:
+        *reported = !isByRefLikeType(*token);
+        break;
+    case ELEMENT_TYPE_PTR:
+    case ELEMENT_TYPE_FNPTR:
+        *reported = false;
+        break;
+    default:
+        break;
+    }
+    return hr;
+}
+
+// Whether the method's class is a value type; an instance method of a
+// byref-like one is refused, as its this has no boxed copy.
+HRESULT Profiler::checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwner) {
+    char16_t* parentAssembly = nullptr;
+    char16_t* parentClass = nullptr;
+    if (FAILED(context->getParentName(&parentAssembly, &parentClass)) ||
+        !(sameText(parentClass, SharedNames::kValueType) || sameText(parentClass, u"System.Enum"))) {
+        return S_OK;
+    }
+    HRESULT hr = S_OK;
+    *isValueTypeOwner = true;
+    if ((flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0 && isByRefLikeType(context->getTypeDef())) {
+        // Such a value lives on the stack only: it has no boxed copy for the agent.
+        lastError = kByRefLikeThisMessage;
+        hr = E_FAIL;
+    }
+    if (controller != nullptr && controller->shouldLogUninstrumentedMethods() == 0 && log != nullptr) {
+        fprintf_8(log, "Parent Class is ValueType @ [%S]%S\n", parentAssembly, parentClass);
     }
     return hr;
 }
