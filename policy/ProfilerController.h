@@ -94,6 +94,8 @@ public:
     int getCacheSize() const { return cacheSize; }
 
 private:
+    int shouldMonitorAppPool(FILE* log);
+    int decideManagedProgram(FILE* log, Text& displayName, bool& isAspNetCore);
     // The property's value, or null if the key is not set.
     const char16_t* findProperty(const char16_t* key);
     // Set only if the key exists and its value begins with "true", in any case.

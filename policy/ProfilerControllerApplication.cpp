@@ -117,25 +117,9 @@ int ProfilerController::shouldMonitorApplication()
     if (FAILED(status)) {
         return status;
     }
-    Text displayName = *processName;
     FILE* log = getNativeLog();
-
     if (IsCurrentProcessIIS()) {
-        status = initializeAppPoolName();
-        if (FAILED(status)) {
-            return status;
-        }
-        // Pool lists may be written with quotes around names.
-        if (const char16_t* pools = findProperty(kAppPoolsKey)) {
-            status = isInList(pools, *appPoolName, true, u"\"'") ? 0 : 1;
-        } else if (const char16_t* excluded = findProperty(kAppPoolsExcludeKey)) {
-            status = isInList(excluded, *appPoolName, true, u"\"'") ? 1 : 0;
-        } else {
-            status = 0;
-        }
-        fprintf_8(log, "AppPool %S %smonitored\n", appPoolName->c_str(), notWord(status));
-        fflush(log);
-        return status;
+        return shouldMonitorAppPool(log);
     }
 
     // The sibling collector is always monitored, whatever the lists say.
@@ -157,45 +141,76 @@ int ProfilerController::shouldMonitorApplication()
 
     // A host such as dotnet is not on the list by its own name: the managed
     // program it runs gets a say.
+    Text displayName = *processName;
     bool isAspNetCore = false;
-    Text path;
     if (status == 1 && !excluded) {
-        if (!CLRUtils::GetManagedModulePath(info, path)) {
-            fprintf_8(log, "Failed to find application assembly.\n");
-        } else {
-            const size_t slash = path.rfind(u'/');
-            Text name = slash == Text::npos ? path : path.substr(slash + 1);
-            const size_t dll = name.rfind(u".dll");
-            if (dll != Text::npos) {
-                name.erase(dll);
-            }
-            displayName = name;
-            if (CLRUtils::AssemblyReferencesNamespace(info, path, kAspNetCoreNamespace)) {
-                isAspNetCore = true;
-                fprintf_8(log, "Detected ASP.NET Core Application %S\n", displayName.c_str());
-                // The Razor compiler server runs as an ASP.NET Core program of its own.
-                if (path.find(u"rzc.dll") != Text::npos) {
-                    status = 1;
-                } else if (const char16_t* pools = findProperty(kAppPoolsKey)) {
-                    status = isInList(pools, path, true) ? 0 : 1;
-                } else if (const char16_t* poolsExcluded = findProperty(kAppPoolsExcludeKey)) {
-                    status = isInList(poolsExcluded, path, true) ? 1 : 0;
-                } else {
-                    status = 0;
-                }
-            } else {
-                if (const char16_t* applications = findProperty(kApplicationsKey)) {
-                    status = isInList(applications, name, false) ? 0 : 1;
-                }
-                if (status != 0) {
-                    fprintf_8(log, "%S is not an ASP.NET Core Application\n", displayName.c_str());
-                }
-            }
-        }
+        status = decideManagedProgram(log, displayName, isAspNetCore);
     }
 
     fprintf_8(log, "%sApplication %S %smonitored\n", isAspNetCore ? "ASP.NET Core " : "", displayName.c_str(),
               notWord(status));
     fflush(log);
+    return status;
+}
+
+// A process of the web server is decided by its application pool alone.
+int ProfilerController::shouldMonitorAppPool(FILE* log)
+{
+    int status = initializeAppPoolName();
+    if (FAILED(status)) {
+        return status;
+    }
+    // Pool lists may be written with quotes around names.
+    if (const char16_t* pools = findProperty(kAppPoolsKey)) {
+        status = isInList(pools, *appPoolName, true, u"\"'") ? 0 : 1;
+    } else if (const char16_t* excluded = findProperty(kAppPoolsExcludeKey)) {
+        status = isInList(excluded, *appPoolName, true, u"\"'") ? 1 : 0;
+    } else {
+        status = 0;
+    }
+    fprintf_8(log, "AppPool %S %smonitored\n", appPoolName->c_str(), notWord(status));
+    fflush(log);
+    return status;
+}
+
+// The managed program of a host that is not listed by its own name: an ASP.NET
+// Core program goes by the pool lists and its path, another by the application
+// list and its name. Unchanged (1) when the program cannot be found.
+int ProfilerController::decideManagedProgram(FILE* log, Text& displayName, bool& isAspNetCore)
+{
+    int status = 1;
+    Text path;
+    if (!CLRUtils::GetManagedModulePath(info, path)) {
+        fprintf_8(log, "Failed to find application assembly.\n");
+        return status;
+    }
+    const size_t slash = path.rfind(u'/');
+    Text name = slash == Text::npos ? path : path.substr(slash + 1);
+    const size_t dll = name.rfind(u".dll");
+    if (dll != Text::npos) {
+        name.erase(dll);
+    }
+    displayName = name;
+    if (CLRUtils::AssemblyReferencesNamespace(info, path, kAspNetCoreNamespace)) {
+        isAspNetCore = true;
+        fprintf_8(log, "Detected ASP.NET Core Application %S\n", displayName.c_str());
+        // The Razor compiler server runs as an ASP.NET Core program of its own.
+        if (path.find(u"rzc.dll") != Text::npos) {
+            status = 1;
+        } else if (const char16_t* pools = findProperty(kAppPoolsKey)) {
+            status = isInList(pools, path, true) ? 0 : 1;
+        } else if (const char16_t* poolsExcluded = findProperty(kAppPoolsExcludeKey)) {
+            status = isInList(poolsExcluded, path, true) ? 1 : 0;
+        } else {
+            status = 0;
+        }
+        return status;
+    }
+    if (const char16_t* applications = findProperty(kApplicationsKey)) {
+        status = isInList(applications, name, false) ? 0 : 1;
+    }
+    if (status != 0) {
+        fprintf_8(log, "%S is not an ASP.NET Core Application\n", displayName.c_str());
+    }
     return status;
 }
