@@ -150,6 +150,17 @@ public:
     static DWORD ServiceReJITThreadFunction(LPVOID callback);
 
 private:
+    // What a module load learns of the module's names.
+    struct ModuleNames {
+        std::u16string path;
+        std::u16string assembly;
+        std::u16string domain;
+        AppDomainID domainId = 0;
+    };
+    HRESULT recordModuleNames(ModuleID moduleId, ModuleNames& names);
+    void logModuleAndPatchAgent(ModuleID moduleId, const ModuleNames& names);
+    HRESULT prepareFirstModule(ModuleID moduleId, HRESULT result, bool onModuleLoad);
+
     // The phases of Initialize, in their order.
     HRESULT queryInfoInterfaces(IUnknown* unknown);
     HRESULT decideActivation(HRESULT hr, bool& stop);

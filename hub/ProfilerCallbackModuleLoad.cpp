@@ -97,78 +97,17 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
         if (profilerInfo == nullptr || controller == nullptr || nativeLog == nullptr) {
             return S_OK;
         }
-        std::u16string modulePathText;
-        std::u16string assemblyNameText;
-        std::u16string domainNameText;
-        AssemblyID assemblyId = 0;
-        AppDomainID domainId = 0;
-        HRESULT result = readName(modulePathText, [&](ULONG size, ULONG* length, char16_t* name) {
-            return profilerInfo->GetModuleInfo(moduleId, nullptr, size, length, name, &assemblyId);
-        });
-        {
-            HeldLock held(&moduleLock);
-            moduleIds.emplace(modulePathText, moduleId);
-        }
+        ModuleNames names;
+        HRESULT result = recordModuleNames(moduleId, names);
+        const char16_t* assemblyName = names.assembly.c_str();
+        findGenericTrigger(moduleId, names.domainId, names.domain.c_str(), result);
         if (SUCCEEDED(result)) {
-            result = readName(assemblyNameText, [&](ULONG size, ULONG* length, char16_t* name) {
-                return profilerInfo->GetAssemblyInfo(assemblyId, size, length, name, &domainId, nullptr);
-            });
-        }
-        if (SUCCEEDED(result)) {
-            HeldLock held(&moduleLock);
-            // An older entry of the same name stays.
-            moduleIds.emplace(assemblyNameText, moduleId);
-        }
-        if (SUCCEEDED(result)) {
-            result = readName(domainNameText, [&](ULONG size, ULONG* length, char16_t* name) {
-                return profilerInfo->GetAppDomainInfo(domainId, size, length, name, nullptr);
-            });
-        }
-        const char16_t* modulePath = modulePathText.c_str();
-        const char16_t* assemblyName = assemblyNameText.c_str();
-        const char16_t* domainName = domainNameText.c_str();
-
-        findGenericTrigger(moduleId, domainId, domainName, result);
-
-        if (SUCCEEDED(result)) {
-            const ModuleFacts facts = readModuleFacts(profilerInfo, moduleId);
-            fprintf_u16(nativeLog, u"Module Loaded %s (%d.%d.%d-%d) [ngen:%d] Domain: %s from %s\n", assemblyName,
-                        facts.version[0], facts.version[1], facts.version[2], facts.version[3],
-                        (facts.flags & COR_PRF_MODULE_NGEN) != 0 ? 1 : 0, domainName, modulePath);
-            fflush(nativeLog);
-
-            if (strncmp_u16(assemblyName, SharedNames::kAgentAssembly, kAgentAssemblyPrefixUnits) == 0) {
-                fprintf_8(nativeLog, "Patching PInvoke...\n");
-                UnixDllImportPatcher patcher(profilerInfo, moduleId, nativeLog);
-                patcher.PatchDllImports();
-            }
+            logModuleAndPatchAgent(moduleId, names);
         }
 
         const bool onModuleLoad = controller->shouldInstrumentOnModuleLoad() == 0;
         if (firstModule.exchange(false)) {
-            if (SUCCEEDED(result) && profiler != nullptr && profiler->usingSyntheticShim()) {
-                SyntheticAgentShim shim;
-                HRESULT defined = E_FAIL;
-                {
-                    ProfilerAccount::Timed timedShim(account, ProfilerAccount::kShim);
-                    defined = shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, attached);
-                }
-                if (SUCCEEDED(defined)) {
-                    fprintf_8(nativeLog, "Defined Synthetic Shim\n");
-                } else {
-                    fprintf_8(nativeLog, "Failed to define Synthetic Shim\n");
-                    fprintf_8(nativeLog, "*** The agent has been disabled.\n");
-                    disabled = true;
-                }
-                fflush(nativeLog);
-            }
-            if (onModuleLoad && !disabled) {
-                result = S_OK;
-                if (!isCoreCLR) {
-                    HeldLock held(&profilerLock);
-                    hijackSetupDomain(moduleId);
-                }
-            }
+            result = prepareFirstModule(moduleId, result, onModuleLoad);
         }
 
         if (onModuleLoad && !disabled) {
@@ -181,6 +120,80 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
         // The module loads as it is.
     }
     return S_OK;
+}
+
+// The module's path, assembly and domain names, the first two kept for lookup
+// by name. The path is kept even when the names cannot be read.
+HRESULT ProfilerCallback::recordModuleNames(ModuleID moduleId, ModuleNames& names) {
+    AssemblyID assemblyId = 0;
+    HRESULT result = readName(names.path, [&](ULONG size, ULONG* length, char16_t* name) {
+        return profilerInfo->GetModuleInfo(moduleId, nullptr, size, length, name, &assemblyId);
+    });
+    {
+        HeldLock held(&moduleLock);
+        moduleIds.emplace(names.path, moduleId);
+    }
+    if (SUCCEEDED(result)) {
+        result = readName(names.assembly, [&](ULONG size, ULONG* length, char16_t* name) {
+            return profilerInfo->GetAssemblyInfo(assemblyId, size, length, name, &names.domainId, nullptr);
+        });
+    }
+    if (SUCCEEDED(result)) {
+        HeldLock held(&moduleLock);
+        // An older entry of the same name stays.
+        moduleIds.emplace(names.assembly, moduleId);
+    }
+    if (SUCCEEDED(result)) {
+        result = readName(names.domain, [&](ULONG size, ULONG* length, char16_t* name) {
+            return profilerInfo->GetAppDomainInfo(names.domainId, size, length, name, nullptr);
+        });
+    }
+    return result;
+}
+
+// The module's log line; the agent's own assembly gets its P/Invokes patched.
+void ProfilerCallback::logModuleAndPatchAgent(ModuleID moduleId, const ModuleNames& names) {
+    const ModuleFacts facts = readModuleFacts(profilerInfo, moduleId);
+    fprintf_u16(nativeLog, u"Module Loaded %s (%d.%d.%d-%d) [ngen:%d] Domain: %s from %s\n", names.assembly.c_str(),
+                facts.version[0], facts.version[1], facts.version[2], facts.version[3],
+                (facts.flags & COR_PRF_MODULE_NGEN) != 0 ? 1 : 0, names.domain.c_str(), names.path.c_str());
+    fflush(nativeLog);
+
+    if (strncmp_u16(names.assembly.c_str(), SharedNames::kAgentAssembly, kAgentAssemblyPrefixUnits) == 0) {
+        fprintf_8(nativeLog, "Patching PInvoke...\n");
+        UnixDllImportPatcher patcher(profilerInfo, moduleId, nativeLog);
+        patcher.PatchDllImports();
+    }
+}
+
+// The first module (the core library): the synthetic shim is defined in it;
+// a shim that cannot be defined disables the agent. With instrumentation on
+// module load the first module goes on whatever its names gave.
+HRESULT ProfilerCallback::prepareFirstModule(ModuleID moduleId, HRESULT result, bool onModuleLoad) {
+    if (SUCCEEDED(result) && profiler != nullptr && profiler->usingSyntheticShim()) {
+        SyntheticAgentShim shim;
+        HRESULT defined = E_FAIL;
+        {
+            ProfilerAccount::Timed timedShim(account, ProfilerAccount::kShim);
+            defined = shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, attached);
+        }
+        if (SUCCEEDED(defined)) {
+            fprintf_8(nativeLog, "Defined Synthetic Shim\n");
+        } else {
+            fprintf_8(nativeLog, "Failed to define Synthetic Shim\n");
+            fprintf_8(nativeLog, "*** The agent has been disabled.\n");
+            disabled = true;
+        }
+        fflush(nativeLog);
+    }
+    if (onModuleLoad && !disabled) {
+        result = S_OK;
+        if (!isCoreCLR) {
+            HeldLock held(&profilerLock);
+            hijackSetupDomain(moduleId);
+        }
+    }
+    return result;
 }
 
 void ProfilerCallback::findGenericTrigger(ModuleID moduleId, AppDomainID domainId, const char16_t* domainName,
