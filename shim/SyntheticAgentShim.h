@@ -64,6 +64,8 @@ private:
     // Continues the running result of DefineLoadInitMethod: after a failure
     // the lookups are skipped but their failure lines are still logged.
     HRESULT FindLoaderMethods(HRESULT hr);
+    HRESULT FindAssemblyLoadMethods(HRESULT hr);
+    HRESULT FindReflectionMethods(HRESULT hr);
     // The members that the loader's failure handler calls to leave its line in
     // the native log; without them it fails quietly.
     void FindFailureLogMethods();

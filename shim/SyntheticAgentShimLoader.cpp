@@ -165,6 +165,12 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
 }
 
 HRESULT SyntheticAgentShim::FindLoaderMethods(HRESULT hr) {
+    return FindReflectionMethods(FindAssemblyLoadMethods(hr));
+}
+
+// How the agent's assembly is loaded: through the default load context on
+// Core, Assembly.LoadFrom on the desktop runtime.
+HRESULT SyntheticAgentShim::FindAssemblyLoadMethods(HRESULT hr) {
     if (dotnetCore) {
         ShimSignature getDefault;
         getDefault.add(IMAGE_CEE_CS_CALLCONV_DEFAULT).add(0).addClass(loadContextType);
@@ -199,7 +205,12 @@ HRESULT SyntheticAgentShim::FindLoaderMethods(HRESULT hr) {
             fprintf_8(log, "Failed to locate Assembly.LoadFrom\n");
         }
     }
+    return hr;
+}
 
+// What fills the delegates: Assembly.GetType, Type.GetMethod,
+// Type.GetTypeFromHandle and Delegate.CreateDelegate.
+HRESULT SyntheticAgentShim::FindReflectionMethods(HRESULT hr) {
     ShimSignature getType;
     getType.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).addClass(corlibTypes[Type]).add(ELEMENT_TYPE_STRING);
     if (SUCCEEDED(hr)) {
