@@ -141,7 +141,8 @@ void ProfileConfig::initValues()
 {
     ProfilingManager* manager = ProfilingManager::getInstance();
 
-    ProcessFacts::getAppPoolName(appPool);
+    // No pools on this platform: the name is set ("NULL") whatever the result.
+    (void)ProcessFacts::getAppPoolName(appPool);
     if (appPool == u"NULL") {
         appPool.clear();
     }

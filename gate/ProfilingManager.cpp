@@ -198,7 +198,7 @@ HRESULT ProfilingManager::shouldMonitorCLR(long clrVersion)
 
     const bool azure = ProcessFacts::isAzure();
     Text pool;
-    ProcessFacts::getAppPoolName(pool);
+    (void)ProcessFacts::getAppPoolName(pool);  // sets "NULL" on this platform
     if (azure && pool.starts_with(u"~")) {
         return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
     }

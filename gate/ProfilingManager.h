@@ -28,7 +28,7 @@ public:
 
     // 0 if this runtime is to be profiled, else CORPROF_E_PROFILER_CANCEL_ACTIVATION.
     // clrVersion is 2 or 4; version 1 is never profiled.
-    HRESULT shouldMonitorCLR(long clrVersion);
+    [[nodiscard]] HRESULT shouldMonitorCLR(long clrVersion);
     // Made once, at the first call; every caller gets the same object.
     IProfilerController* getController(ICorProfilerInfo* info);
     // Null if no properties file could be read.

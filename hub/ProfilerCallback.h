@@ -39,7 +39,7 @@ public:
     // The creation function of g_CoClasses. Clears *ppv; accepts IUnknown and
     // ICorProfilerCallback to ICorProfilerCallback4, else E_INVALIDARG. The new
     // object carries one reference, the caller's.
-    static HRESULT CreateObject(REFIID riid, void** ppv);
+    [[nodiscard]] static HRESULT CreateObject(REFIID riid, void** ppv);
 
     ProfilerCallback();
     ~ProfilerCallback();
@@ -157,17 +157,17 @@ private:
         std::u16string domain;
         AppDomainID domainId = 0;
     };
-    HRESULT recordModuleNames(ModuleID moduleId, ModuleNames& names);
+    [[nodiscard]] HRESULT recordModuleNames(ModuleID moduleId, ModuleNames& names);
     void logModuleAndPatchAgent(ModuleID moduleId, const ModuleNames& names);
-    HRESULT prepareFirstModule(ModuleID moduleId, HRESULT result, bool onModuleLoad);
+    [[nodiscard]] HRESULT prepareFirstModule(ModuleID moduleId, HRESULT result, bool onModuleLoad);
 
     // The phases of Initialize, in their order.
-    HRESULT queryInfoInterfaces(IUnknown* unknown);
-    HRESULT decideActivation(HRESULT hr, bool& stop);
-    HRESULT setEventMask(FILE* log, HRESULT hr, bool& stop);
-    HRESULT checkRuntimeInformation(FILE* log, int coreMajor, int coreMinor, int corePatch, bool& stop);
+    [[nodiscard]] HRESULT queryInfoInterfaces(IUnknown* unknown);
+    [[nodiscard]] HRESULT decideActivation(HRESULT hr, bool& stop);
+    [[nodiscard]] HRESULT setEventMask(FILE* log, HRESULT hr, bool& stop);
+    [[nodiscard]] HRESULT checkRuntimeInformation(FILE* log, int coreMajor, int coreMinor, int corePatch, bool& stop);
     void settleLogging(FILE* log, HRESULT hr);
-    HRESULT createEngineAndContext(HRESULT hr);
+    [[nodiscard]] HRESULT createEngineAndContext(HRESULT hr);
 
     // Unit tests put a recording engine in place and read the queues.
     friend class ProfilerCallbackTestAccess;
@@ -189,12 +189,12 @@ private:
     // Signals the service thread until it has left; then its handle is closed.
     void stopServiceThread();
     // The catch-up of an attach.
-    HRESULT catchUp();
-    HRESULT listModules(ICorProfilerInfo3* info3, std::vector<ModuleID>& modules);
+    [[nodiscard]] HRESULT catchUp();
+    [[nodiscard]] HRESULT listModules(ICorProfilerInfo3* info3, std::vector<ModuleID>& modules);
     bool isCoreLibraryModule(ModuleID module);
     void catchUpModule(ICorProfilerInfo3* info3, ModuleID module, bool coreLibrary);
     void forceOverloads(ModuleID module, const char16_t* className, const char16_t* methodName, const char* printed);
-    HRESULT requestCompiledFunctions(ICorProfilerInfo3* info3);
+    [[nodiscard]] HRESULT requestCompiledFunctions(ICorProfilerInfo3* info3);
     void putReJITStatus(int identifier, HRESULT result);
     void hotReload();
     // "Request ReJIT to <verb> [A]C::M" for the method in hand, if its names can be read.

@@ -162,7 +162,8 @@ void ProfilerCallback::logModuleAndPatchAgent(ModuleID moduleId, const ModuleNam
     if (strncmp_u16(names.assembly.c_str(), SharedNames::kAgentAssembly, kAgentAssemblyPrefixUnits) == 0) {
         fprintf_8(nativeLog, "Patching PInvoke...\n");
         UnixDllImportPatcher patcher(profilerInfo, moduleId, nativeLog);
-        patcher.PatchDllImports();
+        // The patcher logs what it could not patch; the module loads either way.
+        (void)patcher.PatchDllImports();
     }
 }
 

@@ -253,7 +253,8 @@ HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID
         if (state == kReverted && controller->shouldMonitorMethodUncached(metaDataContext) == 0) {
             state = kNotMonitored;
         } else if (state == kReverted) {
-            profiler->restoreOriginalBody(metaDataContext);
+            // Without a kept body the runtime compiles what it has.
+            (void)profiler->restoreOriginalBody(metaDataContext);
         }
         if (state == kNotMonitored) {
             controller->clearCacheForFunction(functionId);

@@ -227,7 +227,8 @@ FunctionData* ProfilerCallback::MapFunction(FunctionID functionId, BOOL* hookFun
     const mdMethodDef methodToken = metaDataContext->getMethodDef();
     char16_t* assembly = nullptr;
     char16_t* className = nullptr;
-    metaDataContext->getClassName(&assembly, &className);
+    // Without names the class simply gets no entry below.
+    (void)metaDataContext->getClassName(&assembly, &className);
     FunctionData* data = nullptr;
     if (controller->shouldSkipDynamicInstrumentation(metaDataContext) != 0) {
         WriteHeld written(functionLock);

@@ -55,7 +55,7 @@ HRESULT UnixDllImportPatcher::PatchDllImports() {
         }
     }
     for (const char16_t* className : kPatchedClasses) {
-        PatchDllImportsForClass(className);
+        (void)PatchDllImportsForClass(className);  // each class is patched on its own
     }
     return hr;
 }

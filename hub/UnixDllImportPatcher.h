@@ -19,14 +19,14 @@ public:
     // S_FALSE when neither profiler path variable is set; otherwise the result
     // of opening the metadata and defining the module reference. The classes'
     // own results are not part of it.
-    HRESULT PatchDllImports();
+    [[nodiscard]] HRESULT PatchDllImports();
     // Rewrites the library of each P/Invoke among the first 128 methods of the
     // class. The last result of the walk.
-    HRESULT PatchDllImportsForClass(const char16_t* className);
+    [[nodiscard]] HRESULT PatchDllImportsForClass(const char16_t* className);
 
 private:
     // Same flags and entry point, this library's module reference.
-    HRESULT patchMethod(mdMethodDef method, const char16_t* className);
+    [[nodiscard]] HRESULT patchMethod(mdMethodDef method, const char16_t* className);
 
     ICorProfilerInfo* info;
     ModuleID module;

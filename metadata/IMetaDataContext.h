@@ -31,7 +31,7 @@ public:
     virtual ~IMetaDataContext() = default;
 
     // Moves the context to a function; on failure it stays where it was.
-    virtual HRESULT setFunction(FunctionID functionID) = 0;
+    [[nodiscard]] virtual HRESULT setFunction(FunctionID functionID) = 0;
 
     // Neither adds a reference.
     virtual IMetaDataImport* getImport() = 0;
@@ -49,6 +49,7 @@ public:
     // True for a method named ".ctor" (or any name that begins with it).
     virtual bool isInstanceTypeInitializer() = 0;
 
+    // The setters place the context on a module scan's tokens; they always answer S_OK.
     virtual HRESULT setImport(IMetaDataImport* import) = 0;
     virtual HRESULT setModuleID(ModuleID moduleID) = 0;
     virtual HRESULT setMethodDef(mdMethodDef token) = 0;
@@ -56,17 +57,17 @@ public:
     virtual HRESULT setSuperToken(mdToken token) = 0;
 
     // The assembly of the module; asks the runtime on every call.
-    virtual HRESULT getAssemblyName(char16_t** assembly) = 0;
+    [[nodiscard]] virtual HRESULT getAssemblyName(char16_t** assembly) = 0;
     // Cached: class and assembly of the type def, nested names joined by '+'.
-    virtual HRESULT getClassName(char16_t** assembly, char16_t** className) = 0;
-    virtual HRESULT getMethodName(char16_t** name) = 0;
+    [[nodiscard]] virtual HRESULT getClassName(char16_t** assembly, char16_t** className) = 0;
+    [[nodiscard]] virtual HRESULT getMethodName(char16_t** name) = 0;
     // Cached names of the base class; E_NOTIMPL for a TypeSpec base or none.
-    virtual HRESULT getParentName(char16_t** assembly, char16_t** className) = 0;
+    [[nodiscard]] virtual HRESULT getParentName(char16_t** assembly, char16_t** className) = 0;
     // Cached lists of at most kListLimit entries.
-    virtual HRESULT getInterfaces(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;
-    virtual HRESULT getMethodAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;
-    virtual HRESULT getClassAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;
+    [[nodiscard]] virtual HRESULT getInterfaces(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;
+    [[nodiscard]] virtual HRESULT getMethodAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;
+    [[nodiscard]] virtual HRESULT getClassAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) = 0;
     // Uncached: any type def or type ref into the caller's buffers of size units.
-    virtual HRESULT getClassName(unsigned int token, char16_t* assembly, char16_t* className,
+    [[nodiscard]] virtual HRESULT getClassName(unsigned int token, char16_t* assembly, char16_t* className,
                                  unsigned int size) = 0;
 };

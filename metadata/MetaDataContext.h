@@ -45,7 +45,7 @@ public:
     static void stripEndGenericMarker(char16_t* buffer, long length, ULONG* outLength);
 
 private:
-    HRESULT cachedName(mdToken token, bool& known, char16_t* assemblyBuffer, char16_t* nameBuffer, char16_t** assembly,
+    [[nodiscard]] HRESULT cachedName(mdToken token, bool& known, char16_t* assemblyBuffer, char16_t* nameBuffer, char16_t** assembly,
                        char16_t** name);
     // A list of names: kListLimit rows of kNameSize units, reached through a
     // stable array of row pointers.
@@ -66,16 +66,16 @@ private:
         void handOut(char16_t*** outAssemblies, char16_t*** outClasses, unsigned int* outCount);
     };
 
-    HRESULT getTypeDefClassName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength);
-    HRESULT getTypeRefClassName(mdTypeRef token, char16_t* buffer, ULONG size, ULONG* outLength);
-    HRESULT getTypeDefAssemblyName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength);
-    HRESULT getTypeRefAssemblyName(mdTypeRef token, char16_t* buffer, ULONG size, ULONG* outLength);
-    HRESULT getMethodName(mdToken token, char16_t* buffer, ULONG size);
-    HRESULT getInterfaces(mdTypeDef token, char16_t** assemblies, char16_t** classes, ULONG limit, ULONG size,
+    [[nodiscard]] HRESULT getTypeDefClassName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength);
+    [[nodiscard]] HRESULT getTypeRefClassName(mdTypeRef token, char16_t* buffer, ULONG size, ULONG* outLength);
+    [[nodiscard]] HRESULT getTypeDefAssemblyName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength);
+    [[nodiscard]] HRESULT getTypeRefAssemblyName(mdTypeRef token, char16_t* buffer, ULONG size, ULONG* outLength);
+    [[nodiscard]] HRESULT getMethodName(mdToken token, char16_t* buffer, ULONG size);
+    [[nodiscard]] HRESULT getInterfaces(mdTypeDef token, char16_t** assemblies, char16_t** classes, ULONG limit, ULONG size,
                           unsigned int* count);
-    HRESULT getAttributes(mdToken token, char16_t** assemblies, char16_t** classes, ULONG limit, ULONG size,
+    [[nodiscard]] HRESULT getAttributes(mdToken token, char16_t** assemblies, char16_t** classes, ULONG limit, ULONG size,
                           unsigned int* count);
-    HRESULT getModuleAssemblyName(char16_t* buffer, ULONG size);
+    [[nodiscard]] HRESULT getModuleAssemblyName(char16_t* buffer, ULONG size);
 
     AutoCOMPointer<ICorProfilerInfo> info;
     AutoCOMPointer<IMetaDataImport> import;

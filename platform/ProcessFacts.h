@@ -13,7 +13,7 @@ public:
     // The profile folder sits two levels below a site's "applicationHost.xdt".
     static bool isAzure();
     // "NULL" and E_FAIL: this platform has no application pools.
-    static HRESULT getAppPoolName(std::u16string& name);
+    [[nodiscard]] static HRESULT getAppPoolName(std::u16string& name);
     // The application dll's name without directories and ".dll", or
     // "dotnet.cmd" for a dotnet command without a dll.
     static bool getDotnetApplicationName(std::u16string& name);

@@ -39,7 +39,7 @@ public:
 private:
     // The scan of one type definition: each live group whose class test passes
     // adds the methods it selects. Returns the running status.
-    HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, bool logClasses,
+    [[nodiscard]] HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, bool logClasses,
                      std::set<mdMethodDef>& methods, unsigned int& methodCount);
 
     FILE* log;

@@ -18,8 +18,8 @@ void DirectiveMatchingCache::clear() {
 
 bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveController& controller) {
     // Fill the context's name caches once for all the tests below.
-    context->getClassName(nullptr, nullptr);
-    context->getMethodName(nullptr);
+    (void)context->getClassName(nullptr, nullptr);
+    (void)context->getMethodName(nullptr);
 
     DirectiveGroupMap& groups = controller.getGroups();
     const ClassID classId = context->getClassID();

@@ -49,9 +49,9 @@ public:
     virtual void getMonitoredMethodsForModule(IProfilerController* controller, ICorProfilerInfo* info,
                                               ModuleID module, std::set<mdMethodDef>& methods) = 0;
     // Reads a directive file line by line; stops at the first failure.
-    virtual HRESULT readDirectives(FILE* stream) = 0;
+    [[nodiscard]] virtual HRESULT readDirectives(FILE* stream) = 0;
     // One directive line, taken apart in place.
-    virtual HRESULT readDirective(char16_t* line) = 0;
+    [[nodiscard]] virtual HRESULT readDirective(char16_t* line) = 0;
     virtual void setCacheSize(int size) = 0;
     virtual void clearCache() = 0;
     virtual IClassMethodFilter* getDynamicInstrumentationSkips() = 0;

@@ -12,7 +12,7 @@ public:
     // Opens the module's metadata for reading; getStatus says whether that worked.
     MatchContext(ICorProfilerInfo* info, ModuleID module);
 
-    HRESULT getStatus() const { return status; }
+    [[nodiscard]] HRESULT getStatus() const { return status; }
     // No new reference; null if the metadata could not be opened.
     IMetaDataImport* getImport() const { return import.get(); }
     // Whether a group can select anything in this module at all. Every group

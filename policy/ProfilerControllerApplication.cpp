@@ -68,7 +68,7 @@ int ProfilerController::initializeAppPoolName()
         return E_OUTOFMEMORY;
     }
     // This platform has no pools: the gate answers "NULL", which is the name.
-    ProcessFacts::getAppPoolName(*appPoolName);
+    (void)ProcessFacts::getAppPoolName(*appPoolName);  // sets "NULL" on this platform
     return S_OK;
 }
 

@@ -123,7 +123,8 @@ int ProfilerController::addDynamicDirective(char16_t* line)
     if (directives == nullptr) {
         return E_UNEXPECTED;
     }
-    directives->readDirective(line);
+    // A line that cannot be read is logged by the reader and changes nothing.
+    (void)directives->readDirective(line);
     // A new rule can change the answer for a class already in the cache.
     directives->clearCache();
     return S_OK;

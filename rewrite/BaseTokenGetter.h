@@ -13,7 +13,7 @@ public:
     explicit BaseTokenGetter(ICorProfilerInfo* info) : info(info) {}
 
     HRESULT getToken(unsigned long moduleID, unsigned int* token) override;
-    virtual HRESULT getToken(const ModuleMetaData& metadata, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT getToken(const ModuleMetaData& metadata, unsigned int* token) = 0;
 
 protected:
     ICorProfilerInfo* info;

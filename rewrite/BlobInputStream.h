@@ -30,10 +30,10 @@ public:
     void skipCustomMods() override;
 
 private:
-    HRESULT readParamAt(unsigned char* type, unsigned int* token, unsigned int depth);
-    HRESULT readRetTypeAt(unsigned char* type, unsigned int* token, unsigned int depth);
-    HRESULT readTypeAt(unsigned char* type, unsigned int* token, unsigned int depth);
-    HRESULT readMethod(unsigned int depth);
+    [[nodiscard]] HRESULT readParamAt(unsigned char* type, unsigned int* token, unsigned int depth);
+    [[nodiscard]] HRESULT readRetTypeAt(unsigned char* type, unsigned int* token, unsigned int depth);
+    [[nodiscard]] HRESULT readTypeAt(unsigned char* type, unsigned int* token, unsigned int depth);
+    [[nodiscard]] HRESULT readMethod(unsigned int depth);
 
     const unsigned char* bytes;
     unsigned int length;

@@ -30,13 +30,13 @@ public:
     static constexpr unsigned int kGrowth = 64;
 
 private:
-    HRESULT resize(unsigned int needed);
-    HRESULT writeBytes(const unsigned char* values, unsigned int count);
+    [[nodiscard]] HRESULT resize(unsigned int needed);
+    [[nodiscard]] HRESULT writeBytes(const unsigned char* values, unsigned int count);
     void writeCustomMods(IBlobInputStream* input);
-    HRESULT writeTypeAt(IBlobInputStream* input, unsigned int depth);
-    HRESULT writeParamAt(IBlobInputStream* input, unsigned int depth);
-    HRESULT writeRetTypeAt(IBlobInputStream* input, unsigned int depth);
-    HRESULT writeMethodAt(IBlobInputStream* input, unsigned int depth);
+    [[nodiscard]] HRESULT writeTypeAt(IBlobInputStream* input, unsigned int depth);
+    [[nodiscard]] HRESULT writeParamAt(IBlobInputStream* input, unsigned int depth);
+    [[nodiscard]] HRESULT writeRetTypeAt(IBlobInputStream* input, unsigned int depth);
+    [[nodiscard]] HRESULT writeMethodAt(IBlobInputStream* input, unsigned int depth);
 
     unsigned char* bytes = nullptr;
     unsigned int capacity = 0;

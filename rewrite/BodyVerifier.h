@@ -36,5 +36,5 @@ class BodyVerifier {
 public:
     // S_OK when the body keeps every rule; E_FAIL with the first fault found
     // in reason (reasonSize units, terminated); E_OUTOFMEMORY.
-    static HRESULT verify(const VerifiedMethod& method, char16_t* reason, unsigned int reasonSize);
+    [[nodiscard]] static HRESULT verify(const VerifiedMethod& method, char16_t* reason, unsigned int reasonSize);
 };

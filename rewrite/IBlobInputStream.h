@@ -17,21 +17,21 @@ public:
     virtual unsigned int getIndex() = 0;
     virtual void setIndex(unsigned int index) = 0;
     virtual void reset() = 0;
-    virtual HRESULT peekByte(unsigned char* value) = 0;
-    virtual HRESULT readByte(unsigned char* value) = 0;
-    virtual HRESULT readNumber(unsigned int* value) = 0;
+    [[nodiscard]] virtual HRESULT peekByte(unsigned char* value) = 0;
+    [[nodiscard]] virtual HRESULT readByte(unsigned char* value) = 0;
+    [[nodiscard]] virtual HRESULT readNumber(unsigned int* value) = 0;
     // A compressed TypeDefOrRefOrSpec index, given back as a full token.
-    virtual HRESULT readToken(unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT readToken(unsigned int* token) = 0;
     // E_FAIL with the position unchanged when the next byte is no modifier.
-    virtual HRESULT readCustomMod(unsigned char* type, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT readCustomMod(unsigned char* type, unsigned int* token) = 0;
     // Reads past a run of custom modifiers; a run of none is no error.
     virtual void skipCustomMods() = 0;
     // A parameter: ELEMENT_TYPE_BYREF for a by-reference one, with the token of
     // the type behind it.
-    virtual HRESULT readParam(unsigned char* type, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT readParam(unsigned char* type, unsigned int* token) = 0;
     // A return type: for a by-reference one, the type behind the reference.
-    virtual HRESULT readRetType(unsigned char* type, unsigned int* token) = 0;
-    virtual HRESULT readType(unsigned char* type, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT readRetType(unsigned char* type, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT readType(unsigned char* type, unsigned int* token) = 0;
     // A copy of the bytes from start to the current position, owned by the
     // caller (delete[]); null if start lies behind the position.
     virtual unsigned char* copyLastSignature(unsigned int start, unsigned int* length) = 0;

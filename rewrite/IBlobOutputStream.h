@@ -16,17 +16,17 @@ public:
     virtual const unsigned char* getBytes() = 0;
     // Length 0; the capacity stays.
     virtual void reset() = 0;
-    virtual HRESULT writeByte(unsigned char value) = 0;
-    virtual HRESULT writeByte(IBlobInputStream* input, unsigned char* value) = 0;
+    [[nodiscard]] virtual HRESULT writeByte(unsigned char value) = 0;
+    [[nodiscard]] virtual HRESULT writeByte(IBlobInputStream* input, unsigned char* value) = 0;
     // E_INVALIDARG for 0x20000000 and above.
-    virtual HRESULT writeNumber(unsigned int value) = 0;
-    virtual HRESULT writeNumber(IBlobInputStream* input, unsigned int* value) = 0;
+    [[nodiscard]] virtual HRESULT writeNumber(unsigned int value) = 0;
+    [[nodiscard]] virtual HRESULT writeNumber(IBlobInputStream* input, unsigned int* value) = 0;
     // E_INVALIDARG for a token that is no TypeDef, TypeRef or TypeSpec.
-    virtual HRESULT writeToken(unsigned int token) = 0;
-    virtual HRESULT writeToken(IBlobInputStream* input, unsigned int* token) = 0;
-    virtual HRESULT writeCustomMod(IBlobInputStream* input) = 0;
-    virtual HRESULT writeParam(IBlobInputStream* input) = 0;
-    virtual HRESULT writeRetType(IBlobInputStream* input) = 0;
-    virtual HRESULT writeMethod(IBlobInputStream* input) = 0;
-    virtual HRESULT writeType(IBlobInputStream* input) = 0;
+    [[nodiscard]] virtual HRESULT writeToken(unsigned int token) = 0;
+    [[nodiscard]] virtual HRESULT writeToken(IBlobInputStream* input, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT writeCustomMod(IBlobInputStream* input) = 0;
+    [[nodiscard]] virtual HRESULT writeParam(IBlobInputStream* input) = 0;
+    [[nodiscard]] virtual HRESULT writeRetType(IBlobInputStream* input) = 0;
+    [[nodiscard]] virtual HRESULT writeMethod(IBlobInputStream* input) = 0;
+    [[nodiscard]] virtual HRESULT writeType(IBlobInputStream* input) = 0;
 };

@@ -14,7 +14,7 @@ public:
     // for bytes that are no instruction, code that ends inside an instruction or
     // a switch table, and a distance that leads to no instruction start;
     // E_OUTOFMEMORY if an object cannot be made. On failure out is empty.
-    static HRESULT decode(const unsigned char* code, unsigned int length, std::vector<InstructionPtr>& out);
+    [[nodiscard]] static HRESULT decode(const unsigned char* code, unsigned int length, std::vector<InstructionPtr>& out);
 
     // The distance of a branch or switch entry, sign-extended from its width.
     static int branchDistance(const IILInstruction& instruction);

@@ -21,5 +21,5 @@ public:
 
     virtual ~IMemberTokenGetter() = default;
 
-    virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;
 };

@@ -37,7 +37,7 @@ public:
     virtual void copyHeader(const IMAGE_COR_ILMETHOD* source) = 0;
     // Adds a clause given in byte offsets of the present layout. E_UNEXPECTED if
     // a position is not where an entry begins.
-    virtual HRESULT insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,
+    [[nodiscard]] virtual HRESULT insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,
                                    unsigned int tryLength, unsigned int handlerOffset, unsigned int handlerLength,
                                    unsigned int filterOffset) = 0;
     virtual IMAGE_COR_ILMETHOD_SECT_FAT* getExceptionHeader() = 0;
@@ -50,17 +50,17 @@ public:
     // Bytes that writeToBuffer needs.
     virtual unsigned int getTotalSize() = 0;
     // Writes a fat header, the code and fat clauses into getTotalSize() bytes.
-    virtual HRESULT writeToBuffer(unsigned char* buffer) = 0;
+    [[nodiscard]] virtual HRESULT writeToBuffer(unsigned char* buffer) = 0;
     // Owned by the builder; null past the end.
     virtual IILInstruction* getIL(unsigned int index) = 0;
     // Inserts at index, or appends at or past the end. A branch with target 0
     // is tied to the place its operand points to.
-    virtual HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
-    virtual HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
+    [[nodiscard]] virtual HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
+    [[nodiscard]] virtual HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
     // Decodes code into the list at index. E_UNEXPECTED for undecodable or
     // truncated code and for branches that do not land on an instruction of the
     // code or its end; the list is then unchanged.
-    virtual HRESULT insertIL(unsigned int index, const unsigned char* code, unsigned int length) = 0;
+    [[nodiscard]] virtual HRESULT insertIL(unsigned int index, const unsigned char* code, unsigned int length) = 0;
     // Byte index of the entry after the branches are settled; 0xFFFFFFFF if
     // they cannot be.
     virtual unsigned int getILByteIndex(unsigned int index) = 0;
@@ -73,6 +73,6 @@ public:
     virtual int print(FILE* stream, unsigned int origin) = 0;
 
     // An existing clause of a body, widened.
-    HRESULT insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_SMALL* clause);
-    HRESULT insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT* clause);
+    [[nodiscard]] HRESULT insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_SMALL* clause);
+    [[nodiscard]] HRESULT insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT* clause);
 };

@@ -22,10 +22,10 @@ public:
     // The builder of the last method, kept until the next instrumentMethod. Owned
     // by the engine.
     virtual IMethodBuilder* getBuilder() = 0;
-    virtual HRESULT hijackMethod(IMetaDataContext* context) = 0;
+    [[nodiscard]] virtual HRESULT hijackMethod(IMetaDataContext* context) = 0;
     // step receives the stage reached, 1 to 12, or 0 when the method had been
     // rewritten before and that outcome stands.
-    virtual HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) = 0;
+    [[nodiscard]] virtual HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) = 0;
     // Lets the method be rewritten again.
     virtual void clearHistoryForFunction(IMetaDataContext* context) = 0;
     // Drops what is known of an unloaded module's methods and tokens: the
@@ -36,7 +36,7 @@ public:
     virtual void keepOriginalBodies() = 0;
     // Installs the kept body of the method in hand again. E_FAIL if none was
     // kept.
-    virtual HRESULT restoreOriginalBody(IMetaDataContext* context) = 0;
+    [[nodiscard]] virtual HRESULT restoreOriginalBody(IMetaDataContext* context) = 0;
     virtual bool usingSyntheticShim() = 0;
     // The message of the last failure, or null. Owned by the engine.
     virtual const char16_t* getLastError() = 0;

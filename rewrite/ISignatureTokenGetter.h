@@ -14,5 +14,5 @@ public:
 
     virtual ~ISignatureTokenGetter() = default;
 
-    virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;
 };

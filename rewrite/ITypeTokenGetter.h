@@ -19,5 +19,5 @@ public:
 
     virtual ~ITypeTokenGetter() = default;
 
-    virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;
 };

@@ -14,7 +14,7 @@ public:
 
     virtual ~IValueTypeSpecTokenGetter() = default;
 
-    virtual HRESULT getToken(unsigned long moduleID, unsigned int typeDef, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned int typeDef, unsigned int* token) = 0;
     // Drops the tokens of an unloaded module, whose identifier may come again.
     virtual void forgetModule(unsigned long moduleID) = 0;
 };

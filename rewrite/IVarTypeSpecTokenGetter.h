@@ -14,5 +14,5 @@ public:
     virtual ~IVarTypeSpecTokenGetter() = default;
 
     // E_FAIL for a number of 10 or more.
-    virtual HRESULT getToken(unsigned long moduleID, unsigned char number, unsigned int* token) = 0;
+    [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned char number, unsigned int* token) = 0;
 };

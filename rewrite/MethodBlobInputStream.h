@@ -10,7 +10,7 @@ public:
     MethodBlobInputStream(const unsigned char* bytes, unsigned int length);
 
     // Notes where the parts of the signature begin.
-    HRESULT init();
+    [[nodiscard]] HRESULT init();
 
     unsigned int getLength() override;
     const unsigned char* getBytes() override;

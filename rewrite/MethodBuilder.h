@@ -39,15 +39,15 @@ public:
     int print(FILE* stream, unsigned int origin) override;
 
 private:
-    HRESULT insertInstruction(unsigned int index, InstructionPtr instruction);
-    HRESULT createBranchLabel(unsigned int index);
+    [[nodiscard]] HRESULT insertInstruction(unsigned int index, InstructionPtr instruction);
+    [[nodiscard]] HRESULT createBranchLabel(unsigned int index);
     int findInstruction(unsigned int index, int distance);
     unsigned int getLabel(unsigned int index);
     bool areEntryStarts(const unsigned long* positions, unsigned int count);
     void updateOffsetsAndLabels();
-    HRESULT updateTargets();
-    HRESULT updateClauses();
-    HRESULT settleBranch(unsigned int index, unsigned int end);
+    [[nodiscard]] HRESULT updateTargets();
+    [[nodiscard]] HRESULT updateClauses();
+    [[nodiscard]] HRESULT settleBranch(unsigned int index, unsigned int end);
     unsigned int getCurrentILByteIndex(unsigned int index);
     void printClauses(FILE* stream);
 

@@ -90,15 +90,15 @@ public:
 
     // The stages, in pipeline order; each returns an HRESULT and reads what
     // the earlier ones stored.
-    HRESULT updateContext(IMetaDataContext* context);
-    HRESULT updateSignatures();
-    HRESULT updateOriginalCode();
-    HRESULT updateTokens();
-    HRESULT updateInitTrace();
-    HRESULT updateCorTrace();
-    HRESULT updateStartTrace();
-    HRESULT updateFinishTrace();
-    HRESULT updateCatchTrace();
+    [[nodiscard]] HRESULT updateContext(IMetaDataContext* context);
+    [[nodiscard]] HRESULT updateSignatures();
+    [[nodiscard]] HRESULT updateOriginalCode();
+    [[nodiscard]] HRESULT updateTokens();
+    [[nodiscard]] HRESULT updateInitTrace();
+    [[nodiscard]] HRESULT updateCorTrace();
+    [[nodiscard]] HRESULT updateStartTrace();
+    [[nodiscard]] HRESULT updateFinishTrace();
+    [[nodiscard]] HRESULT updateCatchTrace();
 
     // What the set-up decided and resolved, for the tests and the log.
     bool isCoreLibraryMethod() const { return isCoreLibrary; }
@@ -115,46 +115,46 @@ public:
 private:
     using MethodKey = std::pair<ModuleID, mdMethodDef>;
 
-    HRESULT createGetters(bool isCoreCLR);
-    HRESULT runStages(IMetaDataContext* context, unsigned int* counter);
-    HRESULT runStage(unsigned int stage, IMetaDataContext* context);
-    HRESULT writeBody(unsigned int* counter, HRESULT hr);
-    HRESULT verifyBody();
-    HRESULT allocateBody(ModuleID module, unsigned int size, unsigned char** body);
+    [[nodiscard]] HRESULT createGetters(bool isCoreCLR);
+    [[nodiscard]] HRESULT runStages(IMetaDataContext* context, unsigned int* counter);
+    [[nodiscard]] HRESULT runStage(unsigned int stage, IMetaDataContext* context);
+    [[nodiscard]] HRESULT writeBody(unsigned int* counter, HRESULT hr);
+    [[nodiscard]] HRESULT verifyBody();
+    [[nodiscard]] HRESULT allocateBody(ModuleID module, unsigned int size, unsigned char** body);
     // The forwarders and the switch field in the desktop core library, once.
-    HRESULT updateHijacks();
-    HRESULT defineForwardMethod(unsigned int typeDef, const char16_t* name, const unsigned char* signature,
+    [[nodiscard]] HRESULT updateHijacks();
+    [[nodiscard]] HRESULT defineForwardMethod(unsigned int typeDef, const char16_t* name, const unsigned char* signature,
                                 unsigned int signatureLength, const unsigned char* body, unsigned int bodyLength,
                                 unsigned int* token);
     void mapOriginalOffsets();
-    HRESULT readReturnType(IMethodBlobInputStream* stream, unsigned char* type, unsigned int* token, bool* reported);
-    HRESULT checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwner);
-    HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
+    [[nodiscard]] HRESULT readReturnType(IMethodBlobInputStream* stream, unsigned char* type, unsigned int* token, bool* reported);
+    [[nodiscard]] HRESULT checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwner);
+    [[nodiscard]] HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                 unsigned int* sigToken, unsigned int* count);
-    HRESULT insertAt(unsigned int* index, Opcode opcode, unsigned long operand = 0, unsigned int target = 0);
-    HRESULT insertLabel(unsigned int* index, unsigned int label);
-    HRESULT getClassToken(unsigned int* token);
-    HRESULT refuseUnwrappableCode();
-    HRESULT findBaseConstructorCall(unsigned int* index);
+    [[nodiscard]] HRESULT insertAt(unsigned int* index, Opcode opcode, unsigned long operand = 0, unsigned int target = 0);
+    [[nodiscard]] HRESULT insertLabel(unsigned int* index, unsigned int label);
+    [[nodiscard]] HRESULT getClassToken(unsigned int* token);
+    [[nodiscard]] HRESULT refuseUnwrappableCode();
+    [[nodiscard]] HRESULT findBaseConstructorCall(unsigned int* index);
     static unsigned int classOf(IMetaDataImport* import, unsigned int token);
-    HRESULT insertParameters(unsigned int* index);
-    HRESULT insertParameter(unsigned int* index, unsigned int argument, unsigned int first);
+    [[nodiscard]] HRESULT insertParameters(unsigned int* index);
+    [[nodiscard]] HRESULT insertParameter(unsigned int* index, unsigned int argument, unsigned int first);
     bool findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport>& otherScope, IMetaDataImport** scope,
                         unsigned int* definition);
     bool definitionHasAttribute(unsigned int token, const char16_t* attribute);
     bool isByRefLikeType(unsigned int token);
     bool isStackOnlyType(unsigned int token);
     bool mayBeByRefLike(unsigned char type, IMethodBlobInputStream* stream, unsigned int index);
-    HRESULT insertResultBoxing(unsigned int* index);
+    [[nodiscard]] HRESULT insertResultBoxing(unsigned int* index);
 
-    HRESULT getPrimativeToken(unsigned char elementType, unsigned int* token);
-    HRESULT getVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
-    HRESULT getMVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
-    HRESULT getGenInstToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
-    HRESULT getParameterTypeToken(IVarTypeSpecTokenGetter* getter, IMethodBlobInputStream* stream,
+    [[nodiscard]] HRESULT getPrimativeToken(unsigned char elementType, unsigned int* token);
+    [[nodiscard]] HRESULT getVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
+    [[nodiscard]] HRESULT getMVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
+    [[nodiscard]] HRESULT getGenInstToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
+    [[nodiscard]] HRESULT getParameterTypeToken(IVarTypeSpecTokenGetter* getter, IMethodBlobInputStream* stream,
                                   unsigned int index, unsigned int* token);
-    static HRESULT resolveTypeSpecClassToken(IMetaDataImport* import, unsigned int typeSpec, unsigned int* token);
-    static HRESULT typeHasAttribute(IMetaDataImport* import, unsigned int typeDef, const char16_t* name);
+    [[nodiscard]] static HRESULT resolveTypeSpecClassToken(IMetaDataImport* import, unsigned int typeSpec, unsigned int* token);
+    [[nodiscard]] static HRESULT typeHasAttribute(IMetaDataImport* import, unsigned int typeDef, const char16_t* name);
 
     ICorProfilerInfo* info;
     unsigned int clrVersion;

@@ -16,7 +16,7 @@ public:
     void forgetModule(unsigned long moduleID) override { modules.erase(moduleID); }
 
 private:
-    HRESULT getTokenImpl(unsigned long moduleID, unsigned int typeDef, unsigned int* token);
+    [[nodiscard]] HRESULT getTokenImpl(unsigned long moduleID, unsigned int typeDef, unsigned int* token);
 
     ICorProfilerInfo* info;
     std::map<unsigned long, AutoPointer<std::map<unsigned int, unsigned int>>> modules;

@@ -133,5 +133,5 @@ private:
 
 // The walk's callback, of the runtime's StackSnapshotCallback form: S_OK goes
 // on, S_FALSE ends the walk.
-HRESULT TraceProfilerStackSnapshotCallback(FunctionID function, UINT_PTR ip, COR_PRF_FRAME_INFO frameInfo,
+[[nodiscard]] HRESULT TraceProfilerStackSnapshotCallback(FunctionID function, UINT_PTR ip, COR_PRF_FRAME_INFO frameInfo,
                                            ULONG32 contextSize, BYTE context[], void* clientData);

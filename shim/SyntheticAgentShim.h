@@ -21,7 +21,7 @@ public:
     // Defines the class, its fields, methods and bodies in the module, then
     // applies the new metadata. Each failed step is logged; nothing emitted is
     // undone. info is not counted and must outlive the call.
-    HRESULT DefineSyntheticAgentShim(ICorProfilerInfo* info, ModuleID module, FILE* log, bool dotnetCore,
+    [[nodiscard]] HRESULT DefineSyntheticAgentShim(ICorProfilerInfo* info, ModuleID module, FILE* log, bool dotnetCore,
                                      bool attached);
 
 private:
@@ -49,36 +49,36 @@ private:
         mdMethodDef emptyMethod = 0;
     };
 
-    HRESULT FindCorlibTypes();
-    HRESULT DefineDelegateType(const char16_t* name, const COR_SIGNATURE* signature, ULONG signatureLength,
+    [[nodiscard]] HRESULT FindCorlibTypes();
+    [[nodiscard]] HRESULT DefineDelegateType(const char16_t* name, const COR_SIGNATURE* signature, ULONG signatureLength,
                                mdTypeDef* outType, mdMethodDef* outInvoke, mdMethodDef* outCtor);
-    HRESULT DefineDelegateField(const char16_t* name, mdTypeDef delegateType, mdFieldDef* outField);
-    HRESULT DefineShimMethod(const char16_t* name, mdFieldDef field, mdMethodDef invoke,
+    [[nodiscard]] HRESULT DefineDelegateField(const char16_t* name, mdTypeDef delegateType, mdFieldDef* outField);
+    [[nodiscard]] HRESULT DefineShimMethod(const char16_t* name, mdFieldDef field, mdMethodDef invoke,
                              const COR_SIGNATURE* signature, ULONG signatureLength, mdMethodDef* outMethod);
-    HRESULT DefineEmptyDelegateMethod(const char16_t* name, mdMethodDef* outMethod, const COR_SIGNATURE* signature,
+    [[nodiscard]] HRESULT DefineEmptyDelegateMethod(const char16_t* name, mdMethodDef* outMethod, const COR_SIGNATURE* signature,
                                       ULONG signatureLength);
-    HRESULT DefineLoadInitMethod();
-    HRESULT DefineLoaderStrings(HRESULT hr, mdString* pathString, mdString* agentClassString);
-    HRESULT SetLoaderLocals(IMethodBuilder* builder, HRESULT hr);
-    HRESULT EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, mdString pathString, mdString agentClassString);
+    [[nodiscard]] HRESULT DefineLoadInitMethod();
+    [[nodiscard]] HRESULT DefineLoaderStrings(HRESULT hr, mdString* pathString, mdString* agentClassString);
+    [[nodiscard]] HRESULT SetLoaderLocals(IMethodBuilder* builder, HRESULT hr);
+    [[nodiscard]] HRESULT EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, mdString pathString, mdString agentClassString);
     // Continues the running result of DefineLoadInitMethod: after a failure
     // the lookups are skipped but their failure lines are still logged.
-    HRESULT FindLoaderMethods(HRESULT hr);
-    HRESULT FindAssemblyLoadMethods(HRESULT hr);
-    HRESULT FindReflectionMethods(HRESULT hr);
+    [[nodiscard]] HRESULT FindLoaderMethods(HRESULT hr);
+    [[nodiscard]] HRESULT FindAssemblyLoadMethods(HRESULT hr);
+    [[nodiscard]] HRESULT FindReflectionMethods(HRESULT hr);
     // The members that the loader's failure handler calls to leave its line in
     // the native log; without them it fails quietly.
     void FindFailureLogMethods();
-    HRESULT GenerateLoadFailureHandler(IMethodBuilder* builder, unsigned int& ilIndex);
-    HRESULT AddLoaderClauses(IMethodBuilder* builder);
-    HRESULT DefineClassCtor();
-    HRESULT AssignMethodBody(mdMethodDef method, IMethodBuilder* builder);
-    HRESULT GenerateAssignEmptyDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
+    [[nodiscard]] HRESULT GenerateLoadFailureHandler(IMethodBuilder* builder, unsigned int& ilIndex);
+    [[nodiscard]] HRESULT AddLoaderClauses(IMethodBuilder* builder);
+    [[nodiscard]] HRESULT DefineClassCtor();
+    [[nodiscard]] HRESULT AssignMethodBody(mdMethodDef method, IMethodBuilder* builder);
+    [[nodiscard]] HRESULT GenerateAssignEmptyDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
                                         mdMethodDef delegateCtor, mdMethodDef method);
-    HRESULT GenerateAssignDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
+    [[nodiscard]] HRESULT GenerateAssignDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
                                    mdTypeDef delegateType, const char16_t* methodName,
                                    const COR_SIGNATURE* signature);
-    HRESULT DefineUserString(const char16_t* text, mdString* outToken);
+    [[nodiscard]] HRESULT DefineUserString(const char16_t* text, mdString* outToken);
     HRESULT DumpMethodsWithName(mdTypeDef type, const char16_t* name);
     HRESULT DumpSignature(const COR_SIGNATURE* signature, ULONG length);
 

@@ -140,7 +140,7 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
     if (SUCCEEDED(hr)) {
         for (unsigned int i = 0; i < kFieldCount; ++i) {
             const FieldShape& field = fields[i];
-            GenerateAssignDelegate(builder, index, delegateFields[i], delegateRecords[field.kind].type,
+            (void)GenerateAssignDelegate(builder, index, delegateFields[i], delegateRecords[field.kind].type,
                                    field.methodName, delegates[field.kind].signature);
         }
         hr = builder->insertIL(index++, Opcode::leave, 0, kLoaded);
@@ -150,13 +150,15 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
     }
     // By now initTrace leads to the agent: the first call is delivered after all.
     if (SUCCEEDED(hr)) {
-        builder->insertIL(index++, Opcode::OPCODE_LABEL, kLoaded, 0);
-        builder->insertIL(index++, Opcode::ldarg_0, 0, 0);
-        builder->insertIL(index++, Opcode::call, shimInitTraceMethod, 0);
-        builder->insertIL(index++, Opcode::ret, 0, 0);
-        builder->insertIL(index++, Opcode::OPCODE_LABEL, kFailed, 0);
-        builder->insertIL(index++, Opcode::ldc_i4_0, 0, 0);
-        hr = builder->insertIL(index++, Opcode::ret, 0, 0);
+        const struct {
+            Opcode opcode;
+            unsigned long operand;
+        } tail[] = {{Opcode::OPCODE_LABEL, kLoaded}, {Opcode::ldarg_0, 0}, {Opcode::call, shimInitTraceMethod},
+                    {Opcode::ret, 0},  {Opcode::OPCODE_LABEL, kFailed}, {Opcode::ldc_i4_0, 0},
+                    {Opcode::ret, 0}};
+        for (size_t i = 0; i < std::size(tail) && SUCCEEDED(hr); ++i) {
+            hr = builder->insertIL(index++, tail[i].opcode, tail[i].operand, 0);
+        }
     }
     if (SUCCEEDED(hr)) {
         hr = AddLoaderClauses(builder);

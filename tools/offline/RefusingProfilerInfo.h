@@ -130,7 +130,7 @@ public:
     HRESULT ResumeRuntime() override { return fail("ResumeRuntime"); }
 
 protected:
-    HRESULT fail(const char* name);
+    [[nodiscard]] HRESULT fail(const char* name);
     void count(const char* name);
 
 private:

@@ -166,7 +166,7 @@ inline void runStartupChild(const StartupSetup& setup, int output) {
     }
     RuntimeInfoFake* info = setup.makeInfo();
     void* out = nullptr;
-    ProfilerCallback::CreateObject(IID_ICorProfilerCallback4, &out);
+    if (FAILED(ProfilerCallback::CreateObject(IID_ICorProfilerCallback4, &out))) return;
     auto* callback = static_cast<ProfilerCallback*>(static_cast<ICorProfilerCallback4*>(out));
     StartupOutcome outcome;
     outcome.result = setup.attach ? callback->InitializeForAttach(info, nullptr, 0) : callback->Initialize(info);
