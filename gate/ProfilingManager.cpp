@@ -147,7 +147,6 @@ void ProfilingManager::initProperties()
 
 void ProfilingManager::initInProcSxSOptions()
 {
-    instanceCount = 0;
     pickFirstHonored = false;
     pickMode = kPickFirst;
     runtimeMask = 0;
@@ -256,9 +255,7 @@ bool ProfilingManager::isPickFirstAlreadyHonored() { return pickFirstHonored; }
 
 void ProfilingManager::HonorPickFirst() { pickFirstHonored = true; }
 
-void ProfilingManager::incrementProfilerInstanceCount() { __atomic_add_fetch(&instanceCount, 1, __ATOMIC_SEQ_CST); }
 
-void ProfilingManager::decrementProfilerInstanceCount() { __atomic_add_fetch(&instanceCount, 1, __ATOMIC_SEQ_CST); }
 
 bool ProfilingManager::isDiagnosticLogEnabled()
 {

@@ -45,9 +45,6 @@ public:
     bool isPickFirstAlreadyHonored();
     void HonorPickFirst();
 
-    // Both count up; neither has a caller.
-    void incrementProfilerInstanceCount();
-    void decrementProfilerInstanceCount();
 
     // "TMS_DIAGNOSTICS_ENABLED" is "1" (or empty), read anew at each call.
     bool isDiagnosticLogEnabled();
@@ -68,7 +65,6 @@ private:
 
     static ProfilingManager* sInstance;
 
-    unsigned int instanceCount = 0;
     FILE* diagnosticLog = nullptr;
     bool pickFirstHonored = false;
     unsigned int runtimeMask = 0;

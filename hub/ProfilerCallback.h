@@ -104,11 +104,6 @@ public:
     int GetReJITStatus(int identifier);
     // Asks the service thread for a hot reload; with wait, returns once done.
     void ReloadDirectives(bool wait);
-    // Queue one method found by name and signature, or every overload of a
-    // name (15 at most). False if the type or method is not found.
-    bool GetClassMethodAndRejit(ModuleID module, const char16_t* className, const char16_t* methodName,
-                                PCCOR_SIGNATURE signature, ULONG signatureLength);
-    bool EnumClassMethodAndRejit(ModuleID module, const char16_t* className, const char16_t* methodName);
     // One round of the service thread.
     void ServiceReJITRequests();
 
@@ -199,8 +194,6 @@ private:
     void hotReload();
     // "Request ReJIT to <verb> [A]C::M" for the method in hand, if its names can be read.
     void logReJITRequest(const char16_t* verb);
-    bool findTypeInModule(ModuleID module, const char16_t* className, AutoCOMPointer<IMetaDataImport>& import,
-                          mdTypeDef* type);
 
     AutoCOMPointer<ICorProfilerInfo> profilerInfo;
     AutoPointer<IProfilerController> controller;

@@ -18,7 +18,6 @@ constexpr int kRingSlots = 128;
 // The oldest pair is the next to be overwritten and is not searched.
 constexpr int kSearchedPairs = kRingSlots / 2 - 1;
 constexpr DWORD kReloadPollMs = 100;
-constexpr ULONG kOverloadLimit = 15;
 // The monitoring states of compiledMethods.
 constexpr int kMonitored = 0;
 constexpr int kNotMonitored = 1;
@@ -104,44 +103,6 @@ void ProfilerCallback::ReloadDirectives(bool wait) {
         }
         Sleep(kReloadPollMs);
     }
-}
-
-bool ProfilerCallback::findTypeInModule(ModuleID module, const char16_t* className,
-                                        AutoCOMPointer<IMetaDataImport>& import, mdTypeDef* type) {
-    ICorProfilerInfo* info = profilerInfo.get();
-    return info != nullptr &&
-           SUCCEEDED(info->GetModuleMetaData(module, ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import))) &&
-           SUCCEEDED(import->FindTypeDefByName(className, mdTokenNil, type));
-}
-
-bool ProfilerCallback::GetClassMethodAndRejit(ModuleID module, const char16_t* className, const char16_t* methodName,
-                                              PCCOR_SIGNATURE signature, ULONG signatureLength) {
-    AutoCOMPointer<IMetaDataImport> import;
-    mdTypeDef type = 0;
-    mdMethodDef method = 0;
-    if (!findTypeInModule(module, className, import, &type) ||
-        FAILED(import->FindMethod(type, methodName, signature, signatureLength, &method))) {
-        return false;
-    }
-    RequestReJIT(module, method, false);
-    return true;
-}
-
-bool ProfilerCallback::EnumClassMethodAndRejit(ModuleID module, const char16_t* className, const char16_t* methodName) {
-    AutoCOMPointer<IMetaDataImport> import;
-    mdTypeDef type = 0;
-    if (!findTypeInModule(module, className, import, &type)) {
-        return false;
-    }
-    HCORENUM enumerator = nullptr;
-    mdMethodDef methods[kOverloadLimit];
-    ULONG count = 0;
-    HRESULT hr = import->EnumMethodsWithName(&enumerator, type, methodName, methods, kOverloadLimit, &count);
-    import->CloseEnum(enumerator);
-    for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
-        RequestReJIT(module, methods[i], false);
-    }
-    return SUCCEEDED(hr);
 }
 
 // One round of the service thread, under profilerLock throughout: the queued

@@ -108,15 +108,3 @@ bool ClassMatcher::matchClass(IMetaDataContext* context) {
     return false;
 }
 
-void ClassMatcher::logMatcher(FILE* stream) const {
-    if (matchAll) {
-        fprintf_u16(stream, u"\t* All Classes *\n");
-    }
-    classes.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tclass: %s\n", item); });
-    assemblies.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tassembly: %s\n", item); });
-    parents.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tparent class: %s\n", item); });
-    annotations.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tclass annotation: %s\n", item); });
-    for (const Glob& pattern : patterns) {
-        fprintf_u16(stream, u"\tclass pattern: %s\n", pattern.pattern().c_str());
-    }
-}

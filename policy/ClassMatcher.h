@@ -22,8 +22,6 @@ public:
     bool matchClass(IMetaDataContext* context) override;
 
     bool matchesAll() const { return matchAll; }
-    // One line a rule, for diagnostics.
-    void logMatcher(FILE* stream) const;
 
 private:
     bool matchAll = false;

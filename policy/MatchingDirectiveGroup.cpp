@@ -47,8 +47,3 @@ bool MatchingDirectiveGroup::matchMethod(IMetaDataContext* context) {
     return methodMatcher && methodMatcher->matchMethod(context);
 }
 
-void MatchingDirectiveGroup::logGroup(FILE* stream) {
-    if (classMatcher) classMatcher->logMatcher(stream);
-    if (methodMatcher) methodMatcher->logMethods(stream);
-    if (classMethodFilter) classMethodFilter->logFilter(stream);
-}

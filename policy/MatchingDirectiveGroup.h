@@ -32,9 +32,6 @@ public:
     bool matchClass(IMetaDataContext* context) override;
     bool matchMethod(IMetaDataContext* context) override;
 
-    // Class rules, method rules, then exclusions; a diagnostic only.
-    void logGroup(FILE* stream);
-
 private:
     bool active = false;
     bool created = false;

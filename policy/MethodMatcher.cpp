@@ -80,13 +80,3 @@ bool MethodMatcher::matchFurtherVerifyAnnotationRule(char16_t* className, char16
     return found != annotationExclusions.end() && found->second == assemblyName;
 }
 
-void MethodMatcher::logMethods(FILE* stream) const {
-    if (matchAll) {
-        fprintf_u16(stream, u"\t* All Methods *\n");
-    }
-    methods.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tmethod: %s\n", item); });
-    annotations.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\tmethod annotations: %s\n", item); });
-    for (const Glob& pattern : patterns) {
-        fprintf_u16(stream, u"\tmethod pattern: %s\n", pattern.pattern().c_str());
-    }
-}

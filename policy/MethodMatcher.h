@@ -27,8 +27,6 @@ public:
     // True if the attribute rule must not select methods of this class in this
     // assembly. Both names are compared exactly.
     bool matchFurtherVerifyAnnotationRule(char16_t* className, char16_t* assemblyName);
-    // One line a rule, for diagnostics.
-    void logMethods(FILE* stream) const;
 
 private:
     bool matchAll = false;
