@@ -13,8 +13,10 @@ TARN_EXPORT HRESULT DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv) 
     if (coClass->pClsid == nullptr) {
         return CLASS_E_CLASSNOTAVAILABLE;
     }
-    CClassFactory* factory = new (std::nothrow) CClassFactory(coClass);
-    if (factory == nullptr) {
+    CClassFactory* factory = nullptr;
+    try {
+        factory = new CClassFactory(coClass);
+    } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
     HRESULT hr = factory->QueryInterface(riid, ppv);

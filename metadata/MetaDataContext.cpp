@@ -18,7 +18,7 @@ ULONG insideBuffer(ULONG length, ULONG size) {
 }  // namespace
 
 IMetaDataContext* IMetaDataContext::newInstance(ICorProfilerInfo* info) {
-    return new (std::nothrow) MetaDataContext(info);
+    return new MetaDataContext(info);
 }
 
 void MetaDataContext::NameList::bind() {

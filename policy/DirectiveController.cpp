@@ -25,7 +25,7 @@ constexpr ULONG kMethodBatch = 512;
 }  // namespace
 
 IDirectiveController* IDirectiveController::newInstance(FILE* log) {
-    return new (std::nothrow) DirectiveController(log);
+    return new DirectiveController(log);
 }
 
 DirectiveController::DirectiveController(FILE* log)

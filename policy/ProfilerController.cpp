@@ -27,7 +27,7 @@ constexpr int kDefaultCacheSize = 5000;
 
 IProfilerController* IProfilerController::newInstance(ICorProfilerInfo* info, IProperties* properties)
 {
-    ProfilerController* controller = new (std::nothrow) ProfilerController(info);
+    ProfilerController* controller = new ProfilerController(info);
     if (controller == nullptr) {
         delete properties;
         return nullptr;

@@ -54,8 +54,8 @@ int ProfilerController::initializeProcessName()
     Text file = slash == Text::npos ? path : path.substr(slash + 1);
     std::vector<char16_t> buffer(file.begin(), file.end());
     buffer.push_back(0);
-    processName = new (std::nothrow) Text(StringUtils::wcstrim(buffer.data()));
-    return processName != nullptr ? S_OK : E_OUTOFMEMORY;
+    processName = new Text(StringUtils::wcstrim(buffer.data()));
+    return S_OK;
 }
 
 int ProfilerController::initializeAppPoolName()
@@ -63,10 +63,7 @@ int ProfilerController::initializeAppPoolName()
     if (appPoolName != nullptr) {
         return S_OK;
     }
-    appPoolName = new (std::nothrow) Text();
-    if (appPoolName == nullptr) {
-        return E_OUTOFMEMORY;
-    }
+    appPoolName = new Text();
     // This platform has no pools: the gate answers "NULL", which is the name.
     (void)ProcessFacts::getAppPoolName(*appPoolName);  // sets "NULL" on this platform
     return S_OK;

@@ -6,7 +6,7 @@
 #include "runtime/CorMetadataEnums.h"
 
 IBlobInputStream* IBlobInputStream::newInstance(const unsigned char* bytes, unsigned int length) {
-    return new (std::nothrow) BlobInputStream(bytes, length);
+    return new BlobInputStream(bytes, length);
 }
 
 BlobInputStream::BlobInputStream(const unsigned char* bytes, unsigned int length)
@@ -197,7 +197,7 @@ unsigned char* BlobInputStream::copyLastSignature(unsigned int start, unsigned i
         return nullptr;
     }
     unsigned int size = index - start;
-    unsigned char* result = new (std::nothrow) unsigned char[size == 0 ? 1 : size];
+    unsigned char* result = new unsigned char[size == 0 ? 1 : size];
     if (result != nullptr) {
         for (unsigned int i = 0; i < size; ++i) result[i] = bytes[start + i];
     }

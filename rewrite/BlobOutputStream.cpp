@@ -8,7 +8,7 @@
 #include "runtime/CorMetadataEnums.h"
 #include "runtime/CorErrors.h"
 
-IBlobOutputStream* IBlobOutputStream::newInstance() { return new (std::nothrow) BlobOutputStream(); }
+IBlobOutputStream* IBlobOutputStream::newInstance() { return new BlobOutputStream(); }
 
 BlobOutputStream::~BlobOutputStream() { delete[] bytes; }
 
@@ -20,8 +20,7 @@ HRESULT BlobOutputStream::resize(unsigned int needed) {
     if (needed <= capacity) return S_OK;
     unsigned int grown = capacity;
     while (grown < needed) grown += kGrowth;
-    unsigned char* larger = new (std::nothrow) unsigned char[grown];
-    if (larger == nullptr) return E_OUTOFMEMORY;
+    unsigned char* larger = new unsigned char[grown];
     if (length > 0) std::memcpy(larger, bytes, length);
     delete[] bytes;
     bytes = larger;

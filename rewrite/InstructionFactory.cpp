@@ -33,13 +33,13 @@ Instruction* makeBranch(unsigned int value, int distance, unsigned int target) {
         shortValue = value >= static_cast<unsigned int>(Opcode::br) ? value - kShortToLongBranch : value;
     }
     if (fitsInSignedByte(distance)) {
-        return new (std::nothrow) Instruction_Branch<unsigned char, unsigned char>(
+        return new Instruction_Branch<unsigned char, unsigned char>(
             toOpcode(shortValue), static_cast<unsigned char>(distance), target);
     }
     unsigned int longValue = shortValue == static_cast<unsigned int>(Opcode::leave_s)
                                  ? static_cast<unsigned int>(Opcode::leave)
                                  : shortValue + kShortToLongBranch;
-    return new (std::nothrow) Instruction_Branch<unsigned char, unsigned int>(
+    return new Instruction_Branch<unsigned char, unsigned int>(
         toOpcode(longValue), static_cast<unsigned int>(distance), target);
 }
 
@@ -49,24 +49,24 @@ Instruction* makePlain(const OpcodeInfo& info, unsigned long operand) {
     bool twoByte = isTwoByte(opcode);
     switch (info.form) {
     case OperandForm::None:
-        if (twoByte) return new (std::nothrow) Instruction_NoOperand<unsigned short>(opcode);
-        return new (std::nothrow) Instruction_NoOperand<unsigned char>(opcode);
+        if (twoByte) return new Instruction_NoOperand<unsigned short>(opcode);
+        return new Instruction_NoOperand<unsigned char>(opcode);
     case OperandForm::Byte:
         if (twoByte) {
-            return new (std::nothrow)
+            return new
                 Instruction_Inline<unsigned short, unsigned char>(opcode, static_cast<unsigned char>(operand));
         }
-        return new (std::nothrow)
+        return new
             Instruction_Inline<unsigned char, unsigned char>(opcode, static_cast<unsigned char>(operand));
     case OperandForm::Word:
         if (twoByte) {
-            return new (std::nothrow)
+            return new
                 Instruction_Inline<unsigned short, unsigned int>(opcode, static_cast<unsigned int>(operand));
         }
-        return new (std::nothrow)
+        return new
             Instruction_Inline<unsigned char, unsigned int>(opcode, static_cast<unsigned int>(operand));
     case OperandForm::DoubleWord:
-        return new (std::nothrow) Instruction_Inline<unsigned char, unsigned long>(opcode, operand);
+        return new Instruction_Inline<unsigned char, unsigned long>(opcode, operand);
     default:
         return nullptr;
     }
@@ -85,9 +85,9 @@ Instruction* newInstruction(Opcode opcode, unsigned long operand, unsigned int t
     case OperandForm::LongBranch:
         return makeBranch(value, n, target);
     case OperandForm::Case:
-        return new (std::nothrow) Instruction_Case(static_cast<unsigned int>(operand), target);
+        return new Instruction_Case(static_cast<unsigned int>(operand), target);
     case OperandForm::Label:
-        return new (std::nothrow) Instruction_Label(static_cast<unsigned int>(operand));
+        return new Instruction_Label(static_cast<unsigned int>(operand));
     case OperandForm::Unsupported:
         return nullptr;
     case OperandForm::Variable:
@@ -99,20 +99,20 @@ Instruction* newInstruction(Opcode opcode, unsigned long operand, unsigned int t
 
     if (opcode == Opcode::ldc_i4 || opcode == Opcode::ldc_i4_s) {
         if (fitsInSignedByte(n)) {
-            return new (std::nothrow)
+            return new
                 Instruction_Inline<unsigned char, unsigned char>(Opcode::ldc_i4_s, static_cast<unsigned char>(n));
         }
-        return new (std::nothrow)
+        return new
             Instruction_Inline<unsigned char, unsigned int>(Opcode::ldc_i4, static_cast<unsigned int>(n));
     }
     if (isShortVariable(value)) {
         if (fitsInSignedByte(n)) {
-            return new (std::nothrow)
+            return new
                 Instruction_Inline<unsigned char, unsigned char>(toOpcode(value), static_cast<unsigned char>(n));
         }
         // A 32-bit operand field where the file format has 16 bits: the runtime
         // reads the two zero bytes behind the index as two nops.
-        return new (std::nothrow) Instruction_Inline<unsigned short, unsigned int>(
+        return new Instruction_Inline<unsigned short, unsigned int>(
             toOpcode(longVariableOf(value)), static_cast<unsigned int>(n));
     }
     return makePlain(*info, operand);
@@ -146,14 +146,14 @@ Instruction* readInstruction(const unsigned char* code, unsigned int available) 
         return left < 8 ? nullptr : makePlain(*info, getLittleEndian<unsigned long>(operand));
     case OperandForm::Variable:
         if (left < 2) return nullptr;
-        return new (std::nothrow)
+        return new
             Instruction_Inline<unsigned short, unsigned short>(opcode, getLittleEndian<unsigned short>(operand));
     case OperandForm::ShortBranch:
         if (left < 1) return nullptr;
-        return new (std::nothrow) Instruction_Branch<unsigned char, unsigned char>(opcode, operand[0], 0);
+        return new Instruction_Branch<unsigned char, unsigned char>(opcode, operand[0], 0);
     case OperandForm::LongBranch:
         if (left < 4) return nullptr;
-        return new (std::nothrow)
+        return new
             Instruction_Branch<unsigned char, unsigned int>(opcode, getLittleEndian<unsigned int>(operand), 0);
     default:
         return nullptr;  // arglist

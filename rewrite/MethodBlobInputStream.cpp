@@ -6,7 +6,7 @@
 #include "runtime/CorMetadataEnums.h"
 
 IMethodBlobInputStream* IMethodBlobInputStream::newInstance(const unsigned char* bytes, unsigned int length) {
-    MethodBlobInputStream* stream = new (std::nothrow) MethodBlobInputStream(bytes, length);
+    MethodBlobInputStream* stream = new MethodBlobInputStream(bytes, length);
     if (stream != nullptr && FAILED(stream->init())) {
         delete stream;
         stream = nullptr;

@@ -1,6 +1,6 @@
 #include "rewrite/MethodBuffer.h"
 
-#include <new>
+#include <memory>
 
 #include "platform/FormattedOutput.h"
 #include "rewrite/ILDecoder.h"
@@ -23,15 +23,14 @@ bool isTiny(const unsigned char* method) { return (method[0] & 3) == CorILMethod
 
 IMethodBuffer* IMethodBuffer::newInstance(const unsigned char* method) {
     // A borrowed view never writes to the memory.
-    return new (std::nothrow) MethodBuffer(const_cast<unsigned char*>(method), true);
+    return new MethodBuffer(const_cast<unsigned char*>(method), true);
 }
 
 IMethodBuffer* IMethodBuffer::newInstance(unsigned int headerSize, unsigned int codeSize, unsigned int ehSize) {
     unsigned long total = static_cast<unsigned long>(headerSize) + roundUpTo4(codeSize) + ehSize;
-    unsigned char* memory = new (std::nothrow) unsigned char[total == 0 ? 1 : total]();
-    if (memory == nullptr) return nullptr;
-    MethodBuffer* view = new (std::nothrow) MethodBuffer(memory, headerSize, codeSize, ehSize);
-    if (view == nullptr) delete[] memory;
+    std::unique_ptr<unsigned char[]> memory(new unsigned char[total == 0 ? 1 : total]());
+    MethodBuffer* view = new MethodBuffer(memory.get(), headerSize, codeSize, ehSize);
+    memory.release();
     return view;
 }
 

@@ -32,7 +32,7 @@ unsigned int roundUpTo4(unsigned int value) { return (value + 3) & ~3u; }
 
 }  // namespace
 
-IMethodBuilder* IMethodBuilder::newInstance() { return new (std::nothrow) MethodBuilder(); }
+IMethodBuilder* IMethodBuilder::newInstance() { return new MethodBuilder(); }
 
 HRESULT IMethodBuilder::insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_SMALL* clause) {
     return insertEHClause(clause->ClassToken, static_cast<CorExceptionFlag>(clause->Flags), clause->TryOffset,

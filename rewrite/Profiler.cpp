@@ -103,8 +103,7 @@ Profiler* Profiler::newInstance(ICorProfilerInfo* info, unsigned int clrVersion,
         }
     }
 
-    Profiler* profiler = new (std::nothrow) Profiler(info, clrVersion);
-    if (profiler == nullptr) return nullptr;
+    Profiler* profiler = new Profiler(info, clrVersion);
     profiler->controller = controller;
     profiler->log = log;
     profiler->useSyntheticShim = synthetic;
@@ -133,7 +132,6 @@ HRESULT Profiler::createGetters(bool isCoreCLR) {
         memberGetters[i] = IMemberTokenGetter::newTokenGetter(info, shimAssembly.name, token, 8, &shimVersion,
                                                               shimClass, member.name, member.signature,
                                                               member.length);
-        if (memberGetters[i].get() == nullptr) return E_OUTOFMEMORY;
     }
     for (unsigned int i = 0; i < kTraceTypeCount; ++i) {
         const AssemblyIdentity& assembly = kTraceTypes[i].inSystemRuntime ? kSystemRuntime : coreLibrary;
@@ -142,14 +140,10 @@ HRESULT Profiler::createGetters(bool isCoreCLR) {
         std::copy(assembly.token, assembly.token + 8, token);
         typeGetters[i] =
             ITypeTokenGetter::newTokenGetter(info, assembly.name, token, 8, &version, kTraceTypes[i].name);
-        if (typeGetters[i].get() == nullptr) return E_OUTOFMEMORY;
     }
     varGetter = IVarTypeSpecTokenGetter::newTokenGetter(info, ELEMENT_TYPE_VAR);
     mvarGetter = IVarTypeSpecTokenGetter::newTokenGetter(info, ELEMENT_TYPE_MVAR);
     valueTypeGetter = IValueTypeSpecTokenGetter::newTokenGetter(info);
-    if (varGetter.get() == nullptr || mvarGetter.get() == nullptr || valueTypeGetter.get() == nullptr) {
-        return E_OUTOFMEMORY;
-    }
     return S_OK;
 }
 

@@ -1,6 +1,7 @@
 // The factories of the descriptive getters: each hands out its getter inside
 // a CachedTokenGetter.
-#include <new>
+#include <algorithm>
+#include <memory>
 
 #include "rewrite/CachedTokenGetter.h"
 #include "rewrite/MemberTokenGetter.h"
@@ -8,19 +9,12 @@
 
 namespace {
 
+// Takes the getter over, also when the wrapper cannot be made.
 CachedTokenGetter* wrap(BaseTokenGetter* getter) {
-    if (getter == nullptr) return nullptr;
-    CachedTokenGetter* cached = new (std::nothrow) CachedTokenGetter(getter);
-    if (cached == nullptr) delete getter;
+    std::unique_ptr<BaseTokenGetter> owned(getter);
+    CachedTokenGetter* cached = new CachedTokenGetter(owned.get());
+    owned.release();
     return cached;
-}
-
-unsigned char* copyBytes(const unsigned char* bytes, unsigned int length) {
-    unsigned char* copy = new (std::nothrow) unsigned char[length == 0 ? 1 : length];
-    if (copy != nullptr) {
-        for (unsigned int i = 0; i < length; ++i) copy[i] = bytes[i];
-    }
-    return copy;
 }
 
 }  // namespace
@@ -28,11 +22,7 @@ unsigned char* copyBytes(const unsigned char* bytes, unsigned int length) {
 ITypeTokenGetter* ITypeTokenGetter::newTokenGetter(ICorProfilerInfo* info, const char16_t* assembly,
                                                    unsigned char* publicKeyToken, unsigned int length,
                                                    ASSEMBLYMETADATA* metadata, const char16_t* className) {
-    try {
-        return wrap(new TypeTokenGetter(info, assembly, publicKeyToken, length, metadata, className));
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    return wrap(new TypeTokenGetter(info, assembly, publicKeyToken, length, metadata, className));
 }
 
 IMemberTokenGetter* IMemberTokenGetter::newTokenGetter(ICorProfilerInfo* info, const char16_t* assembly,
@@ -40,26 +30,23 @@ IMemberTokenGetter* IMemberTokenGetter::newTokenGetter(ICorProfilerInfo* info, c
                                                        ASSEMBLYMETADATA* metadata, const char16_t* className,
                                                        const char16_t* memberName, unsigned char* signature,
                                                        unsigned int signatureLength) {
-    try {
-        return wrap(new MemberTokenGetter(info, assembly, publicKeyToken, length, metadata, className, memberName,
-                                          signature, signatureLength));
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    return wrap(new MemberTokenGetter(info, assembly, publicKeyToken, length, metadata, className, memberName,
+                                      signature, signatureLength));
 }
 
 ISignatureTokenGetter* ISignatureTokenGetter::newTokenGetter(ICorProfilerInfo* info, unsigned char* signature,
                                                              unsigned int length) {
-    unsigned char* copy = copyBytes(signature, length);
-    if (copy == nullptr) return nullptr;
-    SignatureTokenGetter* getter = new (std::nothrow) SignatureTokenGetter(info, copy, length);
-    if (getter == nullptr) delete[] copy;
+    std::unique_ptr<unsigned char[]> copy(new unsigned char[length == 0 ? 1 : length]);
+    std::copy_n(signature, length, copy.get());
+    SignatureTokenGetter* getter = new SignatureTokenGetter(info, copy.get(), length);
+    copy.release();
     return wrap(getter);
 }
 
 ITypeSpecTokenGetter* ITypeSpecTokenGetter::newTokenGetter(ICorProfilerInfo* info, unsigned char* signature,
                                                            unsigned int length) {
-    TypeSpecTokenGetter* getter = new (std::nothrow) TypeSpecTokenGetter(info, signature, length);
-    if (getter == nullptr) delete[] signature;
+    std::unique_ptr<unsigned char[]> owned(signature);
+    TypeSpecTokenGetter* getter = new TypeSpecTokenGetter(info, owned.get(), length);
+    owned.release();
     return wrap(getter);
 }

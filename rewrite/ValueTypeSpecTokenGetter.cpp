@@ -13,7 +13,7 @@ constexpr ULONG kGenericParamBatch = 10;
 }  // namespace
 
 IValueTypeSpecTokenGetter* IValueTypeSpecTokenGetter::newTokenGetter(ICorProfilerInfo* info) {
-    return new (std::nothrow) ValueTypeSpecTokenGetter(info);
+    return new ValueTypeSpecTokenGetter(info);
 }
 
 HRESULT ValueTypeSpecTokenGetter::getToken(unsigned long moduleID, unsigned int typeDef, unsigned int* token) {
