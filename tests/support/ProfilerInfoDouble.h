@@ -17,8 +17,6 @@ public:
     // Opens the assembly at path as a new module, its import wrapped in a
     // counter. Returns 0 if the runtime cannot open it.
     ModuleID addModule(const std::string& path);
-    // A module whose metadata cannot be read, as for a dynamic module.
-    ModuleID addUnreadableModule() { return OfflineProfilerInfo::addModule(u"", AutoCOMPointer<IMetaDataImport>()); }
     // A function of a registered module; the id is chosen unless given.
     FunctionID addFunction(ModuleID module, mdMethodDef token, FunctionID id = 0);
     // The counting import of a module (no new reference); null if unknown.

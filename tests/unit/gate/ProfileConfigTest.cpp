@@ -156,31 +156,6 @@ TEST_F(ProfileConfig, MalformedLayoutsStopReading)
     }
 }
 
-TEST_F(ProfileConfig, OddPatternsMatchNothing)
-{
-    const ProbeProcess run = runWithConfig("ForProcess app.exe \n" // the trailing blank stays in the pattern
-                                       "use shop.properties\n"
-                                       "ForProcess /\n"
-                                       "use shop.properties\n"
-                                       "ForProcess \"\n"
-                                       "use shop.properties\n"
-                                       "ForProcess /(app/\n"
-                                       "use shop.properties\n"
-                                       "ForDll *\n" // no dll for this host
-                                       "use shop.properties\n"
-                                       "ForProcess \"\"\n"
-                                       "use shop.properties\n"
-                                       "ForProcess \",,app.exe\"\n"
-                                       "use billing.properties\n",
-                                       "app.exe", {});
-    EXPECT_EQ(run["custom.config"], billing) << run.describe();
-    const std::vector<std::string> log = words("app");
-    EXPECT_THAT(log, Contains("parsed command: ForProcess value: app.exe "));
-    EXPECT_THAT(log, Contains("Invalid regex: (app"));
-    EXPECT_THAT(log, Contains("Matched for profile: " + billing));
-    EXPECT_THAT(log, Not(Contains("Matched for profile: " + shop)));
-}
-
 TEST_F(ProfileConfig, ProfileFolderAndConfigFileProblems)
 {
     // A profile given without any '/' is found in the working directory.

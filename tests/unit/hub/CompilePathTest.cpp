@@ -164,32 +164,6 @@ TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
     EXPECT_FALSE(logHas(outcome, std::string("Processed ") + kPlaceName)) << outcome.log;
 }
 
-TEST(CompilePath, MethodListingFollowsAStagedSuccessOnly) {
-    StartupOutcome outcome = runStartup(compileSetup(
-        [](ProfilerCallback& callback, RealMethodsInfo&, RecordingEngine& engine, std::ostream& notes) {
-            callback.JITCompilationStarted(kPlace, TRUE);
-            // Found in the engine's history: no listing.
-            engine.stepReached = 0;
-            callback.JITCompilationStarted(kPost, TRUE);
-            // A failure: no listing.
-            engine.stepReached = 9;
-            engine.instrumentResult = E_UNEXPECTED;
-            callback.JITCompilationStarted(kClose, TRUE);
-            for (const std::string& call : engine.builder.calls) {
-                notes << call << " ";
-            }
-        },
-        {{"harrowlite.nativeprofiler.logBytecode", "true"}}));
-    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
-    // The listing starts at the byte index of the label of the method's own body.
-    EXPECT_EQ(outcome.notes, "findLabel(0x80000008) getILByteIndex(5) print(28) ");
-    EXPECT_TRUE(logHas(outcome, outcomeLine("Instrumented", kPlaceName, "0x0(12)", kPlace) + "listing from 28\n" +
-                                    outcomeLine("Instrumented", kPostName, "0x0(00)", kPost) +
-                                    outcomeLine("Failed to instrument", "[PolicyShapes]Billing.Internal.Ledger::Close",
-                                                "0x8000FFFF(09)", kClose, "Unknown error.")))
-        << outcome.log;
-}
-
 TEST(CompilePath, SelectedMethodsAreNeverInlinedNorTakenPrecompiled) {
     StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, RealMethodsInfo&,
                                                         RecordingEngine& engine, std::ostream& notes) {

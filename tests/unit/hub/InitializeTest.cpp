@@ -132,34 +132,4 @@ TEST(Initialize, RefusalsLeaveTheRuntimeWithoutEventsAndFpcNull) {
     }
 }
 
-// A mask the runtime will not take: both failure lines, a refusal, and the
-// sampling profiler initialised all the same.
-TEST(Initialize, FailedEventMaskIsLoggedAndRefused) {
-    StartupSetup setup;
-    setup.makeInfo = [] {
-        auto* info = new RuntimeInfoFake();
-        info->setEventMaskResult = E_FAIL;
-        return info;
-    };
-    StartupOutcome outcome = runStartup(setup);
-    EXPECT_EQ(outcome.result, CORPROF_E_PROFILER_CANCEL_ACTIVATION);
-    EXPECT_EQ(outcome.setEventMaskCalls, 1);
-    EXPECT_FALSE(outcome.fpcSet);
-    EXPECT_NE(outcome.log.find("Failed to set event mask to 0xb006022c\nFailed to initialize (0x80004005)\n"),
-              std::string::npos)
-        << outcome.log;
-}
-
-TEST(Initialize, ProfileVariableIsSetAndTheApplicationLogged) {
-    StartupSetup setup;
-    setup.body = [](ProfilerCallback*, RuntimeInfoFake*, std::ostream& notes) {
-        notes << "profile=" << (getenv("com.tarn.harrowlite.agentProfile") != nullptr);
-    };
-    StartupOutcome outcome = runStartup(setup);
-    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
-    // The gate canonicalised the profile into the variable that the agent reads.
-    EXPECT_EQ(outcome.notes, "profile=1");
-    EXPECT_NE(outcome.log.find("Application tarn_hub_tests monitored\n"), std::string::npos) << outcome.log;
-}
-
 }  // namespace

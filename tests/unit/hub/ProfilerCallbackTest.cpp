@@ -19,14 +19,6 @@ ProfilerCallback* newCallback() {
 }
 }  // namespace
 
-TEST(ProfilerCallback, SlotsStandWhereTheRuntimeCallsThem) {
-    EXPECT_EQ(3, vtableSlotOf(&ProfilerCallback::Initialize));
-    EXPECT_EQ(4, vtableSlotOf(&ProfilerCallback::Shutdown));
-    EXPECT_EQ(23, vtableSlotOf(&ProfilerCallback::JITCompilationStarted));
-    EXPECT_EQ(80, vtableSlotOf(&ProfilerCallback::InitializeForAttach));
-    EXPECT_EQ(88, vtableSlotOf(&ProfilerCallback::SurvivingReferences2));
-}
-
 TEST(ProfilerCallback, QueryInterfaceStopsAtCallback4) {
     ProfilerCallback* callback = newCallback();
     for (const IID* later : {&IID_ICorProfilerCallback11, &IID_ICorProfilerCallback10, &IID_ICorProfilerCallback9,
@@ -113,20 +105,4 @@ TEST(ProfilerCallback, AssemblyLoadsAndUnloadsAreUnsafeForSampling) {
     EXPECT_EQ(S_OK, callback->AssemblyUnloadFinished(1, E_FAIL));
     EXPECT_FALSE(sampling.isUnsafe());
     callback->Release();
-}
-
-// The attach flag is set before Initialize reads it: the mask has no bit that
-// a launch alone takes, and the attach is logged.
-TEST(ProfilerCallback, AttachIsRecordedBeforeInitializing) {
-    StartupSetup setup;
-    setup.attach = true;
-    setup.body = [](ProfilerCallback* callback, RuntimeInfoFake*, std::ostream& notes) {
-        notes << callback->IsProfilerAttached();
-    };
-    StartupOutcome outcome = runStartup(setup);
-    ASSERT_EQ(S_OK, outcome.result) << outcome.log;
-    EXPECT_EQ("1", outcome.notes);
-    EXPECT_TRUE(outcome.fpcSet);
-    EXPECT_EQ(0x1004022Cu, outcome.mask);
-    EXPECT_NE(std::string::npos, outcome.log.find("Attaching to application tarn_hub_tests")) << outcome.log;
 }

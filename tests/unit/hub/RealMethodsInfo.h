@@ -41,11 +41,6 @@ public:
     }
 
     const std::string& error() const { return failure; }
-    // The module of a test asset that addMethod opened; 0 if none.
-    ModuleID moduleOf(const std::string& asset) const {
-        auto found = modules.find(asset);
-        return found == modules.end() ? 0 : found->second;
-    }
     Method method(FunctionID id) const {
         auto found = registered.find(id);
         return found == registered.end() ? Method {} : found->second;

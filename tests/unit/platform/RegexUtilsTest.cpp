@@ -33,14 +33,6 @@ TEST(RegexUtils, InvalidPatternNeverMatches)
     EXPECT_TRUE(RegexUtils::isValid("a|b"));
 }
 
-TEST(RegexUtils, UnitsBeyondAsciiAreSingleCharacters)
-{
-    // U+0141 is one unit, and the dot takes it whole.
-    EXPECT_TRUE(RegexUtils::match(u"\u0141x", u"..")); 
-    EXPECT_TRUE(RegexUtils::match(u"\u0141", u"\u0141"));
-    EXPECT_FALSE(RegexUtils::match(u"A", u"\u0141"));
-}
-
 TEST(RegexUtils, NestedRepetitionDecidesWithoutBacktracking)
 {
     // A backtracking engine takes time exponential in the text for these.

@@ -37,40 +37,6 @@ bool inList(const char16_t* list, const char16_t* value, bool caseSensitive)
 
 } // namespace
 
-TEST(StringUtils, WcstrimCutsBothEndsInPlace)
-{
-    std::vector<char16_t> text = buffer(u" \t\r\nvalue with blanks \r\n");
-    char16_t* kept = StringUtils::wcstrim(text.data());
-    EXPECT_EQ(Text(kept), u"value with blanks");
-    EXPECT_EQ(kept, text.data() + 4); // not moved
-    EXPECT_EQ(text[4 + 17], 0);
-
-    std::vector<char16_t> blanks = buffer(u" \t \r\n");
-    char16_t* empty = StringUtils::wcstrim(blanks.data());
-    EXPECT_EQ(empty, blanks.data() + 5);
-    EXPECT_EQ(*empty, 0);
-
-    std::vector<char16_t> plain = buffer(u"a b");
-    EXPECT_EQ(Text(StringUtils::wcstrim(plain.data())), u"a b");
-}
-
-TEST(StringUtils, WcsremRemovesEverySetUnitAndZeroesTheTail)
-{
-    std::vector<char16_t> text = buffer(u"a-b-c");
-    EXPECT_EQ(StringUtils::wcsrem(text.data(), u"-"), text.data());
-    EXPECT_EQ(Text(text.data()), u"abc");
-    EXPECT_EQ(text[3], 0);
-    EXPECT_EQ(text[4], 0);
-
-    std::vector<char16_t> several = buffer(u"[a] b.c");
-    StringUtils::wcsrem(several.data(), u"[] ");
-    EXPECT_EQ(Text(several.data()), u"ab.c");
-
-    std::vector<char16_t> all = buffer(u"---");
-    StringUtils::wcsrem(all.data(), u"-");
-    EXPECT_EQ(all, std::vector<char16_t>(4, 0));
-}
-
 TEST(StringUtils, StrtokYieldsNoEmptyTokens)
 {
     EXPECT_EQ(tokens(u",,a,,b", u","), (std::vector<Text>{u"a", u"b"}));

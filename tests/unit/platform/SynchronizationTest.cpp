@@ -94,37 +94,6 @@ TEST(Synchronization, SleepConditionVariableAnswersOneForTimeOutZeroForWake) {
     EXPECT_EQ(unlimited.result, 0);
 }
 
-TEST(Synchronization, DeadlineIsPlainUpTo2147MillisecondsAndOverflowsAbove) {
-    struct Case {
-        timespec now;
-        int milliseconds;
-        timespec deadline;
-    };
-    const Case cases[] = {
-        {{100, 0}, 1500, {101, 500000000}},
-        {{100, 900000000}, 2147, {103, 47000000}},
-        {{100, 900000000}, 0, {100, 900000000}},
-        // From 4295 ms the product is positive again but too small.
-        {{100, 0}, 5000, {100, 705032704}},
-    };
-    for (const Case& c : cases) {
-        timespec deadline = SleepConditionDeadline(c.now, c.milliseconds);
-        EXPECT_EQ(deadline.tv_sec, c.deadline.tv_sec) << c.milliseconds;
-        EXPECT_EQ(deadline.tv_nsec, c.deadline.tv_nsec) << c.milliseconds;
-    }
-    // 4294 ms: the product is slightly negative; with enough nanoseconds the
-    // sum stays positive and the deadline lies in the past.
-    timespec deadline = SleepConditionDeadline({100, 500000000}, 4294);
-    EXPECT_EQ(deadline.tv_sec, 100);
-    EXPECT_LT(deadline.tv_nsec, 500000000);
-    // 3000 ms from a whole second: the sum is negative, read as a huge unsigned
-    // count, and the deadline lands centuries ahead.
-    deadline = SleepConditionDeadline({100, 0}, 3000);
-    EXPECT_GT(deadline.tv_sec, 100 + 500L * 365 * 24 * 3600);
-    EXPECT_GE(deadline.tv_nsec, 0);
-    EXPECT_LT(deadline.tv_nsec, 1000000000);
-}
-
 TEST(Synchronization, SetEventBeforeTheWaitIsLost) {
     HANDLE event = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     ASSERT_NE(event, nullptr);
@@ -161,11 +130,4 @@ TEST(Synchronization, SetEventWakesAThreadThatIsWaiting) {
     // The woken wait left the mutex: another thread can take it.
     EXPECT_TRUE(anotherThreadCanLock(mutexOf(event)));
     EXPECT_EQ(CloseHandle(event), TRUE);
-}
-
-TEST(SynchronizationDeathTest, EventsRefuseAttributesAndNames) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    int attributes = 0;
-    EXPECT_DEATH(CreateEventW(&attributes, FALSE, FALSE, nullptr), "lpEventAttributes == __null");
-    EXPECT_DEATH(CreateEventW(nullptr, FALSE, FALSE, u"named"), "lpName == __null");
 }

@@ -185,25 +185,6 @@ TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLo
     }
 }
 
-TEST_F(DirectiveLoading, ListEntriesAreReadAsDirectiveFilesFromTheStartOfTheirLine)
-{
-    installation->set("harrowlite.fieldmark.directivesFile", "main.fml");
-    // A nested list is read as directives: its lines are unknown keywords.
-    installation->write("main.fml", "inner.fml\n   c.fmd\nd.fmd\n");
-    installation->write("inner.fml", "c.fmd\n");
-    installation->write("c.fmd", select("Shop.Order", "Place"));
-    installation->write("d.fmd", select("Shop.Order", "Dispose"));
-
-    std::unique_ptr<ProfilerController> controller = load();
-    ASSERT_NE(controller, nullptr);
-    // "   c.fmd" gives a word of 8 units from the c on, line feed included: no such file.
-    EXPECT_EQ(loadLines(), (std::vector<std::string> {"Started loading ~/main.fml", "Started loading ~/inner.fml",
-                                                      "Loaded ~/inner.fml", "Started loading ~/d.fmd",
-                                                      "Loaded ~/d.fmd", "Loaded ~/main.fml"}));
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 1);
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 0);
-}
-
 TEST_F(DirectiveLoading, ExtensionBundlesOnAzureAreReadInNameOrder)
 {
     fresh(true);
@@ -270,20 +251,4 @@ TEST_F(DirectiveLoading, ReloadReadsAgainAndKeepsTheMemo)
     controller->clearCacheForFunction(get);
     EXPECT_EQ(decideAgain(*controller, get), 0);
     EXPECT_EQ(controller->shouldMonitorMethodUncached(at({u"Shop.Order"}, u"Place")), 1);
-}
-
-TEST_F(DirectiveLoading, DynamicDirectiveChangesOnlyWhatIsNotDecided)
-{
-    std::unique_ptr<ProfilerController> controller = installation->controller(info);
-    ASSERT_NE(controller, nullptr);
-    EXPECT_EQ(controller->addDynamicDirective(nullptr), E_UNEXPECTED);
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 1);
-    const FunctionID place = context->getFunctionID();
-
-    char16_t line[] = u"TraceAllMethodsOfClass: Shop.Order";
-    EXPECT_EQ(controller->addDynamicDirective(line), 0);
-    EXPECT_EQ(decideAgain(*controller, place), 1);
-    EXPECT_EQ(decide(*controller, u"Shop.Order", u"Dispose"), 0);
-    controller->clearCacheForFunction(place);
-    EXPECT_EQ(decideAgain(*controller, place), 0);
 }

@@ -95,21 +95,6 @@ TEST_F(DirectiveMatchingCacheOnShop, WalkResumesWhereItStoppedAndLaterAnswersCom
     EXPECT_EQ(a->methodTests + b->methodTests, methodTests + 2);
 }
 
-TEST_F(DirectiveMatchingCacheOnShop, ClassWithoutGroupIsCompleteAfterItsFirstMethod) {
-    twoGroups();
-    EXPECT_FALSE(ask(u"Shop.Invoice", u"Issue"));
-    EXPECT_EQ(a->classTests + b->classTests, 2);
-    EXPECT_FALSE(ask(u"Shop.Invoice", u"Cancel"));
-    EXPECT_EQ(a->classTests + b->classTests, 2);
-    EXPECT_EQ(a->methodTests + b->methodTests, 0);
-
-    // After clear the next method builds the entry from the first group again.
-    controller->clearCache();
-    EXPECT_EQ(controller->getCache().size(), 0u);
-    EXPECT_FALSE(ask(u"Shop.Invoice", u"Cancel"));
-    EXPECT_EQ(a->classTests + b->classTests, 4);
-}
-
 TEST_F(DirectiveMatchingCacheOnShop, MethodSkipOfAKnownGroupVetoesEveryGroup) {
     twoGroups();
     a->getClassMethodFilter()->addMethodSkipRule(u"GetName");
@@ -152,17 +137,4 @@ TEST_F(DirectiveMatchingCacheOnShop, SaturationIsLoggedOnceAndLaterClassesGoWith
     EXPECT_TRUE(ask(u"Shop.OrderItem", u"GetName"));
     EXPECT_EQ(controller->getCache().size(), 2u);
     EXPECT_EQ(contents(log), "Directive Matching Cache is saturated, Size = 1\n");
-}
-
-TEST_F(DirectiveMatchingCacheOnShop, ContextWithoutClassIdGetsNoEntry) {
-    twoGroups();
-    IMetaDataContext* method = at({u"Shop.Order"}, u"Place");
-    context->classID = 0;
-    EXPECT_TRUE(controller->getCache().shouldMonitor(method, *controller));
-    EXPECT_EQ(controller->getCache().size(), 0u);
-    // Groups that are not live are passed by on both paths.
-    a->setActive(false);
-    EXPECT_FALSE(controller->getCache().shouldMonitor(method, *controller));
-    EXPECT_FALSE(ask(u"Shop.Order", u"Place"));
-    EXPECT_EQ(a->classTests, 1);
 }

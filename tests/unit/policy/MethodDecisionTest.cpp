@@ -111,19 +111,6 @@ TEST_F(MethodDecision, GenericTriggerOnTheDesktopRuntimeFollowsTheAppDomain)
     EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 0);
 }
 
-TEST_F(MethodDecision, HijackIsOnlyForTheDesktopCoreLibrary)
-{
-    std::unique_ptr<ProfilerController> core = make();
-    const ModuleID coreLib = module(RealAssemblies::coreLibPath());
-    EXPECT_EQ(core->shouldHijackMethod(at(coreLib, {u"System.Object"}, u"ToString")), 1);
-
-    info->setRuntimeType(COR_PRF_DESKTOP_CLR);
-    std::unique_ptr<ProfilerController> desktop = make();
-    EXPECT_EQ(desktop->shouldHijackMethod(at(coreLib, {u"System.Object"}, u"ToString")), 1);
-    context->failClassName = true;
-    EXPECT_EQ(desktop->shouldHijackMethod(context.get()), E_FAIL);
-}
-
 TEST_F(MethodDecision, SkipsOfAssembliesAndDynamicInstrumentation)
 {
     // The first question loads, and a failed load means "not skipped".
@@ -136,17 +123,4 @@ TEST_F(MethodDecision, SkipsOfAssembliesAndDynamicInstrumentation)
     EXPECT_EQ(controller->shouldSkipAssembly(method(u"PolicyConsole.Worker", u"Work")), 1);
     EXPECT_EQ(controller->shouldSkipDynamicInstrumentation(at({u"Shop.Order"}, u"Place")), 0);
     EXPECT_EQ(controller->shouldSkipDynamicInstrumentation(at({u"Shop.Invoice"}, u"Issue")), 1);
-}
-
-TEST_F(MethodDecision, ModuleScanGoesThroughTheDirectives)
-{
-    std::unique_ptr<ProfilerController> controller = make("TraceOneMethodOfClass: PolicyConsole.Worker Helper\n");
-    std::set<mdMethodDef> methods;
-    EXPECT_EQ(controller->getMonitoredMethodsForModule(info, program, methods), 0);
-    EXPECT_TRUE(methods.empty());
-    ASSERT_EQ(controller->initializeDirectives(), 0);
-    EXPECT_EQ(controller->getMonitoredMethodsForModule(info, program, methods), 0);
-    EXPECT_EQ(methods.count(methodIn(program, {u"PolicyConsole.Worker"}, u"Helper")), 1u);
-    EXPECT_EQ(methods.count(methodIn(program, {u"PolicyConsole.Program"}, u"Main")), 1u);
-    EXPECT_EQ(methods.count(methodIn(program, {u"PolicyConsole.Worker"}, u"Work")), 0u);
 }

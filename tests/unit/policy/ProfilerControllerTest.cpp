@@ -49,29 +49,6 @@ TEST_F(ProfilerControllerTest, RelativeProfileIsMadeAbsoluteFromTheWorkingDirect
 
 
 
-TEST_F(ProfilerControllerTest, GenericTriggerNeedsItsAppDomainOnTheDesktopRuntime)
-{
-    AgentInstallation installation;
-    std::unique_ptr<ProfilerController> core = installation.controller(info);
-    ASSERT_NE(core, nullptr);
-    EXPECT_TRUE(core->isGenericAgentTriggerEnabled());
-    core->setIsAttach(true);
-    EXPECT_FALSE(core->isGenericAgentTriggerEnabled());
-
-    info->setRuntimeType(COR_PRF_DESKTOP_CLR);
-    std::unique_ptr<ProfilerController> desktop = installation.controller(info);
-    ASSERT_NE(desktop, nullptr);
-    EXPECT_FALSE(desktop->isGenericAgentTriggerEnabled());
-    desktop->setGenericDomainTrigger(1);
-    EXPECT_TRUE(desktop->isGenericAgentTriggerEnabled());
-
-    installation.set("harrowlite.nativeprofiler.generic.agent.trigger.enabled", "false");
-    std::unique_ptr<ProfilerController> off = installation.controller(info);
-    ASSERT_NE(off, nullptr);
-    off->setGenericDomainTrigger(1);
-    EXPECT_FALSE(off->isGenericAgentTriggerEnabled());
-}
-
 TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrAStandardStream)
 {
     AgentInstallation installation;
@@ -121,16 +98,4 @@ TEST_F(ProfilerControllerTest, NativeLogOnAzureGoesToTheSiteLogFolder)
     ASSERT_NE(controller->getNativeLog(), stdout);
     EXPECT_TRUE(std::filesystem::exists(installation.root() + "/home/LogFiles/SiteExtensions/TMS/tarn/abcdef/native_" +
                                         executableName() + ".log"));
-}
-
-TEST_F(ProfilerControllerTest, MemoEntriesAreClearedOneFunctionAtATime)
-{
-    AgentInstallation installation;
-    std::unique_ptr<ProfilerController> controller = installation.controller(info);
-    ASSERT_NE(controller, nullptr);
-    controller->getCompiledMethods()[10] = 0;
-    controller->getCompiledMethods()[11] = 1;
-    controller->clearCacheForFunction(10);
-    EXPECT_EQ(controller->getCompiledMethods().count(10), 0u);
-    EXPECT_EQ(controller->getCompiledMethods().at(11), 1);
 }

@@ -85,51 +85,6 @@ TEST_F(PropertiesFile, CommentsEmptyValuesAndRepeatedKeys)
     EXPECT_EQ(value(*properties, u"last"), u"<absent>"); // last line, key alone, no line end
 }
 
-TEST_F(PropertiesFile, BadInputIsPassedOver)
-{
-    EXPECT_FALSE(read("")->hasProperty(u"a"));
-
-    // A 0 byte ends the text of its line; the lines around it still count.
-    const char bytes[] = "a=1\nbin=x\0y=2\n\x01\x02\xff=\xfe\nc=3\n";
-    auto binary = read(std::string(bytes, sizeof(bytes) - 1));
-    EXPECT_EQ(value(*binary, u"a"), u"1");
-    EXPECT_EQ(value(*binary, u"bin"), u"x");
-    EXPECT_EQ(value(*binary, u"y"), u"<absent>");
-    EXPECT_EQ(value(*binary, u"c"), u"3");
-    // High bytes widen with sign extension.
-    const char16_t highKey[] = {0x01, 0x02, 0xFFFF, 0};
-    EXPECT_EQ(value(*binary, highKey), Text(1, char16_t(0xFFFE)));
-
-    // 2047 units a read: a longer line comes through in pieces.
-    const std::string longValue(3000, 'v');
-    auto longLine = read("long=" + longValue + " tail=end\nafter=1\n");
-    EXPECT_EQ(value(*longLine, u"long"), Text(2047 - 5, u'v'));
-    EXPECT_EQ(value(*longLine, u"after"), u"1");
-    // The rest of the line reads as a line of its own, whose key is the run of v's.
-    EXPECT_EQ(value(*longLine, Text(3000 - 2042, u'v').c_str()), u"tail=end");
-
-    auto exact = read("k=" + std::string(2045, 'x') + "\nnext=2\n");
-    EXPECT_EQ(value(*exact, u"k"), Text(2045, u'x'));
-    EXPECT_EQ(value(*exact, u"next"), u"2");
-
-    std::unique_ptr<IProperties> untouched(IProperties::newInstance());
-    untouched->readProperties(nullptr);
-    EXPECT_FALSE(untouched->hasProperty(u"a"));
-}
-
-TEST(Properties, MissingKeyIsStoredEmptyOnFirstGetAndKeysAreExact)
-{
-    Properties properties(Properties::PropertyMap {{u"Agent.Name", u"one"}});
-    EXPECT_FALSE(properties.hasProperty(u"unknown.key"));
-    EXPECT_EQ(Text(properties.getProperty(u"unknown.key")), u"");
-    EXPECT_TRUE(properties.hasProperty(u"unknown.key"));
-    EXPECT_EQ(Text(properties.getProperty(u"Agent.Name")), u"one");
-    properties.setProperty(u"Agent.Name", u"two");
-    EXPECT_EQ(Text(properties.getProperty(u"Agent.Name")), u"two");
-    EXPECT_FALSE(properties.hasProperty(u"agent.name"));
-    EXPECT_FALSE(properties.hasProperty(u"Agent")); // no prefix lookup in the file source
-}
-
 TEST(Properties, BoolValuesByLeadingWord)
 {
     Properties properties(Properties::PropertyMap {{u"upper", u"TRUE"},
@@ -166,29 +121,4 @@ TEST_F(PropertiesFile, EnvironmentOverridesWinInAnyCase)
 
     properties->setProperty(u"foo.bar", u"set");
     EXPECT_EQ(value(*properties, u"foo.bar"), u"1");
-}
-
-TEST_F(PropertiesFile, AppSettingsTakePartOnlyWhenSwitchedOn)
-{
-    ScopedEnvironment environment;
-    environment.set("APPSETTING_foo", "1");
-    environment.set("APPSETTING_cut", "a=b");
-    environment.set("APPSETTING_half", "a=b");
-    environment.set("APPSETTING_My_Key", "k");
-    environment.set("appsetting_low", "x");
-    environment.set("TMSENV_CUT", "env");
-    auto properties = read("foo=2\ncut=file\n");
-
-    EXPECT_EQ(value(*properties, u"foo"), u"2");
-    properties->setUseAzureEnv(true);
-    EXPECT_EQ(value(*properties, u"foo"), u"1");
-    EXPECT_EQ(value(*properties, u"My_Key"), u"k");
-    EXPECT_EQ(value(*properties, u"my.key"), u"<absent>");
-    EXPECT_EQ(value(*properties, u"low"), u"<absent>");
-    EXPECT_EQ(value(*properties, u"cut"), u"env"); // the environment still comes first
-    EXPECT_EQ(value(*properties, u"half"), u"a"); // a value ends at its first '='
-
-    properties->setUseAzureEnv(false);
-    EXPECT_EQ(value(*properties, u"foo"), u"2");
-    EXPECT_EQ(value(*properties, u"My_Key"), u"<absent>");
 }

@@ -112,26 +112,4 @@ TEST_F(Hijack, ForwardersCallTheAgentWithTheirOwnArguments) {
     EXPECT_EQ(count, 2u);
 }
 
-TEST_F(Hijack, LibraryMethodsCallTheForwardersBehindTheSwitch) {
-    ASSERT_EQ(hijackFrom(u"Touch"), S_OK) << logText();
-    for (const char16_t* name : {u"Touch", u"Join", u"Add", u"Guarded"}) {
-        SCOPED_TRACE(RealAssemblies::narrow(name));
-        Rewrite outcome = rewrite(host, library(name));
-        ASSERT_EQ(outcome.hr, S_OK) << logText();
-        ILVerifier::Result verified =
-            checkRewritten(*info, *profiler, host, outcome.method, outcome.body, returnsValue(host, outcome.method));
-        EXPECT_EQ(verified.count(0x7E), 1u) << "ldsfld of the switch";
-        unsigned int forwarderCalls = 0;
-        for (const ILVerifier::Instruction& instruction : verified.instructions) {
-            if (instruction.opcode == 0x7E) {
-                EXPECT_EQ(instruction.operand, profiler->getHijackToken(0));
-            }
-            for (unsigned int i = 1; i < Profiler::kHijackTokenCount; ++i) {
-                forwarderCalls += instruction.opcode == 0x28 && instruction.operand == profiler->getHijackToken(i);
-            }
-        }
-        EXPECT_GE(forwarderCalls, 4u) << "init, start, finish and catch through the forwarders";
-    }
-}
-
 }  // namespace

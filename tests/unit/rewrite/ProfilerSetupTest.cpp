@@ -86,33 +86,6 @@ TEST_F(ProfilerSetup, TheLocalSignatureGainsTheResultAndTraceLocalsAtItsEnd) {
     EXPECT_EQ(std::u16string(profiler->getLastError()), u"Native integer types are not supported.");
 }
 
-TEST_F(ProfilerSetup, TokensOfOneModuleAreResolvedOnceAndSharedByItsMethods) {
-    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Derived", u"Instance")));
-    ASSERT_EQ(profiler->updateTokens(), S_OK);
-    unsigned int first[Profiler::kTraceTokenCount];
-    for (unsigned int i = 0; i < Profiler::kTraceTokenCount; ++i) {
-        first[i] = profiler->getTraceToken(static_cast<Profiler::TraceToken>(i));
-    }
-    EXPECT_EQ(first[Profiler::kFinishValueTypeToken], 0u) << "a class method";
-    IMetaDataImport* import = info->importOf(shapes);
-    for (unsigned int i : {Profiler::kInitToken, Profiler::kLoadToken, Profiler::kPushToken, Profiler::kStartToken,
-                           Profiler::kFinishToken, Profiler::kCatchToken}) {
-        EXPECT_TRUE(import->IsValidToken(first[i]));
-        EXPECT_EQ(TypeFromToken(first[i]), mdtMemberRef);
-    }
-    char16_t name[128] = {};
-    ASSERT_EQ(import->GetTypeRefProps(first[Profiler::kExceptionToken], nullptr, name, 128, nullptr), S_OK);
-    EXPECT_EQ(std::u16string(name), u"System.Exception");
-
-    // A static method of the same module: other overloads, the same references.
-    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Derived", u"Add")));
-    ASSERT_EQ(profiler->updateTokens(), S_OK);
-    EXPECT_EQ(profiler->getTraceToken(Profiler::kInitToken), first[Profiler::kInitToken]);
-    EXPECT_EQ(profiler->getTraceToken(Profiler::kPushToken), first[Profiler::kPushToken]);
-    EXPECT_EQ(profiler->getTraceToken(Profiler::kExceptionToken), first[Profiler::kExceptionToken]);
-    EXPECT_NE(profiler->getTraceToken(Profiler::kLoadToken), first[Profiler::kLoadToken]) << "loadTrace ()";
-}
-
 TEST_F(ProfilerSetup, WithoutTheShimTheAgentAssemblyIsReferenced) {
     controller.shimSetting = 1;
     profiler.reset(Profiler::newInstance(info.get(), 4, true, &controller));

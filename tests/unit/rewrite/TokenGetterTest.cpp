@@ -107,27 +107,6 @@ TEST_F(TokenGetter, TheSixthReferenceIsFoundInTheSecondBatch) {
     EXPECT_EQ(assemblyRefs(import), references);
 }
 
-TEST_F(TokenGetter, MemberGetterDefinesOneMemberRefWithTheGivenSignature) {
-    IMetaDataImport* import = info->importOf(shapes);
-    unsigned char signature[] = {0x00, 0x02, 0x01, 0x08, 0x1C};
-    std::unique_ptr<IMemberTokenGetter> push(IMemberTokenGetter::newTokenGetter(
-        info.get(), u"tarn.Agent", kAgentKey, 8, &version, u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim",
-        u"pushTrace", signature, sizeof signature));
-    unsigned int token = 0;
-    ASSERT_EQ(push->getToken(shapes, &token), S_OK);
-    EXPECT_EQ(TypeFromToken(token), mdtMemberRef);
-    char16_t name[64] = {};
-    PCCOR_SIGNATURE stored = nullptr;
-    ULONG length = 0;
-    ASSERT_EQ(import->GetMemberRefProps(token, nullptr, name, 64, nullptr, &stored, &length), S_OK);
-    EXPECT_EQ(std::u16string(name), u"pushTrace");
-    EXPECT_EQ(std::vector<unsigned char>(stored, stored + length),
-              std::vector<unsigned char>(signature, signature + sizeof signature));
-    unsigned int again = 0;
-    ASSERT_EQ(push->getToken(shapes, &again), S_OK);
-    EXPECT_EQ(again, token);
-}
-
 TEST_F(TokenGetter, ValueTypeSpecsNameGenericStructsOverTheirOwnParameters) {
     std::unique_ptr<IValueTypeSpecTokenGetter> getter(IValueTypeSpecTokenGetter::newTokenGetter(info.get()));
     IMetaDataImport* import = info->importOf(shapes);
@@ -178,14 +157,4 @@ TEST_F(TokenGetter, GenericParameterSpecsStopAtTen) {
     EXPECT_EQ(std::vector<unsigned char>(blob, blob + length), (std::vector<unsigned char>{0x1E, 0}));
     EXPECT_EQ(vars->getToken(shapes, 10, &token), E_FAIL);
     EXPECT_EQ(mvars->getToken(shapes, 200, &token), E_FAIL);
-}
-
-TEST_F(TokenGetter, FailuresOfTheRuntimeComeBackAsTheyAre) {
-    std::unique_ptr<ITypeTokenGetter> getter(
-        ITypeTokenGetter::newTokenGetter(info.get(), u"System.Runtime", kRuntimeKey, 8, &version, u"System.Object"));
-    unsigned int token = 0;
-    EXPECT_EQ(getter->getToken(0x1234, &token), E_INVALIDARG) << "an unknown module";
-    unsigned char* bytes = new unsigned char[2]{0x13, 0};
-    std::unique_ptr<ITypeSpecTokenGetter> typeSpecGetter(ITypeSpecTokenGetter::newTokenGetter(info.get(), bytes, 2));
-    EXPECT_EQ(typeSpecGetter->getToken(0x1234, &token), E_INVALIDARG);
 }

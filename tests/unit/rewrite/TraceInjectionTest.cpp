@@ -136,43 +136,6 @@ TEST_F(TraceInjection, EveryShapeIsRewrittenOrRefusedAtItsStage) {
     }
 }
 
-TEST_F(TraceInjection, StaticVoidMethodReadsAsInitStartBodyExitFinishRetHandler) {
-    Rewrite outcome = rewrite(u"RewriteShapes.Shapes", u"Empty");
-    ASSERT_EQ(outcome.hr, S_OK);
-    IMethodBuilder* builder = profiler->getBuilder();
-    std::vector<unsigned int> labels;
-    std::vector<Opcode> opcodes;
-    for (unsigned int i = 0; i < builder->getILCount(); ++i) {
-        IILInstruction* instruction = builder->getIL(i);
-        if (instruction->opcode() == Opcode::OPCODE_LABEL) {
-            if (instruction->operand() >= 0x80000000) labels.push_back(static_cast<unsigned int>(instruction->operand()));
-        } else {
-            opcodes.push_back(instruction->opcode());
-        }
-    }
-    std::vector<unsigned int> expectedLabels = {LABEL_INIT_TRACE,      LABEL_INIT_TRACE_END, LABEL_START_TRACE,
-                                                LABEL_START_TRACE_END, LABEL_METHOD_BODY,    LABEL_EXIT,
-                                                LABEL_TRY_END,         LABEL_FINISH_TRACE,   LABEL_FINISH_TRACE_END,
-                                                LABEL_CATCH_TRACE,     LABEL_CATCH_TRACE_END};
-    EXPECT_EQ(labels, expectedLabels);
-    // The method id is small enough here for the short form.
-    ASSERT_LE(context->getMethodID(), 127u);
-    std::vector<Opcode> expectedCode = {
-        Opcode::ldc_i4_s, Opcode::call,    Opcode::stloc_s, Opcode::ldloc_s, Opcode::brfalse_s, Opcode::call,
-        Opcode::call,    Opcode::leave_s, Opcode::ldloc_s, Opcode::brfalse_s, Opcode::call,    Opcode::ret,
-        Opcode::ldloc_s, Opcode::brfalse_s, Opcode::dup,   Opcode::call,    Opcode::rethrow};
-    EXPECT_EQ(opcodes, expectedCode);
-
-    ILVerifier::Result verified = checkRewritten(*info, *profiler, shapes, outcome.method, outcome.body, false);
-    PCCOR_SIGNATURE signature = nullptr;
-    ULONG length = 0;
-    // The static form of loadTrace and the void form of finishTrace.
-    EXPECT_EQ(callsOf(verified, profiler->getTraceToken(Profiler::kLoadToken)), 1u);
-    info->importOf(shapes)->GetMemberRefProps(profiler->getTraceToken(Profiler::kLoadToken), nullptr, nullptr, 0,
-                                              nullptr, &signature, &length);
-    EXPECT_EQ(std::vector<unsigned char>(signature, signature + length), (std::vector<unsigned char>{0, 0, 1}));
-}
-
 TEST_F(TraceInjection, ExitsMeetAtOneRetAndClausesStayInside) {
     // Several rets: all but the last become branches to the shared exit
     // (Throws and LoopForever, which have none, get one in the shapes loop).
@@ -234,48 +197,6 @@ TEST_F(TraceInjection, ConstructorsTraceBehindTheBaseCallAndStructsBoxCopiesOfTh
         return i.opcode == kLdobj && TypeFromToken(static_cast<mdToken>(i.operand)) == mdtTypeSpec;
     });
     EXPECT_TRUE(namedBySpec);
-}
-
-TEST_F(TraceInjection, ParametersArePushedByPositionAndSkippedWhenTheyCannotBeBoxed) {
-    auto pushes = [&](const Rewrite& outcome) {
-        return callsOf(verified(outcome), profiler->getTraceToken(Profiler::kPushToken));
-    };
-    // An instance method: argument i is pushed as position i - 1.
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Derived", u"Instance")), 2u);
-    IMethodBuilder* builder = profiler->getBuilder();
-    int push = builder->findLabel(LABEL_PUSH_TRACE);
-    ASSERT_GE(push, 0);
-    std::vector<std::pair<Opcode, unsigned long>> sequence;
-    for (unsigned int i = push + 4; builder->getIL(i)->opcode() != Opcode::OPCODE_LABEL; ++i) {
-        sequence.emplace_back(builder->getIL(i)->opcode(), builder->getIL(i)->operand());
-    }
-    ASSERT_EQ(sequence.size(), 7u);
-    EXPECT_EQ(sequence[0], std::make_pair(Opcode::ldc_i4_s, 0ul));
-    EXPECT_EQ(sequence[1], std::make_pair(Opcode::ldarg_s, 1ul));
-    EXPECT_EQ(sequence[2].first, Opcode::box);
-    EXPECT_EQ(sequence[4], std::make_pair(Opcode::ldc_i4_s, 1ul));
-    EXPECT_EQ(sequence[5], std::make_pair(Opcode::ldarg_s, 2ul)) << "a string needs no box";
-
-    // ref, out and in: nothing pushed, the block stays with its guard.
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Point", u"Move")), 0u);
-    EXPECT_GE(profiler->getBuilder()->findLabel(LABEL_PUSH_TRACE_END), 0);
-    // Ref structs and read-only structs are left out, the int beside them is not.
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"StackOnly")), 1u);
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"ReadOnlyParam")), 1u);
-    // Every primitive and mixed references; a typed reference and a pointer
-    // are no objects and are left out.
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"AllPrimitives")), 12u);
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"TypedRef")), 0u);
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"Pointer")), 0u);
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Shapes", u"Mixed")), 7u);
-    // Generic parameters: !0 and !!0 are boxed through TypeSpecs.
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Generic`1", u"Echo")), 1u);
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Generic`1", u"Pick")), 3u);
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Generic`1", u"Self")), 1u);
-    // More than 255 arguments and locals.
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Wide", u"ManyArgs")), 260u);
-    EXPECT_EQ(pushes(rewrite(u"RewriteShapes.Wide", u"ManyLocals")), 1u);
-    EXPECT_GT(profiler->getTraceLocal(), 255u);
 }
 
 TEST_F(TraceInjection, SecondCallReturnsTheStoredResultUntilTheHistoryIsCleared) {

@@ -60,9 +60,8 @@ protected:
     mdTypeDef shimType() { return RealAssemblies::findType(import, SharedNames::kSyntheticAgentShimClass); }
     mdTypeDef corlibType(const char16_t* name) { return RealAssemblies::findType(import, name); }
 
-    // Methods or fields of a type in definition order.
+    // Methods of a type in definition order.
     std::vector<mdMethodDef> methodsOf(mdTypeDef type) { return tokensOf(&IMetaDataImport::EnumMethods, type); }
-    std::vector<mdFieldDef> fieldsOf(mdTypeDef type) { return tokensOf(&IMetaDataImport::EnumFields, type); }
     template <typename Enum>
     std::vector<mdToken> tokensOf(Enum enumerate, mdTypeDef type) {
         HCORENUM enumerator = nullptr;

@@ -71,33 +71,6 @@ TEST_F(SyntheticAgentShimFailureTest, GetTypeNotFoundLogsEveryLaterStepAndApplie
     EXPECT_EQ(methodNamed(shim, ".cctor"), 0u);
 }
 
-TEST_F(SyntheticAgentShimFailureTest, MissingDefaultLoadContextDumpsTheMethodsOfThatName) {
-    faulting->failFindMethod(u"get_Default", kNotFound);
-    EXPECT_EQ(define(true, false), kNotFound);
-
-    std::vector<std::string> lines = logLines();
-    ASSERT_GE(lines.size(), 6u) << logText;
-    EXPECT_EQ(lines[1], "Failed to locate AssemblyLoadContext.get_Default");
-    EXPECT_EQ(lines[2], dumpHeading(corlibType(u"System.Runtime.Loader.AssemblyLoadContext"), "get_Default"));
-    EXPECT_THAT(lines[3], StartsWith("Method get_Default sig: 0x0 0x0 0x12 0x"));
-    // The lookup that follows logs the signature it sought before its dump.
-    EXPECT_EQ(lines[4], "Failed to locate LoadFromAssemblyPath");
-    EXPECT_THAT(lines[5], StartsWith(" 0x20 0x1 0x12 0x"));
-    // The signature's bytes run on into the dump's heading.
-    EXPECT_THAT(lines[5], HasSubstr(" 0xeDumping methods for type:"));
-    EXPECT_EQ(info->calls("ApplyMetaData"), 0);
-}
-
-TEST_F(SyntheticAgentShimFailureTest, RuntimeWithoutInfo7LogsThatMetadataCannotBeApplied) {
-    EXPECT_EQ(define(true, false, 4), E_NOINTERFACE);
-
-    EXPECT_EQ(logText,
-              "Looking for agent at /opt/tarn/bin/netcore/tarn.Agent.dll\nFailed to ApplyMetaData 0x80004002\n");
-    EXPECT_EQ(info->calls("ApplyMetaData"), 0);
-    EXPECT_EQ(info->bodies().size(), 16u);
-    EXPECT_EQ(info->references(), 0u);
-}
-
 TEST_F(SyntheticAgentShimFailureTest, NoAgentLocationAtAllFailsTheLoaderInsteadOfCrashing) {
     environment.set("com.tarn.harrowlite.agentProfile", nullptr);
     EXPECT_EQ(define(true, false), E_INVALIDARG);

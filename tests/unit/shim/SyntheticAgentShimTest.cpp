@@ -12,24 +12,6 @@ namespace {
 
 class SyntheticAgentShimTest : public ShimFixture {
 protected:
-    struct Props {
-        std::string name;
-        DWORD flags = 0;
-        DWORD implFlags = 0;
-        ULONG rva = 0;
-        std::string signature;
-    };
-    Props methodProps(mdMethodDef method) {
-        Props props;
-        PCCOR_SIGNATURE bytes = nullptr;
-        ULONG length = 0;
-        import->GetMethodProps(method, nullptr, nullptr, 0, nullptr, &props.flags, &bytes, &length, &props.rva,
-                               &props.implFlags);
-        props.name = text->methodName(method);
-        props.signature = text->signature(bytes, length);
-        return props;
-    }
-
     // The .cctor listing for one run: each field gets a delegate of its type
     // over its initial target.
     std::vector<std::string> expectedClassCtor(bool attached) {
