@@ -95,6 +95,14 @@ TEST_F(DirectiveMatchingCacheOnShop, WalkResumesWhereItStoppedAndLaterAnswersCom
     EXPECT_EQ(a->methodTests + b->methodTests, methodTests + 2);
 }
 
+TEST_F(DirectiveMatchingCacheOnShop, ClassSkipOfAGroupPassesThatGroupByAndKeepsItOutOfTheEntry) {
+    twoGroups();
+    a->getClassMethodFilter()->addClassSkipRule(u"Shop.Order");
+    EXPECT_FALSE(ask(u"Shop.Order", u"Place"));
+    EXPECT_TRUE(ask(u"Shop.Order", u"GetName"));
+    EXPECT_FALSE(ask(u"Shop.Order", u"Place"));
+}
+
 TEST_F(DirectiveMatchingCacheOnShop, MethodSkipOfAKnownGroupVetoesEveryGroup) {
     twoGroups();
     a->getClassMethodFilter()->addMethodSkipRule(u"GetName");
