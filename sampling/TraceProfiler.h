@@ -97,12 +97,21 @@ private:
     ICorProfilerInfo* profilerInfo();
     // One pass: the runtime stopped, a snapshot of each session due, resumed.
     void samplePass(bool wokeEarly);
+    struct PassCounts {
+        int frames = 0;
+        int sampled = 0;
+        int open = 0;
+        int active = 0;
+    };
+    void sampleDueSessions(bool wokeEarly, bool suspended, PassCounts& counts);
     static bool isDue(const trace_profiler_session& session, bool wokeEarly);
     bool anySessionDue(bool wokeEarly);
     int sampleForSession(trace_profiler_session& session);
+    void recordFrames(trace_profiler_session& session, const FunctionID* functions, int count, bool complete);
     bool resolveThread(trace_profiler_session& session, ICorProfilerInfo* info);
     void logFailedSnapshot(int index, HRESULT hr);
     void cacheClassInfo(FunctionID function);
+    [[nodiscard]] HRESULT cacheAssemblyName(ICorProfilerInfo* info, AssemblyID assemblyId, FunctionID function);
     void concatEnclosingClass(mdTypeDef typeDef, IMetaDataImport* import, char16_t* out);
 
     ISamplingOwner* callback;

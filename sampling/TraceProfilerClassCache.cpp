@@ -62,19 +62,7 @@ void TraceProfiler::cacheClassInfo(FunctionID function) {
     }
     HeldLock held(&cacheLock);
     if (assemblyNames.count(assemblyId) == 0) {
-        char16_t name[kNameUnits] = {};
-        ULONG length = 0;
-        hr = info->GetAssemblyInfo(assemblyId, kNameUnits, &length, name, nullptr, nullptr);
-        if (FAILED(hr)) {
-            if (logs(kWarn)) {
-                log("Failed to cache assembly 0x%x for functionId: 0x%x\n", assemblyId, function);
-            }
-        } else {
-            assemblyNames.emplace(assemblyId, name);
-            if (logs(kDebug)) {
-                log("Cached assembly %S for functionId: 0x%x\n", name, function);
-            }
-        }
+        hr = cacheAssemblyName(info, assemblyId, function);
     }
     // A function with a class is never in the function map, so its class name
     // is looked up for each of its frames; the insert then changes nothing.
@@ -115,6 +103,24 @@ void TraceProfiler::cacheClassInfo(FunctionID function) {
     if (!cached && logs(kWarn)) {
         log("Failed to cache className 0x%x for functionId: 0x%x HR: 0x%x\n", classId, function, hr);
     }
+}
+
+// Under the cache lock: the name of an assembly met for the first time.
+HRESULT TraceProfiler::cacheAssemblyName(ICorProfilerInfo* info, AssemblyID assemblyId, FunctionID function) {
+    char16_t name[kNameUnits] = {};
+    ULONG length = 0;
+    HRESULT hr = info->GetAssemblyInfo(assemblyId, kNameUnits, &length, name, nullptr, nullptr);
+    if (FAILED(hr)) {
+        if (logs(kWarn)) {
+            log("Failed to cache assembly 0x%x for functionId: 0x%x\n", assemblyId, function);
+        }
+        return hr;
+    }
+    assemblyNames.emplace(assemblyId, name);
+    if (logs(kDebug)) {
+        log("Cached assembly %S for functionId: 0x%x\n", name, function);
+    }
+    return hr;
 }
 
 void TraceProfiler::concatEnclosingClass(mdTypeDef typeDef, IMetaDataImport* import, char16_t* out) {

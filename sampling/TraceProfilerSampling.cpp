@@ -124,10 +124,7 @@ void TraceProfiler::SampleTraces() {
 
 void TraceProfiler::samplePass(bool wokeEarly) {
     const int64_t start = Performance::GetTimeInMillis();
-    int frames = 0;
-    int sampled = 0;
-    int open = 0;
-    int active = 0;
+    PassCounts counts;
     AutoCOMPointer<ICorProfilerInfo> info(profilerInfo());
     AutoCOMPointer<ICorProfilerInfo10> info10;
     if (info != nullptr) {
@@ -150,27 +147,7 @@ void TraceProfiler::samplePass(bool wokeEarly) {
     }
     // Nothing thrown may leave the runtime stopped.
     try {
-        for (size_t i = 0; i < sessions.size() && !shuttingDown; ++i) {
-            trace_profiler_session& session = sessions[i];
-            if (session.index < 0) {
-                continue;
-            }
-            ++open;
-            if (!session.sampling) {
-                continue;
-            }
-            ++active;
-            if (!isDue(session, wokeEarly)) {
-                continue;
-            }
-            if (suspended) {
-                frames += sampleForSession(session);
-            } else {
-                ++session.sampleCount;
-                ++session.failedCount;
-            }
-            ++sampled;
-        }
+        sampleDueSessions(wokeEarly, suspended, counts);
     } catch (...) {
         if (logs(kError)) {
             log("Sampling pass ended by an error\n");
@@ -190,8 +167,8 @@ void TraceProfiler::samplePass(bool wokeEarly) {
     }
     const int64_t duration = Performance::GetTimeInMillis() - start;
     if (duration > 1 && logs(kDebug)) {
-        log("Sampled %d frames in %d sessions (open: %d, sampling: %d) (%lldms) \n", frames, sampled, open, active,
-            static_cast<long long>(duration));
+        log("Sampled %d frames in %d sessions (open: %d, sampling: %d) (%lldms) \n", counts.frames, counts.sampled,
+            counts.open, counts.active, static_cast<long long>(duration));
     }
     // The names of new frames are cached with the runtime running and without
     // the session lock: reading metadata may wait for a thread that itself
@@ -204,6 +181,32 @@ void TraceProfiler::samplePass(bool wokeEarly) {
     }
     uncachedFunctions.clear();
     LeaveCriticalSection(&cacheLock);
+}
+
+// Under the session lock: each open session that is due is walked, or, with
+// the runtime running on, counted as a failed sample.
+void TraceProfiler::sampleDueSessions(bool wokeEarly, bool suspended, PassCounts& counts) {
+    for (size_t i = 0; i < sessions.size() && !shuttingDown; ++i) {
+        trace_profiler_session& session = sessions[i];
+        if (session.index < 0) {
+            continue;
+        }
+        ++counts.open;
+        if (!session.sampling) {
+            continue;
+        }
+        ++counts.active;
+        if (!isDue(session, wokeEarly)) {
+            continue;
+        }
+        if (suspended) {
+            counts.frames += sampleForSession(session);
+        } else {
+            ++session.sampleCount;
+            ++session.failedCount;
+        }
+        ++counts.sampled;
+    }
 }
 
 // An early wake-up is for new sessions: the others keep their rhythm.
@@ -283,10 +286,20 @@ int TraceProfiler::sampleForSession(trace_profiler_session& session) {
         session.sampleCount - session.failedCount == static_cast<unsigned int>(session.sampleLimit)) {
         session.sampling = false;
     }
-    for (int i = 0; i < data.count; ++i) {
-        trace_profiler_sample_key key {data.functions[i], i + 1 < data.count ? data.functions[i + 1] : 0,
-                                       data.count - i};
-        if (hr == S_OK && logs(kTrace)) {
+    recordFrames(session, data.functions, data.count, hr == S_OK);
+    if (logs(kTrace)) {
+        log("[%d] Found %d unique functions\n", session.index, static_cast<int>(session.samples.size()));
+    }
+    return data.count;
+}
+
+// One walk's frames, innermost first, counted by function, caller and depth;
+// a frame not seen before waits for its class name.
+void TraceProfiler::recordFrames(trace_profiler_session& session, const FunctionID* functions, int count,
+                                 bool complete) {
+    for (int i = 0; i < count; ++i) {
+        trace_profiler_sample_key key {functions[i], i + 1 < count ? functions[i + 1] : 0, count - i};
+        if (complete && logs(kTrace)) {
             log("0x%x %d\n", key.function, key.depth);
         }
         auto found = session.sampleIndex.find(key);
@@ -300,10 +313,6 @@ int TraceProfiler::sampleForSession(trace_profiler_session& session) {
             }
         }
     }
-    if (logs(kTrace)) {
-        log("[%d] Found %d unique functions\n", session.index, static_cast<int>(session.samples.size()));
-    }
-    return data.count;
 }
 
 // The managed thread that runs on the session's kernel thread, among the first
