@@ -87,6 +87,51 @@ void reportIgnoredLines(const std::string& file, const DirectiveCheckOptions& op
 
 }  // namespace
 
+namespace {
+
+// One method's verdict, with the group that decides it or the reason it is
+// skipped, as a line of text or of JSON.
+void reportMethod(ProfilerController& controller, IDirectiveController& directives, IMetaDataContext* context,
+                  mdMethodDef method, const DirectiveCheckOptions& options, FILE* out) {
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    char16_t* methodName = nullptr;
+    if (FAILED(context->getClassName(&assembly, &className)) ||
+        FAILED(context->getMethodName(&methodName))) {
+        return;
+    }
+    const std::string name = narrow(className) + "::" + narrow(methodName);
+    if (!options.explain.empty() && name != options.explain) return;
+    // As the compile path decides: the directives, then no byref-like type.
+    const bool byRefLike = controller.isByRefLike(context);
+    const bool selected = controller.shouldMonitorMethodUncached(context) == S_OK && !byRefLike;
+    if (options.selectedOnly && !selected) return;
+    std::unique_ptr<IDirectiveMatchResult> result(directives.shouldMonitorResult(context));
+    const std::string matched = groupNames(*result, result->getMatchedCount(),
+                                           &IDirectiveMatchResult::getMatchedGroup);
+    const std::string skipped = groupNames(*result, result->getSkippedCount(),
+                                           &IDirectiveMatchResult::getSkippedGroup);
+    std::string why = result->isSkippedGlobally() ? "skipped by the global skips"
+                      : !skipped.empty()          ? "skipped by " + skipped
+                      : byRefLike && !matched.empty() ? "byref-like type, never traced"
+                      : !matched.empty()          ? "selected by " + matched
+                                                  : "no group selects it";
+    if (!options.explain.empty()) {
+        why += "; groups that do not match: " +
+               groupNames(*result, result->getUnmatchedCount(), &IDirectiveMatchResult::getUnmatchedGroup);
+    }
+    if (options.json) {
+        fprintf(out, "{\"assembly\":%s,\"method\":%s,\"token\":\"0x%08x\",\"selected\":%s,\"why\":%s}\n",
+                jsonText(narrow(assembly)).c_str(), jsonText(name).c_str(), method,
+                selected ? "true" : "false", jsonText(why).c_str());
+    } else {
+        fprintf(out, "%s [%s]%s (%s)\n", selected ? "selected" : "-       ", narrow(assembly).c_str(),
+                name.c_str(), why.c_str());
+    }
+}
+
+}  // namespace
+
 int DirectiveCheck::run(const DirectiveCheckOptions& options, FILE* out, FILE* err) {
     if (!HostedRuntime::instance().ready()) {
         fprintf(err, "tarn-directives: cannot host the .NET runtime: %s\n", HostedRuntime::instance().error().c_str());
@@ -140,41 +185,7 @@ int DirectiveCheck::run(const DirectiveCheckOptions& options, FILE* out, FILE* e
             while (methods.HasNext()) {
                 const mdMethodDef method = methods.Next();
                 context->setMethodDef(method);
-                char16_t* assembly = nullptr;
-                char16_t* className = nullptr;
-                char16_t* methodName = nullptr;
-                if (FAILED(context->getClassName(&assembly, &className)) ||
-                    FAILED(context->getMethodName(&methodName))) {
-                    continue;
-                }
-                const std::string name = narrow(className) + "::" + narrow(methodName);
-                if (!options.explain.empty() && name != options.explain) continue;
-                // As the compile path decides: the directives, then no byref-like type.
-                const bool byRefLike = controller->isByRefLike(context.get());
-                const bool selected = controller->shouldMonitorMethodUncached(context.get()) == S_OK && !byRefLike;
-                if (options.selectedOnly && !selected) continue;
-                std::unique_ptr<IDirectiveMatchResult> result(directives->shouldMonitorResult(context.get()));
-                const std::string matched = groupNames(*result, result->getMatchedCount(),
-                                                       &IDirectiveMatchResult::getMatchedGroup);
-                const std::string skipped = groupNames(*result, result->getSkippedCount(),
-                                                       &IDirectiveMatchResult::getSkippedGroup);
-                std::string why = result->isSkippedGlobally() ? "skipped by the global skips"
-                                  : !skipped.empty()          ? "skipped by " + skipped
-                                  : byRefLike && !matched.empty() ? "byref-like type, never traced"
-                                  : !matched.empty()          ? "selected by " + matched
-                                                              : "no group selects it";
-                if (!options.explain.empty()) {
-                    why += "; groups that do not match: " +
-                           groupNames(*result, result->getUnmatchedCount(), &IDirectiveMatchResult::getUnmatchedGroup);
-                }
-                if (options.json) {
-                    fprintf(out, "{\"assembly\":%s,\"method\":%s,\"token\":\"0x%08x\",\"selected\":%s,\"why\":%s}\n",
-                            jsonText(narrow(assembly)).c_str(), jsonText(name).c_str(), method,
-                            selected ? "true" : "false", jsonText(why).c_str());
-                } else {
-                    fprintf(out, "%s [%s]%s (%s)\n", selected ? "selected" : "-       ", narrow(assembly).c_str(),
-                            name.c_str(), why.c_str());
-                }
+                reportMethod(*controller, *directives, context.get(), method, options, out);
             }
         }
     }
