@@ -90,29 +90,26 @@ HRESULT ProfilerCallback::Initialize(IUnknown* pICorProfilerInfoUnk) {
 // The newest info interface the runtime offers, and what it says of the
 // runtime's generation.
 HRESULT ProfilerCallback::queryInfoInterfaces(IUnknown* unknown) {
-    ICorProfilerInfo3* info3 = nullptr;
-    HRESULT hr = unknown->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3));
-    if (SUCCEEDED(hr)) {
-        profilerInfo = info3;
-        clrVersion = 4;
+    // Newest first; each derives from the one below, so one pointer serves.
+    static const struct {
+        const IID* iid;
+        long version;
+    } kInterfaces[] = {{&IID_ICorProfilerInfo3, 4}, {&IID_ICorProfilerInfo2, 2}, {&IID_ICorProfilerInfo, 1}};
+    HRESULT hr = E_NOINTERFACE;
+    for (const auto& candidate : kInterfaces) {
+        ICorProfilerInfo* info = nullptr;
+        hr = unknown->QueryInterface(*candidate.iid, reinterpret_cast<void**>(&info));
+        if (FAILED(hr)) {
+            continue;
+        }
+        profilerInfo = info;
+        clrVersion = candidate.version;
         AutoCOMPointer<ICorProfilerInfo4> info4;
-        if (SUCCEEDED(unknown->QueryInterface(IID_ICorProfilerInfo4, reinterpret_cast<void**>(&info4)))) {
+        if (clrVersion == 4 &&
+            SUCCEEDED(unknown->QueryInterface(IID_ICorProfilerInfo4, reinterpret_cast<void**>(&info4)))) {
             supportsReJIT = true;
         }
         return hr;
-    }
-    ICorProfilerInfo2* info2 = nullptr;
-    hr = unknown->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2));
-    if (SUCCEEDED(hr)) {
-        profilerInfo = info2;
-        clrVersion = 2;
-        return hr;
-    }
-    ICorProfilerInfo* info = nullptr;
-    hr = unknown->QueryInterface(IID_ICorProfilerInfo, reinterpret_cast<void**>(&info));
-    if (SUCCEEDED(hr)) {
-        profilerInfo = info;
-        clrVersion = 1;
     }
     return hr;
 }
