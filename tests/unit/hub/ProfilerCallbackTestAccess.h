@@ -33,7 +33,4 @@ public:
         callback.functionData[data->functionId] = data;
     }
     static size_t classIdentifierCount(ProfilerCallback& callback) { return callback.classIdentifiers.size(); }
-    static void putReJITStatus(ProfilerCallback& callback, int identifier, HRESULT result) {
-        callback.putReJITStatus(identifier, result);
-    }
 };

@@ -12,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "MetadataText.h"
 #include "platform/AutoPointer.h"
 #include "runtime/Guids.h"
 #include "shim/SyntheticAgentShim.h"
@@ -35,7 +34,6 @@ protected:
         ASSERT_NE(emit.get(), nullptr) << "cannot open " << copy << " for writing";
         ASSERT_EQ(emit->QueryInterface(IID_IMetaDataImport, reinterpret_cast<void**>(&import)), S_OK);
         faulting = CountingMetaDataImport::wrap(import);
-        text = std::make_unique<MetadataText>(import.get());
 
         environment.set("com.tarn.harrowlite.agentLocation", nullptr);
         environment.set("com.tarn.harrowlite.agentProfile", "/opt/tarn/AgentProfile.config");
@@ -60,29 +58,7 @@ protected:
     mdTypeDef shimType() { return RealAssemblies::findType(import, SharedNames::kSyntheticAgentShimClass); }
     mdTypeDef corlibType(const char16_t* name) { return RealAssemblies::findType(import, name); }
 
-    // Methods of a type in definition order.
-    std::vector<mdMethodDef> methodsOf(mdTypeDef type) { return tokensOf(&IMetaDataImport::EnumMethods, type); }
-    template <typename Enum>
-    std::vector<mdToken> tokensOf(Enum enumerate, mdTypeDef type) {
-        HCORENUM enumerator = nullptr;
-        mdToken tokens[64];
-        ULONG count = 0;
-        (import.get()->*enumerate)(&enumerator, type, tokens, 64, &count);
-        import->CloseEnum(enumerator);
-        return std::vector<mdToken>(tokens, tokens + count);
-    }
-    mdMethodDef methodNamed(mdTypeDef type, const std::string& name) {
-        for (mdMethodDef method : methodsOf(type)) {
-            if (text->methodName(method) == name) return method;
-        }
-        return 0;
-    }
-
-    // The body installed for a method, decoded; empty if none was installed.
-    MethodBody bodyOf(mdMethodDef method) {
-        auto found = info->bodies().find(method);
-        return found == info->bodies().end() ? MethodBody{} : text->body(found->second);
-    }
+    mdMethodDef methodNamed(mdTypeDef type, const char16_t* name) { return RealAssemblies::findMethod(import, type, name); }
 
     // Lines of the log that begin with prefix, in order.
     std::vector<std::string> logLines(const std::string& prefix = "") const {
@@ -99,7 +75,6 @@ protected:
     AutoCOMPointer<IMetaDataEmit> emit;
     AutoCOMPointer<IMetaDataImport> import;
     AutoCOMPointer<CountingMetaDataImport> faulting;
-    std::unique_ptr<MetadataText> text;
     std::unique_ptr<EmittingProfilerInfo> info;
     HRESULT metaDataResult = S_OK;
     std::string logText;

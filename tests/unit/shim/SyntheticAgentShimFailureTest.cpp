@@ -67,8 +67,8 @@ TEST_F(SyntheticAgentShimFailureTest, GetTypeNotFoundLogsEveryLaterStepAndApplie
     // The trace methods and stubs were in before the loader failed; the loader
     // and the class constructor get no body.
     EXPECT_EQ(info->bodies().size(), 14u);
-    EXPECT_EQ(info->bodies().count(methodNamed(shim, "loadInitTrace")), 0u);
-    EXPECT_EQ(methodNamed(shim, ".cctor"), 0u);
+    EXPECT_EQ(info->bodies().count(methodNamed(shim, u"loadInitTrace")), 0u);
+    EXPECT_EQ(methodNamed(shim, u".cctor"), 0u);
 }
 
 TEST_F(SyntheticAgentShimFailureTest, NoAgentLocationAtAllFailsTheLoaderInsteadOfCrashing) {
