@@ -91,18 +91,3 @@ TEST(ProfilerCallback, ShutdownStopsCompileEventsAndReleasesTheRuntime) {
     EXPECT_NE(std::string::npos, outcome.log.find("Begin shutdown\n")) << outcome.log;
     EXPECT_TRUE(outcome.released);
 }
-
-TEST(ProfilerCallback, AssemblyLoadsAndUnloadsAreUnsafeForSampling) {
-    ProfilerCallback* callback = newCallback();
-    TraceProfiler& sampling = callback->getTraceProfiler();
-    EXPECT_FALSE(sampling.isUnsafe());
-    EXPECT_EQ(S_OK, callback->AssemblyLoadStarted(1));
-    EXPECT_TRUE(sampling.isUnsafe());
-    EXPECT_EQ(S_OK, callback->AssemblyLoadFinished(1, S_OK));
-    EXPECT_FALSE(sampling.isUnsafe());
-    EXPECT_EQ(S_OK, callback->AssemblyUnloadStarted(1));
-    EXPECT_TRUE(sampling.isUnsafe());
-    EXPECT_EQ(S_OK, callback->AssemblyUnloadFinished(1, E_FAIL));
-    EXPECT_FALSE(sampling.isUnsafe());
-    callback->Release();
-}

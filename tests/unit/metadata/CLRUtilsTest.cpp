@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <set>
 
 #include "metadata/CLRUtils.h"
 #include "runtime/CorErrors.h"
@@ -31,37 +30,6 @@ protected:
         Text path = u"untouched";
         found = CLRUtils::GetManagedModulePath(info, wide, path);
         return RealAssemblies::narrow(path.c_str());
-    }
-
-    // Name and owner of a method, straight from the metadata.
-    std::pair<std::string, std::string> describe(IMetaDataImport* import, mdMethodDef method) {
-        char16_t name[1024] = {0};
-        char16_t owner[1024] = {0};
-        mdTypeDef type = 0;
-        ULONG length = 0;
-        EXPECT_EQ(import->GetMethodProps(method, &type, name, 1024, &length, nullptr, nullptr, nullptr, nullptr,
-                                         nullptr),
-                  S_OK);
-        EXPECT_EQ(import->GetTypeDefProps(type, owner, 1024, &length, nullptr, nullptr), S_OK);
-        return {RealAssemblies::narrow(owner), RealAssemblies::narrow(name)};
-    }
-
-    // Non-abstract methods of exactly that name in the type.
-    unsigned int overloads(IMetaDataImport* import, const char16_t* type, const char16_t* method) {
-        mdTypeDef typeDef = RealAssemblies::findType(import, type);
-        HCORENUM enumerator = nullptr;
-        mdMethodDef methods[64];
-        ULONG count = 0;
-        unsigned int concrete = 0;
-        import->EnumMethodsWithName(&enumerator, typeDef, method, methods, 64, &count);
-        import->CloseEnum(enumerator);
-        for (ULONG i = 0; i < count; ++i) {
-            DWORD attributes = 0;
-            import->GetMethodProps(methods[i], nullptr, nullptr, 0, nullptr, &attributes, nullptr, nullptr, nullptr,
-                                   nullptr);
-            concrete += (attributes & mdAbstract) == 0 ? 1 : 0;
-        }
-        return concrete;
     }
 
     AutoCOMPointer<ProfilerInfoDouble> info;
@@ -131,58 +99,4 @@ TEST_F(CLRUtilsTest, ManagedProgramFromTheCommandLine) {
     info->setRuntimeType(COR_PRF_DESKTOP_CLR);
     EXPECT_EQ(managedPath({name.c_str()}, found), self);
     EXPECT_TRUE(found);
-}
-
-TEST_F(CLRUtilsTest, NamespaceReferencesOfAssemblyFiles) {
-    auto references = [&](const std::string& path, const char16_t* nameSpace) {
-        return CLRUtils::AssemblyReferencesNamespace(info, RealAssemblies::widen(path), nameSpace);
-    };
-    std::string mvc = RealAssemblies::aspNetCoreAssembly("Microsoft.AspNetCore.Mvc.Core.dll");
-    std::string console = RealAssemblies::testAsset("ConsoleHello");
-    ASSERT_TRUE(std::filesystem::exists(mvc)) << mvc;
-    EXPECT_TRUE(references(mvc, u"Microsoft.AspNetCore.Http"));
-    EXPECT_FALSE(references(console, u"Microsoft.AspNetCore"));
-    // A prefix test: "System.Consol" is found in "System.Console".
-    EXPECT_TRUE(references(console, u"System.Consol"));
-    EXPECT_TRUE(references(console, u"System.Console"));
-    EXPECT_FALSE(references(console + ".missing", u"System"));
-}
-
-TEST_F(CLRUtilsTest, MethodTokensOfTheCoreLibrary) {
-    ModuleID coreLib = info->addModule(RealAssemblies::coreLibPath());
-    ASSERT_NE(coreLib, 0u);
-    IMetaDataImport* import = info->importOf(coreLib);
-
-    mdMethodDef invoke = CLRUtils::GetMethodDefTokenFromModule(info, coreLib, u"System.Threading.Tasks.Task",
-                                                               u"InnerInvoke");
-    ASSERT_NE(invoke, 0u);
-    EXPECT_EQ(describe(import, invoke), std::make_pair(std::string("System.Threading.Tasks.Task"),
-                                                       std::string("InnerInvoke")));
-
-    struct Search {
-        const char16_t* type;
-        const char16_t* method;
-    };
-    for (Search search : {Search{u"System.Threading.Monitor", u"Enter"}, Search{u"System.Threading.Thread", u"Sleep"}}) {
-        unsigned int tokens[8];
-        std::fill(std::begin(tokens), std::end(tokens), 0xFFFFFFFFu);
-        unsigned int count = CLRUtils::GetMethodDefTokensFromModule(info, coreLib, search.type, search.method, tokens, 8);
-        unsigned int expected = overloads(import, search.type, search.method);
-        ASSERT_GT(expected, 1u) << RealAssemblies::narrow(search.method);
-        EXPECT_EQ(count, expected);
-        std::set<unsigned int> distinct;
-        for (unsigned int i = 0; i < count; ++i) {
-            EXPECT_EQ(describe(import, tokens[i]).second, RealAssemblies::narrow(search.method));
-            EXPECT_EQ(describe(import, tokens[i]).first, RealAssemblies::narrow(search.type));
-            distinct.insert(tokens[i]);
-        }
-        EXPECT_EQ(distinct.size(), count);
-        for (unsigned int i = count; i < 8; ++i) {
-            EXPECT_EQ(tokens[i], 0u);
-        }
-        // A short list stops at its limit.
-        EXPECT_EQ(CLRUtils::GetMethodDefTokensFromModule(info, coreLib, search.type, search.method, tokens, 1), 1u);
-        EXPECT_EQ(tokens[0], CLRUtils::GetMethodDefTokenFromModule(info, coreLib, search.type, search.method));
-    }
-    EXPECT_EQ(CLRUtils::GetMethodDefTokenFromModule(info, coreLib, u"System.Threading.Monitor", u"NoSuchMethod"), 0u);
 }

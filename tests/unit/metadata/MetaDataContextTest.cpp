@@ -117,21 +117,6 @@ TEST_F(MetaDataContextNames, InterfacesAreListedUpToSixtyFour) {
     EXPECT_EQ(distinct.size(), 64u);
 }
 
-TEST_F(MetaDataContextNames, GenericInterfaceLeavesTheClassWithoutInterfaceList) {
-    CountingMetaDataImport* import = info->importOf(shapes);
-    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.ImplementsGeneric"}, u"Take")), S_OK);
-    import->resetCalls();
-    unsigned int count = 99;
-    char16_t** classes = nullptr;
-    EXPECT_EQ(context->getInterfaces(nullptr, &classes, &count), E_NOTIMPL);
-    EXPECT_EQ(context->getInterfaces(nullptr, &classes, &count), E_NOTIMPL);
-    EXPECT_EQ(count, 99u);
-    EXPECT_EQ(classes, nullptr);
-    // Not cached, and no enumerator is left open.
-    EXPECT_EQ(import->calls("EnumInterfaceImpls"), 2);
-    EXPECT_EQ(import->calls("CloseEnum"), 2);
-}
-
 TEST_F(MetaDataContextNames, AttributesOfClassesAndMethodsFromAnyAssembly) {
     HRESULT hr = E_FAIL;
     ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Attributed"}, u"Marked")), S_OK);

@@ -25,15 +25,6 @@ bool isDirectory(const std::string& path)
 
 } // namespace
 
-TEST(SystemUtils, ProgramArgumentsStartWithThisProgram)
-{
-    std::vector<Text> args;
-    SystemUtils::GetProgramArguments(args);
-    ASSERT_FALSE(args.empty());
-    EXPECT_EQ(args[0], RealAssemblies::widen(program_invocation_name));
-    EXPECT_EQ(SystemUtils::GetPid(), getpid());
-}
-
 TEST(SystemUtils, TryToCreateFullPathMakesTheDirectoriesAboveTheFile)
 {
     ScratchDirectory scratch;

@@ -185,53 +185,6 @@ TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLo
     }
 }
 
-TEST_F(DirectiveLoading, ExtensionBundlesOnAzureAreReadInNameOrder)
-{
-    fresh(true);
-    // Bundles of every agent installed beside this one: <root>/<agent>/tarn/extensions/<bundle>.
-    installation->write("/one/tarn/extensions/zeta/directives/z.fmd", select("Shop.Order", "Place"));
-    installation->write("/two/tarn/extensions/alpha/directives/a.fmd", select("Shop.Order", "Dispose"));
-    installation->write("/two/tarn/extensions/beta/directives/b.fmd", select("Shop.Invoice", "Issue"));
-
-    std::unique_ptr<ProfilerController> all = load();
-    ASSERT_NE(all, nullptr);
-    const std::vector<std::string> log = installation->log();
-    const std::string root = installation->root();
-    EXPECT_EQ(log, (std::vector<std::string> {
-                       "Loading alpha", "Started loading " + root + "/site/wwwroot\\..\\..\\two\\tarn\\extensions\\alpha\\directives/a.fmd",
-                       "Loaded " + root + "/site/wwwroot\\..\\..\\two\\tarn\\extensions\\alpha\\directives/a.fmd",
-                       "Loading beta", "Started loading " + root + "/site/wwwroot\\..\\..\\two\\tarn\\extensions\\beta\\directives/b.fmd",
-                       "Loaded " + root + "/site/wwwroot\\..\\..\\two\\tarn\\extensions\\beta\\directives/b.fmd",
-                       "Loading zeta", "Started loading " + root + "/site/wwwroot\\..\\..\\one\\tarn\\extensions\\zeta\\directives/z.fmd",
-                       "Loaded " + root + "/site/wwwroot\\..\\..\\one\\tarn\\extensions\\zeta\\directives/z.fmd"}))
-        << joined(log);
-    EXPECT_EQ(decide(*all, u"Shop.Order", u"Place"), 0);
-    EXPECT_EQ(decide(*all, u"Shop.Invoice", u"Issue"), 0);
-    all.reset();
-
-    // A chosen list of bundles, from a folder given absolutely.
-    fresh(true);
-    const std::string folder = installation->write("/bundles/beta/directives/b.fmd", select("Shop.Invoice", "Issue"));
-    installation->write("/bundles/gamma/directives/g.fmd", select("Shop.Order", "Place"));
-    installation->set("harrowlite.agent.extensions.bundles.load", "beta");
-    installation->set("harrowlite.agent.extensions.directory", installation->root() + "/bundles");
-    std::unique_ptr<ProfilerController> chosen = load();
-    ASSERT_NE(chosen, nullptr);
-    EXPECT_EQ(installation->log().front(), "Loading beta") << joined(installation->log());
-    EXPECT_EQ(decide(*chosen, u"Shop.Invoice", u"Issue"), 0);
-    EXPECT_EQ(decide(*chosen, u"Shop.Order", u"Place"), 1);
-    chosen.reset();
-
-    // An absolute folder that does not exist; loading goes on.
-    fresh(true);
-    installation->set("harrowlite.agent.extensions.directory", installation->root() + "/nowhere");
-    installation->write("persistedprobes/f.fmd", select("Shop.Order", "Dispose"));
-    std::unique_ptr<ProfilerController> missing = load();
-    ASSERT_NE(missing, nullptr);
-    EXPECT_EQ(installation->log().front(), "Failed with invalid handle") << joined(installation->log());
-    EXPECT_EQ(decide(*missing, u"Shop.Order", u"Dispose"), 0);
-}
-
 TEST_F(DirectiveLoading, ReloadReadsAgainAndKeepsTheMemo)
 {
     installation->set("harrowlite.fieldmark.directivesFile", "a.fmd");

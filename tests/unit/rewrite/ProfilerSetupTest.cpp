@@ -1,20 +1,10 @@
 // The engine's set-up: where the trace functions live, the extended local
 // signature, and the tokens resolved per module.
-#include <filesystem>
 
 #include "RewriteChecks.h"
-#include "support/ScopedEnvironment.h"
-#include "support/ScratchDirectory.h"
 
 class ProfilerSetup : public RewriteFixture {
 protected:
-    bool shimChosen(unsigned int clrVersion, bool isCoreCLR, int setting) {
-        controller.shimSetting = setting;
-        std::unique_ptr<Profiler> made(Profiler::newInstance(info.get(), clrVersion, isCoreCLR, &controller));
-        EXPECT_NE(made, nullptr);
-        return made != nullptr && made->usingSyntheticShim();
-    }
-
     // Runs the set-up stages alone on a method of the shapes.
     HRESULT setUp(const char16_t* typeName, const char16_t* name) {
         EXPECT_EQ(context->setFunction(info->addFunction(shapes, method(typeName, name))), S_OK);
@@ -27,25 +17,6 @@ protected:
         return rewrite_checks::localSignature(info->importOf(shapes), profiler->getLocalSigToken());
     }
 };
-
-TEST_F(ProfilerSetup, ShimChoiceFollowsVersionSettingRuntimeAndGlobalCache) {
-    EXPECT_FALSE(shimChosen(2, true, 0)) << "version 2 never uses the shim";
-    EXPECT_TRUE(shimChosen(4, false, 0));
-    EXPECT_FALSE(shimChosen(4, true, 1));
-    EXPECT_TRUE(shimChosen(4, true, E_FAIL)) << "CoreCLR without a setting";
-    EXPECT_EQ(logText(), "") << "no look at the file system on CoreCLR";
-
-    // Another runtime without a setting asks the global assembly cache.
-    ScratchDirectory root;
-    ScopedEnvironment environment;
-    environment.set("SystemRoot", nullptr);
-    EXPECT_TRUE(shimChosen(4, false, E_FAIL));
-    environment.set("SystemRoot", root.path().c_str());
-    EXPECT_TRUE(shimChosen(4, false, E_FAIL));
-    EXPECT_EQ(logText(), "tarn.Agent was not found int the GAC. Injecting SyntheticAgentShim\n");
-    std::filesystem::create_directories(root.path() + "\\assembly\\GAC_MSIL\\tarn.Agent");
-    EXPECT_FALSE(shimChosen(4, false, E_FAIL));
-}
 
 TEST_F(ProfilerSetup, TheLocalSignatureGainsTheResultAndTraceLocalsAtItsEnd) {
     using Types = std::vector<unsigned char>;
@@ -84,25 +55,4 @@ TEST_F(ProfilerSetup, TheLocalSignatureGainsTheResultAndTraceLocalsAtItsEnd) {
     // A native integer result stops the stage before any code is touched.
     EXPECT_EQ(setUp(u"RewriteShapes.Shapes", u"NativeReturn"), E_FAIL);
     EXPECT_EQ(std::u16string(profiler->getLastError()), u"Native integer types are not supported.");
-}
-
-TEST_F(ProfilerSetup, WithoutTheShimTheAgentAssemblyIsReferenced) {
-    controller.shimSetting = 1;
-    profiler.reset(Profiler::newInstance(info.get(), 4, true, &controller));
-    ASSERT_FALSE(profiler->usingSyntheticShim());
-    ASSERT_TRUE(SUCCEEDED(setUp(u"RewriteShapes.Shapes", u"Empty")));
-    ASSERT_EQ(profiler->updateTokens(), S_OK);
-    IMetaDataImport* import = info->importOf(shapes);
-    mdToken type = 0;
-    ASSERT_EQ(import->GetMemberRefProps(profiler->getTraceToken(Profiler::kInitToken), &type, nullptr, 0, nullptr,
-                                        nullptr, nullptr),
-              S_OK);
-    char16_t name[128] = {};
-    mdToken scope = 0;
-    ASSERT_EQ(import->GetTypeRefProps(type, &scope, name, 128, nullptr), S_OK);
-    EXPECT_EQ(std::u16string(name), u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim");
-    AssemblyRef agent = assemblyRef(import, scope);
-    EXPECT_EQ(agent.name, u"tarn.Agent");
-    EXPECT_EQ(agent.version.usMajorVersion, 26);
-    EXPECT_EQ(agent.version.usRevisionNumber, 17);
 }

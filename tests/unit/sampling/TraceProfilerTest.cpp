@@ -17,21 +17,6 @@ int startOnThread(TraceProfiler& profiler, ThreadID thread) {
     return profiler.StartProfilingWithSession(session);
 }
 
-TEST(TraceProfiler, TheTableFillsToSixtyFourBeforeAClosedEntryIsReused) {
-    TraceProfiler profiler(nullptr);
-    for (int i = 0; i < 40; ++i) ASSERT_EQ(profiler.StartProfilingForThread(100 + i, 0), i);
-    for (int i = 0; i < 30; ++i) profiler.CloseProfilingSession(i);
-    EXPECT_EQ(profiler.StartProfilingForThread(200, 0), 40);
-    for (int i = 41; i < 64; ++i) ASSERT_EQ(profiler.StartProfilingForThread(200, 0), i);
-    EXPECT_EQ(profiler.openSessionCount(), 34);
-    EXPECT_EQ(profiler.StartProfilingForThread(201, 0), 0);
-    for (int i = 1; i < 30; ++i) ASSERT_EQ(profiler.StartProfilingForThread(202, 0), i);
-    EXPECT_EQ(profiler.StartProfilingForThread(203, 0), -1);
-    EXPECT_EQ(profiler.openSessionCount(), 64);
-    EXPECT_EQ(profiler.CloseProfilingSession(17), 0);
-    EXPECT_EQ(profiler.StartProfilingForThread(204, 0), 17);
-}
-
 TEST(TraceProfiler, ReadersAnswerOnlyBetweenStopAndClose) {
     TraceProfiler profiler(nullptr);
     profiler.PushSamplingInterval(1);
@@ -77,19 +62,6 @@ TEST(TraceProfiler, ShutdownClosesEverySessionAndRefusesNewOnes) {
     EXPECT_FALSE(profiler.isSessionOpen(index));
     EXPECT_EQ(profiler.StartProfilingForThread(1, 0), -404);
     EXPECT_EQ(profiler.StartProfilingForMethod(1, 0x06000001, 0), -404);
-}
-
-TEST(TraceProfiler, IntervalsStackUp) {
-    TraceProfiler profiler(nullptr);
-    profiler.configure(nullptr);
-    profiler.PushSamplingInterval(10);
-    profiler.PushSamplingInterval(20);
-    EXPECT_EQ(profiler.getSamplingInterval(), 20u);
-    profiler.PopSamplingInterval();
-    EXPECT_EQ(profiler.getSamplingInterval(), 10u);
-    profiler.PopSamplingInterval();
-    profiler.PopSamplingInterval();
-    EXPECT_EQ(profiler.getSamplingInterval(), 100u);
 }
 
 TEST(TraceProfiler, ConfigurationFromProperties) {
