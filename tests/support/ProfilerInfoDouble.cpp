@@ -8,13 +8,7 @@ ModuleID ProfilerInfoDouble::addModule(const std::string& path) {
     if (real.get() == nullptr) {
         return 0;
     }
-    AutoCOMPointer<CountingMetaDataImport> counter(CountingMetaDataImport::wrap(real));
-    // The base holds a reference of its own.
-    counter->AddRef();
-    const ModuleID id =
-        OfflineProfilerInfo::addModule(RealAssemblies::widen(path), AutoCOMPointer<IMetaDataImport>(counter.get()));
-    counters[id] = counter;
-    return id;
+    return OfflineProfilerInfo::addModule(RealAssemblies::widen(path), std::move(real));
 }
 
 FunctionID ProfilerInfoDouble::addFunction(ModuleID module, mdMethodDef token, FunctionID id) {
@@ -26,11 +20,6 @@ FunctionID ProfilerInfoDouble::addFunction(ModuleID module, mdMethodDef token, F
     // row of the method stands in for the type.
     functions[id] = Function{module, token, module + 0x8000 + RidFromToken(token)};
     return id;
-}
-
-CountingMetaDataImport* ProfilerInfoDouble::importOf(ModuleID module) const {
-    auto found = counters.find(module);
-    return found == counters.end() ? nullptr : found->second.get();
 }
 
 HRESULT ProfilerInfoDouble::QueryInterface(REFIID riid, void** ppvObject) {

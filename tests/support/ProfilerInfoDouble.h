@@ -1,26 +1,23 @@
-// The offline runtime facts over real metadata, for tests: each module's
-// import wrapped in a counter, functions of its own mapped to a module and a
-// token, and every call counted by method name. One reference at creation,
+// The offline runtime facts over real metadata, for tests: functions of its
+// own mapped to a module and a token, and every call counted by method name. One reference at creation,
 // the caller's; the last release deletes it.
 #pragma once
 
 #include <map>
 #include <string>
 
-#include "CountingMetaDataImport.h"
 #include "offline/OfflineProfilerInfo.h"
 
 class ProfilerInfoDouble final : public OfflineProfilerInfo {
 public:
     static ProfilerInfoDouble* newInstance() { return new ProfilerInfoDouble(); }
 
-    // Opens the assembly at path as a new module, its import wrapped in a
-    // counter. Returns 0 if the runtime cannot open it.
+    // Opens the assembly at path as a new module. Returns 0 if the runtime
+    // cannot open it.
     ModuleID addModule(const std::string& path);
     // A function of a registered module; the id is chosen unless given.
     FunctionID addFunction(ModuleID module, mdMethodDef token, FunctionID id = 0);
-    // The counting import of a module (no new reference); null if unknown.
-    CountingMetaDataImport* importOf(ModuleID module) const;
+    using OfflineProfilerInfo::importOf;
 
     HRESULT QueryInterface(REFIID riid, void** ppvObject) override;
     ULONG AddRef() override { return ++references; }
@@ -50,6 +47,5 @@ private:
 
     ULONG references = 1;
     FunctionID nextFunction = 0x7f0000800000;
-    std::map<ModuleID, AutoCOMPointer<CountingMetaDataImport>> counters;
     std::map<FunctionID, Function> functions;
 };

@@ -16,7 +16,7 @@
 #include "runtime/Guids.h"
 #include "shim/SyntheticAgentShim.h"
 #include "support/EmittingProfilerInfo.h"
-#include "support/CountingMetaDataImport.h"
+#include "support/LookupFaults.h"
 #include "offline/HostedRuntime.h"
 #include "support/RealAssemblies.h"
 #include "support/ScopedEnvironment.h"
@@ -33,7 +33,7 @@ protected:
         emit = EmittingProfilerInfo::openForWriting(copy);
         ASSERT_NE(emit.get(), nullptr) << "cannot open " << copy << " for writing";
         ASSERT_EQ(emit->QueryInterface(IID_IMetaDataImport, reinterpret_cast<void**>(&import)), S_OK);
-        faulting = CountingMetaDataImport::wrap(import);
+        faults = std::make_unique<LookupFaults>(import.get());
 
         environment.set("com.tarn.harrowlite.agentLocation", nullptr);
         environment.set("com.tarn.harrowlite.agentProfile", "/opt/tarn/AgentProfile.config");
@@ -42,7 +42,7 @@ protected:
 
     // Runs the shim once over the copy; the log goes to logText.
     HRESULT define(bool dotnetCore, bool attached, int infoVersion = 10) {
-        info = std::make_unique<EmittingProfilerInfo>(kModule, emit.get(), faulting.get(), infoVersion);
+        info = std::make_unique<EmittingProfilerInfo>(kModule, emit.get(), import.get(), infoVersion);
         info->metaDataResult = metaDataResult;
         char* buffer = nullptr;
         size_t size = 0;
@@ -74,7 +74,7 @@ protected:
     ScopedEnvironment environment;
     AutoCOMPointer<IMetaDataEmit> emit;
     AutoCOMPointer<IMetaDataImport> import;
-    AutoCOMPointer<CountingMetaDataImport> faulting;
+    std::unique_ptr<LookupFaults> faults;
     std::unique_ptr<EmittingProfilerInfo> info;
     HRESULT metaDataResult = S_OK;
     std::string logText;
