@@ -17,14 +17,14 @@
 #include "offline/HostedRuntime.h"
 #include "support/ILVerifier.h"
 #include "support/RealAssemblies.h"
-#include "support/RewriteInfoDouble.h"
+#include "support/ProfilerInfoDouble.h"
 
 namespace {
 
 const char kAssembly[] = "System.Linq.dll";
 
 struct Assembly {
-    std::unique_ptr<RewriteInfoDouble> info;
+    AutoCOMPointer<ProfilerInfoDouble> info;
     ModuleID module = 0;
     std::vector<FunctionID> functions;
     std::vector<AssemblyBodies::Body> bodies;
@@ -34,8 +34,8 @@ struct Assembly {
             state.SkipWithError(HostedRuntime::instance().error().c_str());
             return false;
         }
-        info = std::make_unique<RewriteInfoDouble>();
-        module = info->addModule(RealAssemblies::frameworkAssembly(kAssembly));
+        info = ProfilerInfoDouble::newInstance();
+        module = info->addWritableModule(RealAssemblies::frameworkAssembly(kAssembly));
         if (module == 0) {
             state.SkipWithError("cannot open the assembly");
             return false;

@@ -1,7 +1,11 @@
 #include "ProfilerInfoDouble.h"
 
+#include <filesystem>
+
 #include "RealAssemblies.h"
+#include "offline/HostedRuntime.h"
 #include "runtime/CorErrors.h"
+#include "runtime/Guids.h"
 
 ModuleID ProfilerInfoDouble::addModule(const std::string& path) {
     AutoCOMPointer<IMetaDataImport> real = RealAssemblies::open(path);
@@ -9,6 +13,29 @@ ModuleID ProfilerInfoDouble::addModule(const std::string& path) {
         return 0;
     }
     return OfflineProfilerInfo::addModule(RealAssemblies::widen(path), std::move(real));
+}
+
+ModuleID ProfilerInfoDouble::addWritableModule(const std::string& path) {
+    const std::string copy =
+        scratch.path(std::to_string(modules.size()) + "-" + std::filesystem::path(path).filename().string());
+    std::error_code error;
+    AutoCOMPointer<IMetaDataDispenserEx> dispenser = HostedRuntime::instance().dispenser();
+    AutoCOMPointer<IMetaDataImport> import;
+    const std::u16string widePath = RealAssemblies::widen(copy);
+    if (!std::filesystem::copy_file(path, copy, error) || dispenser.get() == nullptr ||
+        FAILED(dispenser->OpenScope(widePath.c_str(), ofWrite, IID_IMetaDataImport,
+                                    reinterpret_cast<IUnknown**>(&import)))) {
+        return 0;
+    }
+    Module module;
+    module.bodies = std::make_unique<AssemblyBodies>();
+    if (!module.bodies->load(path)) return 0;
+    for (const AssemblyBodies::Body& body : module.bodies->bodies()) {
+        module.bodyByMethod[TokenFromRid(body.methodRow, mdtMethodDef)] = {body.bytes, body.size};
+    }
+    const ModuleID id = OfflineProfilerInfo::addModule(RealAssemblies::widen(path), std::move(import));
+    modules[id] = std::move(module);
+    return id;
 }
 
 FunctionID ProfilerInfoDouble::addFunction(ModuleID module, mdMethodDef token, FunctionID id) {
@@ -20,6 +47,19 @@ FunctionID ProfilerInfoDouble::addFunction(ModuleID module, mdMethodDef token, F
     // row of the method stands in for the type.
     functions[id] = Function{module, token, module + 0x8000 + RidFromToken(token)};
     return id;
+}
+
+const unsigned char* ProfilerInfoDouble::installedBody(ModuleID module, mdMethodDef token) const {
+    auto found = installed.find({module, token});
+    return found == installed.end() ? nullptr : found->second;
+}
+
+std::map<mdMethodDef, const unsigned char*> ProfilerInfoDouble::installedBodies(ModuleID module) const {
+    std::map<mdMethodDef, const unsigned char*> bodies;
+    for (const auto& [key, body] : installed) {
+        if (key.first == module) bodies[key.second] = body;
+    }
+    return bodies;
 }
 
 HRESULT ProfilerInfoDouble::QueryInterface(REFIID riid, void** ppvObject) {
@@ -71,6 +111,10 @@ HRESULT ProfilerInfoDouble::GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoad
 
 HRESULT ProfilerInfoDouble::GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) {
     count("GetModuleMetaData");
+    if (FAILED(metaDataResult)) {
+        *ppOut = nullptr;
+        return metaDataResult;
+    }
     return OfflineProfilerInfo::GetModuleMetaData(moduleId, dwOpenFlags, riid, ppOut);
 }
 
@@ -80,12 +124,54 @@ HRESULT ProfilerInfoDouble::GetAssemblyInfo(AssemblyID assemblyId, ULONG cchName
     return OfflineProfilerInfo::GetAssemblyInfo(assemblyId, cchName, pcchName, szName, pAppDomainId, pModuleId);
 }
 
-HRESULT ProfilerInfoDouble::GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType,
-                                                  USHORT* pMajorVersion, USHORT* pMinorVersion,
-                                                  USHORT* pBuildNumber, USHORT* pQFEVersion, ULONG cchVersionString,
-                                                  ULONG* pcchVersionString, WCHAR szVersionString[]) {
-    count("GetRuntimeInformation");
-    return OfflineProfilerInfo::GetRuntimeInformation(pClrInstanceId, pRuntimeType, pMajorVersion, pMinorVersion,
-                                                      pBuildNumber, pQFEVersion, cchVersionString, pcchVersionString,
-                                                      szVersionString);
+HRESULT ProfilerInfoDouble::GetILFunctionBody(ModuleID moduleId, mdMethodDef methodId, LPCBYTE* ppMethodHeader,
+                                              ULONG* pcbMethodSize) {
+    count("GetILFunctionBody");
+    auto module = modules.find(moduleId);
+    if (module == modules.end()) return E_INVALIDARG;
+    auto body = module->second.bodyByMethod.find(methodId);
+    // What the runtime says of a method without IL.
+    if (body == module->second.bodyByMethod.end()) return static_cast<HRESULT>(0x80131130);
+    *ppMethodHeader = body->second.first;
+    if (pcbMethodSize != nullptr) *pcbMethodSize = body->second.second;
+    return S_OK;
+}
+
+HRESULT ProfilerInfoDouble::GetILFunctionBodyAllocator(ModuleID moduleId, IMethodMalloc** ppMalloc) {
+    count("GetILFunctionBodyAllocator");
+    if (modules.find(moduleId) == modules.end()) return E_INVALIDARG;
+    *ppMalloc = &allocator;
+    return S_OK;
+}
+
+HRESULT ProfilerInfoDouble::SetILFunctionBody(ModuleID moduleId, mdMethodDef methodid, LPCBYTE pbNewILMethodHeader) {
+    count("SetILFunctionBody");
+    if (modules.find(moduleId) == modules.end()) return E_INVALIDARG;
+    installed[{moduleId, methodid}] = pbNewILMethodHeader;
+    return S_OK;
+}
+
+HRESULT ProfilerInfoDouble::ApplyMetaData(ModuleID moduleId) {
+    count("ApplyMetaData");
+    return modules.find(moduleId) == modules.end() ? E_INVALIDARG : S_OK;
+}
+
+HRESULT ProfilerInfoDouble::Allocator::QueryInterface(REFIID riid, void** out) {
+    if (riid == IID_IUnknown || riid == IID_IMethodMalloc) {
+        *out = this;
+        return S_OK;
+    }
+    *out = nullptr;
+    return E_NOINTERFACE;
+}
+
+PVOID ProfilerInfoDouble::Allocator::Alloc(ULONG cb) {
+    owner.count("Alloc");
+    owner.lastSize = cb;
+    if (owner.allocFails) {
+        owner.allocFails = false;
+        return owner.allocFailure;
+    }
+    owner.blocks.push_back(std::make_unique<unsigned char[]>(cb));
+    return owner.blocks.back().get();
 }

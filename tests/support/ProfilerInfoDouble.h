@@ -1,23 +1,49 @@
-// The offline runtime facts over real metadata, for tests: functions of its
-// own mapped to a module and a token, and every call counted by method name. One reference at creation,
-// the caller's; the last release deletes it.
+// The offline runtime facts over real metadata, for tests: modules opened by
+// the hosted runtime's dispenser (read-only, or a copy of the file opened for
+// writing, so that tokens a test's subject defines are real ones in that
+// scope), functions of its own mapped to a module and a token, and method
+// bodies served from the original file and recorded as installed. Every call
+// is counted by method name. One reference at creation, the caller's; the
+// last release deletes it.
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "AssemblyBodies.h"
+#include "ScratchDirectory.h"
 #include "offline/OfflineProfilerInfo.h"
+#include "runtime/MethodMalloc.h"
 
 class ProfilerInfoDouble final : public OfflineProfilerInfo {
 public:
     static ProfilerInfoDouble* newInstance() { return new ProfilerInfoDouble(); }
 
-    // Opens the assembly at path as a new module. Returns 0 if the runtime
-    // cannot open it.
+    // Opens the assembly at path as a new module, read-only. Returns 0 if the
+    // runtime cannot open it.
     ModuleID addModule(const std::string& path);
+    // Copies the assembly and opens the copy for writing; its bodies are
+    // those of the file at path. Returns 0 if it cannot.
+    ModuleID addWritableModule(const std::string& path);
     // A function of a registered module; the id is chosen unless given.
     FunctionID addFunction(ModuleID module, mdMethodDef token, FunctionID id = 0);
     using OfflineProfilerInfo::importOf;
+    // The bodies of a writable module's file.
+    const AssemblyBodies& bodiesOf(ModuleID module) const { return *modules.at(module).bodies; }
+
+    // The last body installed for a method, or null.
+    const unsigned char* installedBody(ModuleID module, mdMethodDef token) const;
+    // Bodies installed in a module, by method.
+    std::map<mdMethodDef, const unsigned char*> installedBodies(ModuleID module) const;
+    // Bytes that the allocator handed out for the last Alloc.
+    unsigned int lastAllocation() const { return lastSize; }
+    // Makes Alloc give back this address instead of memory, once.
+    void failNextAlloc(void* address) { allocFailure = address; allocFails = true; }
+    // When set to a failure, GetModuleMetaData answers with it.
+    HRESULT metaDataResult = S_OK;
 
     HRESULT QueryInterface(REFIID riid, void** ppvObject) override;
     ULONG AddRef() override { return ++references; }
@@ -31,16 +57,34 @@ public:
     HRESULT GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) override;
     HRESULT GetAssemblyInfo(AssemblyID assemblyId, ULONG cchName, ULONG* pcchName, WCHAR szName[],
                             AppDomainID* pAppDomainId, ModuleID* pModuleId) override;
-    HRESULT GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType, USHORT* pMajorVersion,
-                                  USHORT* pMinorVersion, USHORT* pBuildNumber, USHORT* pQFEVersion,
-                                  ULONG cchVersionString, ULONG* pcchVersionString,
-                                  WCHAR szVersionString[]) override;
+    HRESULT GetILFunctionBody(ModuleID moduleId, mdMethodDef methodId, LPCBYTE* ppMethodHeader,
+                              ULONG* pcbMethodSize) override;
+    HRESULT GetILFunctionBodyAllocator(ModuleID moduleId, IMethodMalloc** ppMalloc) override;
+    HRESULT SetILFunctionBody(ModuleID moduleId, mdMethodDef methodid, LPCBYTE pbNewILMethodHeader) override;
+    HRESULT ApplyMetaData(ModuleID moduleId) override;
 
 private:
+    // The allocator that the runtime hands out: memory that stays until the
+    // double goes, as the runtime keeps a body it was given.
+    class Allocator final : public IMethodMalloc {
+    public:
+        explicit Allocator(ProfilerInfoDouble& owner) : owner(owner) {}
+        HRESULT QueryInterface(REFIID riid, void** out) override;
+        ULONG AddRef() override { return 2; }
+        ULONG Release() override { return 1; }
+        PVOID Alloc(ULONG cb) override;
+
+    private:
+        ProfilerInfoDouble& owner;
+    };
     struct Function {
         ModuleID module = 0;
         mdMethodDef token = 0;
         ClassID classID = 0;
+    };
+    struct Module {
+        std::unique_ptr<AssemblyBodies> bodies;
+        std::map<mdMethodDef, std::pair<const unsigned char*, ULONG>> bodyByMethod;
     };
 
     ProfilerInfoDouble() = default;
@@ -48,4 +92,12 @@ private:
     ULONG references = 1;
     FunctionID nextFunction = 0x7f0000800000;
     std::map<FunctionID, Function> functions;
+    ScratchDirectory scratch;
+    std::map<ModuleID, Module> modules;
+    std::map<std::pair<ModuleID, mdMethodDef>, const unsigned char*> installed;
+    Allocator allocator {*this};
+    std::vector<std::unique_ptr<unsigned char[]>> blocks;
+    unsigned int lastSize = 0;
+    void* allocFailure = nullptr;
+    bool allocFails = false;
 };

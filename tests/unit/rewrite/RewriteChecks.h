@@ -36,7 +36,7 @@ inline LocalSignature localSignature(IMetaDataImport* import, uint32_t token) {
 }  // namespace rewrite_checks
 
 // Returns the verifier's result for further checks by the caller.
-inline ILVerifier::Result checkRewritten(RewriteInfoDouble& info, Profiler& profiler, ModuleID module,
+inline ILVerifier::Result checkRewritten(ProfilerInfoDouble& info, Profiler& profiler, ModuleID module,
                                          mdMethodDef method, const unsigned char* body, bool returnsValue) {
     using namespace rewrite_checks;
     IMetaDataImport* import = info.importOf(module);

@@ -19,7 +19,7 @@
 #include "support/ILVerifier.h"
 #include "support/RealAssemblies.h"
 #include "support/RefusingProfilerController.h"
-#include "support/RewriteInfoDouble.h"
+#include "support/ProfilerInfoDouble.h"
 
 // The controller as the engine sees it: a log, a shim setting, and logging of
 // methods left as they are; any other call is a fault of the engine.
@@ -51,8 +51,8 @@ class RewriteFixture : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
-        info = std::make_unique<RewriteInfoDouble>();
-        shapes = info->addModule(RealAssemblies::testAsset("RewriteShapes"));
+        info = ProfilerInfoDouble::newInstance();
+        shapes = info->addWritableModule(RealAssemblies::testAsset("RewriteShapes"));
         ASSERT_NE(shapes, 0u);
         controller.log = log.get();
         context.reset(IMetaDataContext::newInstance(info.get()));
@@ -107,32 +107,7 @@ protected:
         return ILVerifier::returnsValue(signature, length);
     }
 
-    struct AssemblyRef {
-        std::u16string name;
-        std::vector<unsigned char> key;
-        ASSEMBLYMETADATA version{};
-    };
-
-    static AutoCOMPointer<IMetaDataAssemblyImport> assemblyImport(IMetaDataImport* import) {
-        AutoCOMPointer<IMetaDataAssemblyImport> assemblies;
-        EXPECT_EQ(import->QueryInterface(IID_IMetaDataAssemblyImport, reinterpret_cast<void**>(&assemblies)), S_OK);
-        return assemblies;
-    }
-
-    static AssemblyRef assemblyRef(IMetaDataImport* import, mdAssemblyRef token) {
-        AssemblyRef ref;
-        const void* key = nullptr;
-        ULONG keyLength = 0;
-        char16_t name[512] = {};
-        EXPECT_EQ(assemblyImport(import)->GetAssemblyRefProps(token, &key, &keyLength, name, 512, nullptr,
-                                                              &ref.version, nullptr, nullptr, nullptr),
-                  S_OK);
-        ref.name = name;
-        ref.key.assign(static_cast<const unsigned char*>(key), static_cast<const unsigned char*>(key) + keyLength);
-        return ref;
-    }
-
-    std::unique_ptr<RewriteInfoDouble> info;
+    AutoCOMPointer<ProfilerInfoDouble> info;
     ModuleID shapes = 0;
     CapturedStream log;
     EngineController controller;

@@ -251,7 +251,7 @@ class FrameworkRewrite : public RewriteFixture,
                          public ::testing::WithParamInterface<std::pair<const char*, unsigned int>> {};
 
 TEST_P(FrameworkRewrite, EveryBodyVerifiesOrIsRefusedForNativeIntegers) {
-    ModuleID module = info->addModule(RealAssemblies::frameworkAssembly(GetParam().first));
+    ModuleID module = info->addWritableModule(RealAssemblies::frameworkAssembly(GetParam().first));
     ASSERT_NE(module, 0u);
     IMetaDataImport* import = info->importOf(module);
     unsigned int rewritten = 0;

@@ -1,12 +1,11 @@
 // A writable copy of the installed core library served to the synthetic shim
-// through a profiler info double, with the shim's log captured and the agent's
+// through the profiler info double, with the shim's log captured and the agent's
 // environment variables under the test's control.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -15,25 +14,21 @@
 #include "platform/AutoPointer.h"
 #include "runtime/Guids.h"
 #include "shim/SyntheticAgentShim.h"
-#include "support/EmittingProfilerInfo.h"
+#include "support/ProfilerInfoDouble.h"
 #include "support/LookupFaults.h"
 #include "offline/HostedRuntime.h"
 #include "support/RealAssemblies.h"
 #include "support/ScopedEnvironment.h"
-#include "support/ScratchDirectory.h"
 
 class ShimFixture : public ::testing::Test {
 protected:
-    static constexpr ModuleID kModule = 0x7f0012340000;
-
     void SetUp() override {
         ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
-        std::string copy = scratch.path("System.Private.CoreLib.dll");
-        std::filesystem::copy_file(RealAssemblies::coreLibPath(), copy);
-        emit = EmittingProfilerInfo::openForWriting(copy);
-        ASSERT_NE(emit.get(), nullptr) << "cannot open " << copy << " for writing";
-        ASSERT_EQ(emit->QueryInterface(IID_IMetaDataImport, reinterpret_cast<void**>(&import)), S_OK);
-        faults = std::make_unique<LookupFaults>(import.get());
+        info = ProfilerInfoDouble::newInstance();
+        module = info->addWritableModule(RealAssemblies::coreLibPath());
+        ASSERT_NE(module, 0u) << "cannot open a copy of the core library for writing";
+        import = info->importOf(module);
+        faults = std::make_unique<LookupFaults>(import);
 
         environment.set("com.tarn.harrowlite.agentLocation", nullptr);
         environment.set("com.tarn.harrowlite.agentProfile", "/opt/tarn/AgentProfile.config");
@@ -41,14 +36,13 @@ protected:
     }
 
     // Runs the shim once over the copy; the log goes to logText.
-    HRESULT define(bool dotnetCore, bool attached, int infoVersion = 10) {
-        info = std::make_unique<EmittingProfilerInfo>(kModule, emit.get(), import.get(), infoVersion);
+    HRESULT define(bool dotnetCore, bool attached) {
         info->metaDataResult = metaDataResult;
         char* buffer = nullptr;
         size_t size = 0;
         FILE* log = open_memstream(&buffer, &size);
         SyntheticAgentShim shim;
-        HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), kModule, log, dotnetCore, attached);
+        HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), module, log, dotnetCore, attached);
         fclose(log);
         logText.assign(buffer, size);
         free(buffer);
@@ -70,12 +64,11 @@ protected:
         return lines;
     }
 
-    ScratchDirectory scratch;
     ScopedEnvironment environment;
-    AutoCOMPointer<IMetaDataEmit> emit;
-    AutoCOMPointer<IMetaDataImport> import;
+    AutoCOMPointer<ProfilerInfoDouble> info;
+    ModuleID module = 0;
+    IMetaDataImport* import = nullptr;
     std::unique_ptr<LookupFaults> faults;
-    std::unique_ptr<EmittingProfilerInfo> info;
     HRESULT metaDataResult = S_OK;
     std::string logText;
 };
