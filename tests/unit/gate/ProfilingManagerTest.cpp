@@ -224,15 +224,3 @@ TEST(ProfilingManager, AzureIsRecognisedBesideTheSiteAndReadsAppSettings)
     EXPECT_EQ(ordinary["clr.0.v4"], kPass);
 }
 
-
-TEST(ProfilingManager, ControllerIsMadeOnceFromTheProperties)
-{
-    GateInstallation installation;
-    const ProbeProcess run = installation.run("dotnet", {"app.dll"}, installation.environment());
-    EXPECT_EQ(run["same.instance"], "1") << run.describe();
-    EXPECT_EQ(run["controller.calls"], "1");
-    EXPECT_EQ(run["controller.same"], "1");
-    EXPECT_EQ(run["controller.properties"], "1");
-    EXPECT_EQ(run["app.pool"], "NULL");
-    EXPECT_EQ(run["app.pool.hr"], "0x80004005");
-}

@@ -1,44 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "policy/ClassMethodMatcherMap.h"
 #include "policy/ClassSet.h"
 #include "policy/MethodMatcher.h"
-
-namespace {
-
-std::vector<std::u16string> members(const WCharSet& set) {
-    std::vector<std::u16string> all;
-    set.forEach([&all](const char16_t* item) { all.emplace_back(item); });
-    return all;
-}
-
-}  // namespace
-
-TEST(WCharSet, EmptyStringIsAMemberThatEqualsOnlyItself) {
-    for (bool emptyFirst : {true, false}) {
-        WCharSet set;
-        if (emptyFirst) {
-            set.insert(u"");
-        }
-        set.insert(u"Shop.Order");
-        set.insert(u"Billing.Ledger");
-        if (!emptyFirst) {
-            set.insert(u"");
-        }
-        EXPECT_EQ(set.size(), 3u);
-        EXPECT_TRUE(set.contains(u""));
-        EXPECT_TRUE(set.contains(u"Shop.OrderItem"));
-        EXPECT_TRUE(set.contains(u"Billing.Ledger"));
-        EXPECT_FALSE(set.contains(u"Program"));
-        EXPECT_EQ(members(set), (std::vector<std::u16string>{u"", u"Billing.Ledger", u"Shop.Order"}));
-    }
-    WCharSet withoutEmpty;
-    withoutEmpty.insert(u"Program");
-    EXPECT_FALSE(withoutEmpty.contains(u""));
-}
 
 TEST(ClassSet, QualifiedLookupOfAnOverlongNameStaysInItsBuffer) {
     ClassSet set;

@@ -99,18 +99,6 @@ TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModuleAndNeverAfterAtta
     EXPECT_EQ(attached->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
 }
 
-TEST_F(MethodDecision, GenericTriggerOnTheDesktopRuntimeFollowsTheAppDomain)
-{
-    info->setRuntimeType(COR_PRF_DESKTOP_CLR);
-    std::unique_ptr<ProfilerController> controller = make();
-    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
-    // The double puts every assembly into AppDomain 1.
-    controller->setGenericDomainTrigger(2);
-    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
-    controller->setGenericDomainTrigger(1);
-    EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 0);
-}
-
 TEST_F(MethodDecision, SkipsOfAssembliesAndDynamicInstrumentation)
 {
     // The first question loads, and a failed load means "not skipped".

@@ -22,19 +22,6 @@ std::string executableName() { return std::filesystem::read_symlink("/proc/self/
 
 } // namespace
 
-TEST_F(ProfilerControllerTest, IsRefusedWithoutAnAgentProfile)
-{
-    AgentInstallation installation;
-    unsetenv("com.tarn.harrowlite.agentProfile");
-    EXPECT_EQ(installation.controller(info), nullptr);
-
-    // The capitalised spelling serves as well.
-    setenv("com.tarn.harrowlite.AgentProfile", (installation.agentDirectory() + "/default.properties").c_str(), 1);
-    std::unique_ptr<ProfilerController> controller = installation.controller(info);
-    ASSERT_NE(controller, nullptr);
-    EXPECT_EQ(RealAssemblies::narrow(controller->getAgentDirectory().c_str()), installation.agentDirectory());
-}
-
 TEST_F(ProfilerControllerTest, RelativeProfileIsMadeAbsoluteFromTheWorkingDirectory)
 {
     AgentInstallation installation;
@@ -80,22 +67,4 @@ TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrAStandardStream)
     std::unique_ptr<ProfilerController> unopenable = installation.controller(info);
     ASSERT_NE(unopenable, nullptr);
     EXPECT_EQ(unopenable->getNativeLog(), stderr);
-}
-
-TEST_F(ProfilerControllerTest, NativeLogOnAzureGoesToTheSiteLogFolder)
-{
-    AgentInstallation installation(true);
-    {
-        std::unique_ptr<ProfilerController> controller = installation.controller(info);
-        ASSERT_NE(controller, nullptr);
-        ASSERT_NE(controller->getNativeLog(), stdout);
-        EXPECT_TRUE(std::filesystem::exists(installation.logPath())) << installation.logPath();
-    }
-    // The instance's first six characters make a folder of their own.
-    setenv("WEBSITE_INSTANCE_ID", "abcdef0123456789", 1);
-    std::unique_ptr<ProfilerController> controller = installation.controller(info);
-    ASSERT_NE(controller, nullptr);
-    ASSERT_NE(controller->getNativeLog(), stdout);
-    EXPECT_TRUE(std::filesystem::exists(installation.root() + "/home/LogFiles/SiteExtensions/TMS/tarn/abcdef/native_" +
-                                        executableName() + ".log"));
 }
