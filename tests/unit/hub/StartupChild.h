@@ -2,7 +2,8 @@
 // process gate and the controller are made once per process and never go, so
 // each configuration needs a fresh process. The child lays out an agent
 // profile, calls Initialize (or InitializeForAttach) on a fake runtime, lets a
-// test body act on the object, and sends back what it saw.
+// test body act on the object, and leaves what it saw in files of a scratch
+// directory the parent made.
 #pragma once
 
 #include <sys/wait.h>
@@ -94,10 +95,6 @@ struct StartupOutcome {
     int setEventMaskCalls = 0;
     bool fpcSet = false;
     bool released = false;
-    // References the runtime's object still had, and calls it received,
-    // after the final Release of the callback object.
-    long infoReferences = -1;
-    int releaseCalls = -1;
     std::string log;    // the native log of the child
     std::string notes;  // what the test body wrote
 };
@@ -113,43 +110,16 @@ struct StartupSetup {
     std::function<void(ProfilerCallback*, RuntimeInfoFake*, std::ostream&)> body;
 };
 
-inline std::string nativeLogIn(const std::string& directory) {
-    std::string text;
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        if (entry.path().filename().string().rfind("native_", 0) == 0) {
-            std::ifstream stream(entry.path());
-            std::stringstream content;
-            content << stream.rdbuf();
-            text += content.str();
-        }
-    }
-    return text;
+inline std::string readText(const std::string& path) {
+    std::ifstream stream(path);
+    std::stringstream content;
+    content << stream.rdbuf();
+    return content.str();
 }
 
-// Field lines of the child's report: key, a tab, the value with "\n" escaped.
-inline std::string escapeLines(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        out += c == '\n' ? std::string("\\n") : c == '\\' ? std::string("\\\\") : std::string(1, c);
-    }
-    return out;
-}
-
-inline std::string unescapeLines(const std::string& text) {
-    std::string out;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\' && i + 1 < text.size()) {
-            out += text[i + 1] == 'n' ? '\n' : text[i + 1];
-            ++i;
-        } else {
-            out += text[i];
-        }
-    }
-    return out;
-}
-
-inline void runStartupChild(const StartupSetup& setup, int output) {
-    ScratchDirectory scratch;
+// The child's side: lays out the profile in the parent's scratch directory,
+// starts the callback object and leaves what it saw in "outcome" and "notes".
+inline void runStartupChild(const StartupSetup& setup, const ScratchDirectory& scratch) {
     unsetenv("com.tarn.harrowlite.agentProfile");
     unsetenv("com.tarn.harrowlite.AgentProfile");
     for (const auto& [name, text] : setup.files) {
@@ -168,47 +138,31 @@ inline void runStartupChild(const StartupSetup& setup, int output) {
     void* out = nullptr;
     if (FAILED(ProfilerCallback::CreateObject(IID_ICorProfilerCallback4, &out))) return;
     auto* callback = static_cast<ProfilerCallback*>(static_cast<ICorProfilerCallback4*>(out));
-    StartupOutcome outcome;
-    outcome.result = setup.attach ? callback->InitializeForAttach(info, nullptr, 0) : callback->Initialize(info);
-    outcome.mask = info->lastEventMask();
-    outcome.setEventMaskCalls = info->calls("SetEventMask");
-    outcome.fpcSet = fpc == callback;
+    const HRESULT result = setup.attach ? callback->InitializeForAttach(info, nullptr, 0) : callback->Initialize(info);
+    const bool fpcSet = fpc == callback;
     std::ostringstream notes;
     if (setup.body) {
         setup.body(callback, info, notes);
     }
-    const int callsBefore = info->totalCalls();
     callback->Release();
-    outcome.released = fpc == nullptr;
-    outcome.infoReferences = static_cast<long>(info->references());
-    outcome.releaseCalls = info->totalCalls() - callsBefore;
-    std::ostringstream report;
-    report << outcome.result << "\t" << outcome.mask << "\t" << outcome.setEventMaskCalls << "\t"
-           << outcome.fpcSet << "\t" << outcome.released << "\t" << outcome.infoReferences << "\t"
-           << outcome.releaseCalls << "\t" << escapeLines(nativeLogIn(scratch.path())) << "\t"
-           << escapeLines(notes.str()) << "\n";
-    const std::string text = report.str();
-    ssize_t written = write(output, text.data(), text.size());
-    (void)written;
+    scratch.write("notes", notes.str());
+    scratch.write("outcome", std::to_string(result) + " " + std::to_string(info->lastEventMask()) + " " +
+                                 std::to_string(info->calls("SetEventMask")) + " " + std::to_string(fpcSet) + " " +
+                                 std::to_string(fpc == nullptr));
 }
 
-// Forks, runs the setup in the child and reads its report. A child that does
-// not finish within the limit (a service thread that never stops) is killed
-// and reported as not released.
+// Forks, runs the setup in the child and reads what it left. A child that
+// does not finish within the limit (a service thread that never stops) is
+// killed and leaves no outcome.
 inline StartupOutcome runStartup(const StartupSetup& setup) {
-    int pipeEnds[2];
-    if (pipe(pipeEnds) != 0) {
-        return {};
-    }
+    ScratchDirectory scratch;
     fflush(nullptr);
-    pid_t child = fork();
+    const pid_t child = fork();
     if (child == 0) {
-        close(pipeEnds[0]);
-        runStartupChild(setup, pipeEnds[1]);
+        runStartupChild(setup, scratch);
         _exit(0);
     }
-    close(pipeEnds[1]);
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     int status = 0;
     while (waitpid(child, &status, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() > deadline) {
@@ -218,32 +172,14 @@ inline StartupOutcome runStartup(const StartupSetup& setup) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-    std::string text;
-    char buffer[4096];
-    for (ssize_t n; (n = read(pipeEnds[0], buffer, sizeof(buffer))) > 0;) {
-        text.append(buffer, static_cast<size_t>(n));
-    }
-    close(pipeEnds[0]);
     StartupOutcome outcome;
-    std::istringstream fields(text);
-    std::string field;
-    std::getline(fields, field, '\t');
-    outcome.result = field.empty() ? 0 : static_cast<HRESULT>(std::stol(field));
-    std::getline(fields, field, '\t');
-    outcome.mask = field.empty() ? 0 : std::stoul(field);
-    std::getline(fields, field, '\t');
-    outcome.setEventMaskCalls = field.empty() ? -1 : std::stoi(field);
-    std::getline(fields, field, '\t');
-    outcome.fpcSet = field == "1";
-    std::getline(fields, field, '\t');
-    outcome.released = field == "1";
-    std::getline(fields, field, '\t');
-    outcome.infoReferences = field.empty() ? -1 : std::stol(field);
-    std::getline(fields, field, '\t');
-    outcome.releaseCalls = field.empty() ? -1 : std::stoi(field);
-    std::getline(fields, field, '\t');
-    outcome.log = unescapeLines(field);
-    std::getline(fields, field, '\n');
-    outcome.notes = unescapeLines(field);
+    std::istringstream(readText(scratch.path("outcome"))) >> outcome.result >> outcome.mask >>
+        outcome.setEventMaskCalls >> outcome.fpcSet >> outcome.released;
+    outcome.notes = readText(scratch.path("notes"));
+    for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) {
+        if (entry.path().filename().string().starts_with("native_")) {
+            outcome.log += readText(entry.path());
+        }
+    }
     return outcome;
 }
