@@ -198,29 +198,3 @@ TEST(ProfilingManager, AgentProfileComesFromTheFirstSourceAndIsMadeCanonical)
     }
 }
 
-TEST(ProfilingManager, AzureIsRecognisedBesideTheSiteAndReadsAppSettings)
-{
-    GateInstallation installation;
-    // An agent profile two levels below a folder with applicationHost.xdt.
-    const std::string site = installation.files().path("site/wwwroot/agent");
-    std::filesystem::create_directories(site);
-    installation.files().write("site/applicationHost.xdt", "<configuration/>");
-    const std::vector<std::string> environment {"com.tarn.harrowlite.agentProfile=" + site};
-
-    const ProbeProcess azure = installation.run("dotnet", {"app.dll"}, environment);
-    EXPECT_EQ(azure["azure"], "1") << azure.describe();
-    EXPECT_EQ(azure["clr.0.v4"], kPass);
-
-    std::vector<std::string> switchedOff = environment;
-    switchedOff.push_back("APPSETTING_TMS_ENABLED=false");
-    const ProbeProcess refused = installation.run("dotnet", {"app.dll"}, switchedOff);
-    EXPECT_EQ(refused["clr.0.v4"], kCancel) << refused.describe();
-
-    // Outside Azure the app settings take no part.
-    std::vector<std::string> notAzure = installation.environment();
-    notAzure.push_back("APPSETTING_TMS_ENABLED=false");
-    const ProbeProcess ordinary = installation.run("dotnet", {"app.dll"}, notAzure);
-    EXPECT_EQ(ordinary["azure"], "0") << ordinary.describe();
-    EXPECT_EQ(ordinary["clr.0.v4"], kPass);
-}
-
