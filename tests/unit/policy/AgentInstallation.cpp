@@ -17,29 +17,23 @@ std::string executableName()
 
 } // namespace
 
-AgentInstallation::AgentInstallation(bool azure) : azure(azure)
+AgentInstallation::AgentInstallation()
 {
     set("harrowlite.nativeprofiler.logfile", "logs/native.log");
     environment.set("com.tarn.harrowlite.agentProfile", profilePath().c_str());
     environment.set("com.tarn.harrowlite.AgentProfile", nullptr);
     environment.set("WEBSITE_INSTANCE_ID", nullptr);
-    if (azure) {
-        std::filesystem::create_directories(profilePath());
-        scratch.write("site/applicationHost.xdt", "<configuration/>");
-        environment.set("HOME", scratch.path("home").c_str());
-    } else {
-        std::filesystem::create_directories(agentDirectory());
-    }
+    std::filesystem::create_directories(agentDirectory());
 }
 
 std::string AgentInstallation::profilePath() const
 {
-    return azure ? scratch.path("site/wwwroot/agent") : scratch.path("agent/profiles/default.properties");
+    return scratch.path("agent/profiles/default.properties");
 }
 
 std::string AgentInstallation::agentDirectory() const
 {
-    return azure ? scratch.path("site/wwwroot") : scratch.path("agent/profiles");
+    return scratch.path("agent/profiles");
 }
 
 std::string AgentInstallation::write(const std::string& relative, const std::string& text) const
@@ -50,34 +44,17 @@ std::string AgentInstallation::write(const std::string& relative, const std::str
     return scratch.write(agentDirectory().substr(scratch.path().size() + 1) + "/" + relative, text);
 }
 
-std::string AgentInstallation::makeDirectory(const std::string& relative) const
-{
-    const std::string path = agentDirectory() + "/" + relative;
-    std::filesystem::create_directories(path);
-    return path;
-}
-
 std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerInfo* info)
 {
-    IProperties* store = nullptr;
-    if (azure) {
-        // The profile is a folder here: the properties come as app settings would.
-        Properties::PropertyMap map;
-        for (const auto& [key, value] : properties) {
-            map[RealAssemblies::widen(key)] = RealAssemblies::widen(value);
-        }
-        store = new Properties(map);
-    } else {
-        std::string text;
-        for (const auto& [key, value] : properties) {
-            text += key + "=" + value + "\n";
-        }
-        scratch.write("agent/profiles/default.properties", text);
-        FILE* file = fopen(profilePath().c_str(), "r");
-        store = IProperties::newInstance();
-        store->readProperties(file);
-        fclose(file);
+    std::string text;
+    for (const auto& [key, value] : properties) {
+        text += key + "=" + value + "\n";
     }
+    scratch.write("agent/profiles/default.properties", text);
+    FILE* file = fopen(profilePath().c_str(), "r");
+    IProperties* store = IProperties::newInstance();
+    store->readProperties(file);
+    fclose(file);
     last = static_cast<ProfilerController*>(IProfilerController::newInstance(info, store));
     // A refusal deletes the properties; a made controller leaves them to us.
     if (last != nullptr) stores.emplace_back(store);
@@ -87,7 +64,7 @@ std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerIn
 std::string AgentInstallation::logPath() const
 {
     const std::string name = "native_" + executableName() + ".log";
-    return azure ? scratch.path("home/LogFiles/SiteExtensions/TMS/tarn/" + name) : agentDirectory() + "/logs/" + name;
+    return agentDirectory() + "/logs/" + name;
 }
 
 std::vector<std::string> AgentInstallation::log() const

@@ -1,12 +1,8 @@
 // An agent installation laid out under a scratch directory, with the agent
 // profile named in this process's environment (as the process gate leaves it)
 // and a profiler controller made over it the way the gate makes one. The
-// native log goes to a file of its own, read back by log().
-//
-// Two layouts: the ordinary one, agent/profiles/default.properties, read as a
-// properties file; and the Azure one, in which the profile names the folder
-// site/wwwroot/agent beside site/applicationHost.xdt, and HOME points into the
-// scratch directory.
+// native log goes to a file of its own, read back by log(). The profile is
+// agent/profiles/default.properties, read as a properties file.
 #pragma once
 
 #include <map>
@@ -20,7 +16,7 @@
 
 class AgentInstallation {
 public:
-    explicit AgentInstallation(bool azure = false);
+    AgentInstallation();
     AgentInstallation(const AgentInstallation&) = delete;
     AgentInstallation& operator=(const AgentInstallation&) = delete;
 
@@ -29,7 +25,6 @@ public:
     std::string root() const { return scratch.path(); }
     // Writes a file under the agent directory (or, with a leading '/', under the root).
     std::string write(const std::string& relative, const std::string& text) const;
-    std::string makeDirectory(const std::string& relative) const;
 
     // A property for the next controller; the log file is set already.
     void set(const std::string& key, const std::string& value) { properties[key] = value; }
@@ -47,7 +42,6 @@ private:
     std::string profilePath() const;
 
     ScratchDirectory scratch;
-    bool azure;
     std::map<std::string, std::string> properties;
     ScopedEnvironment environment;
     ProfilerController* last = nullptr;

@@ -46,10 +46,10 @@ protected:
     }
 
     // Another installation; the old one gives the environment back first.
-    void fresh(bool azure)
+    void fresh()
     {
         installation.reset();
-        installation = std::make_unique<AgentInstallation>(azure);
+        installation = std::make_unique<AgentInstallation>();
     }
 
     // The same function compiled again: the context goes back to its id.
@@ -159,7 +159,7 @@ TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLo
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        fresh(false);
+        fresh();
         info->setRuntimeType(c.desktop ? COR_PRF_DESKTOP_CLR : COR_PRF_CORE_CLR);
         for (const auto& [key, value] : c.properties) {
             installation->set(key, value);
