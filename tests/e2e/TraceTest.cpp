@@ -78,6 +78,7 @@ class TraceTest : public ::testing::Test {
 protected:
     void SetUp() override {
         install.directives(kDirectives);
+        install.set("harrowlite.nativeprofiler.logBytecode", "true");
         reference = e2e::runProgram("Traced", [] {
             e2e::RunOptions plain;
             plain.profiled = false;
@@ -141,10 +142,12 @@ TEST_F(TraceTest, ProgramBehavesAsWithoutTheProfilerAndOnlySelectedMethodsAreRew
     for (const auto& method : methods) {
         EXPECT_EQ(expected.count(method), 1u) << "not selected, yet instrumented: " << method << "\n" << why();
     }
-    // No instrumented method of any other assembly but the program's.
+    // No instrumented method of any other assembly but the program's; each
+    // is followed by the listing of its new body.
     for (const auto& line : linesStartingWith(log, "Instrumented [")) {
         EXPECT_EQ(line.rfind("Instrumented [Traced]", 0), 0u) << line;
     }
+    EXPECT_EQ(linesStartingWith(log, "HEADER").size(), linesStartingWith(log, "Instrumented [").size()) << why();
     // Every initTrace of the record belongs to one of those methods.
     std::set<std::string> knownIds;
     for (const auto& [method, idList] : ids) {
