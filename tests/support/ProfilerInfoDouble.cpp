@@ -6,6 +6,48 @@
 #include "offline/HostedRuntime.h"
 #include "runtime/CorErrors.h"
 #include "runtime/Guids.h"
+#include "runtime/ProfilerEnumerators.h"
+
+namespace {
+
+// An enumerator with nothing in it.
+template <typename Interface, typename Element>
+class EmptyEnumerator final : public Interface {
+public:
+    HRESULT QueryInterface(REFIID, void** out) override {
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    ULONG AddRef() override { return ++references; }
+    ULONG Release() override {
+        const ULONG left = --references;
+        if (left == 0) delete this;
+        return left;
+    }
+    HRESULT Skip(ULONG) override { return S_OK; }
+    HRESULT Reset() override { return S_OK; }
+    HRESULT Clone(Interface**) override { return E_NOTIMPL; }
+    HRESULT GetCount(ULONG* count) override {
+        *count = 0;
+        return S_OK;
+    }
+    HRESULT Next(ULONG, Element[], ULONG* fetched) override {
+        *fetched = 0;
+        return S_FALSE;
+    }
+
+private:
+    ULONG references = 1;
+};
+
+}  // namespace
+
+ProfilerInfoDouble* ProfilerInfoDouble::newInstance() {
+    auto* made = new ProfilerInfoDouble();
+    made->deletesItself = true;
+    made->AddRef();
+    return made;
+}
 
 ModuleID ProfilerInfoDouble::addModule(const std::string& path) {
     AutoCOMPointer<IMetaDataImport> real = RealAssemblies::open(path);
@@ -16,8 +58,9 @@ ModuleID ProfilerInfoDouble::addModule(const std::string& path) {
 }
 
 ModuleID ProfilerInfoDouble::addWritableModule(const std::string& path) {
+    if (scratch == nullptr) scratch = std::make_unique<ScratchDirectory>();
     const std::string copy =
-        scratch.path(std::to_string(modules.size()) + "-" + std::filesystem::path(path).filename().string());
+        scratch->path(std::to_string(modules.size()) + "-" + std::filesystem::path(path).filename().string());
     std::error_code error;
     AutoCOMPointer<IMetaDataDispenserEx> dispenser = HostedRuntime::instance().dispenser();
     AutoCOMPointer<IMetaDataImport> import;
@@ -49,6 +92,20 @@ FunctionID ProfilerInfoDouble::addFunction(ModuleID module, mdMethodDef token, F
     return id;
 }
 
+void ProfilerInfoDouble::addMethod(const std::string& path, const char16_t* type, const char16_t* method,
+                                   FunctionID id) {
+    ModuleID& module = modulesByPath[path];
+    if (module == 0) module = addModule(path);
+    IMetaDataImport* import = module == 0 ? nullptr : importOf(module);
+    const mdTypeDef typeDef = import == nullptr ? 0 : RealAssemblies::findType(import, type);
+    const mdMethodDef token = typeDef == 0 ? 0 : RealAssemblies::findMethod(import, typeDef, method);
+    if (token == 0) {
+        failures += "no " + path + " " + RealAssemblies::narrow(type) + "::" + RealAssemblies::narrow(method) + "; ";
+        return;
+    }
+    addFunction(module, token, id);
+}
+
 const unsigned char* ProfilerInfoDouble::installedBody(ModuleID module, mdMethodDef token) const {
     auto found = installed.find({module, token});
     return found == installed.end() ? nullptr : found->second;
@@ -62,14 +119,9 @@ std::map<mdMethodDef, const unsigned char*> ProfilerInfoDouble::installedBodies(
     return bodies;
 }
 
-HRESULT ProfilerInfoDouble::QueryInterface(REFIID riid, void** ppvObject) {
-    count("QueryInterface");
-    return OfflineProfilerInfo::QueryInterface(riid, ppvObject);
-}
-
 ULONG ProfilerInfoDouble::Release() {
-    const ULONG left = --references;
-    if (left == 0) {
+    const ULONG left = OfflineProfilerInfo::Release();
+    if (left == 0 && deletesItself) {
         delete this;
     }
     return left;
@@ -154,6 +206,43 @@ HRESULT ProfilerInfoDouble::SetILFunctionBody(ModuleID moduleId, mdMethodDef met
 HRESULT ProfilerInfoDouble::ApplyMetaData(ModuleID moduleId) {
     count("ApplyMetaData");
     return modules.find(moduleId) == modules.end() ? E_INVALIDARG : S_OK;
+}
+
+HRESULT ProfilerInfoDouble::GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType,
+                                                  USHORT* pMajorVersion, USHORT* pMinorVersion,
+                                                  USHORT* pBuildNumber, USHORT* pQFEVersion, ULONG cchVersionString,
+                                                  ULONG* pcchVersionString, WCHAR szVersionString[]) {
+    count("GetRuntimeInformation");
+    const HRESULT hr = OfflineProfilerInfo::GetRuntimeInformation(
+        pClrInstanceId, pRuntimeType, pMajorVersion, pMinorVersion, pBuildNumber, pQFEVersion, cchVersionString,
+        pcchVersionString, szVersionString);
+    if (pMajorVersion != nullptr) *pMajorVersion = major;
+    if (pMinorVersion != nullptr) *pMinorVersion = minor;
+    if (pBuildNumber != nullptr) *pBuildNumber = build;
+    return hr;
+}
+
+HRESULT ProfilerInfoDouble::EnumModules(ICorProfilerModuleEnum** ppEnum) {
+    count("EnumModules");
+    *ppEnum = new EmptyEnumerator<ICorProfilerModuleEnum, ModuleID>();
+    return S_OK;
+}
+
+HRESULT ProfilerInfoDouble::EnumJITedFunctions(ICorProfilerFunctionEnum** ppEnum) {
+    count("EnumJITedFunctions");
+    *ppEnum = new EmptyEnumerator<ICorProfilerFunctionEnum, COR_PRF_FUNCTION>();
+    return S_OK;
+}
+
+HRESULT ProfilerInfoDouble::GetAppDomainInfo(AppDomainID, ULONG cchName, ULONG* pcchName, WCHAR szName[],
+                                             ProcessID*) {
+    count("GetAppDomainInfo");
+    const std::u16string name = u"clrhost";
+    if (pcchName != nullptr) *pcchName = static_cast<ULONG>(name.size() + 1);
+    if (szName == nullptr || cchName <= name.size()) return E_INVALIDARG;
+    std::copy(name.begin(), name.end(), szName);
+    szName[name.size()] = 0;
+    return S_OK;
 }
 
 HRESULT ProfilerInfoDouble::Allocator::QueryInterface(REFIID riid, void** out) {

@@ -3,8 +3,10 @@
 // writing, so that tokens a test's subject defines are real ones in that
 // scope), functions of its own mapped to a module and a token, and method
 // bodies served from the original file and recorded as installed. Every call
-// is counted by method name. One reference at creation, the caller's; the
-// last release deletes it.
+// is counted by method name. To a start-up it is a runtime of a chosen kind
+// and version that has loaded and compiled nothing yet, all in one domain.
+// Made by newInstance it has one reference, the caller's, and the last
+// release deletes it; made by new it only counts references, and stays.
 #pragma once
 
 #include <map>
@@ -18,9 +20,11 @@
 #include "offline/OfflineProfilerInfo.h"
 #include "runtime/MethodMalloc.h"
 
-class ProfilerInfoDouble final : public OfflineProfilerInfo {
+class ProfilerInfoDouble : public OfflineProfilerInfo {
 public:
-    static ProfilerInfoDouble* newInstance() { return new ProfilerInfoDouble(); }
+    // Offers ICorProfilerInfo up to version highestVersion.
+    explicit ProfilerInfoDouble(int highestVersion = 10) : OfflineProfilerInfo(highestVersion) {}
+    static ProfilerInfoDouble* newInstance();
 
     // Opens the assembly at path as a new module, read-only. Returns 0 if the
     // runtime cannot open it.
@@ -30,6 +34,10 @@ public:
     ModuleID addWritableModule(const std::string& path);
     // A function of a registered module; the id is chosen unless given.
     FunctionID addFunction(ModuleID module, mdMethodDef token, FunctionID id = 0);
+    // The method of a type (full metadata name) of the assembly at path, as
+    // function id, the assembly opened once. A failure is kept in error().
+    void addMethod(const std::string& path, const char16_t* type, const char16_t* method, FunctionID id);
+    const std::string& error() const { return failures; }
     using OfflineProfilerInfo::importOf;
     // The bodies of a writable module's file.
     const AssemblyBodies& bodiesOf(ModuleID module) const { return *modules.at(module).bodies; }
@@ -44,9 +52,11 @@ public:
     void failNextAlloc(void* address) { allocFailure = address; allocFails = true; }
     // When set to a failure, GetModuleMetaData answers with it.
     HRESULT metaDataResult = S_OK;
+    // The version GetRuntimeInformation reports.
+    USHORT major = 10;
+    USHORT minor = 0;
+    USHORT build = 12;
 
-    HRESULT QueryInterface(REFIID riid, void** ppvObject) override;
-    ULONG AddRef() override { return ++references; }
     ULONG Release() override;
 
     HRESULT GetFunctionInfo(FunctionID functionId, ClassID* pClassId, ModuleID* pModuleId, mdToken* pToken) override;
@@ -62,6 +72,14 @@ public:
     HRESULT GetILFunctionBodyAllocator(ModuleID moduleId, IMethodMalloc** ppMalloc) override;
     HRESULT SetILFunctionBody(ModuleID moduleId, mdMethodDef methodid, LPCBYTE pbNewILMethodHeader) override;
     HRESULT ApplyMetaData(ModuleID moduleId) override;
+    HRESULT GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType, USHORT* pMajorVersion,
+                                  USHORT* pMinorVersion, USHORT* pBuildNumber, USHORT* pQFEVersion,
+                                  ULONG cchVersionString, ULONG* pcchVersionString,
+                                  WCHAR szVersionString[]) override;
+    HRESULT EnumModules(ICorProfilerModuleEnum** ppEnum) override;
+    HRESULT EnumJITedFunctions(ICorProfilerFunctionEnum** ppEnum) override;
+    HRESULT GetAppDomainInfo(AppDomainID appDomainId, ULONG cchName, ULONG* pcchName, WCHAR szName[],
+                             ProcessID* pProcessId) override;
 
 private:
     // The allocator that the runtime hands out: memory that stays until the
@@ -87,13 +105,13 @@ private:
         std::map<mdMethodDef, std::pair<const unsigned char*, ULONG>> bodyByMethod;
     };
 
-    ProfilerInfoDouble() = default;
-
-    ULONG references = 1;
+    bool deletesItself = false;
     FunctionID nextFunction = 0x7f0000800000;
     std::map<FunctionID, Function> functions;
-    ScratchDirectory scratch;
+    std::unique_ptr<ScratchDirectory> scratch;
     std::map<ModuleID, Module> modules;
+    std::map<std::string, ModuleID> modulesByPath;
+    std::string failures;
     std::map<std::pair<ModuleID, mdMethodDef>, const unsigned char*> installed;
     Allocator allocator {*this};
     std::vector<std::unique_ptr<unsigned char[]>> blocks;

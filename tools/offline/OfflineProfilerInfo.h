@@ -13,6 +13,7 @@
 
 class OfflineProfilerInfo : public RefusingProfilerInfo {
 public:
+    using RefusingProfilerInfo::RefusingProfilerInfo;
     // 0 if the runtime cannot open the file as an assembly.
     ModuleID addModule(const std::u16string& path);
     // A module of this scope; with none, one whose metadata cannot be read yet.

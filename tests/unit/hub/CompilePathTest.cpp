@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "ProfilerCallbackTestAccess.h"
-#include "RealMethodsInfo.h"
+#include "StartupChild.h"
 #include "RecordingEngine.h"
 #include "StartupChild.h"
 
@@ -31,7 +31,7 @@ const char* const kDirectives =
     "TraceOneMethodOfClass: Shop.Order Place\n"
     "TraceAllMethodsOfClass: Billing.Internal.Ledger\n";
 
-using CompileBody = std::function<void(ProfilerCallback&, RealMethodsInfo&, RecordingEngine&, std::ostream&)>;
+using CompileBody = std::function<void(ProfilerCallback&, ProfilerInfoDouble&, RecordingEngine&, std::ostream&)>;
 
 StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::string>& properties = {},
                           const std::string& directives = kDirectives) {
@@ -42,19 +42,19 @@ StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::str
     setup.files["program.fmd"] = directives;
     setup.properties["harrowlite.fieldmark.directivesFile"] = "program.fmd";
     setup.makeInfo = [] {
-        auto* info = new RealMethodsInfo();
-        info->addMethod("PolicyShapes", u"Shop.Order", u"Place", kPlace);
-        info->addMethod("PolicyShapes", u"Shop.Order", u"Dispose", kDispose);
-        info->addMethod("PolicyShapes", u"Shop.Order", u"GetName", kGetName);
-        info->addMethod("PolicyShapes", u"Billing.Internal.Ledger", u"Post", kPost);
-        info->addMethod("PolicyShapes", u"Billing.Internal.Ledger", u"Close", kClose);
-        info->addMethod("PolicyShapes", u"Shop.Invoice", u"Cancel", kCancel);
-        info->addMethod("PolicyShapes", u"Program", u"Main", kMain);
-        info->addMethod("PolicyConsole", u"PolicyConsole.Cursor", u"Advance", kAdvance);
+        auto* info = new ProfilerInfoDouble();
+        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Shop.Order", u"Place", kPlace);
+        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Shop.Order", u"Dispose", kDispose);
+        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Shop.Order", u"GetName", kGetName);
+        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Billing.Internal.Ledger", u"Post", kPost);
+        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Billing.Internal.Ledger", u"Close", kClose);
+        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Shop.Invoice", u"Cancel", kCancel);
+        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Program", u"Main", kMain);
+        info->addMethod(RealAssemblies::testAsset("PolicyConsole"), u"PolicyConsole.Cursor", u"Advance", kAdvance);
         return info;
     };
-    setup.body = [body](ProfilerCallback* callback, RuntimeInfoFake* fake, std::ostream& notes) {
-        auto& info = static_cast<RealMethodsInfo&>(*fake);
+    setup.body = [body](ProfilerCallback* callback, ProfilerInfoDouble* fake, std::ostream& notes) {
+        auto& info = static_cast<ProfilerInfoDouble&>(*fake);
         if (!info.error().empty()) {
             notes << "setup: " << info.error();
             return;
@@ -86,7 +86,7 @@ bool remembered(ProfilerCallback& callback, FunctionID id) {
 }
 
 TEST(CompilePath, OnlySelectedMethodsReachTheEngineAndAreLogged) {
-    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, RealMethodsInfo&,
+    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, ProfilerInfoDouble&,
                                                         RecordingEngine& engine, std::ostream& notes) {
         for (FunctionID id : {kPlace, kDispose, kPost, kCancel, kMain, kGetName}) {
             notes << callback.JITCompilationStarted(id, TRUE);
@@ -112,7 +112,7 @@ TEST(CompilePath, OnlySelectedMethodsReachTheEngineAndAreLogged) {
 }
 
 TEST(CompilePath, ReentrantAndUnsafeCompilesPassUntouched) {
-    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, RealMethodsInfo& info,
+    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, ProfilerInfoDouble& info,
                                                         RecordingEngine& engine, std::ostream& notes) {
         // A compile that the engine's own work sets off on the same thread.
         engine.duringInstrument = [&] {
@@ -141,7 +141,7 @@ TEST(CompilePath, ReentrantAndUnsafeCompilesPassUntouched) {
 
 TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
     StartupOutcome outcome = runStartup(compileSetup(
-        [](ProfilerCallback& callback, RealMethodsInfo&, RecordingEngine& engine, std::ostream& notes) {
+        [](ProfilerCallback& callback, ProfilerInfoDouble&, RecordingEngine& engine, std::ostream& notes) {
             engine.instrumentResult = E_FAIL;
             engine.stepReached = 7;
             engine.lastError = u"Cannot resolve the trace functions";
@@ -165,7 +165,7 @@ TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
 }
 
 TEST(CompilePath, SelectedMethodsAreNeverInlinedNorTakenPrecompiled) {
-    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, RealMethodsInfo&,
+    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, ProfilerInfoDouble&,
                                                         RecordingEngine& engine, std::ostream& notes) {
         for (FunctionID callee : {kPlace, kPost, kDispose, kCancel, kUnknown}) {
             BOOL shouldInline = TRUE;
@@ -182,7 +182,7 @@ TEST(CompilePath, SelectedMethodsAreNeverInlinedNorTakenPrecompiled) {
 TEST(CompilePath, DynamicInstrumentationKeepsEveryUnskippedCalleeACall) {
     StartupOutcome outcome = runStartup(
         compileSetup(
-            [](ProfilerCallback& callback, RealMethodsInfo&, RecordingEngine&, std::ostream& notes) {
+            [](ProfilerCallback& callback, ProfilerInfoDouble&, RecordingEngine&, std::ostream& notes) {
                 for (FunctionID callee : {kPlace, kDispose, kCancel, kUnknown}) {
                     BOOL shouldInline = TRUE;
                     BOOL useCached = TRUE;
@@ -212,16 +212,17 @@ TEST(CompilePath, FirstMethodAfterAttachIsForcedThroughTheEngineAndReverted) {
         {"of a byref-like type", kAdvance, "", false},
     };
     for (const Case& c : cases) {
-        StartupSetup setup = compileSetup([first = c.first](ProfilerCallback& callback, RealMethodsInfo& info,
+        StartupSetup setup = compileSetup([first = c.first](ProfilerCallback& callback, ProfilerInfoDouble& info,
                                                             RecordingEngine& engine, std::ostream& notes) {
             callback.JITCompilationStarted(first, TRUE);
             notes << engine.instrumentedList() << "\n";
             const auto& reverts = ProfilerCallbackTestAccess::revertRequests(callback);
-            const RealMethodsInfo::Method method = info.method(first);
+            ModuleID module = 0;
+            mdToken token = 0;
+            info.GetFunctionInfo(first, nullptr, &module, &token);
             for (const rejit_requests& batch : reverts) {
                 for (unsigned int i = 0; i < batch.count; ++i) {
-                    notes << "revert " << (batch.modules[i] == method.module && batch.methods[i] == method.token)
-                          << " ";
+                    notes << "revert " << (batch.modules[i] == module && batch.methods[i] == token) << " ";
                 }
             }
             notes << ProfilerCallbackTestAccess::rejitRequests(callback).size() << "\n";

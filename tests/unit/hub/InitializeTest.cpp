@@ -45,8 +45,8 @@ TEST(Initialize, EventMaskOfEachConfiguration) {
         setup.properties.insert(c.properties.begin(), c.properties.end());
         setup.attach = c.attach;
         const int version = c.infoVersion;
-        setup.makeInfo = [version] { return new RuntimeInfoFake(version); };
-        setup.body = [](ProfilerCallback* callback, RuntimeInfoFake*, std::ostream& notes) {
+        setup.makeInfo = [version] { return new ProfilerInfoDouble(version); };
+        setup.body = [](ProfilerCallback* callback, ProfilerInfoDouble*, std::ostream& notes) {
             notes << "rejit=" << callback->IsReJITEnabled() << " supports=" << callback->getSupportsReJIT();
         };
         StartupOutcome outcome = runStartup(setup);
@@ -68,7 +68,7 @@ TEST(Initialize, OldCoreRuntimeIsRefusedFromBuild22221On) {
     for (USHORT build : {USHORT(22220), USHORT(22221)}) {
         StartupSetup setup;
         setup.makeInfo = [build] {
-            auto* info = new RuntimeInfoFake();
+            auto* info = new ProfilerInfoDouble();
             info->major = 4;
             info->build = build;
             return info;
@@ -88,8 +88,8 @@ TEST(Initialize, OldCoreRuntimeIsRefusedFromBuild22221On) {
     // A desktop runtime of the same numbers is not held to that limit.
     StartupSetup desktop;
     desktop.makeInfo = [] {
-        auto* info = new RuntimeInfoFake();
-        info->type = COR_PRF_DESKTOP_CLR;
+        auto* info = new ProfilerInfoDouble();
+        info->setRuntimeType(COR_PRF_DESKTOP_CLR);
         info->major = 4;
         info->build = 100;
         return info;

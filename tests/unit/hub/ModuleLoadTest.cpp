@@ -7,7 +7,7 @@
 #include <map>
 
 #include "ProfilerCallbackTestAccess.h"
-#include "RealMethodsInfo.h"
+#include "StartupChild.h"
 #include "RecordingEngine.h"
 #include "StartupChild.h"
 
@@ -16,7 +16,7 @@ namespace {
 // Modules by id with their assembly names; id 0x66 fails GetModuleInfo.
 // Metadata is never available, so the shim and the patcher fail where they
 // open it.
-class ModulesFake : public RuntimeInfoFake {
+class ModulesFake : public ProfilerInfoDouble {
 public:
     std::map<ModuleID, std::u16string> assemblies = {{0x11, u"System.Private.CoreLib"},
                                                      {0x22, u"tarn.AgentExtras"},
@@ -57,7 +57,7 @@ private:
     }
 };
 
-StartupSetup withModules(std::function<void(ProfilerCallback*, RuntimeInfoFake*, std::ostream&)> body) {
+StartupSetup withModules(std::function<void(ProfilerCallback*, ProfilerInfoDouble*, std::ostream&)> body) {
     StartupSetup setup;
     setup.makeInfo = [] { return new ModulesFake(); };
     setup.body = std::move(body);
@@ -65,7 +65,7 @@ StartupSetup withModules(std::function<void(ProfilerCallback*, RuntimeInfoFake*,
 }
 
 TEST(ModuleLoad, FirstModuleWithoutNamesStillEndsTheFirstModuleStep) {
-    StartupOutcome outcome = runStartup(withModules([](ProfilerCallback* callback, RuntimeInfoFake* info,
+    StartupOutcome outcome = runStartup(withModules([](ProfilerCallback* callback, ProfilerInfoDouble* info,
                                                        std::ostream& notes) {
         notes << callback->ModuleLoadFinished(0x66, S_OK) << " " << info->calls("GetAssemblyInfo") << " ";
         // The core library comes second: no shim is tried for it any more.
@@ -86,7 +86,7 @@ TEST(ModuleLoad, FirstModuleWithoutNamesStillEndsTheFirstModuleStep) {
 }
 
 TEST(ModuleLoad, ShimThatCannotBeDefinedDisablesTheAgent) {
-    StartupOutcome outcome = runStartup(withModules([](ProfilerCallback* callback, RuntimeInfoFake*,
+    StartupOutcome outcome = runStartup(withModules([](ProfilerCallback* callback, ProfilerInfoDouble*,
                                                        std::ostream& notes) {
         notes << callback->ModuleLoadFinished(0x11, S_OK) << " " << callback->isDisabled();
     }));

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "ProfilerCallbackTestAccess.h"
-#include "RealMethodsInfo.h"
+#include "StartupChild.h"
 #include "RecordingEngine.h"
 #include "StartupChild.h"
 #include "hub/ProfilerCallback.h"
@@ -61,12 +61,12 @@ TEST(ProfilerCallback, InitializeWithoutAnyInfoIsRefused) {
 TEST(ProfilerCallback, ShutdownStopsCompileEventsAndReleasesTheRuntime) {
     StartupSetup setup;
     setup.makeInfo = [] {
-        auto* info = new RealMethodsInfo();
-        info->addMethod("PolicyShapes", u"Program", u"Main", 0xA700);
+        auto* info = new ProfilerInfoDouble();
+        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Program", u"Main", 0xA700);
         return info;
     };
-    setup.body = [](ProfilerCallback* callback, RuntimeInfoFake* fake, std::ostream& notes) {
-        auto* info = static_cast<RealMethodsInfo*>(fake);
+    setup.body = [](ProfilerCallback* callback, ProfilerInfoDouble* fake, std::ostream& notes) {
+        auto* info = fake;
         notes << info->error() << callback->isDisabled() << " " << std::hex << callback->getEventMask() << std::dec
               << " " << (info->references() > 0) << " ";
         notes << callback->Shutdown() << " " << info->calls("SetEventMask") << " " << std::hex

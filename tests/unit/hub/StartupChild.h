@@ -1,7 +1,7 @@
 // Runs a start-up of the callback object in a child process of its own: the
 // process gate and the controller are made once per process and never go, so
 // each configuration needs a fresh process. The child lays out an agent
-// profile, calls Initialize (or InitializeForAttach) on a fake runtime, lets a
+// profile, calls Initialize (or InitializeForAttach) on the profiler info double, lets a
 // test body act on the object, and leaves what it saw in files of a scratch
 // directory the parent made.
 #pragma once
@@ -21,73 +21,8 @@
 
 #include "hub/ProfilerCallback.h"
 #include "runtime/Guids.h"
-#include "runtime/ProfilerEnumerators.h"
-#include "offline/RefusingProfilerInfo.h"
+#include "support/ProfilerInfoDouble.h"
 #include "support/ScratchDirectory.h"
-
-// An enumerator with nothing in it.
-template <typename Interface, typename Element>
-class EmptyEnumerator final : public Interface {
-public:
-    HRESULT QueryInterface(REFIID, void** out) override {
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG AddRef() override { return ++references; }
-    ULONG Release() override {
-        ULONG left = --references;
-        if (left == 0) delete this;
-        return left;
-    }
-    HRESULT Skip(ULONG) override { return S_OK; }
-    HRESULT Reset() override { return S_OK; }
-    HRESULT Clone(Interface**) override { return E_NOTIMPL; }
-    HRESULT GetCount(ULONG* count) override {
-        *count = 0;
-        return S_OK;
-    }
-    HRESULT Next(ULONG, Element[], ULONG* fetched) override {
-        *fetched = 0;
-        return S_FALSE;
-    }
-
-private:
-    ULONG references = 1;
-};
-
-// A runtime that tells its kind and version, has loaded and compiled nothing
-// an attach would catch up with, and otherwise fails as the fake does.
-class RuntimeInfoFake : public RefusingProfilerInfo {
-public:
-    HRESULT EnumModules(ICorProfilerModuleEnum** modules) override {
-        count("EnumModules");
-        *modules = new EmptyEnumerator<ICorProfilerModuleEnum, ModuleID>();
-        return S_OK;
-    }
-    HRESULT EnumJITedFunctions(ICorProfilerFunctionEnum** functions) override {
-        count("EnumJITedFunctions");
-        *functions = new EmptyEnumerator<ICorProfilerFunctionEnum, COR_PRF_FUNCTION>();
-        return S_OK;
-    }
-    explicit RuntimeInfoFake(int highestVersion = 10) : RefusingProfilerInfo(highestVersion) {}
-
-    COR_PRF_RUNTIME_TYPE type = COR_PRF_CORE_CLR;
-    USHORT major = 10;
-    USHORT minor = 0;
-    USHORT build = 12;
-
-    HRESULT GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType, USHORT* pMajorVersion,
-                                  USHORT* pMinorVersion, USHORT* pBuildNumber, USHORT* pQFEVersion,
-                                  ULONG cchVersionString, ULONG* pcchVersionString,
-                                  WCHAR szVersionString[]) override {
-        count("GetRuntimeInformation");
-        if (pRuntimeType != nullptr) *pRuntimeType = type;
-        if (pMajorVersion != nullptr) *pMajorVersion = major;
-        if (pMinorVersion != nullptr) *pMinorVersion = minor;
-        if (pBuildNumber != nullptr) *pBuildNumber = build;
-        return S_OK;
-    }
-};
 
 struct StartupOutcome {
     HRESULT result = 0;
@@ -105,9 +40,9 @@ struct StartupSetup {
     // Files laid out beside the profile (directive files), by name.
     std::map<std::string, std::string> files;
     bool attach = false;
-    std::function<RuntimeInfoFake*()> makeInfo = [] { return new RuntimeInfoFake(); };
+    std::function<ProfilerInfoDouble*()> makeInfo = [] { return new ProfilerInfoDouble(); };
     // Runs in the child after the start-up, before the object is released.
-    std::function<void(ProfilerCallback*, RuntimeInfoFake*, std::ostream&)> body;
+    std::function<void(ProfilerCallback*, ProfilerInfoDouble*, std::ostream&)> body;
 };
 
 inline std::string readText(const std::string& path) {
@@ -134,7 +69,7 @@ inline void runStartupChild(const StartupSetup& setup, const ScratchDirectory& s
     } else {
         setenv("TMSENV_AGENT_PROFILE", scratch.path("absent.properties").c_str(), 1);
     }
-    RuntimeInfoFake* info = setup.makeInfo();
+    ProfilerInfoDouble* info = setup.makeInfo();
     void* out = nullptr;
     if (FAILED(ProfilerCallback::CreateObject(IID_ICorProfilerCallback4, &out))) return;
     auto* callback = static_cast<ProfilerCallback*>(static_cast<ICorProfilerCallback4*>(out));
