@@ -1,11 +1,7 @@
 #include "AgentInstall.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -16,37 +12,13 @@ namespace {
 
 const std::string kBuiltAgentDirectory = std::string(TARN_E2E_DIR) + "/agent";
 
-void makeDirectories(const std::string& path) {
-    for (size_t slash = path.find('/', 1); ; slash = path.find('/', slash + 1)) {
-        std::string prefix = path.substr(0, slash);
-        if (mkdir(prefix.c_str(), 0755) != 0 && errno != EEXIST) {
-            throw std::runtime_error("cannot make " + prefix);
-        }
-        if (slash == std::string::npos) {
-            return;
-        }
-    }
-}
-
 void writeFile(const std::string& path, const std::string& text) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream stream(path, std::ios::binary | std::ios::trunc);
     stream << text;
     if (!stream) {
         throw std::runtime_error("cannot write " + path);
     }
-}
-
-std::vector<std::string> filesIn(const std::string& directory) {
-    std::vector<std::string> names;
-    if (DIR* dir = opendir(directory.c_str())) {
-        while (dirent* entry = readdir(dir)) {
-            if (entry->d_type == DT_REG) {
-                names.push_back(entry->d_name);
-            }
-        }
-        closedir(dir);
-    }
-    return names;
 }
 
 }  // namespace
@@ -79,17 +51,14 @@ std::string joinLines(const std::vector<std::string>& lines) {
 }
 
 AgentInstall::AgentInstall() : root(newWorkDir()) {
-    makeDirectories(agentDirectory() + "/bin/netcore");
-    for (const auto& name : filesIn(kBuiltAgentDirectory)) {
-        writeFile(agentDirectory() + "/bin/netcore/" + name, readFile(kBuiltAgentDirectory + "/" + name));
-    }
+    std::filesystem::create_directories(agentDirectory() + "/bin/netcore");
+    std::filesystem::copy(kBuiltAgentDirectory, agentDirectory() + "/bin/netcore");
     set("harrowlite.fieldmark.enable", "true");
     set("harrowlite.nativeprofiler.logfile", "native.log");
 }
 
 std::string AgentInstall::write(const std::string& relative, const std::string& text) const {
-    std::string path = agentDirectory() + "/" + relative;
-    makeDirectories(path.substr(0, path.rfind('/')));
+    const std::string path = agentDirectory() + "/" + relative;
     writeFile(path, text);
     return path;
 }
@@ -132,9 +101,10 @@ void AgentInstall::writeProfile() const {
 std::string AgentInstall::logText() const {
     // The controller names the log after the process: native_<process>_<app>.log.
     std::string text;
-    for (const auto& name : filesIn(agentDirectory())) {
-        if (name.rfind("native_", 0) == 0 && name.size() > 4 && name.compare(name.size() - 4, 4, ".log") == 0) {
-            text += readFile(agentDirectory() + "/" + name);
+    for (const auto& entry : std::filesystem::directory_iterator(agentDirectory())) {
+        const std::string name = entry.path().filename();
+        if (entry.is_regular_file() && name.starts_with("native_") && name.ends_with(".log")) {
+            text += readFile(entry.path());
         }
     }
     return text;

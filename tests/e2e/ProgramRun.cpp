@@ -1,17 +1,11 @@
 #include "ProgramRun.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
+
+#include "support/ChildProcess.h"
 
 extern char** environ;
 
@@ -65,15 +59,6 @@ void furnishDefaultProfile(const std::string& workDir, std::map<std::string, std
     env["com.tarn.harrowlite.agentLocation"] = std::string(TARN_E2E_DIR) + "/agent/tarn.Agent.dll";
 }
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-    std::vector<char*> result;
-    for (auto& text : texts) {
-        result.push_back(text.data());
-    }
-    result.push_back(nullptr);
-    return result;
-}
-
 }  // namespace
 
 std::string readFile(const std::string& path) {
@@ -113,48 +98,12 @@ RunResult runProgram(const std::string& program, const RunOptions& options) {
     for (const auto& arg : argv) {
         result.command += (result.command.empty() ? "" : " ") + arg;
     }
-    std::vector<std::string> envp = childEnvironment(result.env);
-    std::vector<char*> argvPointers = pointers(argv);
-    std::vector<char*> envPointers = pointers(envp);
-    std::string outPath = result.workDir + "/stdout.txt";
-    std::string errPath = result.workDir + "/stderr.txt";
-
-    pid_t child = fork();
-    if (child < 0) {
-        throw std::runtime_error("fork failed");
-    }
-    if (child == 0) {
-        int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int in = open("/dev/null", O_RDONLY);
-        if (out < 0 || err < 0 || in < 0 || chdir(result.workDir.c_str()) != 0) {
-            _exit(127);
-        }
-        dup2(in, 0);
-        dup2(out, 1);
-        dup2(err, 2);
-        execve(argvPointers[0], argvPointers.data(), envPointers.data());
-        _exit(127);
-    }
-
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(options.timeoutSeconds);
-    int status = 0;
-    while (waitpid(child, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-            result.timedOut = true;
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    if (WIFEXITED(status)) {
-        result.exitCode = WEXITSTATUS(status);
-    } else if (WIFSIGNALED(status)) {
-        result.exitCode = 128 + WTERMSIG(status);
-    }
-    result.out = readFile(outPath);
-    result.err = readFile(errPath);
+    const ChildProcess child =
+        ChildProcess::run(argv, childEnvironment(result.env), result.workDir, options.timeoutSeconds);
+    result.exitCode = child.exitStatus;
+    result.timedOut = child.timedOut;
+    result.out = child.out;
+    result.err = child.err;
     return result;
 }
 

@@ -10,7 +10,6 @@
 
 struct ProbeProcess {
     int exitStatus = -1;
-    int pid = 0;
     std::string output;
     // The lines that begin with the value prefix, split at their first '=',
     // the prefix taken off the key.
