@@ -8,9 +8,6 @@
 #include "gate/ProfileConfig.h"
 #include "gate/ProfilingManager.h"
 
-// Defined by the hub in the library; the gate alone needs one of its own.
-CRITICAL_SECTION gProfilingManagerLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-
 namespace {
 std::string folder;
 }

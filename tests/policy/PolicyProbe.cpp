@@ -13,9 +13,6 @@
 #include "offline/HostedRuntime.h"
 #include "support/ProfilerInfoDouble.h"
 
-// The hub owns this lock; here it is recursive from the start.
-CRITICAL_SECTION gProfilingManagerLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-
 int main()
 {
     if (!HostedRuntime::instance().ready()) {

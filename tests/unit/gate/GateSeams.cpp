@@ -3,12 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/Win32Types.h"
 #include "support/RefusingProfilerController.h"
-
-// The hub owns this lock and initialises it in each callback's constructor;
-// here it is recursive from the start.
-CRITICAL_SECTION gProfilingManagerLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 
 namespace {
 
