@@ -45,4 +45,11 @@ RunResult runProgram(const std::string& program, const RunOptions& options);
 
 std::string readFile(const std::string& path);
 
+// The version ("10.0.12") of the runtime that runs the suite's programs: the
+// highest one installed beside the dotnet host of the major version that the
+// programs target.
+std::string runtimeVersion();
+// Its major version ("10").
+std::string runtimeMajor();
+
 }  // namespace e2e

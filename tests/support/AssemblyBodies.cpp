@@ -1,15 +1,15 @@
 #include "AssemblyBodies.h"
 
+#include "offline/HostedRuntime.h"
+
 namespace {
 constexpr uint16_t kCodeTypeMask = 0x3;  // IL is 0
 }
 
-std::string AssemblyBodies::frameworkDir() { return "/usr/share/dotnet/shared/Microsoft.NETCore.App/10.0.12/"; }
-
 std::vector<std::string> AssemblyBodies::frameworkAssemblies() {
     std::vector<std::string> names = {"System.Private.CoreLib.dll", "System.Linq.dll", "System.Text.RegularExpressions.dll",
                                       "System.Collections.Immutable.dll", "System.Private.Xml.dll"};
-    for (std::string& name : names) name = frameworkDir() + name;
+    for (std::string& name : names) name = HostedRuntime::instance().frameworkDir() + name;
     return names;
 }
 

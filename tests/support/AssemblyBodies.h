@@ -16,7 +16,6 @@ public:
         uint32_t size;  // header, code and exception section, checked against the file
     };
 
-    static std::string frameworkDir();
     // The framework assemblies the IL tests walk, core library first.
     static std::vector<std::string> frameworkAssemblies();
 
