@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -20,16 +19,6 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
         info = ProfilerInfoDouble::newInstance();
-    }
-
-    std::string managedPath(std::initializer_list<const char*> args, bool& found) {
-        std::vector<Text> wide;
-        for (const char* arg : args) {
-            wide.push_back(RealAssemblies::widen(arg));
-        }
-        Text path = u"untouched";
-        found = CLRUtils::GetManagedModulePath(info, wide, path);
-        return RealAssemblies::narrow(path.c_str());
     }
 
     AutoCOMPointer<ProfilerInfoDouble> info;
@@ -66,37 +55,4 @@ TEST_F(CLRUtilsTest, RuntimeKindAndVersionOfThisInstallation) {
         EXPECT_EQ(version >= 0 ? major * 10000 + minor * 100 + patch : major, version)
             << RealAssemblies::narrow(path.c_str());
     }
-}
-
-TEST_F(CLRUtilsTest, ManagedProgramFromTheCommandLine) {
-    struct Case {
-        std::initializer_list<const char*> args;
-        const char* path;
-    };
-    const Case cases[] = {
-        {{"/usr/bin/dotnet", "app.dll", "arg"}, "app.dll"},
-        {{"dotnet", "exec", "foo.dll"}, "foo.dll"},
-        {{"dotnet", "run"}, "run"},
-        {{"dotnet", "build", "x.dll.txt"}, nullptr},
-        {{"/x/not-mapped-anywhere"}, nullptr},
-    };
-    bool found = false;
-    for (const Case& c : cases) {
-        EXPECT_EQ(managedPath(c.args, found), c.path != nullptr ? c.path : "untouched") << *c.args.begin();
-        EXPECT_EQ(found, c.path != nullptr) << *c.args.begin();
-    }
-
-    // An application host: this test program plays it, being mapped.
-    std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-    std::string name = std::filesystem::path(self).filename().string();
-    EXPECT_EQ(managedPath({("/elsewhere/" + name).c_str(), "arg"}, found), self + ".dll");
-    EXPECT_TRUE(found);
-    Text real;
-    ASSERT_TRUE(CLRUtils::GetManagedModulePath(info, real));
-    EXPECT_EQ(RealAssemblies::narrow(real.c_str()), self + ".dll");
-
-    // Not CoreCLR: the host's own mapping.
-    info->setRuntimeType(COR_PRF_DESKTOP_CLR);
-    EXPECT_EQ(managedPath({name.c_str()}, found), self);
-    EXPECT_TRUE(found);
 }

@@ -55,15 +55,6 @@ TEST(TraceProfiler, ADestroyedThreadStopsItsSessionsOnly) {
     EXPECT_TRUE(profiler.isSessionOpen(ended));
 }
 
-TEST(TraceProfiler, ShutdownClosesEverySessionAndRefusesNewOnes) {
-    TraceProfiler profiler(nullptr);
-    const int index = startOnThread(profiler, 0x1234);
-    profiler.Shutdown();
-    EXPECT_FALSE(profiler.isSessionOpen(index));
-    EXPECT_EQ(profiler.StartProfilingForThread(1, 0), -404);
-    EXPECT_EQ(profiler.StartProfilingForMethod(1, 0x06000001, 0), -404);
-}
-
 TEST(TraceProfiler, ConfigurationFromProperties) {
     const std::u16string prefix = u"harrowlite.agent.deep.instrumentation.";
     struct Row {
