@@ -11,17 +11,13 @@ GateInstallation::GateInstallation()
     for (const char* name : {"dotnet", "dotnet.exe", "app.exe", "myhost"}) {
         std::filesystem::create_symlink(TARN_GATE_PROBE, host(name));
     }
-    writeProfile("default.properties", "agent.name=default\n");
-}
-
-std::string GateInstallation::writeProfile(const std::string& name, const std::string& text) const
-{
-    return scratch.write("agent/profiles/" + name, text);
+    set("agent.name", "default");
+    writeProfile();
 }
 
 std::vector<std::string> GateInstallation::environment() const
 {
-    return {"com.tarn.harrowlite.agentProfile=" + defaultProfile(), "TMS_DIAGNOSTICS_ENABLED=1",
+    return {"com.tarn.harrowlite.agentProfile=" + profilePath(), "TMS_DIAGNOSTICS_ENABLED=1",
             "LD_PRELOAD=" + library()};
 }
 

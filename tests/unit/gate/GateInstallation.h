@@ -5,25 +5,19 @@
 #include <string>
 #include <vector>
 
+#include "support/AgentHome.h"
 #include "support/ProbeProcess.h"
-#include "support/ScratchDirectory.h"
 
 // A scratch installation: an agent home whose "lib" holds a stand-in profiler
 // library, a "profiles" folder with the default profile, and links named after
 // the hosts under test in "bin", all leading to the probe.
-class GateInstallation {
+class GateInstallation : public AgentHome {
 public:
     GateInstallation();
 
     std::string home() const { return scratch.path("agent"); }
-    std::string profiles() const { return scratch.path("agent/profiles"); }
-    std::string defaultProfile() const { return profiles() + "/default.properties"; }
     std::string library() const { return home() + "/lib/tarn.NativeProfiler.so"; }
     std::string host(const std::string& name) const { return scratch.path("bin/" + name); }
-    const ScratchDirectory& files() const { return scratch; }
-
-    // Writes a file under "agent/profiles".
-    std::string writeProfile(const std::string& name, const std::string& text) const;
 
     // The environment most runs start from: the default profile, the
     // diagnostic log on, and the stand-in library mapped into the process.
@@ -32,14 +26,11 @@ public:
     // Runs the host link name with these arguments after it, in the scratch
     // root as working directory.
     ProbeProcess run(const std::string& hostName, const std::vector<std::string>& arguments,
-                 const std::vector<std::string>& environment) const;
+                     const std::vector<std::string>& environment) const;
 
     // Lines of the diagnostic log of a program, empty if there is none.
     std::vector<std::string> diagnosticLog(const std::string& programName) const;
     std::string diagnosticLogPath(const std::string& programName) const;
-
-private:
-    ScratchDirectory scratch;
 };
 
 // The lines of the diagnostic log that come after the environment dump.

@@ -18,13 +18,13 @@ class ProfileConfig : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        shop = installation.writeProfile("shop.properties", "agent.name=shop\n");
-        billing = installation.writeProfile("billing.properties", "agent.name=billing\n");
+        shop = installation.write("shop.properties", "agent.name=shop\n");
+        billing = installation.write("billing.properties", "agent.name=billing\n");
     }
 
     ProbeProcess runWithConfig(const std::string& config, const std::string& host, const std::vector<std::string>& arguments)
     {
-        installation.writeProfile("AgentProfile.config", config);
+        installation.write("AgentProfile.config", config);
         return installation.run(host, arguments, installation.environment());
     }
 
@@ -118,7 +118,7 @@ TEST_F(ProfileConfig, RulesChooseTheFirstProfileThatFits)
         ASSERT_EQ(run.exitStatus, 0);
         EXPECT_EQ(run["properties"], "1");
         EXPECT_EQ(run["custom.config"], c.chosen);
-        EXPECT_EQ(run["agent.profile"], c.chosen.empty() ? installation.defaultProfile() : c.chosen);
+        EXPECT_EQ(run["agent.profile"], c.chosen.empty() ? installation.profilePath() : c.chosen);
         if (!c.logged.empty()) {
             EXPECT_THAT(words(c.host.substr(0, c.host.find('.'))), Contains(c.logged));
         }
@@ -151,7 +151,7 @@ TEST_F(ProfileConfig, MalformedLayoutsStopReading)
         EXPECT_EQ(run["custom.config"], "") << c.config << run.describe();
         std::vector<std::string> expected {"app pool: ", "process name: app.exe", "dll name: "};
         expected.insert(expected.end(), c.parsed.begin(), c.parsed.end());
-        expected.push_back("Opening " + installation.defaultProfile());
+        expected.push_back("Opening " + installation.profilePath());
         EXPECT_THAT(words("app"), ElementsAreArray(expected)) << c.config;
     }
 }
@@ -171,7 +171,7 @@ TEST_F(ProfileConfig, ProfileFolderAndConfigFileProblems)
     // No AgentProfile.config: the default profile stands.
     const ProbeProcess noConfig = installation.run("app.exe", {}, installation.environment());
     EXPECT_EQ(noConfig["custom.config"], "") << noConfig.describe();
-    EXPECT_EQ(noConfig["agent.profile"], installation.defaultProfile());
-    EXPECT_THAT(words("app"), ElementsAre("failed to open: " + configPath(), "Opening " + installation.defaultProfile()));
+    EXPECT_EQ(noConfig["agent.profile"], installation.profilePath());
+    EXPECT_THAT(words("app"), ElementsAre("failed to open: " + configPath(), "Opening " + installation.profilePath()));
 }
 

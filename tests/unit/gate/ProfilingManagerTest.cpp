@@ -104,7 +104,7 @@ TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords)
         {", ,\t,", "first", kPass, kCancel},
     };
     for (const Case& c : cases) {
-        installation.writeProfile("default.properties",
+        installation.write("default.properties",
                                   "com.tarn.harrowlite.nativeprofiler.monitor.inprocsxs.multiple.clrs=" + c.value + "\n");
         std::vector<std::string> environment = installation.environment();
         environment.push_back("GATE_PROBE_RUNTIMES=4,2,4");
@@ -118,7 +118,7 @@ TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords)
     }
 
     // An empty value can only come from the environment: the file reader stores no empty value.
-    installation.writeProfile("default.properties", "agent.name=default\n");
+    installation.write("default.properties", "agent.name=default\n");
     std::vector<std::string> environment = installation.environment();
     environment.push_back("TMSENV_COM_TARN_HARROWLITE_NATIVEPROFILER_MONITOR_INPROCSXS_MULTIPLE_CLRS=");
     environment.push_back("GATE_PROBE_RUNTIMES=4,2");
@@ -131,13 +131,13 @@ TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords)
 TEST(ProfilingManager, PropertiesCanRefuseTheProcess)
 {
     GateInstallation installation;
-    installation.writeProfile("default.properties",
+    installation.write("default.properties",
                               "TMS_ENABLED=false\n");
     const ProbeProcess disabled = installation.run("dotnet", {"app.dll"}, installation.environment());
     EXPECT_EQ(disabled["properties"], "1") << disabled.describe();
     EXPECT_EQ(disabled["clr.0.v4"], kCancel);
 
-    installation.writeProfile("default.properties",
+    installation.write("default.properties",
                               "harrowlite.agent.dotnet.monitorApplications.exclude=Other, MyApp\n");
     const ProbeProcess excluded = installation.run("dotnet", {"exec", "/srv/myapp.dll"}, installation.environment());
     EXPECT_EQ(excluded["clr.0.v4"], kCancel) << excluded.describe();
@@ -148,7 +148,7 @@ TEST(ProfilingManager, PropertiesCanRefuseTheProcess)
     EXPECT_THAT(installation.diagnosticLog("dotnet"), Not(Contains("Ignoring dotnet application yourapp")));
 
     // Another host has no application name: the exclude list is not looked at.
-    installation.writeProfile("default.properties",
+    installation.write("default.properties",
                               "harrowlite.agent.dotnet.monitorApplications.exclude=myhost,myapp,dotnet\n");
     const ProbeProcess otherHost = installation.run("myhost", {"myapp.dll"}, installation.environment());
     EXPECT_EQ(otherHost["clr.0.v4"], kPass) << otherHost.describe();
@@ -177,9 +177,9 @@ TEST(ProfilingManager, WithoutAReadableProfileEveryRuntimeIsRefused)
 TEST(ProfilingManager, AgentProfileComesFromTheFirstSourceAndIsMadeCanonical)
 {
     GateInstallation installation;
-    const std::string canonical = installation.defaultProfile();
+    const std::string canonical = installation.profilePath();
     const std::string relative = "agent/profiles/../profiles/default.properties";
-    const std::string other = installation.writeProfile("other.properties", "a=b\n");
+    const std::string other = installation.write("other.properties", "a=b\n");
     struct Case {
         std::vector<std::string> environment;
         std::string expected;

@@ -23,35 +23,12 @@ AgentInstallation::AgentInstallation()
     environment.set("com.tarn.harrowlite.agentProfile", profilePath().c_str());
     environment.set("com.tarn.harrowlite.AgentProfile", nullptr);
     environment.set("WEBSITE_INSTANCE_ID", nullptr);
-    std::filesystem::create_directories(agentDirectory());
-}
-
-std::string AgentInstallation::profilePath() const
-{
-    return scratch.path("agent/profiles/default.properties");
-}
-
-std::string AgentInstallation::agentDirectory() const
-{
-    return scratch.path("agent/profiles");
-}
-
-std::string AgentInstallation::write(const std::string& relative, const std::string& text) const
-{
-    if (!relative.empty() && relative[0] == '/') {
-        return scratch.write(relative.substr(1), text);
-    }
-    return scratch.write(agentDirectory().substr(scratch.path().size() + 1) + "/" + relative, text);
+    std::filesystem::create_directories(profiles());
 }
 
 std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerInfo* info)
 {
-    std::string text;
-    for (const auto& [key, value] : properties) {
-        text += key + "=" + value + "\n";
-    }
-    scratch.write("agent/profiles/default.properties", text);
-    FILE* file = fopen(profilePath().c_str(), "r");
+    FILE* file = fopen(writeProfile().c_str(), "r");
     IProperties* store = IProperties::newInstance();
     store->readProperties(file);
     fclose(file);
@@ -64,7 +41,7 @@ std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerIn
 std::string AgentInstallation::logPath() const
 {
     const std::string name = "native_" + executableName() + ".log";
-    return agentDirectory() + "/logs/" + name;
+    return profiles() + "/logs/" + name;
 }
 
 std::vector<std::string> AgentInstallation::log() const

@@ -12,23 +12,13 @@
 
 #include "policy/ProfilerController.h"
 #include "support/ScopedEnvironment.h"
-#include "support/ScratchDirectory.h"
+#include "support/AgentHome.h"
 
-class AgentInstallation {
+class AgentInstallation : public AgentHome {
 public:
     AgentInstallation();
     AgentInstallation(const AgentInstallation&) = delete;
     AgentInstallation& operator=(const AgentInstallation&) = delete;
-
-    // The folder of the agent profile, where directive names are looked up first.
-    std::string agentDirectory() const;
-    std::string root() const { return scratch.path(); }
-    // Writes a file under the agent directory (or, with a leading '/', under the root).
-    std::string write(const std::string& relative, const std::string& text) const;
-
-    // A property for the next controller; the log file is set already.
-    void set(const std::string& key, const std::string& value) { properties[key] = value; }
-    void unset(const std::string& key) { properties.erase(key); }
 
     // A controller over the installation as it stands; null if none is made.
     std::unique_ptr<ProfilerController> controller(ICorProfilerInfo* info);
@@ -39,10 +29,6 @@ public:
     std::string logPath() const;
 
 private:
-    std::string profilePath() const;
-
-    ScratchDirectory scratch;
-    std::map<std::string, std::string> properties;
     ScopedEnvironment environment;
     ProfilerController* last = nullptr;
     // The properties of the controllers made.

@@ -82,7 +82,7 @@ TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool)
         {"harrowlite.agent.dotnet.iisNames=Other.exe, MyHost.exe\n", "w3wp.exe", {}, "Application w3wp.exe monitored"},
     };
     for (const Case& c : cases) {
-        probe.writeProfile(c.profile);
+        probe.write("default.properties", c.profile);
         const ProbeProcess run = probe.run(c.process, c.arguments, c.environment);
         SCOPED_TRACE(c.process + " " + ::testing::PrintToString(c.arguments) + " with " + c.profile + run.describe());
         EXPECT_EQ(run["status"], c.verdict.ends_with(" not monitored") ? "1" : "0");

@@ -8,10 +8,8 @@ ApplicationProbe::ApplicationProbe()
 {
     std::filesystem::create_directories(scratch.path("bin"));
     std::filesystem::create_directories(scratch.path("app"));
-    writeProfile("");
+    writeProfile();
 }
-
-void ApplicationProbe::writeProfile(const std::string& text) const { scratch.write("agent/profiles/default.properties", text); }
 
 std::string ApplicationProbe::program(const std::string& asset, const std::string& fileName) const
 {
@@ -30,6 +28,6 @@ ProbeProcess ApplicationProbe::run(const std::string& processName, const std::ve
     }
     // The first entry of a name is the one that counts: a given profile replaces the default.
     std::vector<std::string> environment = extraEnvironment;
-    environment.push_back("com.tarn.harrowlite.agentProfile=" + profile());
+    environment.push_back("com.tarn.harrowlite.agentProfile=" + profilePath());
     return ProbeProcess::run(program, arguments, environment, scratch.path(), "probe.");
 }

@@ -9,16 +9,12 @@
 #include <vector>
 
 #include "support/ProbeProcess.h"
-#include "support/ScratchDirectory.h"
+#include "support/AgentHome.h"
 
-class ApplicationProbe {
+class ApplicationProbe : public AgentHome {
 public:
     ApplicationProbe();
 
-    std::string profile() const { return scratch.path("agent/profiles/default.properties"); }
-    const ScratchDirectory& files() const { return scratch; }
-    // The properties file, "key=value" lines.
-    void writeProfile(const std::string& text) const;
     // A built test program's assembly copied to app/<fileName>; its full path.
     std::string program(const std::string& asset, const std::string& fileName) const;
 
@@ -27,6 +23,4 @@ public:
     ProbeProcess run(const std::string& processName, const std::vector<std::string>& arguments,
                      const std::vector<std::string>& extraEnvironment = {}) const;
 
-private:
-    ScratchDirectory scratch;
 };

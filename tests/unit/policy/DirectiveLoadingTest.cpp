@@ -29,7 +29,7 @@ protected:
     std::vector<std::string> loadLines()
     {
         std::vector<std::string> lines;
-        const std::string prefix = installation->agentDirectory();
+        const std::string prefix = installation->profiles();
         for (std::string line : installation->log()) {
             for (size_t at = line.find(prefix); at != std::string::npos; at = line.find(prefix)) {
                 line.replace(at, prefix.size(), "~");

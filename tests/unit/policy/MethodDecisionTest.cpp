@@ -65,8 +65,8 @@ TEST_F(MethodDecision, ReadOnlyAndByRefLikeStructsAreVetoed)
 
     EXPECT_EQ(installation.log(),
               (std::vector<std::string> {
-                  "Started loading " + installation.agentDirectory() + "/probes.fmd",
-                  "Loaded " + installation.agentDirectory() + "/probes.fmd",
+                  "Started loading " + installation.profiles() + "/probes.fmd",
+                  "Loaded " + installation.profiles() + "/probes.fmd",
                   "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Pair::GetFirst",
                   "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Cursor::Advance"}))
         << joined(installation.log());
