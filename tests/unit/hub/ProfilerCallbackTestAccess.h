@@ -28,9 +28,5 @@ public:
         info->AddRef();
         callback.profilerInfo = info;
     }
-    // A record as the function-id mapper would have made it.
-    static void addFunction(ProfilerCallback& callback, FunctionData* data) {
-        callback.functionData[data->functionId] = data;
-    }
     static size_t classIdentifierCount(ProfilerCallback& callback) { return callback.classIdentifiers.size(); }
 };
