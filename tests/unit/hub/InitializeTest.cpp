@@ -85,18 +85,6 @@ TEST(Initialize, OldCoreRuntimeIsRefusedFromBuild22221On) {
             << outcome.log;
         EXPECT_EQ(outcome.log.find("Unsupported .NET Core version") != std::string::npos, refused) << outcome.log;
     }
-    // A desktop runtime of the same numbers is not held to that limit.
-    StartupSetup desktop;
-    desktop.makeInfo = [] {
-        auto* info = new ProfilerInfoDouble();
-        info->setRuntimeType(COR_PRF_DESKTOP_CLR);
-        info->major = 4;
-        info->build = 100;
-        return info;
-    };
-    StartupOutcome outcome = runStartup(desktop);
-    EXPECT_EQ(outcome.result, S_OK) << outcome.log;
-    EXPECT_NE(outcome.log.find("Runtime Info: Desktop CLR (0x1) version 4.0_100\n"), std::string::npos) << outcome.log;
 }
 
 TEST(Initialize, RefusalsLeaveTheRuntimeWithoutEventsAndFpcNull) {

@@ -121,7 +121,6 @@ TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLo
         std::map<std::string, std::string> files;
         std::vector<std::string> lines;
         int status = 0;
-        bool desktop = false;
     };
     const std::vector<Case> cases {
         {"the native key is the only source",
@@ -148,19 +147,10 @@ TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLo
           {"dir/xbar.fmd", "Shop.Invoice Issue"}},
          {"Skipping ~/dir/foobar.fmd", "Started loading ~/dir/keep.fmd", "Loaded ~/dir/keep.fmd",
           "Started loading ~/dir/xbar.fmd", "Loaded ~/dir/xbar.fmd"}},
-        {"the desktop runtime skips Core files and uses the framework ignore list",
-         {{fieldmark, "dir"}, {"harrowlite.fieldmark.dotnetcore.ignoreDirectivesFile", "keep"},
-          {"harrowlite.fieldmark.dotnetframework.ignoreDirectivesFile", "foo"}},
-         {{"dir/foobar.fmd", "Shop.Order Place"}, {"dir/keep.fmd", "Shop.Order Dispose"},
-          {"dir/web.netcore.fmd", "Shop.Invoice Issue"}},
-         {"Skipping ~/dir/foobar.fmd", "Started loading ~/dir/keep.fmd", "Loaded ~/dir/keep.fmd",
-          "Skipping .NET Core FMD ~/dir/web.netcore.fmd"},
-         0, true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         fresh();
-        info->setRuntimeType(c.desktop ? COR_PRF_DESKTOP_CLR : COR_PRF_CORE_CLR);
         for (const auto& [key, value] : c.properties) {
             installation->set(key, value);
         }
