@@ -73,24 +73,31 @@ std::string readFile(const std::string& path) {
 }
 
 std::string runtimeMajor() {
-    const std::string config = readFile(std::string(TARN_E2E_DIR) + "/Hello/Hello.runtimeconfig.json");
-    std::smatch match;
-    return std::regex_search(config, match, std::regex(R"("version":\s*"(\d+)\.)")) ? match[1].str() : "?";
+    static const std::string major = [] {
+        const std::string config = readFile(std::string(TARN_E2E_DIR) + "/Hello/Hello.runtimeconfig.json");
+        std::smatch match;
+        return std::regex_search(config, match, std::regex(R"("version":\s*"(\d+)\.)")) ? match[1].str()
+                                                                                          : std::string("?");
+    }();
+    return major;
 }
 
 std::string runtimeVersion() {
-    const std::filesystem::path versions =
-        std::filesystem::canonical(TARN_DOTNET).parent_path() / "shared" / "Microsoft.NETCore.App";
-    const int major = std::atoi(runtimeMajor().c_str());
-    std::array<int, 3> best {-1, -1, -1};
-    for (const auto& entry : std::filesystem::directory_iterator(versions)) {
-        std::array<int, 3> found {-1, -1, -1};
-        if (sscanf(entry.path().filename().c_str(), "%d.%d.%d", &found[0], &found[1], &found[2]) == 3 &&
-            found[0] == major && found > best) {
-            best = found;
+    static const std::string version = [] {
+        const std::filesystem::path versions =
+            std::filesystem::canonical(TARN_DOTNET).parent_path() / "shared" / "Microsoft.NETCore.App";
+        const int major = std::atoi(runtimeMajor().c_str());
+        std::array<int, 3> best {-1, -1, -1};
+        for (const auto& entry : std::filesystem::directory_iterator(versions)) {
+            std::array<int, 3> found {-1, -1, -1};
+            if (sscanf(entry.path().filename().c_str(), "%d.%d.%d", &found[0], &found[1], &found[2]) == 3 &&
+                found[0] == major && found > best) {
+                best = found;
+            }
         }
-    }
-    return std::to_string(best[0]) + "." + std::to_string(best[1]) + "." + std::to_string(best[2]);
+        return std::to_string(best[0]) + "." + std::to_string(best[1]) + "." + std::to_string(best[2]);
+    }();
+    return version;
 }
 
 std::string programPath(const std::string& program) {

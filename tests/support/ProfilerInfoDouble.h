@@ -108,6 +108,8 @@ private:
     bool deletesItself = false;
     FunctionID nextFunction = 0x7f0000800000;
     std::map<FunctionID, Function> functions;
+    // Made at the first writable module: a start-up child never destroys its
+    // double, and would leave an empty folder behind.
     std::unique_ptr<ScratchDirectory> scratch;
     std::map<ModuleID, Module> modules;
     std::map<std::string, ModuleID> modulesByPath;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 class ScratchDirectory {
@@ -33,6 +34,12 @@ public:
         std::filesystem::create_directories(std::filesystem::path(full).parent_path());
         std::ofstream(full, std::ios::binary) << bytes;
         return full;
+    }
+    // What a file holds; empty if it is not there.
+    std::string read(const std::string& relative) const
+    {
+        std::ifstream stream(path(relative), std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
     }
 
 private:

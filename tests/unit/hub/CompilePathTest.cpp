@@ -53,15 +53,14 @@ StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::str
         info->addMethod(RealAssemblies::testAsset("PolicyConsole"), u"PolicyConsole.Cursor", u"Advance", kAdvance);
         return info;
     };
-    setup.body = [body](ProfilerCallback* callback, ProfilerInfoDouble* fake, std::ostream& notes) {
-        auto& info = static_cast<ProfilerInfoDouble&>(*fake);
-        if (!info.error().empty()) {
-            notes << "setup: " << info.error();
+    setup.body = [body](ProfilerCallback* callback, ProfilerInfoDouble* info, std::ostream& notes) {
+        if (!info->error().empty()) {
+            notes << "setup: " << info->error();
             return;
         }
         auto* engine = new RecordingEngine();
         ProfilerCallbackTestAccess::replaceEngine(*callback, engine);
-        body(*callback, info, *engine, notes);
+        body(*callback, *info, *engine, notes);
     };
     return setup;
 }

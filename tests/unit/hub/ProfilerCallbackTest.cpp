@@ -65,8 +65,7 @@ TEST(ProfilerCallback, ShutdownStopsCompileEventsAndReleasesTheRuntime) {
         info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Program", u"Main", 0xA700);
         return info;
     };
-    setup.body = [](ProfilerCallback* callback, ProfilerInfoDouble* fake, std::ostream& notes) {
-        auto* info = fake;
+    setup.body = [](ProfilerCallback* callback, ProfilerInfoDouble* info, std::ostream& notes) {
         notes << info->error() << callback->isDisabled() << " " << std::hex << callback->getEventMask() << std::dec
               << " " << (info->references() > 0) << " ";
         notes << callback->Shutdown() << " " << info->calls("SetEventMask") << " " << std::hex

@@ -12,7 +12,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <sstream>
@@ -44,13 +43,6 @@ struct StartupSetup {
     // Runs in the child after the start-up, before the object is released.
     std::function<void(ProfilerCallback*, ProfilerInfoDouble*, std::ostream&)> body;
 };
-
-inline std::string readText(const std::string& path) {
-    std::ifstream stream(path);
-    std::stringstream content;
-    content << stream.rdbuf();
-    return content.str();
-}
 
 // The child's side: lays out the profile in the parent's scratch directory,
 // starts the callback object and leaves what it saw in "outcome" and "notes".
@@ -108,12 +100,13 @@ inline StartupOutcome runStartup(const StartupSetup& setup) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     StartupOutcome outcome;
-    std::istringstream(readText(scratch.path("outcome"))) >> outcome.result >> outcome.mask >>
+    std::istringstream(scratch.read("outcome")) >> outcome.result >> outcome.mask >>
         outcome.setEventMaskCalls >> outcome.fpcSet >> outcome.released;
-    outcome.notes = readText(scratch.path("notes"));
+    outcome.notes = scratch.read("notes");
     for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) {
-        if (entry.path().filename().string().starts_with("native_")) {
-            outcome.log += readText(entry.path());
+        const std::string name = entry.path().filename();
+        if (name.starts_with("native_")) {
+            outcome.log += scratch.read(name);
         }
     }
     return outcome;
