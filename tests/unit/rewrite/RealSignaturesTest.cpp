@@ -32,7 +32,7 @@ struct Totals {
 // rather than the published grammar: the VOID of a void* stays unread, and a
 // general array's element type is read as a token. A byte scan that errs on the
 // side of yes; such blobs are read but not compared.
-bool mayHoldVoidPointer(const MetadataTables::Blob& blob) {
+bool mayHoldVoidPointer(const AssemblyBodies::Blob& blob) {
     for (uint32_t i = 0; i + 1 < blob.length; ++i) {
         if (blob.data[i] == ELEMENT_TYPE_PTR || blob.data[i] == ELEMENT_TYPE_ARRAY) return true;
     }
@@ -49,7 +49,7 @@ Bytes copyOf(const IBlobOutputStream& output) {
     return Bytes(stream.getBytes(), stream.getBytes() + stream.getLength());
 }
 
-void checkMethodSignature(const MetadataTables::Blob& blob, Totals& totals) {
+void checkMethodSignature(const AssemblyBodies::Blob& blob, Totals& totals) {
     std::unique_ptr<IMethodBlobInputStream> method(IMethodBlobInputStream::newInstance(blob.data, blob.length));
     ASSERT_NE(method, nullptr);
     // The noted places against a walk of our own.
@@ -104,7 +104,7 @@ void checkMethodSignature(const MetadataTables::Blob& blob, Totals& totals) {
     ASSERT_EQ(copyOf(*output), Bytes(blob.data, blob.data + blob.length));
 }
 
-void checkLocalSignature(const MetadataTables::Blob& blob, Totals& totals) {
+void checkLocalSignature(const AssemblyBodies::Blob& blob, Totals& totals) {
     std::unique_ptr<IBlobInputStream> in(IBlobInputStream::newInstance(blob.data, blob.length));
     unsigned char kind = 0;
     unsigned int count = 0;
@@ -135,7 +135,7 @@ void checkLocalSignature(const MetadataTables::Blob& blob, Totals& totals) {
     ++totals.locals;
 }
 
-void checkTypeSpec(const MetadataTables::Blob& blob, Totals& totals) {
+void checkTypeSpec(const AssemblyBodies::Blob& blob, Totals& totals) {
     std::unique_ptr<IBlobInputStream> in(IBlobInputStream::newInstance(blob.data, blob.length));
     // A TypeSpec blob may begin with custom modifiers, which readParam takes first.
     unsigned char type = 0;
@@ -157,18 +157,17 @@ void checkTypeSpec(const MetadataTables::Blob& blob, Totals& totals) {
 void checkAssembly(const std::string& path, Totals& totals) {
     AssemblyBodies assembly;
     ASSERT_TRUE(assembly.load(path)) << path;
-    const MetadataTables& tables = assembly.metadata();
-    for (uint32_t row = 1; row <= tables.rowCount(MetadataTables::kMethodDef); ++row) {
-        SCOPED_TRACE(path + " method " + assembly.methodName(row));
-        MetadataTables::Blob blob = tables.blob(tables.methodDef(row).signature);
+    uint32_t row = 0;
+    for (const AssemblyBodies::Blob& blob : assembly.signatures(mdtMethodDef)) {
+        SCOPED_TRACE(path + " method " + assembly.methodName(++row));
         ASSERT_NE(blob.data, nullptr);
         checkMethodSignature(blob, totals);
         if (::testing::Test::HasFatalFailure()) return;
         ++totals.methods;
     }
-    for (uint32_t row = 1; row <= tables.rowCount(MetadataTables::kStandAloneSig); ++row) {
-        SCOPED_TRACE(path + " standalone signature " + std::to_string(row));
-        MetadataTables::Blob blob = tables.blob(tables.blobColumn(MetadataTables::kStandAloneSig, row));
+    row = 0;
+    for (const AssemblyBodies::Blob& blob : assembly.signatures(mdtSignature)) {
+        SCOPED_TRACE(path + " standalone signature " + std::to_string(++row));
         ASSERT_NE(blob.data, nullptr);
         ASSERT_GT(blob.length, 0u);
         if (blob.data[0] == IMAGE_CEE_CS_CALLCONV_LOCAL_SIG) {
@@ -179,9 +178,9 @@ void checkAssembly(const std::string& path, Totals& totals) {
         }
         if (::testing::Test::HasFatalFailure()) return;
     }
-    for (uint32_t row = 1; row <= tables.rowCount(MetadataTables::kTypeSpec); ++row) {
-        SCOPED_TRACE(path + " TypeSpec " + std::to_string(row));
-        MetadataTables::Blob blob = tables.blob(tables.blobColumn(MetadataTables::kTypeSpec, row));
+    row = 0;
+    for (const AssemblyBodies::Blob& blob : assembly.signatures(mdtTypeSpec)) {
+        SCOPED_TRACE(path + " TypeSpec " + std::to_string(++row));
         ASSERT_NE(blob.data, nullptr);
         checkTypeSpec(blob, totals);
         if (::testing::Test::HasFatalFailure()) return;
