@@ -57,12 +57,35 @@ using REFGUID = const GUID&;
 using REFIID = const IID&;
 using REFCLSID = const CLSID&;
 
+// A GUID from its written form, "8A8CC829-CCF2-49FE-BBAE-0F022228071A"; a
+// malformed text does not compile.
+consteval GUID guidOf(const char (&text)[37]) {
+    auto digit = [&](int at) -> unsigned long {
+        const char c = text[at];
+        if (c >= '0' && c <= '9') return static_cast<unsigned long>(c - '0');
+        if (c >= 'A' && c <= 'F') return static_cast<unsigned long>(c - 'A' + 10);
+        if (c >= 'a' && c <= 'f') return static_cast<unsigned long>(c - 'a' + 10);
+        throw "not a hexadecimal digit";
+    };
+    auto number = [&](int at, int digits) {
+        unsigned long value = 0;
+        for (int i = 0; i < digits; ++i) value = value << 4 | digit(at + i);
+        return value;
+    };
+    if (text[8] != '-' || text[13] != '-' || text[18] != '-' || text[23] != '-') throw "not a GUID";
+    GUID guid{static_cast<ULONG>(number(0, 8)), static_cast<USHORT>(number(9, 4)), static_cast<USHORT>(number(14, 4)), {}};
+    // Data4: two bytes before the last dash, six after it.
+    for (int i = 0; i < 8; ++i) guid.Data4[i] = static_cast<UCHAR>(number(i < 2 ? 19 + 2 * i : 20 + 2 * i, 2));
+    return guid;
+}
+
 inline bool IsEqualGUID(REFGUID a, REFGUID b) {
     return std::memcmp(&a, &b, sizeof(GUID)) == 0;
 }
 inline bool operator==(REFGUID a, REFGUID b) { return IsEqualGUID(a, b); }
 
 static_assert(sizeof(GUID) == 16);
+static_assert(offsetof(GUID, Data2) == 4 && offsetof(GUID, Data3) == 6 && offsetof(GUID, Data4) == 8);
 static_assert(sizeof(ULONG) == 4 && sizeof(UINT_PTR) == 8 && sizeof(WCHAR) == 2);
 
 // Runtime object identifiers.

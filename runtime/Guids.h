@@ -1,59 +1,58 @@
 // Interface and class identifiers of the runtime's object model, profiling and
-// metadata interfaces. Data1..Data3 are written as numbers, Data4 as its 8 bytes
-// in written order.
+// metadata interfaces, in their written form.
 #pragma once
 
 #include "runtime/CorTypes.h"
 
 // Object model.
-inline constexpr IID IID_IUnknown = {0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
-inline constexpr IID IID_IClassFactory = {0x00000001, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+inline constexpr IID IID_IUnknown = guidOf("00000000-0000-0000-C000-000000000046");
+inline constexpr IID IID_IClassFactory = guidOf("00000001-0000-0000-C000-000000000046");
 
 // Callbacks, implemented by the profiler. Versions 5 to 11 are listed so that
 // they can be refused by name.
-inline constexpr IID IID_ICorProfilerCallback = {0x176FBED1, 0xA55C, 0x4796, {0x98, 0xCA, 0xA9, 0xDA, 0x0E, 0xF8, 0x83, 0xE7}};
-inline constexpr IID IID_ICorProfilerCallback2 = {0x8A8CC829, 0xCCF2, 0x49FE, {0xBB, 0xAE, 0x0F, 0x02, 0x22, 0x28, 0x07, 0x1A}};
-inline constexpr IID IID_ICorProfilerCallback3 = {0x4FD2ED52, 0x7731, 0x4B8D, {0x94, 0x69, 0x03, 0xD2, 0xCC, 0x30, 0x86, 0xC5}};
-inline constexpr IID IID_ICorProfilerCallback4 = {0x7B63B2E3, 0x107D, 0x4D48, {0xB2, 0xF6, 0xF6, 0x1E, 0x22, 0x94, 0x70, 0xD2}};
-inline constexpr IID IID_ICorProfilerCallback5 = {0x8DFBA405, 0x8C9F, 0x45F8, {0xBF, 0xFA, 0x83, 0xB1, 0x4C, 0xEF, 0x78, 0xB5}};
-inline constexpr IID IID_ICorProfilerCallback6 = {0xFC13DF4B, 0x4448, 0x4F4F, {0x95, 0x0C, 0xBA, 0x8D, 0x19, 0xD0, 0x0C, 0x36}};
-inline constexpr IID IID_ICorProfilerCallback7 = {0xF76A2DBA, 0x1D52, 0x4539, {0x86, 0x6C, 0x2A, 0xA5, 0x18, 0xF9, 0xEF, 0xC3}};
-inline constexpr IID IID_ICorProfilerCallback8 = {0x5BED9B15, 0xC079, 0x4D47, {0xBF, 0xE2, 0x21, 0x5A, 0x14, 0x0C, 0x07, 0xE0}};
-inline constexpr IID IID_ICorProfilerCallback9 = {0x27583EC3, 0xC8F5, 0x482F, {0x80, 0x52, 0x19, 0x4B, 0x8C, 0xE4, 0x70, 0x5A}};
-inline constexpr IID IID_ICorProfilerCallback10 = {0xCEC5B60E, 0xC69C, 0x495F, {0x87, 0xF6, 0x84, 0xD2, 0x8E, 0xE1, 0x6F, 0xFB}};
-inline constexpr IID IID_ICorProfilerCallback11 = {0x42350846, 0xAAED, 0x47F7, {0xB1, 0x28, 0xFD, 0x0C, 0x98, 0x88, 0x1C, 0xDE}};
+inline constexpr IID IID_ICorProfilerCallback = guidOf("176FBED1-A55C-4796-98CA-A9DA0EF883E7");
+inline constexpr IID IID_ICorProfilerCallback2 = guidOf("8A8CC829-CCF2-49FE-BBAE-0F022228071A");
+inline constexpr IID IID_ICorProfilerCallback3 = guidOf("4FD2ED52-7731-4B8D-9469-03D2CC3086C5");
+inline constexpr IID IID_ICorProfilerCallback4 = guidOf("7B63B2E3-107D-4D48-B2F6-F61E229470D2");
+inline constexpr IID IID_ICorProfilerCallback5 = guidOf("8DFBA405-8C9F-45F8-BFFA-83B14CEF78B5");
+inline constexpr IID IID_ICorProfilerCallback6 = guidOf("FC13DF4B-4448-4F4F-950C-BA8D19D00C36");
+inline constexpr IID IID_ICorProfilerCallback7 = guidOf("F76A2DBA-1D52-4539-866C-2AA518F9EFC3");
+inline constexpr IID IID_ICorProfilerCallback8 = guidOf("5BED9B15-C079-4D47-BFE2-215A140C07E0");
+inline constexpr IID IID_ICorProfilerCallback9 = guidOf("27583EC3-C8F5-482F-8052-194B8CE4705A");
+inline constexpr IID IID_ICorProfilerCallback10 = guidOf("CEC5B60E-C69C-495F-87F6-84D28EE16FFB");
+inline constexpr IID IID_ICorProfilerCallback11 = guidOf("42350846-AAED-47F7-B128-FD0C98881CDE");
 
 // Profiling services, implemented by the runtime.
-inline constexpr IID IID_ICorProfilerInfo = {0x28B5557D, 0x3F3F, 0x48B4, {0x90, 0xB2, 0x5F, 0x9E, 0xEA, 0x2F, 0x6C, 0x48}};
-inline constexpr IID IID_ICorProfilerInfo2 = {0xCC0935CD, 0xA518, 0x487D, {0xB0, 0xBB, 0xA9, 0x32, 0x14, 0xE6, 0x54, 0x78}};
-inline constexpr IID IID_ICorProfilerInfo3 = {0xB555ED4F, 0x452A, 0x4E54, {0x8B, 0x39, 0xB5, 0x36, 0x0B, 0xAD, 0x32, 0xA0}};
-inline constexpr IID IID_ICorProfilerInfo4 = {0x0D8FDCAA, 0x6257, 0x47BF, {0xB1, 0xBF, 0x94, 0xDA, 0xC8, 0x84, 0x66, 0xEE}};
-inline constexpr IID IID_ICorProfilerInfo5 = {0x07602928, 0xCE38, 0x4B83, {0x81, 0xE7, 0x74, 0xAD, 0xAF, 0x78, 0x12, 0x14}};
-inline constexpr IID IID_ICorProfilerInfo6 = {0xF30A070D, 0xBFFB, 0x46A7, {0xB1, 0xD8, 0x87, 0x81, 0xEF, 0x7B, 0x69, 0x8A}};
-inline constexpr IID IID_ICorProfilerInfo7 = {0x9AEECC0D, 0x63E0, 0x4187, {0x8C, 0x00, 0xE3, 0x12, 0xF5, 0x03, 0xF6, 0x63}};
-inline constexpr IID IID_ICorProfilerInfo8 = {0xC5AC80A6, 0x782E, 0x4716, {0x80, 0x44, 0x39, 0x59, 0x8C, 0x60, 0xCF, 0xBF}};
-inline constexpr IID IID_ICorProfilerInfo9 = {0x008170DB, 0xF8CC, 0x4796, {0x9A, 0x51, 0xDC, 0x8A, 0xA0, 0xB4, 0x70, 0x12}};
-inline constexpr IID IID_ICorProfilerInfo10 = {0x2F1B5152, 0xC869, 0x40C9, {0xAA, 0x5F, 0x3A, 0xBE, 0x02, 0x6B, 0xD7, 0x20}};
+inline constexpr IID IID_ICorProfilerInfo = guidOf("28B5557D-3F3F-48B4-90B2-5F9EEA2F6C48");
+inline constexpr IID IID_ICorProfilerInfo2 = guidOf("CC0935CD-A518-487D-B0BB-A93214E65478");
+inline constexpr IID IID_ICorProfilerInfo3 = guidOf("B555ED4F-452A-4E54-8B39-B5360BAD32A0");
+inline constexpr IID IID_ICorProfilerInfo4 = guidOf("0D8FDCAA-6257-47BF-B1BF-94DAC88466EE");
+inline constexpr IID IID_ICorProfilerInfo5 = guidOf("07602928-CE38-4B83-81E7-74ADAF781214");
+inline constexpr IID IID_ICorProfilerInfo6 = guidOf("F30A070D-BFFB-46A7-B1D8-8781EF7B698A");
+inline constexpr IID IID_ICorProfilerInfo7 = guidOf("9AEECC0D-63E0-4187-8C00-E312F503F663");
+inline constexpr IID IID_ICorProfilerInfo8 = guidOf("C5AC80A6-782E-4716-8044-39598C60CFBF");
+inline constexpr IID IID_ICorProfilerInfo9 = guidOf("008170DB-F8CC-4796-9A51-DC8AA0B47012");
+inline constexpr IID IID_ICorProfilerInfo10 = guidOf("2F1B5152-C869-40C9-AA5F-3ABE026BD720");
 
-inline constexpr IID IID_ICorProfilerModuleEnum = {0xB0266D75, 0x2081, 0x4493, {0xAF, 0x7F, 0x02, 0x8B, 0xA3, 0x4D, 0xB8, 0x91}};
-inline constexpr IID IID_ICorProfilerFunctionEnum = {0xFF71301A, 0xB994, 0x429D, {0xA1, 0x0B, 0xB3, 0x45, 0xA6, 0x52, 0x80, 0xEF}};
-inline constexpr IID IID_ICorProfilerThreadEnum = {0x571194F7, 0x25ED, 0x419F, {0xAA, 0x8B, 0x70, 0x16, 0xB3, 0x15, 0x97, 0x01}};
-inline constexpr IID IID_ICorProfilerObjectEnum = {0x2C6269BD, 0x2D13, 0x4321, {0xAE, 0x12, 0x66, 0x86, 0x36, 0x5F, 0xD6, 0xAF}};
-inline constexpr IID IID_ICorProfilerMethodEnum = {0xFCCEE788, 0x0088, 0x454B, {0xA8, 0x11, 0xC9, 0x9F, 0x29, 0x8D, 0x19, 0x42}};
-inline constexpr IID IID_IMethodMalloc = {0xA0EFB28B, 0x6EE2, 0x4D7B, {0xB9, 0x83, 0xA7, 0x5E, 0xF7, 0xBE, 0xED, 0xB8}};
-inline constexpr IID IID_ICorProfilerFunctionControl = {0xF0963021, 0xE1EA, 0x4732, {0x85, 0x81, 0xE0, 0x1B, 0x0B, 0xD3, 0xC0, 0xC6}};
+inline constexpr IID IID_ICorProfilerModuleEnum = guidOf("B0266D75-2081-4493-AF7F-028BA34DB891");
+inline constexpr IID IID_ICorProfilerFunctionEnum = guidOf("FF71301A-B994-429D-A10B-B345A65280EF");
+inline constexpr IID IID_ICorProfilerThreadEnum = guidOf("571194F7-25ED-419F-AA8B-7016B3159701");
+inline constexpr IID IID_ICorProfilerObjectEnum = guidOf("2C6269BD-2D13-4321-AE12-6686365FD6AF");
+inline constexpr IID IID_ICorProfilerMethodEnum = guidOf("FCCEE788-0088-454B-A811-C99F298D1942");
+inline constexpr IID IID_IMethodMalloc = guidOf("A0EFB28B-6EE2-4D7B-B983-A75EF7BEEDB8");
+inline constexpr IID IID_ICorProfilerFunctionControl = guidOf("F0963021-E1EA-4732-8581-E01B0BD3C0C6");
 
 // Metadata.
-inline constexpr CLSID CLSID_CorMetaDataDispenser = {0xE5CB7A31, 0x7512, 0x11D2, {0x89, 0xCE, 0x00, 0x80, 0xC7, 0x92, 0xE5, 0xD8}};
-inline constexpr IID IID_IMetaDataDispenser = {0x809C652E, 0x7396, 0x11D2, {0x97, 0x71, 0x00, 0xA0, 0xC9, 0xB4, 0xD5, 0x0C}};
-inline constexpr IID IID_IMetaDataDispenserEx = {0x31BCFCE2, 0xDAFB, 0x11D2, {0x9F, 0x81, 0x00, 0xC0, 0x4F, 0x79, 0xA0, 0xA3}};
-inline constexpr IID IID_IMetaDataImport = {0x7DAC8207, 0xD3AE, 0x4C75, {0x9B, 0x67, 0x92, 0x80, 0x1A, 0x49, 0x7D, 0x44}};
-inline constexpr IID IID_IMetaDataImport2 = {0xFCE5EFA0, 0x8BBA, 0x4F8E, {0xA0, 0x36, 0x8F, 0x20, 0x22, 0xB0, 0x84, 0x66}};
-inline constexpr IID IID_IMetaDataAssemblyImport = {0xEE62470B, 0xE94B, 0x424E, {0x9B, 0x7C, 0x2F, 0x00, 0xC9, 0x24, 0x9F, 0x93}};
-inline constexpr IID IID_IMetaDataEmit = {0xBA3FEE4C, 0xECB9, 0x4E41, {0x83, 0xB7, 0x18, 0x3F, 0xA4, 0x1C, 0xD8, 0x59}};
-inline constexpr IID IID_IMetaDataEmit2 = {0xF5DD9950, 0xF693, 0x42E6, {0x83, 0x0E, 0x7B, 0x83, 0x3E, 0x81, 0x46, 0xA9}};
-inline constexpr IID IID_IMetaDataAssemblyEmit = {0x211EF15B, 0x5317, 0x4438, {0xB1, 0x96, 0xDE, 0xC8, 0x7B, 0x88, 0x76, 0x93}};
+inline constexpr CLSID CLSID_CorMetaDataDispenser = guidOf("E5CB7A31-7512-11D2-89CE-0080C792E5D8");
+inline constexpr IID IID_IMetaDataDispenser = guidOf("809C652E-7396-11D2-9771-00A0C9B4D50C");
+inline constexpr IID IID_IMetaDataDispenserEx = guidOf("31BCFCE2-DAFB-11D2-9F81-00C04F79A0A3");
+inline constexpr IID IID_IMetaDataImport = guidOf("7DAC8207-D3AE-4C75-9B67-92801A497D44");
+inline constexpr IID IID_IMetaDataImport2 = guidOf("FCE5EFA0-8BBA-4F8E-A036-8F2022B08466");
+inline constexpr IID IID_IMetaDataAssemblyImport = guidOf("EE62470B-E94B-424E-9B7C-2F00C9249F93");
+inline constexpr IID IID_IMetaDataEmit = guidOf("BA3FEE4C-ECB9-4E41-83B7-183FA41CD859");
+inline constexpr IID IID_IMetaDataEmit2 = guidOf("F5DD9950-F693-42E6-830E-7B833E8146A9");
+inline constexpr IID IID_IMetaDataAssemblyEmit = guidOf("211EF15B-5317-4438-B196-DEC87B887693");
 
 // Options of IMetaDataDispenserEx::SetOption.
-inline constexpr GUID MetaDataCheckDuplicatesFor = {0x30FE7BE8, 0xD7D9, 0x11D2, {0x9F, 0x80, 0x00, 0xC0, 0x4F, 0x79, 0xA0, 0xA3}};
-inline constexpr GUID MetaDataSetUpdate = {0x2EEE315C, 0xD7DB, 0x11D2, {0x9F, 0x80, 0x00, 0xC0, 0x4F, 0x79, 0xA0, 0xA3}};
+inline constexpr GUID MetaDataCheckDuplicatesFor = guidOf("30FE7BE8-D7D9-11D2-9F80-00C04F79A0A3");
+inline constexpr GUID MetaDataSetUpdate = guidOf("2EEE315C-D7DB-11D2-9F80-00C04F79A0A3");

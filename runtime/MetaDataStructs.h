@@ -36,3 +36,15 @@ struct ITypeInfo;
 struct IStream;
 struct IMapToken;
 struct COR_SECATTR;
+
+// The layouts the runtime reads and writes through the metadata interfaces.
+static_assert(sizeof(OSINFO) == 12);
+static_assert(sizeof(ASSEMBLYMETADATA) == 56);
+static_assert(offsetof(ASSEMBLYMETADATA, usRevisionNumber) == 6);
+static_assert(offsetof(ASSEMBLYMETADATA, szLocale) == 8);
+static_assert(offsetof(ASSEMBLYMETADATA, cbLocale) == 16);
+static_assert(offsetof(ASSEMBLYMETADATA, rProcessor) == 24);
+static_assert(offsetof(ASSEMBLYMETADATA, ulProcessor) == 32);
+static_assert(offsetof(ASSEMBLYMETADATA, rOS) == 40);
+static_assert(offsetof(ASSEMBLYMETADATA, ulOS) == 48);
+static_assert(sizeof(COR_FIELD_OFFSET) == 8);

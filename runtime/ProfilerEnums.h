@@ -168,3 +168,11 @@ enum COR_PRF_CLAUSE_TYPE {
 
 // Special values of ilOffset in an IL to native map.
 enum CorDebugIlToNativeMappingTypes { NO_MAPPING = -1, PROLOG = -2, EPILOG = -3 };
+
+// The combined values as the runtime defines them.
+static_assert(sizeof(COR_PRF_MONITOR) == 4 && sizeof(COR_PRF_RUNTIME_TYPE) == 4 && sizeof(COR_PRF_JIT_CACHE) == 4);
+static_assert(COR_PRF_MONITOR_REMOTING_COOKIE == 0x00004400 && COR_PRF_MONITOR_REMOTING_ASYNC == 0x00008400);
+static_assert(COR_PRF_REQUIRE_PROFILE_IMAGE == 0x20001800 && COR_PRF_DISABLE_ALL_NGEN_IMAGES == 0x80000000);
+static_assert(COR_PRF_CODEGEN_DEBUG_INFO == (COR_PRF_CODEGEN_DISABLE_INLINING | COR_PRF_CODEGEN_DISABLE_ALL_OPTIMIZATIONS));
+// Everything that may be switched on after attach, and nothing immutable among it.
+static_assert(COR_PRF_ALLOWABLE_AFTER_ATTACH == 0x106502FE && (COR_PRF_ALLOWABLE_AFTER_ATTACH & COR_PRF_MONITOR_IMMUTABLE) == 0);

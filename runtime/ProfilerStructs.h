@@ -78,3 +78,14 @@ using FunctionTailcall3 = void(FunctionIDOrClientID functionIDOrClientID);
 using FunctionEnter3WithInfo = void(FunctionIDOrClientID functionIDOrClientID, COR_PRF_ELT_INFO eltInfo);
 using FunctionLeave3WithInfo = void(FunctionIDOrClientID functionIDOrClientID, COR_PRF_ELT_INFO eltInfo);
 using FunctionTailcall3WithInfo = void(FunctionIDOrClientID functionIDOrClientID, COR_PRF_ELT_INFO eltInfo);
+
+// The layouts the runtime reads and writes through the profiling interfaces.
+static_assert(sizeof(COR_PRF_FUNCTION) == 16 && offsetof(COR_PRF_FUNCTION, reJitId) == 8);
+static_assert(sizeof(COR_PRF_CODE_INFO) == 16 && offsetof(COR_PRF_CODE_INFO, size) == 8);
+static_assert(sizeof(COR_PRF_METHOD) == 16 && offsetof(COR_PRF_METHOD, methodId) == 8);
+static_assert(sizeof(COR_IL_MAP) == 12 && offsetof(COR_IL_MAP, fAccurate) == 8);
+static_assert(sizeof(COR_DEBUG_IL_TO_NATIVE_MAP) == 12);
+static_assert(sizeof(COR_PRF_FUNCTION_ARGUMENT_RANGE) == 16);
+static_assert(sizeof(COR_PRF_FUNCTION_ARGUMENT_INFO) == 24 && offsetof(COR_PRF_FUNCTION_ARGUMENT_INFO, ranges) == 8);
+static_assert(sizeof(COR_PRF_GC_GENERATION_RANGE) == 32 && offsetof(COR_PRF_GC_GENERATION_RANGE, rangeStart) == 8);
+static_assert(sizeof(COR_PRF_EX_CLAUSE_INFO) == 32 && offsetof(COR_PRF_EX_CLAUSE_INFO, shadowStackPointer) == 24);
