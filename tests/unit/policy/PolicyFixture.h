@@ -33,8 +33,7 @@ protected:
         info = ProfilerInfoDouble::newInstance();
         shop = info->addModule(RealAssemblies::testAsset("PolicyShapes"));
         ASSERT_NE(shop, 0u) << "cannot open " << RealAssemblies::testAsset("PolicyShapes");
-        real.reset(IMetaDataContext::newInstance(info));
-        context = std::make_unique<SteeredContext>(real.get());
+        context = std::make_unique<SteeredContext>(info);
     }
 
     ModuleID module(const std::string& path) {
@@ -95,6 +94,5 @@ protected:
 
     AutoCOMPointer<ProfilerInfoDouble> info;
     ModuleID shop = 0;
-    std::unique_ptr<IMetaDataContext> real;
     std::unique_ptr<SteeredContext> context;
 };
