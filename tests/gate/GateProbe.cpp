@@ -17,8 +17,7 @@ namespace {
 
 using Text = std::basic_string<char16_t>;
 
-void printText(const char* key, bool present, const Text& value)
-{
+void printText(const char* key, bool present, const Text& value) {
     if (present) {
         printf_8("%s=%S\n", key, value.c_str());
     } else {
@@ -28,8 +27,7 @@ void printText(const char* key, bool present, const Text& value)
 
 void printFlag(const char* key, bool value) { printf_8("%s=%d\n", key, value ? 1 : 0); }
 
-void askRuntimes(ProfilingManager* manager)
-{
+void askRuntimes(ProfilingManager* manager) {
     if (getenv("GATE_PROBE_CONCURRENT") != nullptr) {
         HRESULT results[2] = {};
         std::thread first([&] { results[0] = manager->shouldMonitorCLR(4); });
@@ -53,8 +51,7 @@ void askRuntimes(ProfilingManager* manager)
 
 } // namespace
 
-int main()
-{
+int main() {
     ProfilingManager* manager = ProfilingManager::getInstance();
     printFlag("same.instance", manager == ProfilingManager::getInstance());
 

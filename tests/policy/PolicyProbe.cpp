@@ -13,8 +13,7 @@
 #include "offline/HostedRuntime.h"
 #include "support/ProfilerInfoDouble.h"
 
-int main()
-{
+int main() {
     if (!HostedRuntime::instance().ready()) {
         printf_8("probe.error=%s\n", HostedRuntime::instance().error().c_str());
         return 2;

@@ -9,8 +9,7 @@
 class CapturedStream {
 public:
     CapturedStream() : stream(open_memstream(&buffer, &size)) {}
-    ~CapturedStream()
-    {
+    ~CapturedStream() {
         if (stream != nullptr) {
             std::fclose(stream);
         }
@@ -20,8 +19,7 @@ public:
     CapturedStream& operator=(const CapturedStream&) = delete;
 
     FILE* get() const { return stream; }
-    std::string text()
-    {
+    std::string text() {
         std::fflush(stream);
         return std::string(buffer, size);
     }

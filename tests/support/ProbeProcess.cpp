@@ -5,21 +5,18 @@
 #include <cstdlib>
 #include <sstream>
 
-std::string ProbeProcess::operator[](const std::string& key) const
-{
+std::string ProbeProcess::operator[](const std::string& key) const {
     auto found = values.find(key);
     return found != values.end() ? found->second : "<missing>";
 }
 
-std::string ProbeProcess::describe() const
-{
+std::string ProbeProcess::describe() const {
     return "exit status " + std::to_string(exitStatus) + ", output:\n" + output;
 }
 
 ProbeProcess ProbeProcess::run(const std::string& program, const std::vector<std::string>& arguments,
                                const std::vector<std::string>& environment, const std::string& workingDirectory,
-                               const std::string& valuePrefix)
-{
+                               const std::string& valuePrefix) {
     std::vector<std::string> commandLine {program};
     commandLine.insert(commandLine.end(), arguments.begin(), arguments.end());
     // A sanitizer build's children run with the sanitizer's settings of the test.

@@ -25,18 +25,15 @@ public:
     void setGenericDomainTrigger(AppDomainID) override { refused(__func__); }
     void setGenericModuleTrigger(ModuleID) override { refused(__func__); }
     void setIsAttach(bool) override { refused(__func__); }
-    int getMonitoredMethodsForModule(ICorProfilerInfo*, ModuleID, std::set<mdMethodDef>&) override
-    {
+    int getMonitoredMethodsForModule(ICorProfilerInfo*, ModuleID, std::set<mdMethodDef>&) override {
         return refused(__func__);
     }
     void setCLRVersion(unsigned int) override { refused(__func__); }
-    std::u16string& getAppName() override
-    {
+    std::u16string& getAppName() override {
         refused(__func__);
         return appName;
     }
-    FILE* getNativeLog() override
-    {
+    FILE* getNativeLog() override {
         refused(__func__);
         return nullptr;
     }
@@ -47,8 +44,7 @@ public:
     int reloadDirectives() override { return refused(__func__); }
     int addDynamicDirective(char16_t*) override { return refused(__func__); }
     void clearCacheForFunction(FunctionID) override { refused(__func__); }
-    std::map<unsigned long, int>& getCompiledMethods() override
-    {
+    std::map<unsigned long, int>& getCompiledMethods() override {
         refused(__func__);
         return compiledMethods;
     }

@@ -12,8 +12,7 @@ public:
     ScopedEnvironment() = default;
     ScopedEnvironment(const ScopedEnvironment&) = delete;
     ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-    ~ScopedEnvironment()
-    {
+    ~ScopedEnvironment() {
         for (const auto& [name, value] : saved) {
             if (value) {
                 setenv(name.c_str(), value->c_str(), 1);
@@ -24,8 +23,7 @@ public:
     }
 
     // Sets name to value, or removes it if value is null.
-    void set(const std::string& name, const char* value)
-    {
+    void set(const std::string& name, const char* value) {
         if (saved.find(name) == saved.end()) {
             const char* old = getenv(name.c_str());
             saved[name] = old != nullptr ? std::optional<std::string>(old) : std::nullopt;

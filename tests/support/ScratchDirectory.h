@@ -10,14 +10,12 @@
 
 class ScratchDirectory {
 public:
-    ScratchDirectory()
-    {
+    ScratchDirectory() {
         char templ[] = "/tmp/tarn-test-XXXXXX";
         const char* made = mkdtemp(templ);
         root = made != nullptr ? made : "";
     }
-    ~ScratchDirectory()
-    {
+    ~ScratchDirectory() {
         std::error_code ignored;
         std::filesystem::remove_all(root, ignored);
     }
@@ -28,16 +26,14 @@ public:
     std::string path(const std::string& relative) const { return root + "/" + relative; }
 
     // Writes bytes as given (no line end added), making directories on the way.
-    std::string write(const std::string& relative, const std::string& bytes) const
-    {
+    std::string write(const std::string& relative, const std::string& bytes) const {
         const std::string full = path(relative);
         std::filesystem::create_directories(std::filesystem::path(full).parent_path());
         std::ofstream(full, std::ios::binary) << bytes;
         return full;
     }
     // What a file holds; empty if it is not there.
-    std::string read(const std::string& relative) const
-    {
+    std::string read(const std::string& relative) const {
         std::ifstream stream(path(relative), std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
     }

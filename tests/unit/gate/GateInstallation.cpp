@@ -3,8 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-GateInstallation::GateInstallation()
-{
+GateInstallation::GateInstallation() {
     std::filesystem::create_directories(scratch.path("bin"));
     std::filesystem::create_directories(home() + "/lib");
     std::filesystem::copy_file(TARN_GATE_PROBE_MODULE, library());
@@ -15,25 +14,21 @@ GateInstallation::GateInstallation()
     writeProfile();
 }
 
-std::vector<std::string> GateInstallation::environment() const
-{
+std::vector<std::string> GateInstallation::environment() const {
     return {"com.tarn.harrowlite.agentProfile=" + profilePath(), "TMS_DIAGNOSTICS_ENABLED=1",
             "LD_PRELOAD=" + library()};
 }
 
 ProbeProcess GateInstallation::run(const std::string& hostName, const std::vector<std::string>& arguments,
-                                   const std::vector<std::string>& environment) const
-{
+                                   const std::vector<std::string>& environment) const {
     return ProbeProcess::run(host(hostName), arguments, environment, scratch.path(), "");
 }
 
-std::string GateInstallation::diagnosticLogPath(const std::string& programName) const
-{
+std::string GateInstallation::diagnosticLogPath(const std::string& programName) const {
     return home() + "/logs/nativeprofiler_diagnostic_" + programName + ".log";
 }
 
-std::vector<std::string> GateInstallation::diagnosticLog(const std::string& programName) const
-{
+std::vector<std::string> GateInstallation::diagnosticLog(const std::string& programName) const {
     std::vector<std::string> lines;
     std::ifstream log(diagnosticLogPath(programName));
     for (std::string line; std::getline(log, line);) {
@@ -42,8 +37,7 @@ std::vector<std::string> GateInstallation::diagnosticLog(const std::string& prog
     return lines;
 }
 
-std::vector<std::string> linesAfterDump(const std::vector<std::string>& log)
-{
+std::vector<std::string> linesAfterDump(const std::vector<std::string>& log) {
     for (size_t i = 0; i < log.size(); ++i) {
         if (log[i] == "==============================") {
             return {log.begin() + static_cast<long>(i) + 1, log.end()};

@@ -10,8 +10,7 @@ namespace {
 // The gate only makes and hands out the controller; any use of it here is a fault.
 class UnusedController : public RefusingProfilerController {
 protected:
-    int refused(const char* operation) override
-    {
+    int refused(const char* operation) override {
         fprintf(stderr, "the gate called IProfilerController::%s\n", operation);
         abort();
     }
@@ -22,8 +21,7 @@ ControllerFactoryCall last {};
 
 } // namespace
 
-IProfilerController* IProfilerController::newInstance(ICorProfilerInfo* info, IProperties* properties)
-{
+IProfilerController* IProfilerController::newInstance(ICorProfilerInfo* info, IProperties* properties) {
     ++calls;
     last = {info, properties, new UnusedController()};
     return last.made;

@@ -16,21 +16,18 @@ namespace {
 // An installation with two existing profiles beside the default one.
 class ProfileConfig : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
+    void SetUp() override {
         shop = installation.write("shop.properties", "agent.name=shop\n");
         billing = installation.write("billing.properties", "agent.name=billing\n");
     }
 
-    ProbeProcess runWithConfig(const std::string& config, const std::string& host, const std::vector<std::string>& arguments)
-    {
+    ProbeProcess runWithConfig(const std::string& config, const std::string& host, const std::vector<std::string>& arguments) {
         installation.write("AgentProfile.config", config);
         return installation.run(host, arguments, installation.environment());
     }
 
     // The diagnostic lines written after the environment dump.
-    std::vector<std::string> words(const std::string& program) const
-    {
+    std::vector<std::string> words(const std::string& program) const {
         return linesAfterDump(installation.diagnosticLog(program));
     }
 
@@ -43,8 +40,7 @@ protected:
 
 } // namespace
 
-TEST_F(ProfileConfig, ProcessRuleWithPlainGlobChoosesItsProfile)
-{
+TEST_F(ProfileConfig, ProcessRuleWithPlainGlobChoosesItsProfile) {
     const ProbeProcess run = runWithConfig("ForProcess app*\n"
                                        "use shop.properties\n"
                                        "ForProcess *\n"
@@ -59,8 +55,7 @@ TEST_F(ProfileConfig, ProcessRuleWithPlainGlobChoosesItsProfile)
                                           "Matched for profile: " + shop, "Opening " + shop));
 }
 
-TEST_F(ProfileConfig, MissingProfileLetsTheNextRuleTry)
-{
+TEST_F(ProfileConfig, MissingProfileLetsTheNextRuleTry) {
     const ProbeProcess run = runWithConfig("ForProcess app.exe\n"
                                        "use missing.properties\n"
                                        "ForProcess app.*\n"
@@ -77,8 +72,7 @@ TEST_F(ProfileConfig, MissingProfileLetsTheNextRuleTry)
                                           "Matched for profile: " + billing, "Opening " + billing));
 }
 
-TEST_F(ProfileConfig, RulesChooseTheFirstProfileThatFits)
-{
+TEST_F(ProfileConfig, RulesChooseTheFirstProfileThatFits) {
     struct Case {
         std::string config;
         std::string host;
@@ -125,8 +119,7 @@ TEST_F(ProfileConfig, RulesChooseTheFirstProfileThatFits)
     }
 }
 
-TEST_F(ProfileConfig, MalformedLayoutsStopReading)
-{
+TEST_F(ProfileConfig, MalformedLayoutsStopReading) {
     struct Case {
         std::string config;
         std::vector<std::string> parsed; // the words after the three subject lines
@@ -156,8 +149,7 @@ TEST_F(ProfileConfig, MalformedLayoutsStopReading)
     }
 }
 
-TEST_F(ProfileConfig, ProfileFolderAndConfigFileProblems)
-{
+TEST_F(ProfileConfig, ProfileFolderAndConfigFileProblems) {
     // A profile given without any '/' is found in the working directory.
     installation.files().write("plain.properties", "a=b\n");
     const ProbeProcess plain = installation.run(

@@ -28,8 +28,7 @@ struct CommandLine {
 
 } // namespace
 
-TEST(ProfilingManager, AnalysesTheDotnetCommandLine)
-{
+TEST(ProfilingManager, AnalysesTheDotnetCommandLine) {
     GateInstallation installation;
     const std::vector<CommandLine> cases {
         {"dotnet", {"build"}, "1", "dotnet.cmd", "-", "1"},
@@ -61,8 +60,7 @@ TEST(ProfilingManager, AnalysesTheDotnetCommandLine)
     }
 }
 
-TEST(ProfilingManager, PickFirstLetsExactlyOneRuntimeThrough)
-{
+TEST(ProfilingManager, PickFirstLetsExactlyOneRuntimeThrough) {
     GateInstallation installation;
     const ProbeProcess run = installation.run("dotnet", {"app.dll"}, installation.environment());
     EXPECT_EQ(run["pick"], "first") << run.describe();
@@ -84,8 +82,7 @@ TEST(ProfilingManager, PickFirstLetsExactlyOneRuntimeThrough)
         << concurrent.describe();
 }
 
-TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords)
-{
+TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords) {
     GateInstallation installation;
     struct Case {
         std::string value;
@@ -128,8 +125,7 @@ TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords)
     EXPECT_EQ(empty["clr.1.v2"], kPass);
 }
 
-TEST(ProfilingManager, PropertiesCanRefuseTheProcess)
-{
+TEST(ProfilingManager, PropertiesCanRefuseTheProcess) {
     GateInstallation installation;
     installation.write("default.properties",
                               "TMS_ENABLED=false\n");
@@ -154,8 +150,7 @@ TEST(ProfilingManager, PropertiesCanRefuseTheProcess)
     EXPECT_EQ(otherHost["clr.0.v4"], kPass) << otherHost.describe();
 }
 
-TEST(ProfilingManager, WithoutAReadableProfileEveryRuntimeIsRefused)
-{
+TEST(ProfilingManager, WithoutAReadableProfileEveryRuntimeIsRefused) {
     GateInstallation installation;
     const ProbeProcess unset = installation.run("app.exe", {}, {"TMS_DIAGNOSTICS_ENABLED=1", "LD_PRELOAD=" + installation.library()});
     EXPECT_EQ(unset["properties"], "0") << unset.describe();
@@ -174,8 +169,7 @@ TEST(ProfilingManager, WithoutAReadableProfileEveryRuntimeIsRefused)
                             "Opening " + missing, "Failed to open " + missing + "."));
 }
 
-TEST(ProfilingManager, AgentProfileComesFromTheFirstSourceAndIsMadeCanonical)
-{
+TEST(ProfilingManager, AgentProfileComesFromTheFirstSourceAndIsMadeCanonical) {
     GateInstallation installation;
     const std::string canonical = installation.profilePath();
     const std::string relative = "agent/profiles/../profiles/default.properties";

@@ -4,8 +4,7 @@
 
 #include "platform/RegexUtils.h"
 
-TEST(RegexUtils, MatchCoversTheWholeText)
-{
+TEST(RegexUtils, MatchCoversTheWholeText) {
     EXPECT_TRUE(RegexUtils::match(u"Api12", u"^Api[0-9]+$"));
     EXPECT_TRUE(RegexUtils::match(u"Api12", u"Api[0-9]+"));
     EXPECT_FALSE(RegexUtils::match(u"Api12", u"Api[0-9]")); // a partial match is no match
@@ -17,8 +16,7 @@ TEST(RegexUtils, MatchCoversTheWholeText)
     EXPECT_FALSE(RegexUtils::match("Api12x", "Api\\d+"));
 }
 
-TEST(RegexUtils, InvalidPatternNeverMatches)
-{
+TEST(RegexUtils, InvalidPatternNeverMatches) {
     EXPECT_FALSE(RegexUtils::isValid(u"(unclosed"));
     EXPECT_FALSE(RegexUtils::match(u"(unclosed", u"(unclosed"));
     EXPECT_FALSE(RegexUtils::isValid(u"[z-a]"));
@@ -33,8 +31,7 @@ TEST(RegexUtils, InvalidPatternNeverMatches)
     EXPECT_TRUE(RegexUtils::isValid("a|b"));
 }
 
-TEST(RegexUtils, NestedRepetitionDecidesWithoutBacktracking)
-{
+TEST(RegexUtils, NestedRepetitionDecidesWithoutBacktracking) {
     // A backtracking engine takes time exponential in the text for these.
     const std::string text(64, 'a');
     EXPECT_FALSE(RegexUtils::match(text.c_str(), "(.*)*x"));

@@ -9,16 +9,14 @@
 
 namespace {
 
-std::string executableName()
-{
+std::string executableName() {
     const std::string exe = std::filesystem::read_symlink("/proc/self/exe").string();
     return exe.substr(exe.rfind('/') + 1);
 }
 
 } // namespace
 
-AgentInstallation::AgentInstallation()
-{
+AgentInstallation::AgentInstallation() {
     set("harrowlite.nativeprofiler.logfile", "logs/native.log");
     environment.set("com.tarn.harrowlite.agentProfile", profilePath().c_str());
     environment.set("com.tarn.harrowlite.AgentProfile", nullptr);
@@ -26,8 +24,7 @@ AgentInstallation::AgentInstallation()
     std::filesystem::create_directories(profiles());
 }
 
-std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerInfo* info)
-{
+std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerInfo* info) {
     FILE* file = fopen(writeProfile().c_str(), "r");
     IProperties* store = IProperties::newInstance();
     store->readProperties(file);
@@ -38,14 +35,12 @@ std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerIn
     return std::unique_ptr<ProfilerController>(last);
 }
 
-std::string AgentInstallation::logPath() const
-{
+std::string AgentInstallation::logPath() const {
     const std::string name = "native_" + executableName() + ".log";
     return profiles() + "/logs/" + name;
 }
 
-std::vector<std::string> AgentInstallation::log() const
-{
+std::vector<std::string> AgentInstallation::log() const {
     if (last != nullptr) {
         fflush(last->getNativeLog());
     }
@@ -57,8 +52,7 @@ std::vector<std::string> AgentInstallation::log() const
     return lines;
 }
 
-std::string joined(const std::vector<std::string>& lines)
-{
+std::string joined(const std::vector<std::string>& lines) {
     std::string text;
     for (const std::string& line : lines) {
         text += "  " + line + "\n";

@@ -19,8 +19,7 @@ std::string verdict(const ProbeProcess& run) { return run.otherLines.empty() ? "
 
 } // namespace
 
-TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool)
-{
+TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool) {
     ApplicationProbe probe;
     const std::string web = probe.program("PolicyWeb", "Bar.dll");
     const std::string foo = probe.program("PolicyConsole", "Foo.dll");

@@ -4,15 +4,13 @@
 
 #include "support/RealAssemblies.h"
 
-ApplicationProbe::ApplicationProbe()
-{
+ApplicationProbe::ApplicationProbe() {
     std::filesystem::create_directories(scratch.path("bin"));
     std::filesystem::create_directories(scratch.path("app"));
     writeProfile();
 }
 
-std::string ApplicationProbe::program(const std::string& asset, const std::string& fileName) const
-{
+std::string ApplicationProbe::program(const std::string& asset, const std::string& fileName) const {
     const std::string target = scratch.path("app/" + fileName);
     std::filesystem::copy_file(RealAssemblies::testAsset(asset), target,
                                std::filesystem::copy_options::overwrite_existing);
@@ -20,8 +18,7 @@ std::string ApplicationProbe::program(const std::string& asset, const std::strin
 }
 
 ProbeProcess ApplicationProbe::run(const std::string& processName, const std::vector<std::string>& arguments,
-                                   const std::vector<std::string>& extraEnvironment) const
-{
+                                   const std::vector<std::string>& extraEnvironment) const {
     const std::string program = scratch.path("bin/" + processName);
     if (!std::filesystem::exists(program)) {
         std::filesystem::copy_file(TARN_POLICY_PROBE, program);

@@ -12,8 +12,7 @@ namespace {
 class DirectiveLoading : public PolicyFixture {
 protected:
     // Loads the directives of the installation as it stands.
-    std::unique_ptr<ProfilerController> load(int* status = nullptr)
-    {
+    std::unique_ptr<ProfilerController> load(int* status = nullptr) {
         std::unique_ptr<ProfilerController> controller = installation->controller(info);
         EXPECT_NE(controller, nullptr);
         if (controller != nullptr) {
@@ -26,8 +25,7 @@ protected:
     }
 
     // The loading lines of the log, with the agent directory shortened to "~".
-    std::vector<std::string> loadLines()
-    {
+    std::vector<std::string> loadLines() {
         std::vector<std::string> lines;
         const std::string prefix = installation->profiles();
         for (std::string line : installation->log()) {
@@ -40,21 +38,18 @@ protected:
     }
 
     // 0 if the controller selects Shop's class.method.
-    int decide(ProfilerController& controller, const char16_t* className, const char16_t* method)
-    {
+    int decide(ProfilerController& controller, const char16_t* className, const char16_t* method) {
         return controller.shouldMonitorMethod(at({className}, method));
     }
 
     // Another installation; the old one gives the environment back first.
-    void fresh()
-    {
+    void fresh() {
         installation.reset();
         installation = std::make_unique<AgentInstallation>();
     }
 
     // The same function compiled again: the context goes back to its id.
-    int decideAgain(ProfilerController& controller, FunctionID function)
-    {
+    int decideAgain(ProfilerController& controller, FunctionID function) {
         EXPECT_EQ(context->setFunction(function), S_OK);
         return controller.shouldMonitorMethod(context.get());
     }
@@ -62,15 +57,13 @@ protected:
     std::unique_ptr<AgentInstallation> installation = std::make_unique<AgentInstallation>();
 };
 
-std::string select(const std::string& className, const std::string& method)
-{
+std::string select(const std::string& className, const std::string& method) {
     return "TraceOneMethodOfClass: " + className + " " + method + "\n";
 }
 
 } // namespace
 
-TEST_F(DirectiveLoading, SourcesAreReadInTheirOrderAndListsAreTrimmed)
-{
+TEST_F(DirectiveLoading, SourcesAreReadInTheirOrderAndListsAreTrimmed) {
     installation->set("harrowlite.fieldmark.directivesFile", "a.fmd, b.fml ,dir");
     installation->set("harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true");
     installation->write("a.fmd", select("Shop.Order", "Place"));
@@ -110,8 +103,7 @@ TEST_F(DirectiveLoading, SourcesAreReadInTheirOrderAndListsAreTrimmed)
     EXPECT_EQ(loadLines().size(), 14u);
 }
 
-TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLoaded)
-{
+TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLoaded) {
     const std::string fieldmark = "harrowlite.fieldmark.directivesFile";
     const std::string dynamic = "harrowlite.agent.remoteagentdynamicinstrumentation.enabled";
     struct Case {
@@ -175,8 +167,7 @@ TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLo
     }
 }
 
-TEST_F(DirectiveLoading, ReloadReadsAgainAndKeepsTheMemo)
-{
+TEST_F(DirectiveLoading, ReloadReadsAgainAndKeepsTheMemo) {
     installation->set("harrowlite.fieldmark.directivesFile", "a.fmd");
     installation->write("a.fmd", select("Shop.Order", "Place"));
     std::unique_ptr<ProfilerController> controller = load();

@@ -9,16 +9,14 @@ namespace {
 // Decisions on the methods of a console program built with the SDK.
 class MethodDecision : public PolicyFixture {
 protected:
-    void SetUp() override
-    {
+    void SetUp() override {
         PolicyFixture::SetUp();
         program = module(RealAssemblies::testAsset("PolicyConsole"));
     }
 
     IMetaDataContext* method(const char16_t* className, const char16_t* name) { return at(program, {className}, name); }
 
-    std::unique_ptr<ProfilerController> make(const std::string& directives = "")
-    {
+    std::unique_ptr<ProfilerController> make(const std::string& directives = "") {
         if (!directives.empty()) {
             installation.set("harrowlite.fieldmark.directivesFile", "probes.fmd");
             installation.write("probes.fmd", directives);
@@ -34,8 +32,7 @@ protected:
 
 } // namespace
 
-TEST_F(MethodDecision, MainMethodsAreSelectedWithoutDirectiveFiles)
-{
+TEST_F(MethodDecision, MainMethodsAreSelectedWithoutDirectiveFiles) {
     std::unique_ptr<ProfilerController> controller = make();
     EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Program", u"Main")), 0);
     const FunctionID main = context->getFunctionID();
@@ -46,8 +43,7 @@ TEST_F(MethodDecision, MainMethodsAreSelectedWithoutDirectiveFiles)
     EXPECT_EQ(controller->getCompiledMethods().at(work), 1);
 }
 
-TEST_F(MethodDecision, ReadOnlyAndByRefLikeStructsAreVetoed)
-{
+TEST_F(MethodDecision, ReadOnlyAndByRefLikeStructsAreVetoed) {
     std::unique_ptr<ProfilerController> controller = make("TraceAllMethodsOfClass: PolicyConsole.Pair\n"
                                                           "TraceAllMethodsOfClass: PolicyConsole.Counter\n"
                                                           "TraceAllMethodsOfClass: PolicyConsole.Cursor\n");
@@ -72,8 +68,7 @@ TEST_F(MethodDecision, ReadOnlyAndByRefLikeStructsAreVetoed)
         << joined(installation.log());
 }
 
-TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModuleAndNeverAfterAttach)
-{
+TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModuleAndNeverAfterAttach) {
     std::unique_ptr<ProfilerController> controller = make("SkipClass: PolicyConsole.Worker\n");
     // No module named yet.
     EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
@@ -99,8 +94,7 @@ TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModuleAndNeverAfterAtta
     EXPECT_EQ(attached->shouldMonitorMethod(method(u"PolicyConsole.Counter", u"Next")), 1);
 }
 
-TEST_F(MethodDecision, SkipsOfAssembliesAndDynamicInstrumentation)
-{
+TEST_F(MethodDecision, SkipsOfAssembliesAndDynamicInstrumentation) {
     // The first question loads, and a failed load means "not skipped".
     installation.set("harrowlite.fieldmark.directivesFile", "skips.fmd,missing.fmd");
     installation.write("skips.fmd", "SkipAssembly: PolicyShapes\nSkipDynamicInstrumentationClass: Shop.Order\n");

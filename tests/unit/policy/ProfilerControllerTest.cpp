@@ -22,8 +22,7 @@ std::string executableName() { return std::filesystem::read_symlink("/proc/self/
 
 } // namespace
 
-TEST_F(ProfilerControllerTest, RelativeProfileIsMadeAbsoluteFromTheWorkingDirectory)
-{
+TEST_F(ProfilerControllerTest, RelativeProfileIsMadeAbsoluteFromTheWorkingDirectory) {
     AgentInstallation installation;
     const std::string cwd = std::filesystem::current_path().string();
     setenv("com.tarn.harrowlite.agentProfile", "profiles/agent.properties", 1);
@@ -36,8 +35,7 @@ TEST_F(ProfilerControllerTest, RelativeProfileIsMadeAbsoluteFromTheWorkingDirect
 
 
 
-TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrAStandardStream)
-{
+TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrAStandardStream) {
     AgentInstallation installation;
     std::unique_ptr<ProfilerController> controller = installation.controller(info);
     ASSERT_NE(controller, nullptr);

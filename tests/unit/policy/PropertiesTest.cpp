@@ -15,8 +15,7 @@ using Text = std::basic_string<char16_t>;
 class PropertiesFile : public ::testing::Test {
 protected:
     // A store read from a file that holds exactly these bytes.
-    std::unique_ptr<IProperties> read(const std::string& bytes)
-    {
+    std::unique_ptr<IProperties> read(const std::string& bytes) {
         const std::string path = scratch.write("agent.properties", bytes);
         std::unique_ptr<IProperties> properties(IProperties::newInstance());
         FILE* file = fopen(path.c_str(), "r");
@@ -27,8 +26,7 @@ protected:
     }
 
     // The value stored under key, or "<absent>".
-    static Text value(IProperties& properties, const char16_t* key)
-    {
+    static Text value(IProperties& properties, const char16_t* key) {
         return properties.hasProperty(key) ? Text(properties.getProperty(key)) : Text(u"<absent>");
     }
 
@@ -37,8 +35,7 @@ protected:
 
 } // namespace
 
-TEST_F(PropertiesFile, SeparatorsBetweenKeyAndValue)
-{
+TEST_F(PropertiesFile, SeparatorsBetweenKeyAndValue) {
     auto properties = read("a1=b\n"
                            "a2 = b\n"
                            "a3:b\n"
@@ -58,8 +55,7 @@ TEST_F(PropertiesFile, SeparatorsBetweenKeyAndValue)
     EXPECT_EQ(value(*properties, u"url"), u"http://host:8080/x?y=z");
 }
 
-TEST_F(PropertiesFile, CommentsEmptyValuesAndRepeatedKeys)
-{
+TEST_F(PropertiesFile, CommentsEmptyValuesAndRepeatedKeys) {
     auto properties = read("  # x=y\n"
                            "#x2=y\n"
                            "! x3=y\n"
@@ -85,8 +81,7 @@ TEST_F(PropertiesFile, CommentsEmptyValuesAndRepeatedKeys)
     EXPECT_EQ(value(*properties, u"last"), u"<absent>"); // last line, key alone, no line end
 }
 
-TEST(Properties, BoolValuesByLeadingWord)
-{
+TEST(Properties, BoolValuesByLeadingWord) {
     Properties properties(Properties::PropertyMap {{u"upper", u"TRUE"},
                                                    {u"lower", u"false"},
                                                    {u"longer", u"trueish"},
@@ -104,8 +99,7 @@ TEST(Properties, BoolValuesByLeadingWord)
     EXPECT_FALSE(properties.hasProperty(u"missing")); // the default does not store it
 }
 
-TEST_F(PropertiesFile, EnvironmentOverridesWinInAnyCase)
-{
+TEST_F(PropertiesFile, EnvironmentOverridesWinInAnyCase) {
     ScopedEnvironment environment;
     environment.set("tmsenv_foo_bar", "1");
     environment.set("TMSENV_FOO_BARBAZ", "env");
