@@ -132,8 +132,7 @@ void decideEveryMethod(benchmark::State& state, bool withCache) {
         ++rules;
         start = end + 1;
     }
-    std::unique_ptr<IMetaDataContext> real(IMetaDataContext::newInstance(library.info));
-    SteeredContext context(real.get());
+    SteeredContext context(library.info);
     context.setModuleID(library.module);
     context.setImport(library.info->importOf(library.module));
 
