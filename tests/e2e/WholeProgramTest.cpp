@@ -3,6 +3,9 @@
 // rewritten body may be refused by the runtime.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -98,9 +101,19 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     EXPECT_FALSE(linesStartingWith(record, "catchTrace System.TimeoutException:late").empty()) << why;
 }
 
+// "[Assembly]Class::Method" of a log line that begins with head.
+std::string methodOf(const std::string& line, const std::string& head) {
+    const size_t end = line.find(" ", line.find("::"));
+    return line.substr(head.size(), end == std::string::npos ? std::string::npos : end - head.size());
+}
+
+// Every method of the library selected, the program's own left alone; the
+// directive checker, reading the same profile offline, agrees on every method
+// that the run compiled.
 TEST(WholeProgram, EveryMethodOfARealLibrary) {
     AgentInstall install;
-    install.directives(allMethodsOf("Newtonsoft.Json"));
+    install.directives(allMethodsOf("Newtonsoft.Json") + "TraceOneMethodOfClass: NoSuchClass\n");
+    install.set("harrowlite.nativeprofiler.logAllMethodsNoticed", "true");
     auto reference = plainRun("JsonRoundTrip");
     auto run = install.run("JsonRoundTrip", install.options());
     auto log = install.log();
@@ -116,6 +129,39 @@ TEST(WholeProgram, EveryMethodOfARealLibrary) {
     // Hundreds of the library's methods were compiled through the rewriting.
     EXPECT_GT(instrumented(log, "Newtonsoft.Json").size(), 300u) << why;
     EXPECT_GT(linesStartingWith(install.record(), "initTrace ").size(), 1000u) << why;
+
+    std::map<std::string, bool> compiled;  // method -> rewritten in the run
+    for (const std::string& line : log) {
+        for (const std::string head : {"Processed ", "Instrumented "}) {
+            if (line.rfind(head, 0) != 0) continue;
+            const std::string method = methodOf(line, head);
+            if (method.rfind("[JsonRoundTrip]", 0) != 0 && method.rfind("[Newtonsoft.Json]", 0) != 0) continue;
+            compiled[method] = compiled[method] || head == "Instrumented ";
+        }
+    }
+    const std::string dir = std::string(TARN_E2E_DIR) + "/JsonRoundTrip/";
+    const std::string command = std::string(TARN_DIRECTIVES_TOOL) + " --profile " + install.profilePath() + " " + dir +
+                                "JsonRoundTrip.dll " + dir + "Newtonsoft.Json.dll";
+    FILE* output = popen(command.c_str(), "r");
+    ASSERT_NE(output, nullptr);
+    std::set<std::string> selected;
+    std::vector<std::string> ignored;
+    char buffer[4096];
+    while (fgets(buffer, sizeof(buffer), output) != nullptr) {
+        const std::string line(buffer);
+        if (line.rfind("ignored ", 0) == 0) ignored.push_back(line);
+        if (line.rfind("selected ", 0) == 0) selected.insert(line.substr(9, line.rfind(" (") - 9));
+    }
+    ASSERT_EQ(pclose(output), 0) << command;
+    ASSERT_EQ(ignored.size(), 1u);
+    EXPECT_NE(ignored[0].find(":4: too few arguments for TraceOneMethodOfClass"), std::string::npos) << ignored[0];
+    size_t rewritten = 0;
+    for (const auto& [method, instrumented] : compiled) {
+        EXPECT_EQ(selected.count(method) != 0, instrumented) << method;
+        rewritten += instrumented;
+    }
+    // Enough of both kinds for the agreement to mean something.
+    EXPECT_GT(compiled.size() - rewritten, 10u);
 }
 
 }  // namespace
