@@ -44,6 +44,8 @@ public:
     // The native log of the run (one file per process, named after it).
     std::vector<std::string> log() const;
     std::string logText() const;
+    // A run and the native log, for the message of a failed assertion.
+    std::string explain(const RunResult& run) const { return run.describe() + "--- native log ---\n" + logText(); }
     // What the agent recorded, one trace call a line.
     std::vector<std::string> record() const;
 

@@ -40,7 +40,7 @@ TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
 
     const e2e::RunResult attached =
         attach({"--pid", pid, "--profile", install.profilePath(), "--agent-name", "Reload", "tool.key=tool value"});
-    auto why = [&] { return attached.describe() + "--- native log ---\n" + install.logText(); };
+    auto why = [&] { return install.explain(attached); };
     EXPECT_EQ(attached.exitCode, 0) << why();
     EXPECT_NE(attached.out.find("attached "), std::string::npos) << why();
     EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") >= 0; })) << why();

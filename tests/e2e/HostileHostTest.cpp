@@ -99,10 +99,7 @@ TEST(HostileHost, ProgramsRunUnchangedAndTheLogSaysWhatHappened) {
         AgentInstall install;
         std::vector<std::string> args;
         const std::string program = c.prepare(install, args);
-        e2e::RunOptions plain;
-        plain.profiled = false;
-        plain.args = args;
-        const e2e::RunResult reference = e2e::runProgram(program, plain);
+        const e2e::RunResult reference = e2e::runPlain(program, args);
         const e2e::RunResult run = install.run(program, install.options(args));
         const std::string log = install.logText() + run.err;
         const std::string why = std::string(c.name) + "\n" + run.describe() + "--- native log ---\n" + log;

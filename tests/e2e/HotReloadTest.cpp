@@ -28,10 +28,7 @@ std::string select(const std::string& methods) {
 TEST(HotReload, ARunningProgramFollowsItsDirectives) {
     AgentInstall install;
     install.directives(select("Alpha"));
-    e2e::RunOptions plain;
-    plain.profiled = false;
-    plain.args = {"once"};
-    const e2e::RunResult reference = e2e::runProgram("Reload", plain);
+    const e2e::RunResult reference = e2e::runPlain("Reload", {"once"});
     ASSERT_EQ(reference.out, "done: True\n") << reference.describe();
 
     install.writeProfile();

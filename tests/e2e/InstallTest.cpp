@@ -24,10 +24,7 @@ TEST(Install, AProgramRunsTracedFromAnInstalledAgentHome) {
                           std::filesystem::copy_options::recursive | std::filesystem::copy_options::overwrite_existing);
     std::ofstream(home + "/directives.fmd", std::ios::app) << "TraceAllMethodsOfClass: Traced.Subject\n";
 
-    e2e::RunOptions plain;
-    plain.profiled = false;
-    plain.args = {"7"};
-    const e2e::RunResult reference = e2e::runProgram("Traced", plain);
+    const e2e::RunResult reference = e2e::runPlain("Traced", {"7"});
     e2e::RunOptions installed;
     installed.args = {"7"};
     installed.env = {{"CORECLR_PROFILER_PATH", home + "/tarn.NativeProfiler.so"},

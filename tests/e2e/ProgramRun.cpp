@@ -139,6 +139,13 @@ RunResult runProgram(const std::string& program, const RunOptions& options) {
     return result;
 }
 
+RunResult runPlain(const std::string& program, std::vector<std::string> args) {
+    RunOptions plain;
+    plain.profiled = false;
+    plain.args = std::move(args);
+    return runProgram(program, plain);
+}
+
 std::string RunResult::describe() const {
     std::ostringstream text;
     text << "command: " << command << "\n";

@@ -42,6 +42,8 @@ std::string programPath(const std::string& program);
 std::map<std::string, std::string> profilerEnvironment();
 
 RunResult runProgram(const std::string& program, const RunOptions& options);
+// The program run without the profiler: the reference a profiled run must match.
+RunResult runPlain(const std::string& program, std::vector<std::string> args = {});
 
 std::string readFile(const std::string& path);
 

@@ -74,10 +74,7 @@ protected:
     // Runs the program in mode with and without the profiler: same output, a
     // normal end. The lines of samples.txt of the profiled run.
     std::vector<std::string> run(const std::vector<std::string>& args) {
-        e2e::RunOptions plain;
-        plain.profiled = false;
-        plain.args = args;
-        const e2e::RunResult reference = e2e::runProgram("Sampled", plain);
+        const e2e::RunResult reference = e2e::runPlain("Sampled", args);
         EXPECT_EQ(reference.exitCode, 0) << reference.describe();
         result = install.run("Sampled", install.options(args));
         EXPECT_FALSE(result.timedOut) << result.describe();

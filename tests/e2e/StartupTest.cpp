@@ -23,20 +23,9 @@ bool mapsOurLibrary(const e2e::RunResult& run) {
     return run.err.find(std::string("mapped: ") + TARN_PROFILER_PATH) != std::string::npos;
 }
 
-e2e::RunResult plainRun(const std::string& program, std::vector<std::string> args = {}) {
-    e2e::RunOptions plain;
-    plain.profiled = false;
-    plain.args = std::move(args);
-    return e2e::runProgram(program, plain);
-}
-
 int jitted(const e2e::RunResult& run) {
     size_t at = run.err.find("jitted=");
     return at == std::string::npos ? -1 : std::stoi(run.err.substr(at + 7));
-}
-
-std::string why(const e2e::RunResult& run, const AgentInstall& install) {
-    return run.describe() + "--- native log ---\n" + install.logText();
 }
 
 // With the defaults the mask disables all precompiled images, so the runtime
@@ -59,7 +48,7 @@ TEST(Startup, EventMaskDecidesOverPrecompiledCode) {
          {{"harrowlite.agent.rejit.enabled", "false"}, {"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"}},
          true},
     };
-    auto plain = plainRun("JitCount");
+    auto plain = e2e::runPlain("JitCount");
     ASSERT_EQ(plain.exitCode, 0) << plain.describe();
     ASSERT_GT(jitted(plain), 0) << plain.describe();
     for (const Case& c : cases) {
@@ -69,11 +58,11 @@ TEST(Startup, EventMaskDecidesOverPrecompiledCode) {
         }
         auto run = install.run("JitCount", install.options());
         auto log = install.log();
-        EXPECT_EQ(run.out, plain.out) << c.name << "\n" << why(run, install);
+        EXPECT_EQ(run.out, plain.out) << c.name << "\n" << install.explain(run);
         if (c.precompiledUsed) {
-            EXPECT_LT(jitted(run), 10 * jitted(plain)) << c.name << "\n" << why(run, install) << plain.err;
+            EXPECT_LT(jitted(run), 10 * jitted(plain)) << c.name << "\n" << install.explain(run) << plain.err;
         } else {
-            EXPECT_GT(jitted(run), 30 * jitted(plain)) << c.name << "\n" << why(run, install) << plain.err;
+            EXPECT_GT(jitted(run), 30 * jitted(plain)) << c.name << "\n" << install.explain(run) << plain.err;
         }
         EXPECT_EQ(linesStartingWith(log, "Runtime Info: Core CLR (0x2) version " + e2e::runtimeVersion() + " (" +
                                              e2e::runtimeMajor() + ".0_")
@@ -91,20 +80,20 @@ TEST(Startup, InstrumentationOnModuleLoad) {
     AgentInstall install;
     install.set("harrowlite.nativeprofiler.instrumentOnModuleLoad", "true");
     install.directives("TraceAllMethodsOfClass: Traced.Subject\n");
-    auto reference = plainRun("Traced", {"3"});
+    auto reference = e2e::runPlain("Traced", {"3"});
     auto run = install.run("Traced", install.options({"3"}));
     auto log = install.log();
 
-    EXPECT_EQ(run.exitCode, 3) << why(run, install);
-    EXPECT_EQ(run.out, reference.out) << why(run, install);
+    EXPECT_EQ(run.exitCode, 3) << install.explain(run);
+    EXPECT_EQ(run.out, reference.out) << install.explain(run);
     // One summary a module, the program's naming the size of its set: the
     // seven methods of the class and the hidden Main.
     const auto summaries = linesStartingWith(log, "[Traced] Instrumented ");
-    ASSERT_EQ(summaries.size(), 1u) << why(run, install);
+    ASSERT_EQ(summaries.size(), 1u) << install.explain(run);
     EXPECT_EQ(summaries[0].rfind("[Traced] Instrumented 8 methods in (", 0), 0u) << summaries[0];
     EXPECT_FALSE(linesStartingWith(log, "[System.Private.CoreLib] Instrumented 0 methods in (").empty())
-        << why(run, install);
-    EXPECT_EQ(linesStartingWith(log, "Instrumented [Traced]Traced.Subject::Scalars").size(), 1u) << why(run, install);
+        << install.explain(run);
+    EXPECT_EQ(linesStartingWith(log, "Instrumented [Traced]Traced.Subject::Scalars").size(), 1u) << install.explain(run);
     // No compile event came: no line of the compile path.
     for (const auto& line : log) {
         EXPECT_EQ(line.find("functionID"), std::string::npos) << line;
@@ -128,10 +117,10 @@ TEST(Startup, DotnetInternalCommandLeavesTheProfilerIdle) {
     options.env["TARN_E2E_REPORT_MAPS"] = "1";
     auto run = install.run(tool + ".dll", options);
 
-    EXPECT_EQ(run.exitCode, 4) << why(run, install);
-    EXPECT_NE(run.out.find("sum=5050"), std::string::npos) << why(run, install);
-    EXPECT_TRUE(mapsOurLibrary(run)) << why(run, install);
-    EXPECT_EQ(install.logText(), "") << why(run, install);
+    EXPECT_EQ(run.exitCode, 4) << install.explain(run);
+    EXPECT_NE(run.out.find("sum=5050"), std::string::npos) << install.explain(run);
+    EXPECT_TRUE(mapsOurLibrary(run)) << install.explain(run);
+    EXPECT_EQ(install.logText(), "") << install.explain(run);
 }
 
 // Refusals: the runtime drops and unloads the profiler, and the program runs
@@ -164,7 +153,7 @@ TEST(Startup, RefusedProcessesRunUntouched) {
          },
          nullptr},
     };
-    auto reference = plainRun("Hello", {"5"});
+    auto reference = e2e::runPlain("Hello", {"5"});
     for (const Case& c : cases) {
         AgentInstall install;
         install.directives("TraceAllMethodsOfClass: Program\n");
@@ -174,13 +163,13 @@ TEST(Startup, RefusedProcessesRunUntouched) {
         auto run = install.run("Hello", options);
         auto log = install.log();
 
-        EXPECT_EQ(run.exitCode, 5) << c.name << "\n" << why(run, install);
-        EXPECT_EQ(run.out, reference.out) << c.name << "\n" << why(run, install);
-        EXPECT_FALSE(mapsOurLibrary(run)) << c.name << "\n" << why(run, install);
-        EXPECT_TRUE(linesStartingWith(log, "Module Loaded").empty()) << c.name << "\n" << why(run, install);
+        EXPECT_EQ(run.exitCode, 5) << c.name << "\n" << install.explain(run);
+        EXPECT_EQ(run.out, reference.out) << c.name << "\n" << install.explain(run);
+        EXPECT_FALSE(mapsOurLibrary(run)) << c.name << "\n" << install.explain(run);
+        EXPECT_TRUE(linesStartingWith(log, "Module Loaded").empty()) << c.name << "\n" << install.explain(run);
         EXPECT_EQ(e2e::readFile(install.workDir() + "/record.txt"), "") << c.name;
         if (c.logLine != nullptr) {
-            EXPECT_EQ(linesStartingWith(log, c.logLine).size(), 1u) << c.name << "\n" << why(run, install);
+            EXPECT_EQ(linesStartingWith(log, c.logLine).size(), 1u) << c.name << "\n" << install.explain(run);
         } else {
             EXPECT_EQ(install.logText(), "") << c.name;
         }
@@ -208,7 +197,7 @@ TEST(Startup, AgentThatCannotBeLoadedLeavesTheProgramUntraced) {
         {"agent without the class", e2e::readFile(std::string(TARN_E2E_DIR) + "/Hello/Hello.dll"), true,
          "Object reference not set"},
     };
-    auto plain = plainRun("Hello");
+    auto plain = e2e::runPlain("Hello");
     for (const Case& c : cases) {
         AgentInstall install;
         if (c.present) {
@@ -219,31 +208,31 @@ TEST(Startup, AgentThatCannotBeLoadedLeavesTheProgramUntraced) {
         auto run = install.run("Hello", install.options());
         auto log = install.log();
 
-        EXPECT_EQ(run.exitCode, plain.exitCode) << c.name << "\n" << why(run, install);
-        EXPECT_EQ(run.out, plain.out) << c.name << "\n" << why(run, install);
-        EXPECT_EQ(run.err, plain.err) << c.name << "\n" << why(run, install);
+        EXPECT_EQ(run.exitCode, plain.exitCode) << c.name << "\n" << install.explain(run);
+        EXPECT_EQ(run.out, plain.out) << c.name << "\n" << install.explain(run);
+        EXPECT_EQ(run.err, plain.err) << c.name << "\n" << install.explain(run);
         const std::vector<std::string> failed = linesStartingWith(log, "Failed to load the agent: ");
-        ASSERT_EQ(failed.size(), 1u) << c.name << "\n" << why(run, install);
+        ASSERT_EQ(failed.size(), 1u) << c.name << "\n" << install.explain(run);
         EXPECT_NE(failed[0].find(c.failure), std::string::npos) << c.name << "\n" << failed[0];
         EXPECT_EQ(linesStartingWith(log, "Instrumented [Hello]Program::Main - 0x0(").size(), 1u)
-            << c.name << "\n" << why(run, install);
+            << c.name << "\n" << install.explain(run);
     }
 }
 
 // The agent's native calls reach this library once its classes are patched,
 // on every thread; a class outside the list keeps its own library name.
 TEST(Startup, PatchedPInvokeReachesTheNativeThreadId) {
-    auto plain = plainRun("tarn.AgentExtras");
+    auto plain = e2e::runPlain("tarn.AgentExtras");
     AgentInstall install;
     auto run = install.run("tarn.AgentExtras", install.options());
 
     ASSERT_EQ(plain.exitCode, 0) << plain.describe();
     EXPECT_EQ(plain.out, "patched: DllNotFoundException\nunlisted: DllNotFoundException\nworker: DllNotFoundException\n")
         << plain.describe();
-    EXPECT_EQ(run.exitCode, 0) << why(run, install);
+    EXPECT_EQ(run.exitCode, 0) << install.explain(run);
     EXPECT_EQ(run.out, "patched: this thread\nunlisted: DllNotFoundException\nworker: this thread\n")
-        << why(run, install);
-    EXPECT_EQ(linesStartingWith(install.log(), "Patching PInvoke...").size(), 2u) << why(run, install);
+        << install.explain(run);
+    EXPECT_EQ(linesStartingWith(install.log(), "Patching PInvoke...").size(), 2u) << install.explain(run);
 }
 
 }  // namespace

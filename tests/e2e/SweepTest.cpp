@@ -37,9 +37,7 @@ TEST(Sweep, EveryMethodOfAWebServiceAndTheFrameworkBelowIt) {
     // slow the run down.
     options.env["TARN_AGENT_RECORD"] = "";
     options.timeoutSeconds = 600;
-    e2e::RunOptions plain;
-    plain.profiled = false;
-    auto reference = e2e::runProgram("Service", plain);
+    auto reference = e2e::runPlain("Service");
     auto run = install.run("Service", options);
     auto log = install.log();
 

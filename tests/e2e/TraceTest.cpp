@@ -79,12 +79,7 @@ protected:
     void SetUp() override {
         install.directives(kDirectives);
         install.set("harrowlite.nativeprofiler.logBytecode", "true");
-        reference = e2e::runProgram("Traced", [] {
-            e2e::RunOptions plain;
-            plain.profiled = false;
-            plain.args = {"7"};
-            return plain;
-        }());
+        reference = e2e::runPlain("Traced", {"7"});
         run = install.run("Traced", install.options({"7"}));
         log = install.log();
         record = install.record();
@@ -236,10 +231,7 @@ TEST_F(TraceTest, StructsGenericsAndExceptions) {
 TEST(TraceGenericMethods, MethodTypeParametersArriveBoxed) {
     AgentInstall install;
     install.directives(kDirectives);
-    e2e::RunOptions plain;
-    plain.profiled = false;
-    plain.args = {"0", "generic-methods"};
-    auto reference = e2e::runProgram("Traced", plain);
+    auto reference = e2e::runPlain("Traced", {"0", "generic-methods"});
     auto run = install.run("Traced", install.options({"0", "generic-methods"}));
     auto log = install.log();
     auto record = install.record();

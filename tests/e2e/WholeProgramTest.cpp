@@ -24,12 +24,6 @@ std::string allMethodsOf(const std::string& assembly) {
            "TurnOn: Everything\n";
 }
 
-e2e::RunResult plainRun(const std::string& program) {
-    e2e::RunOptions plain;
-    plain.profiled = false;
-    return e2e::runProgram(program, plain);
-}
-
 // Instrumented lines of the compile path for one assembly.
 std::vector<std::string> instrumented(const std::vector<std::string>& log, const std::string& assembly) {
     return linesStartingWith(log, "Instrumented [" + assembly + "]");
@@ -39,7 +33,7 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     AgentInstall install;
     // StressTail is the assembly the program emits and loads from memory.
     install.directives(allMethodsOf("Stress") + allMethodsOf("StressTail"));
-    auto reference = plainRun("Stress");
+    auto reference = e2e::runPlain("Stress");
     auto run = install.run("Stress", install.options());
     auto log = install.log();
     const std::string why = run.describe() + "--- native log ---\n" + joinLines(log);
@@ -114,7 +108,7 @@ TEST(WholeProgram, EveryMethodOfARealLibrary) {
     AgentInstall install;
     install.directives(allMethodsOf("Newtonsoft.Json") + "TraceOneMethodOfClass: NoSuchClass\n");
     install.set("harrowlite.nativeprofiler.logAllMethodsNoticed", "true");
-    auto reference = plainRun("JsonRoundTrip");
+    auto reference = e2e::runPlain("JsonRoundTrip");
     auto run = install.run("JsonRoundTrip", install.options());
     auto log = install.log();
     const std::string why = run.describe() + "--- native log (failures) ---\n" +
