@@ -87,37 +87,4 @@ TEST(Initialize, OldCoreRuntimeIsRefusedFromBuild22221On) {
     }
 }
 
-TEST(Initialize, RefusalsLeaveTheRuntimeWithoutEventsAndFpcNull) {
-    struct Case {
-        const char* name;
-        std::map<std::string, std::string> properties;
-        bool withProfile;
-        const char* logLine;
-    };
-    const Case cases[] = {
-        {"no agent profile", {}, false, nullptr},
-        {"field marking off", {{"harrowlite.fieldmark.enable", "false"}}, true,
-         "Monitoring disabled due to harrowlite.fieldmark.enable=false\n"},
-        {"TMS disabled", {{"TMS_ENABLED", "false"}}, true, nullptr},
-        {"application not listed", {{"harrowlite.agent.dotnet.monitorApplications", "SomeOtherApp"}}, true,
-         "not monitored\n"},
-    };
-    for (const Case& c : cases) {
-        StartupSetup setup;
-        setup.properties.insert_or_assign("harrowlite.fieldmark.enable", "true");
-        for (const auto& [key, value] : c.properties) {
-            setup.properties.insert_or_assign(key, value);
-        }
-        setup.withProfile = c.withProfile;
-        StartupOutcome outcome = runStartup(setup);
-        EXPECT_EQ(outcome.result, CORPROF_E_PROFILER_CANCEL_ACTIVATION) << c.name << "\n" << outcome.log;
-        EXPECT_EQ(outcome.setEventMaskCalls, 0) << c.name;
-        EXPECT_FALSE(outcome.fpcSet) << c.name;
-        EXPECT_TRUE(outcome.released) << c.name;
-        if (c.logLine != nullptr) {
-            EXPECT_NE(outcome.log.find(c.logLine), std::string::npos) << c.name << "\n" << outcome.log;
-        }
-    }
-}
-
 }  // namespace
