@@ -40,21 +40,6 @@ protected:
 
 } // namespace
 
-TEST_F(ProfileConfig, ProcessRuleWithPlainGlobChoosesItsProfile) {
-    const ProbeProcess run = runWithConfig("ForProcess app*\n"
-                                       "use shop.properties\n"
-                                       "ForProcess *\n"
-                                       "use billing.properties\n",
-                                       "app.exe", {});
-    EXPECT_EQ(run["custom.config"], shop) << run.describe();
-    EXPECT_EQ(run["agent.profile"], shop);
-    EXPECT_EQ(run["clr.0.v4"], "0x00000000");
-    EXPECT_THAT(words("app"), ElementsAre("app pool: ", "process name: app.exe", "dll name: ",
-                                          "parsed command: ForProcess value: app*",
-                                          "parsed command: use value: shop.properties",
-                                          "Matched for profile: " + shop, "Opening " + shop));
-}
-
 TEST_F(ProfileConfig, MissingProfileLetsTheNextRuleTry) {
     const ProbeProcess run = runWithConfig("ForProcess app.exe\n"
                                        "use missing.properties\n"
@@ -84,6 +69,7 @@ TEST_F(ProfileConfig, RulesChooseTheFirstProfileThatFits) {
     const std::string dllThenRegex = "ForDll \"Billing*,Invoices*\"\nuse billing.properties\n"
                                      "ForProcess /^dot(net|NET)$/\nuse shop.properties\n";
     const std::vector<Case> cases {
+        {"ForProcess app*\nuse shop.properties\nForProcess *\nuse billing.properties\n", "app.exe", {}, shop},
         // A quoted glob list on the dll; where no dll rule fits, the regular expression on the process.
         {dllThenRegex, "dotnet", {"exec", "/srv/Invoices.Api.dll"}, billing, "dll name: Invoices.Api.dll"},
         {dllThenRegex, "dotnet", {"Shop.dll"}, shop},
