@@ -9,7 +9,6 @@
 #include "ProfilerCallbackTestAccess.h"
 #include "StartupChild.h"
 #include "RecordingEngine.h"
-#include "StartupChild.h"
 
 namespace {
 

@@ -5,11 +5,9 @@
 #include "ProfilerCallbackTestAccess.h"
 #include "StartupChild.h"
 #include "RecordingEngine.h"
-#include "StartupChild.h"
 #include "hub/ProfilerCallback.h"
 #include "runtime/Guids.h"
 #include "offline/RefusingProfilerInfo.h"
-#include "support/VtableSlotOf.h"
 
 namespace {
 ProfilerCallback* newCallback() {

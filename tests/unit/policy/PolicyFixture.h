@@ -43,11 +43,7 @@ protected:
     }
 
     mdTypeDef typeIn(ModuleID where, std::initializer_list<const char16_t*> path) {
-        mdTypeDef type = 0;
-        for (const char16_t* name : path) {
-            type = RealAssemblies::findType(info->importOf(where), name, type);
-        }
-        return type;
+        return RealAssemblies::findNestedType(info->importOf(where), path);
     }
 
     mdMethodDef methodIn(ModuleID where, std::initializer_list<const char16_t*> path, const char16_t* method) {
