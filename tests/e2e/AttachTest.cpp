@@ -32,9 +32,8 @@ TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
     e2e::RunOptions options = install.options();
     options.profiled = false;
     e2e::RunningReload program(install, options);
-    const std::string pidFile = install.workDir() + "/pid";
-    ASSERT_TRUE(waitUntil([&] { return !e2e::readFile(pidFile).empty(); })) << "the program did not start";
-    const std::string pid = e2e::readFile(pidFile);
+    const std::string pid = e2e::waitForPid(install);
+    ASSERT_FALSE(pid.empty()) << "the program did not start";
     // The program writes its id once Alpha has run: it was compiled without us.
     EXPECT_EQ(lastCall(install, "alpha"), -1);
 
@@ -80,9 +79,8 @@ TEST(Attach, AttachesThatCannotSucceedSayWhyAndLeaveTheProgramRunning) {
     e2e::RunOptions options = install.options();
     options.profiled = false;
     e2e::RunningReload program(install, options);
-    const std::string pidFile = install.workDir() + "/pid";
-    ASSERT_TRUE(waitUntil([&] { return !e2e::readFile(pidFile).empty(); }));
-    const std::string pid = e2e::readFile(pidFile);
+    const std::string pid = e2e::waitForPid(install);
+    ASSERT_FALSE(pid.empty()) << "the program did not start";
 
     struct Case {
         std::vector<std::string> args;

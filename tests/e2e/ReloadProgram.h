@@ -36,6 +36,14 @@ inline int lastCall(const AgentInstall& install, const std::string& name) {
     return last;
 }
 
+// The process id that the program writes once its methods have run; empty if
+// it does not within the time limit.
+inline std::string waitForPid(const AgentInstall& install) {
+    const std::string pidFile = install.workDir() + "/pid";
+    waitUntil([&] { return !readFile(pidFile).empty(); });
+    return readFile(pidFile);
+}
+
 inline void touch(const AgentInstall& install, const std::string& name) {
     std::ofstream(install.workDir() + "/" + name) << "";
 }

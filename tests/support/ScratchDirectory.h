@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 class ScratchDirectory {
 public:
@@ -36,6 +37,13 @@ public:
     std::string read(const std::string& relative) const {
         std::ifstream stream(path(relative), std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    }
+    // The lines of a file anywhere, without their line ends; none if it is not there.
+    static std::vector<std::string> linesOf(const std::string& fullPath) {
+        std::vector<std::string> lines;
+        std::ifstream stream(fullPath);
+        for (std::string line; std::getline(stream, line);) lines.push_back(line);
+        return lines;
     }
 
 private:

@@ -1,7 +1,6 @@
 #include "GateInstallation.h"
 
 #include <filesystem>
-#include <fstream>
 
 GateInstallation::GateInstallation() {
     std::filesystem::create_directories(scratch.path("bin"));
@@ -29,12 +28,7 @@ std::string GateInstallation::diagnosticLogPath(const std::string& programName) 
 }
 
 std::vector<std::string> GateInstallation::diagnosticLog(const std::string& programName) const {
-    std::vector<std::string> lines;
-    std::ifstream log(diagnosticLogPath(programName));
-    for (std::string line; std::getline(log, line);) {
-        lines.push_back(line);
-    }
-    return lines;
+    return ScratchDirectory::linesOf(diagnosticLogPath(programName));
 }
 
 std::vector<std::string> linesAfterDump(const std::vector<std::string>& log) {

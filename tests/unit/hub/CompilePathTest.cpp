@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <tuple>
 
 #include "ProfilerCallbackTestAccess.h"
 #include "StartupChild.h"
@@ -42,13 +43,13 @@ StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::str
     setup.properties["harrowlite.fieldmark.directivesFile"] = "program.fmd";
     setup.makeInfo = [] {
         auto* info = new ProfilerInfoDouble();
-        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Shop.Order", u"Place", kPlace);
-        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Shop.Order", u"Dispose", kDispose);
-        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Shop.Order", u"GetName", kGetName);
-        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Billing.Internal.Ledger", u"Post", kPost);
-        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Billing.Internal.Ledger", u"Close", kClose);
-        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Shop.Invoice", u"Cancel", kCancel);
-        info->addMethod(RealAssemblies::testAsset("PolicyShapes"), u"Program", u"Main", kMain);
+        const std::string shapes = RealAssemblies::testAsset("PolicyShapes");
+        for (auto [type, method, id] : {std::tuple{u"Shop.Order", u"Place", kPlace}, {u"Shop.Order", u"Dispose", kDispose},
+                                        {u"Shop.Order", u"GetName", kGetName}, {u"Billing.Internal.Ledger", u"Post", kPost},
+                                        {u"Billing.Internal.Ledger", u"Close", kClose},
+                                        {u"Shop.Invoice", u"Cancel", kCancel}, {u"Program", u"Main", kMain}}) {
+            info->addMethod(shapes, type, method, id);
+        }
         info->addMethod(RealAssemblies::testAsset("PolicyConsole"), u"PolicyConsole.Cursor", u"Advance", kAdvance);
         return info;
     };

@@ -1,7 +1,6 @@
 #include "AgentInstallation.h"
 
 #include <filesystem>
-#include <fstream>
 #include <unistd.h>
 
 #include "policy/Properties.h"
@@ -41,15 +40,8 @@ std::string AgentInstallation::logPath() const {
 }
 
 std::vector<std::string> AgentInstallation::log() const {
-    if (last != nullptr) {
-        fflush(last->getNativeLog());
-    }
-    std::vector<std::string> lines;
-    std::ifstream file(logPath());
-    for (std::string line; std::getline(file, line);) {
-        lines.push_back(line);
-    }
-    return lines;
+    if (last != nullptr) fflush(last->getNativeLog());
+    return ScratchDirectory::linesOf(logPath());
 }
 
 std::string joined(const std::vector<std::string>& lines) {
