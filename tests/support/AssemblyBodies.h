@@ -31,7 +31,7 @@ public:
     std::vector<Body> bodies(unsigned int* outOfBounds = nullptr) const;
     std::string methodName(uint32_t methodRow) const;
     // The blobs of every row of a table of signatures: method definitions,
-    // stand-alone signatures or type specifications.
+    // stand-alone signatures or TypeSpecs.
     std::vector<Blob> signatures(CorTokenType table) const;
 
 private:
