@@ -57,11 +57,15 @@ using REFGUID = const GUID&;
 using REFIID = const IID&;
 using REFCLSID = const CLSID&;
 
-// A GUID from its written form, "8A8CC829-CCF2-49FE-BBAE-0F022228071A"; a
-// malformed text does not compile.
-consteval GUID guidOf(const char (&text)[37]) {
+// A GUID from its written form, "8A8CC829-CCF2-49FE-BBAE-0F022228071A", with or
+// without braces around it; a malformed text does not compile.
+template <size_t N>
+consteval GUID guidOf(const char (&text)[N]) {
+    static_assert(N == 37 || N == 39, "a GUID is written with 36 characters, or 38 in braces");
+    const int start = N == 39 ? 1 : 0;
+    if (N == 39 && (text[0] != '{' || text[37] != '}')) throw "unbalanced braces";
     auto digit = [&](int at) -> unsigned long {
-        const char c = text[at];
+        const char c = text[start + at];
         if (c >= '0' && c <= '9') return static_cast<unsigned long>(c - '0');
         if (c >= 'A' && c <= 'F') return static_cast<unsigned long>(c - 'A' + 10);
         if (c >= 'a' && c <= 'f') return static_cast<unsigned long>(c - 'a' + 10);
@@ -72,7 +76,8 @@ consteval GUID guidOf(const char (&text)[37]) {
         for (int i = 0; i < digits; ++i) value = value << 4 | digit(at + i);
         return value;
     };
-    if (text[8] != '-' || text[13] != '-' || text[18] != '-' || text[23] != '-') throw "not a GUID";
+    auto dash = [&](int at) { return text[start + at] == '-'; };
+    if (!dash(8) || !dash(13) || !dash(18) || !dash(23)) throw "not a GUID";
     GUID guid{static_cast<ULONG>(number(0, 8)), static_cast<USHORT>(number(9, 4)), static_cast<USHORT>(number(14, 4)), {}};
     // Data4: two bytes before the last dash, six after it.
     for (int i = 0; i < 8; ++i) guid.Data4[i] = static_cast<UCHAR>(number(i < 2 ? 19 + 2 * i : 20 + 2 * i, 2));

@@ -13,7 +13,6 @@
 namespace {
 
 using e2e::AgentInstall;
-using e2e::joinLines;
 using e2e::lastCall;
 using e2e::waitUntil;
 
