@@ -59,10 +59,4 @@ private:
     std::string profileLead;
 };
 
-// Lines of a text, without their line ends.
-std::vector<std::string> splitLines(const std::string& text);
-// Lines that begin with prefix.
-std::vector<std::string> linesStartingWith(const std::vector<std::string>& lines, const std::string& prefix);
-std::string joinLines(const std::vector<std::string>& lines);
-
 }  // namespace e2e

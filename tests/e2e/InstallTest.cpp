@@ -34,10 +34,7 @@ TEST(Install, AProgramRunsTracedFromAnInstalledAgentHome) {
     ASSERT_EQ(run.exitCode, reference.exitCode) << run.describe();
     EXPECT_EQ(run.out, reference.out) << run.describe();
 
-    std::string log;
-    for (const auto& entry : std::filesystem::directory_iterator(home)) {
-        if (entry.path().filename().string().rfind("native_", 0) == 0) log += e2e::readFile(entry.path());
-    }
+    const std::string log = readFilesStartingWith(home, "native_");
     EXPECT_NE(log.find("Instrumented [Traced]Traced.Subject::"), std::string::npos) << log;
     EXPECT_NE(log.find("Looking for agent at " + home + "/bin/netcore/tarn.Agent.dll"), std::string::npos) << log;
     EXPECT_NE(log.find("Profiler account:"), std::string::npos) << log;

@@ -65,13 +65,6 @@ void furnishDefaultProfile(const std::string& workDir, std::map<std::string, std
 
 }  // namespace
 
-std::string readFile(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::stringstream content;
-    content << stream.rdbuf();
-    return content.str();
-}
-
 std::string runtimeMajor() {
     static const std::string major = [] {
         const std::string config = readFile(std::string(TARN_E2E_DIR) + "/Hello/Hello.runtimeconfig.json");

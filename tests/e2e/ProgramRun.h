@@ -6,7 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "support/TextFiles.h"
+
 namespace e2e {
+
+using ::joinLines, ::linesStartingWith, ::readFile, ::splitLines;
 
 struct RunOptions {
     std::vector<std::string> args;
@@ -29,6 +33,8 @@ struct RunResult {
 
     // Everything about the run, for the message of a failed assertion.
     std::string describe() const;
+    // Whether the program, run with TARN_E2E_REPORT_MAPS=1, reported our library mapped.
+    bool mapsOurLibrary() const { return err.find(std::string("mapped: ") + TARN_PROFILER_PATH) != std::string::npos; }
 };
 
 // A fresh, empty directory under the suite's output folder.
@@ -44,8 +50,6 @@ std::map<std::string, std::string> profilerEnvironment();
 RunResult runProgram(const std::string& program, const RunOptions& options);
 // The program run without the profiler: the reference a profiled run must match.
 RunResult runPlain(const std::string& program, std::vector<std::string> args = {});
-
-std::string readFile(const std::string& path);
 
 // The version ("10.0.12") of the runtime that runs the suite's programs: the
 // highest one installed beside the dotnet host of the major version that the

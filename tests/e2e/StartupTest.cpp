@@ -19,10 +19,6 @@ using e2e::AgentInstall;
 using e2e::joinLines;
 using e2e::linesStartingWith;
 
-bool mapsOurLibrary(const e2e::RunResult& run) {
-    return run.err.find(std::string("mapped: ") + TARN_PROFILER_PATH) != std::string::npos;
-}
-
 int jitted(const e2e::RunResult& run) {
     size_t at = run.err.find("jitted=");
     return at == std::string::npos ? -1 : std::stoi(run.err.substr(at + 7));
@@ -119,7 +115,7 @@ TEST(Startup, DotnetInternalCommandLeavesTheProfilerIdle) {
 
     EXPECT_EQ(run.exitCode, 4) << install.explain(run);
     EXPECT_NE(run.out.find("sum=5050"), std::string::npos) << install.explain(run);
-    EXPECT_TRUE(mapsOurLibrary(run)) << install.explain(run);
+    EXPECT_TRUE(run.mapsOurLibrary()) << install.explain(run);
     EXPECT_EQ(install.logText(), "") << install.explain(run);
 }
 
@@ -165,7 +161,7 @@ TEST(Startup, RefusedProcessesRunUntouched) {
 
         EXPECT_EQ(run.exitCode, 5) << c.name << "\n" << install.explain(run);
         EXPECT_EQ(run.out, reference.out) << c.name << "\n" << install.explain(run);
-        EXPECT_FALSE(mapsOurLibrary(run)) << c.name << "\n" << install.explain(run);
+        EXPECT_FALSE(run.mapsOurLibrary()) << c.name << "\n" << install.explain(run);
         EXPECT_TRUE(linesStartingWith(log, "Module Loaded").empty()) << c.name << "\n" << install.explain(run);
         EXPECT_EQ(e2e::readFile(install.workDir() + "/record.txt"), "") << c.name;
         if (c.logLine != nullptr) {

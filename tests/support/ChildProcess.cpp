@@ -1,4 +1,5 @@
 #include "ChildProcess.h"
+#include "TextFiles.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -22,12 +23,7 @@ std::vector<char*> pointers(const std::vector<std::string>& strings) {
 }
 
 std::string contents(FILE* file) {
-    std::string text;
-    rewind(file);
-    char buffer[4096];
-    for (size_t count; (count = fread(buffer, 1, sizeof(buffer), file)) > 0;) {
-        text.append(buffer, count);
-    }
+    std::string text = streamText(file);
     fclose(file);
     return text;
 }
@@ -52,21 +48,23 @@ ChildProcess ChildProcess::run(const std::vector<std::string>& argv, const std::
         execve(arguments[0], arguments.data(), variables.data());
         _exit(127);
     }
+    if (child > 0) result.exitStatus = wait(child, timeoutSeconds, &result.timedOut);
+    if (out != nullptr) result.out = contents(out);
+    if (err != nullptr) result.err = contents(err);
+    return result;
+}
+
+int ChildProcess::wait(pid_t child, int timeoutSeconds, bool* timedOut) {
     int status = 0;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
-    while (child > 0 && waitpid(child, &status, WNOHANG) == 0) {
+    while (waitpid(child, &status, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() > deadline) {
             kill(child, SIGKILL);
             waitpid(child, &status, 0);
-            result.timedOut = true;
+            if (timedOut != nullptr) *timedOut = true;
             break;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-    if (child > 0) {
-        result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    if (out != nullptr) result.out = contents(out);
-    if (err != nullptr) result.err = contents(err);
-    return result;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }

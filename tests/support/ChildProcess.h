@@ -4,6 +4,8 @@
 // output and error kept; killed when it outlives its time limit.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -15,4 +17,6 @@ struct ChildProcess {
 
     static ChildProcess run(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
                             const std::string& workingDirectory, int timeoutSeconds = 120);
+    // Waits for a forked child, killing it once the time limit passes; its exit status as above.
+    static int wait(pid_t child, int timeoutSeconds, bool* timedOut = nullptr);
 };

@@ -155,25 +155,13 @@ HRESULT ProfilerInfoDouble::GetTokenAndMetaDataFromFunction(FunctionID functionI
     return import->QueryInterface(riid, reinterpret_cast<void**>(ppImport));
 }
 
-HRESULT ProfilerInfoDouble::GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName,
-                                          ULONG* pcchName, WCHAR szName[], AssemblyID* pAssemblyId) {
-    count("GetModuleInfo");
-    return OfflineProfilerInfo::GetModuleInfo(moduleId, ppBaseLoadAddress, cchName, pcchName, szName, pAssemblyId);
-}
-
 HRESULT ProfilerInfoDouble::GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) {
-    count("GetModuleMetaData");
     if (FAILED(metaDataResult)) {
+        count("GetModuleMetaData");
         *ppOut = nullptr;
         return metaDataResult;
     }
     return OfflineProfilerInfo::GetModuleMetaData(moduleId, dwOpenFlags, riid, ppOut);
-}
-
-HRESULT ProfilerInfoDouble::GetAssemblyInfo(AssemblyID assemblyId, ULONG cchName, ULONG* pcchName, WCHAR szName[],
-                                            AppDomainID* pAppDomainId, ModuleID* pModuleId) {
-    count("GetAssemblyInfo");
-    return OfflineProfilerInfo::GetAssemblyInfo(assemblyId, cchName, pcchName, szName, pAppDomainId, pModuleId);
 }
 
 HRESULT ProfilerInfoDouble::GetILFunctionBody(ModuleID moduleId, mdMethodDef methodId, LPCBYTE* ppMethodHeader,
@@ -206,20 +194,6 @@ HRESULT ProfilerInfoDouble::SetILFunctionBody(ModuleID moduleId, mdMethodDef met
 HRESULT ProfilerInfoDouble::ApplyMetaData(ModuleID moduleId) {
     count("ApplyMetaData");
     return modules.find(moduleId) == modules.end() ? E_INVALIDARG : S_OK;
-}
-
-HRESULT ProfilerInfoDouble::GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType,
-                                                  USHORT* pMajorVersion, USHORT* pMinorVersion,
-                                                  USHORT* pBuildNumber, USHORT* pQFEVersion, ULONG cchVersionString,
-                                                  ULONG* pcchVersionString, WCHAR szVersionString[]) {
-    count("GetRuntimeInformation");
-    const HRESULT hr = OfflineProfilerInfo::GetRuntimeInformation(
-        pClrInstanceId, pRuntimeType, pMajorVersion, pMinorVersion, pBuildNumber, pQFEVersion, cchVersionString,
-        pcchVersionString, szVersionString);
-    if (pMajorVersion != nullptr) *pMajorVersion = major;
-    if (pMinorVersion != nullptr) *pMinorVersion = minor;
-    if (pBuildNumber != nullptr) *pBuildNumber = build;
-    return hr;
 }
 
 HRESULT ProfilerInfoDouble::EnumModules(ICorProfilerModuleEnum** ppEnum) {

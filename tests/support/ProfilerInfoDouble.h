@@ -23,7 +23,9 @@
 class ProfilerInfoDouble : public OfflineProfilerInfo {
 public:
     // Offers ICorProfilerInfo up to version highestVersion.
-    explicit ProfilerInfoDouble(int highestVersion = 10) : OfflineProfilerInfo(highestVersion) {}
+    explicit ProfilerInfoDouble(int highestVersion = 10) : OfflineProfilerInfo(highestVersion) {
+        setRuntimeVersion(10, 0, 12);
+    }
     static ProfilerInfoDouble* newInstance();
 
     // Opens the assembly at path as a new module, read-only. Returns 0 if the
@@ -52,30 +54,18 @@ public:
     void failNextAlloc(void* address) { allocFailure = address; allocFails = true; }
     // When set to a failure, GetModuleMetaData answers with it.
     HRESULT metaDataResult = S_OK;
-    // The version GetRuntimeInformation reports.
-    USHORT major = 10;
-    USHORT minor = 0;
-    USHORT build = 12;
 
     ULONG Release() override;
 
     HRESULT GetFunctionInfo(FunctionID functionId, ClassID* pClassId, ModuleID* pModuleId, mdToken* pToken) override;
     HRESULT GetTokenAndMetaDataFromFunction(FunctionID functionId, REFIID riid, IUnknown** ppImport,
                                             mdToken* pToken) override;
-    HRESULT GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName, ULONG* pcchName,
-                          WCHAR szName[], AssemblyID* pAssemblyId) override;
     HRESULT GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) override;
-    HRESULT GetAssemblyInfo(AssemblyID assemblyId, ULONG cchName, ULONG* pcchName, WCHAR szName[],
-                            AppDomainID* pAppDomainId, ModuleID* pModuleId) override;
     HRESULT GetILFunctionBody(ModuleID moduleId, mdMethodDef methodId, LPCBYTE* ppMethodHeader,
                               ULONG* pcbMethodSize) override;
     HRESULT GetILFunctionBodyAllocator(ModuleID moduleId, IMethodMalloc** ppMalloc) override;
     HRESULT SetILFunctionBody(ModuleID moduleId, mdMethodDef methodid, LPCBYTE pbNewILMethodHeader) override;
     HRESULT ApplyMetaData(ModuleID moduleId) override;
-    HRESULT GetRuntimeInformation(USHORT* pClrInstanceId, COR_PRF_RUNTIME_TYPE* pRuntimeType, USHORT* pMajorVersion,
-                                  USHORT* pMinorVersion, USHORT* pBuildNumber, USHORT* pQFEVersion,
-                                  ULONG cchVersionString, ULONG* pcchVersionString,
-                                  WCHAR szVersionString[]) override;
     HRESULT EnumModules(ICorProfilerModuleEnum** ppEnum) override;
     HRESULT EnumJITedFunctions(ICorProfilerFunctionEnum** ppEnum) override;
     HRESULT GetAppDomainInfo(AppDomainID appDomainId, ULONG cchName, ULONG* pcchName, WCHAR szName[],

@@ -4,10 +4,9 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
-#include <vector>
+
+#include "TextFiles.h"
 
 class ScratchDirectory {
 public:
@@ -28,23 +27,10 @@ public:
 
     // Writes bytes as given (no line end added), making directories on the way.
     std::string write(const std::string& relative, const std::string& bytes) const {
-        const std::string full = path(relative);
-        std::filesystem::create_directories(std::filesystem::path(full).parent_path());
-        std::ofstream(full, std::ios::binary) << bytes;
-        return full;
+        return writeFile(path(relative), bytes);
     }
     // What a file holds; empty if it is not there.
-    std::string read(const std::string& relative) const {
-        std::ifstream stream(path(relative), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-    }
-    // The lines of a file anywhere, without their line ends; none if it is not there.
-    static std::vector<std::string> linesOf(const std::string& fullPath) {
-        std::vector<std::string> lines;
-        std::ifstream stream(fullPath);
-        for (std::string line; std::getline(stream, line);) lines.push_back(line);
-        return lines;
-    }
+    std::string read(const std::string& relative) const { return readFile(path(relative)); }
 
 private:
     std::string root;

@@ -64,6 +64,7 @@ IMetaDataImport* OfflineProfilerInfo::importOf(ModuleID module) const {
 
 HRESULT OfflineProfilerInfo::GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName,
                                            ULONG* pcchName, WCHAR szName[], AssemblyID* pAssemblyId) {
+    count("GetModuleInfo");
     auto found = modules.find(moduleId);
     if (found == modules.end()) {
         return E_INVALIDARG;
@@ -76,6 +77,7 @@ HRESULT OfflineProfilerInfo::GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoa
 
 HRESULT OfflineProfilerInfo::GetAssemblyInfo(AssemblyID assemblyId, ULONG cchName, ULONG* pcchName, WCHAR szName[],
                                              AppDomainID* pAppDomainId, ModuleID* pModuleId) {
+    count("GetAssemblyInfo");
     auto found = modules.find(assemblyId - kAssemblyOffset);
     if (found == modules.end() || found->second.import == nullptr) {
         return E_INVALIDARG;
@@ -87,6 +89,7 @@ HRESULT OfflineProfilerInfo::GetAssemblyInfo(AssemblyID assemblyId, ULONG cchNam
 }
 
 HRESULT OfflineProfilerInfo::GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) {
+    count("GetModuleMetaData");
     auto found = modules.find(moduleId);
     if (found == modules.end()) {
         return E_INVALIDARG;
@@ -102,11 +105,13 @@ HRESULT OfflineProfilerInfo::GetRuntimeInformation(USHORT* pClrInstanceId, COR_P
                                                    USHORT* pMajorVersion, USHORT* pMinorVersion, USHORT* pBuildNumber,
                                                    USHORT* pQFEVersion, ULONG cchVersionString,
                                                    ULONG* pcchVersionString, WCHAR szVersionString[]) {
+    count("GetRuntimeInformation");
     if (pClrInstanceId != nullptr) *pClrInstanceId = 0;
     if (pRuntimeType != nullptr) *pRuntimeType = runtimeType;
-    for (USHORT* part : {pMajorVersion, pMinorVersion, pBuildNumber, pQFEVersion}) {
-        if (part != nullptr) *part = 0;
-    }
+    if (pMajorVersion != nullptr) *pMajorVersion = version[0];
+    if (pMinorVersion != nullptr) *pMinorVersion = version[1];
+    if (pBuildNumber != nullptr) *pBuildNumber = version[2];
+    if (pQFEVersion != nullptr) *pQFEVersion = 0;
     copyName(u"", cchVersionString, pcchVersionString, szVersionString);
     return S_OK;
 }

@@ -4,6 +4,7 @@
 // and its metadata. Every other query is refused.
 #pragma once
 
+#include <array>
 #include <map>
 #include <string>
 
@@ -19,8 +20,9 @@ public:
     // A module of this scope; with none, one whose metadata cannot be read yet.
     ModuleID addModule(const std::u16string& path, AutoCOMPointer<IMetaDataImport> import);
     IMetaDataImport* importOf(ModuleID module) const;
-    // What GetRuntimeInformation reports; Core by default.
+    // What GetRuntimeInformation reports: Core, version 0.0.0, by default.
     void setRuntimeType(COR_PRF_RUNTIME_TYPE type) { runtimeType = type; }
+    void setRuntimeVersion(USHORT major, USHORT minor, USHORT build) { version = {major, minor, build}; }
 
     HRESULT GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName, ULONG* pcchName,
                           WCHAR szName[], AssemblyID* pAssemblyId) override;
@@ -44,4 +46,5 @@ private:
     std::map<ModuleID, Module> modules;
     ModuleID nextModule = 0x7e0000010000;
     COR_PRF_RUNTIME_TYPE runtimeType = COR_PRF_CORE_CLR;
+    std::array<USHORT, 3> version {};
 };

@@ -28,7 +28,7 @@ std::string GateInstallation::diagnosticLogPath(const std::string& programName) 
 }
 
 std::vector<std::string> GateInstallation::diagnosticLog(const std::string& programName) const {
-    return ScratchDirectory::linesOf(diagnosticLogPath(programName));
+    return splitLines(readFile(diagnosticLogPath(programName)));
 }
 
 std::vector<std::string> linesAfterDump(const std::vector<std::string>& log) {

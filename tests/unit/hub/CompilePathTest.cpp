@@ -172,7 +172,7 @@ TEST(CompilePath, SelectedMethodsAreNeverInlinedNorTakenPrecompiled) {
             notes << callback.JITInlining(kMain, callee, &shouldInline)
                   << callback.JITCachedFunctionSearchStarted(callee, &useCached) << shouldInline << useCached << " ";
         }
-        notes << engine.calls.size();
+        notes << engine.calls;
     }));
     ASSERT_EQ(outcome.result, S_OK) << outcome.log;
     EXPECT_EQ(outcome.notes, "0000 0000 0011 0011 0011 0");

@@ -69,8 +69,7 @@ TEST(Initialize, OldCoreRuntimeIsRefusedFromBuild22221On) {
         StartupSetup setup;
         setup.makeInfo = [build] {
             auto* info = new ProfilerInfoDouble();
-            info->major = 4;
-            info->build = build;
+            info->setRuntimeVersion(4, 0, build);
             return info;
         };
         StartupOutcome outcome = runStartup(setup);

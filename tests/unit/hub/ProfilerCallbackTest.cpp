@@ -77,7 +77,7 @@ TEST(ProfilerCallback, ShutdownStopsCompileEventsAndReleasesTheRuntime) {
         ProfilerCallbackTestAccess::replaceEngine(*callback, engine);
         const int before = info->totalCalls();
         notes << callback->JITCompilationStarted(0xA700, TRUE) << " " << info->totalCalls() - before << " "
-              << engine->calls.size();
+              << engine->calls;
     };
     StartupOutcome outcome = runStartup(setup);
     ASSERT_EQ(S_OK, outcome.result) << outcome.log;

@@ -6,20 +6,17 @@
 // directory the parent made.
 #pragma once
 
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <sstream>
 #include <string>
-#include <thread>
 
 #include "hub/ProfilerCallback.h"
 #include "runtime/Guids.h"
+#include "support/ChildProcess.h"
 #include "support/ProfilerInfoDouble.h"
 #include "support/ScratchDirectory.h"
 
@@ -89,25 +86,11 @@ inline StartupOutcome runStartup(const StartupSetup& setup) {
         runStartupChild(setup, scratch);
         _exit(0);
     }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    int status = 0;
-    while (waitpid(child, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
+    ChildProcess::wait(child, 30);
     StartupOutcome outcome;
     std::istringstream(scratch.read("outcome")) >> outcome.result >> outcome.mask >>
         outcome.setEventMaskCalls >> outcome.fpcSet >> outcome.released;
     outcome.notes = scratch.read("notes");
-    for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) {
-        const std::string name = entry.path().filename();
-        if (name.starts_with("native_")) {
-            outcome.log += scratch.read(name);
-        }
-    }
+    outcome.log = readFilesStartingWith(scratch.path(), "native_");
     return outcome;
 }

@@ -41,13 +41,5 @@ std::string AgentInstallation::logPath() const {
 
 std::vector<std::string> AgentInstallation::log() const {
     if (last != nullptr) fflush(last->getNativeLog());
-    return ScratchDirectory::linesOf(logPath());
-}
-
-std::string joined(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines) {
-        text += "  " + line + "\n";
-    }
-    return text;
+    return splitLines(readFile(logPath()));
 }

@@ -34,6 +34,3 @@ private:
     // The properties of the controllers made.
     std::vector<std::unique_ptr<IProperties>> stores;
 };
-
-// The lines of a log, for failure messages.
-std::string joined(const std::vector<std::string>& lines);

@@ -129,7 +129,7 @@ TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLo
         EXPECT_EQ(status, c.status);
         // Loaded once, failed or not: the next question finds the directives in place.
         EXPECT_EQ(controller->initializeDirectives(), 0);
-        EXPECT_EQ(loadLines(), c.lines) << joined(installation->log());
+        EXPECT_EQ(loadLines(), c.lines) << joinLines(installation->log());
         for (const auto& [file, method] : c.files) {
             if (method.find('\n') != std::string::npos) continue;
             const size_t blank = method.find(' ');
@@ -154,7 +154,7 @@ TEST_F(DirectiveLoading, ReloadReadsAgainAndKeepsTheMemo) {
     installation->write("a.fmd", select("Shop.Order", "Get"));
     EXPECT_EQ(controller->reloadDirectives(), 0);
     const std::vector<std::string> lines = loadLines();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Loaded ~/a.fmd"), 2) << joined(lines);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Loaded ~/a.fmd"), 2) << joinLines(lines);
     // Decided before the reload: the memo answers until it is cleared.
     EXPECT_EQ(decideAgain(*controller, get), 1);
     controller->clearCacheForFunction(get);

@@ -76,13 +76,13 @@ TEST_F(DirectiveMatchingCacheOnShop, SaturationIsLoggedOnceAndLaterClassesGoWith
     twoGroups();
     controller->setCacheSize(1);
     EXPECT_TRUE(ask(u"Shop.Order", u"Place"));
-    EXPECT_EQ(contents(log), "Directive Matching Cache is saturated, Size = 1\n");
+    EXPECT_EQ(streamText(log), "Directive Matching Cache is saturated, Size = 1\n");
     EXPECT_FALSE(ask(u"Shop.Invoice", u"Issue"));
     EXPECT_TRUE(ask(u"Shop.OrderItem", u"GetName"));
     EXPECT_EQ(controller->getCache().size(), 1u);
     // The class with an entry keeps using it.
     EXPECT_TRUE(ask(u"Shop.Order", u"Place"));
-    EXPECT_EQ(contents(log), "Directive Matching Cache is saturated, Size = 1\n");
+    EXPECT_EQ(streamText(log), "Directive Matching Cache is saturated, Size = 1\n");
 
     // A limit below the present size stops growth without a word.
     controller->clearCache();
@@ -92,5 +92,5 @@ TEST_F(DirectiveMatchingCacheOnShop, SaturationIsLoggedOnceAndLaterClassesGoWith
     controller->setCacheSize(1);
     EXPECT_TRUE(ask(u"Shop.OrderItem", u"GetName"));
     EXPECT_EQ(controller->getCache().size(), 2u);
-    EXPECT_EQ(contents(log), "Directive Matching Cache is saturated, Size = 1\n");
+    EXPECT_EQ(streamText(log), "Directive Matching Cache is saturated, Size = 1\n");
 }

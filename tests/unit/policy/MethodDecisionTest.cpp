@@ -65,7 +65,7 @@ TEST_F(MethodDecision, ReadOnlyAndByRefLikeStructsAreVetoed) {
                   "Loaded " + installation.profiles() + "/probes.fmd",
                   "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Pair::GetFirst",
                   "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Cursor::Advance"}))
-        << joined(installation.log());
+        << joinLines(installation.log());
 }
 
 TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModuleAndNeverAfterAttach) {
@@ -85,7 +85,7 @@ TEST_F(MethodDecision, GenericTriggerOnCoreFiresOnceInItsModuleAndNeverAfterAtta
     EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 1);
     EXPECT_EQ(controller->shouldMonitorMethod(method(u"PolicyConsole.Worker", u"Helper")), 1);
     const std::vector<std::string> log = installation.log();
-    EXPECT_EQ(std::count(log.begin(), log.end(), "Generic agent trigger matched."), 1) << joined(log);
+    EXPECT_EQ(std::count(log.begin(), log.end(), "Generic agent trigger matched."), 1) << joinLines(log);
 
     // Never after an attach.
     std::unique_ptr<ProfilerController> attached = make();

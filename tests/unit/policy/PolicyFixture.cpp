@@ -47,22 +47,10 @@ std::unique_ptr<IDirectiveController> PolicyFixture::directives(const std::strin
     return controller;
 }
 
-std::string PolicyFixture::contents(FILE* stream) {
-    fflush(stream);
-    rewind(stream);
-    std::string text;
-    char buffer[4096];
-    size_t read = 0;
-    while ((read = fread(buffer, 1, sizeof buffer, stream)) > 0) {
-        text.append(buffer, read);
-    }
-    return text;
-}
-
 std::string PolicyFixture::written(const std::function<void(FILE*)>& write) {
     FILE* file = tmpfile();
     write(file);
-    std::string text = contents(file);
+    std::string text = streamText(file);
     fclose(file);
     return text;
 }

@@ -19,11 +19,10 @@
 #include "offline/HostedRuntime.h"
 #include "support/ProfilerInfoDouble.h"
 #include "support/RealAssemblies.h"
+#include "support/TextFiles.h"
 
 class PolicyFixture : public ::testing::Test {
 public:
-    // Whatever was written to a temporary log file.
-    static std::string contents(FILE* stream);
     // What write puts into a fresh temporary file.
     static std::string written(const std::function<void(FILE*)>& write);
 

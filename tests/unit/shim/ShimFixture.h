@@ -5,9 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,10 +13,12 @@
 #include "runtime/Guids.h"
 #include "shim/SyntheticAgentShim.h"
 #include "support/ProfilerInfoDouble.h"
+#include "support/CapturedStream.h"
 #include "support/LookupFaults.h"
 #include "offline/HostedRuntime.h"
 #include "support/RealAssemblies.h"
 #include "support/ScopedEnvironment.h"
+#include "support/TextFiles.h"
 
 class ShimFixture : public ::testing::Test {
 protected:
@@ -38,14 +38,10 @@ protected:
     // Runs the shim once over the copy; the log goes to logText.
     HRESULT define(bool dotnetCore, bool attached) {
         info->metaDataResult = metaDataResult;
-        char* buffer = nullptr;
-        size_t size = 0;
-        FILE* log = open_memstream(&buffer, &size);
+        CapturedStream log;
         SyntheticAgentShim shim;
-        HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), module, log, dotnetCore, attached);
-        fclose(log);
-        logText.assign(buffer, size);
-        free(buffer);
+        HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), module, log.get(), dotnetCore, attached);
+        logText = log.text();
         return hr;
     }
 
@@ -56,12 +52,7 @@ protected:
 
     // Lines of the log that begin with prefix, in order.
     std::vector<std::string> logLines(const std::string& prefix = "") const {
-        std::vector<std::string> lines;
-        std::istringstream log(logText);
-        for (std::string line; std::getline(log, line);) {
-            if (line.starts_with(prefix)) lines.push_back(line);
-        }
-        return lines;
+        return linesStartingWith(splitLines(logText), prefix);
     }
 
     ScopedEnvironment environment;
