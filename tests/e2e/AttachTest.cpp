@@ -50,8 +50,8 @@ TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
     // The agent's view of its environment: the tool's lines first, then the
     // profile and the agent name of the start-up.
     e2e::touch(install, "environment");
-    ASSERT_TRUE(waitUntil([&] { return e2e::readFile(install.workDir() + "/native.txt").find("environment:") != std::string::npos; }));
-    const std::string environment = e2e::readFile(install.workDir() + "/native.txt");
+    ASSERT_TRUE(waitUntil([&] { return readFile(install.workDir() + "/native.txt").find("environment:") != std::string::npos; }));
+    const std::string environment = readFile(install.workDir() + "/native.txt");
     const size_t tool = environment.find("tool.key=tool value\n");
     const size_t profile = environment.find("com.tarn.harrowlite.agentProfile=", tool);
     const size_t name = environment.find("com.tarn.harrowlite.agentName=Reload", profile);

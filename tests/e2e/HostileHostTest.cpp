@@ -15,8 +15,6 @@
 namespace {
 
 using e2e::AgentInstall;
-using e2e::joinLines;
-using e2e::linesStartingWith;
 
 const char kByteOrderMark[] = "\xEF\xBB\xBF";
 
@@ -108,7 +106,7 @@ TEST(HostileHost, ProgramsRunUnchangedAndTheLogSaysWhatHappened) {
         EXPECT_FALSE(run.timedOut) << why;
         EXPECT_EQ(run.exitCode, reference.exitCode) << why;
         EXPECT_EQ(run.out, reference.out) << why;
-        EXPECT_FALSE(linesStartingWith(e2e::splitLines(log), c.logged).empty()) << why;
+        EXPECT_FALSE(linesStartingWith(splitLines(log), c.logged).empty()) << why;
     }
 }
 

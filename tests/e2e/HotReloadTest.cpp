@@ -14,8 +14,6 @@ namespace {
 using e2e::AgentInstall;
 using e2e::lastCall;
 using e2e::waitUntil;
-using e2e::joinLines;
-using e2e::linesStartingWith;
 
 std::string select(const std::string& methods) {
     std::string lines;
@@ -34,7 +32,7 @@ TEST(HotReload, ARunningProgramFollowsItsDirectives) {
     install.writeProfile();
     e2e::RunningReload program(install, install.options());
     auto touch = [&](const std::string& name) { e2e::touch(install, name); };
-    auto native = [&] { return e2e::readFile(install.workDir() + "/native.txt"); };
+    auto native = [&] { return readFile(install.workDir() + "/native.txt"); };
     auto why = [&] {
         return "--- native.txt ---\n" + native() + "--- native log ---\n" + install.logText() + "--- record tail ---\n" +
                joinLines(linesStartingWith(install.record(), "pushTrace 0 System.String:"));

@@ -15,7 +15,7 @@ TEST(Install, AProgramRunsTracedFromAnInstalledAgentHome) {
     const std::string home = e2e::newWorkDir() + "/tarn";
     const std::string install = std::string(TARN_CMAKE) + " --install " + TARN_BUILD_DIR + " --prefix " + home +
                                 " > " + home + ".install.txt 2>&1";
-    ASSERT_EQ(std::system(install.c_str()), 0) << e2e::readFile(home + ".install.txt");
+    ASSERT_EQ(std::system(install.c_str()), 0) << readFile(home + ".install.txt");
     for (const char* file : {"tarn.NativeProfiler.so", "default.properties", "directives.fmd", "AgentProfile.config",
                              "OPERATING.md", "bin/netcore/README.txt"}) {
         EXPECT_TRUE(std::filesystem::exists(home + "/" + file)) << file;
@@ -38,7 +38,7 @@ TEST(Install, AProgramRunsTracedFromAnInstalledAgentHome) {
     EXPECT_NE(log.find("Instrumented [Traced]Traced.Subject::"), std::string::npos) << log;
     EXPECT_NE(log.find("Looking for agent at " + home + "/bin/netcore/tarn.Agent.dll"), std::string::npos) << log;
     EXPECT_NE(log.find("Profiler account:"), std::string::npos) << log;
-    EXPECT_NE(e2e::readFile(home + "/record.txt").find("initTrace "), std::string::npos);
+    EXPECT_NE(readFile(home + "/record.txt").find("initTrace "), std::string::npos);
 }
 
 }  // namespace

@@ -10,8 +10,6 @@
 
 namespace e2e {
 
-using ::joinLines, ::linesStartingWith, ::readFile, ::splitLines;
-
 struct RunOptions {
     std::vector<std::string> args;
     std::map<std::string, std::string> env;  // set on top of the inherited environment

@@ -80,11 +80,11 @@ protected:
         EXPECT_FALSE(result.timedOut) << result.describe();
         EXPECT_EQ(result.exitCode, 0) << result.describe();
         EXPECT_EQ(result.out, reference.out) << result.describe();
-        return e2e::splitLines(e2e::readFile(install.workDir() + "/samples.txt"));
+        return splitLines(readFile(install.workDir() + "/samples.txt"));
     }
 
     std::string why(const std::vector<std::string>& lines) {
-        return "--- samples.txt ---\n" + e2e::joinLines(lines) + "\n--- native log ---\n" + install.logText();
+        return "--- samples.txt ---\n" + joinLines(lines) + "\n--- native log ---\n" + install.logText();
     }
 
     AgentInstall install;

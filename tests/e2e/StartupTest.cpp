@@ -16,8 +16,6 @@
 namespace {
 
 using e2e::AgentInstall;
-using e2e::joinLines;
-using e2e::linesStartingWith;
 
 int jitted(const e2e::RunResult& run) {
     size_t at = run.err.find("jitted=");
@@ -107,7 +105,7 @@ TEST(Startup, DotnetInternalCommandLeavesTheProfilerIdle) {
     const std::string built = std::string(TARN_E2E_DIR) + "/Hello/Hello";
     const std::string tool = install.workDir() + "/MSBuild";
     for (const std::string suffix : {".dll", ".runtimeconfig.json"}) {
-        std::ofstream(tool + suffix, std::ios::binary) << e2e::readFile(built + suffix);
+        std::ofstream(tool + suffix, std::ios::binary) << readFile(built + suffix);
     }
     auto options = install.options({"4"});
     options.env["TARN_E2E_REPORT_MAPS"] = "1";
@@ -163,7 +161,7 @@ TEST(Startup, RefusedProcessesRunUntouched) {
         EXPECT_EQ(run.out, reference.out) << c.name << "\n" << install.explain(run);
         EXPECT_FALSE(run.mapsOurLibrary()) << c.name << "\n" << install.explain(run);
         EXPECT_TRUE(linesStartingWith(log, "Module Loaded").empty()) << c.name << "\n" << install.explain(run);
-        EXPECT_EQ(e2e::readFile(install.workDir() + "/record.txt"), "") << c.name;
+        EXPECT_EQ(readFile(install.workDir() + "/record.txt"), "") << c.name;
         if (c.logLine != nullptr) {
             EXPECT_EQ(linesStartingWith(log, c.logLine).size(), 1u) << c.name << "\n" << install.explain(run);
         } else {
@@ -178,7 +176,7 @@ TEST(Startup, RefusedProcessesRunUntouched) {
 // An agent that cannot be loaded leaves the program running untraced, with
 // one line in the native log that says what failed.
 TEST(Startup, AgentThatCannotBeLoadedLeavesTheProgramUntraced) {
-    const std::string real = e2e::readFile(std::string(TARN_E2E_DIR) + "/agent/tarn.Agent.dll");
+    const std::string real = readFile(std::string(TARN_E2E_DIR) + "/agent/tarn.Agent.dll");
     struct Case {
         const char* name;
         std::string content;  // of tarn.Agent.dll; none: no file at all
@@ -190,7 +188,7 @@ TEST(Startup, AgentThatCannotBeLoadedLeavesTheProgramUntraced) {
         {"empty agent", "", true, "format"},
         {"truncated agent", real.substr(0, real.size() / 3), true, "format"},
         {"text for an agent", "not an assembly\n", true, "format"},
-        {"agent without the class", e2e::readFile(std::string(TARN_E2E_DIR) + "/Hello/Hello.dll"), true,
+        {"agent without the class", readFile(std::string(TARN_E2E_DIR) + "/Hello/Hello.dll"), true,
          "Object reference not set"},
     };
     auto plain = e2e::runPlain("Hello");

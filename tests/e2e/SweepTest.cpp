@@ -17,8 +17,6 @@
 namespace {
 
 using e2e::AgentInstall;
-using e2e::joinLines;
-using e2e::linesStartingWith;
 
 // "Failed to instrument [A]C::M - 0x80004005(02) - [functionID = ...] (reason)":
 // the result, the stage and the reason, where the line gives one.

@@ -15,8 +15,6 @@
 namespace {
 
 using e2e::AgentInstall;
-using e2e::joinLines;
-using e2e::linesStartingWith;
 
 std::string allMethodsOf(const std::string& assembly) {
     return "IdentifyAssemblyAs: " + assembly + " Everything\n"

@@ -30,6 +30,14 @@ std::string globalFilterLog(IDirectiveController& controller, bool dynamic = fal
     return PolicyFixture::written([&](FILE* log) { filter->logFilter(log); });
 }
 
+// Directive lines, a method of the shop, and the answer the test asks for it.
+struct Case {
+    const char* text;
+    const char16_t* type;
+    const char16_t* method;
+    bool answer;
+};
+
 const char* const kEverything =
     "IdentifyAllClassesAs: All\n"
     "TraceAllMethodsIfFlagged: All\n"
@@ -67,12 +75,6 @@ TEST_F(DirectiveLanguage, GlobalSkipsVetoEveryFlag) {
 }
 
 TEST_F(DirectiveLanguage, DynamicInstrumentationSkipsFillOnlyTheirFilter) {
-    struct Case {
-        const char* text;
-        const char16_t* type;
-        const char16_t* method;
-        bool skipped;
-    };
     const Case cases[] = {
         {"SkipDynamicInstrumentationAssembly: PolicyShapes\n", u"Shop.Order", u"Place", true},
         {"SkipDynamicInstrumentationAssemblyPrefix: [Poli\n", u"Shop.Order", u"Place", true},
@@ -95,7 +97,7 @@ TEST_F(DirectiveLanguage, DynamicInstrumentationSkipsFillOnlyTheirFilter) {
     for (const Case& test : cases) {
         auto controller = directives(std::string(kEverything) + test.text);
         IMetaDataContext* method = at({test.type}, test.method);
-        EXPECT_EQ(controller->getDynamicInstrumentationSkips()->skipClassMethod(method), test.skipped) << test.text;
+        EXPECT_EQ(controller->getDynamicInstrumentationSkips()->skipClassMethod(method), test.answer) << test.text;
         EXPECT_FALSE(controller->getSkips()->skipClassMethod(method)) << test.text;
         EXPECT_TRUE(selects(*controller, method)) << test.text;
     }
@@ -228,12 +230,6 @@ TEST_F(DirectiveLanguage, MethodSelectionKeywords) {
 }
 
 TEST_F(DirectiveLanguage, OneLineFormsMakeLiveAnonymousGroups) {
-    struct Case {
-        const char* text;
-        const char16_t* type;
-        const char16_t* method;
-        bool selected;
-    };
     const Case cases[] = {
         {"TraceAllMethodsOfClass: Shop.Invoice", u"Shop.Invoice", u"Cancel", true},
         {"TraceAllMethodsWithThresholdOfClass: Shop.Invoice", u"Shop.Invoice", u"Issue", true},
@@ -250,7 +246,7 @@ TEST_F(DirectiveLanguage, OneLineFormsMakeLiveAnonymousGroups) {
     };
     for (const Case& test : cases) {
         auto controller = directives(std::string(test.text) + "\n");
-        EXPECT_EQ(selects(*controller, at({test.type}, test.method)), test.selected) << test.text;
+        EXPECT_EQ(selects(*controller, at({test.type}, test.method)), test.answer) << test.text;
         EXPECT_THAT(groupNames(*controller), ElementsAre("Anonymous_0")) << test.text;
     }
 

@@ -102,8 +102,7 @@ namespace Traced
             {
                 Console.WriteLine("caught=" + e.GetType().Name + ":" + e.Message);
             }
-            if (args.Length > 1 && args[1] == "generic-methods")
-                GenericMethods(box);
+            GenericMethods(box);
             return args.Length > 0 ? int.Parse(args[0]) : 0;
         }
 
