@@ -4,7 +4,6 @@
 // profile, and a recording engine in place of the real one.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <tuple>
 
 #include "ProfilerCallbackTestAccess.h"
@@ -65,16 +64,6 @@ StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::str
     return setup;
 }
 
-// The line of an instrumentation outcome, as the compile path writes it; a
-// failure ends in its reason.
-std::string outcomeLine(const char* word, const std::string& method, const char* code, FunctionID id,
-                        const char* reason = nullptr) {
-    char text[64];
-    snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(id));
-    std::string why = reason != nullptr ? std::string(" (") + reason + ")" : "";
-    return std::string(word) + " " + method + " - " + code + " - [functionID = " + text + "]" + why + "\n";
-}
-
 bool logHas(const StartupOutcome& outcome, const std::string& text) {
     return outcome.log.find(text) != std::string::npos;
 }
@@ -98,11 +87,6 @@ TEST(CompilePath, OnlySelectedMethodsReachTheEngineAndAreLogged) {
     ASSERT_EQ(outcome.result, S_OK) << outcome.log;
     EXPECT_EQ(outcome.notes, std::string("0000000\n") + kPlaceName + ";" + kPostName +
                                  ";[PolicyShapes]Program::Main;" + kPlaceName + ";")
-        << outcome.log;
-    EXPECT_TRUE(logHas(outcome, outcomeLine("Instrumented", kPlaceName, "0x0(12)", kPlace) +
-                                    outcomeLine("Instrumented", kPostName, "0x0(12)", kPost) +
-                                    outcomeLine("Instrumented", "[PolicyShapes]Program::Main", "0x0(12)", kMain) +
-                                    outcomeLine("Instrumented", kPlaceName, "0x0(00)", kPlace)))
         << outcome.log;
     // Unselected methods leave no line while the uninstrumented ones are not logged.
     for (const char* method : {"::Dispose", "::Cancel", "::GetName"}) {
@@ -153,12 +137,12 @@ TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
         {{"harrowlite.nativeprofiler.logAllMethodsNoticed", "true"}}));
     ASSERT_EQ(outcome.result, S_OK) << outcome.log;
     EXPECT_EQ(outcome.notes, std::string("0000\n") + kPlaceName + ";" + kPostName + ";");
-    // The failure line carries the result and the stage; the method is not
-    // reported as processed, and the runtime compiles its own body.
-    EXPECT_TRUE(logHas(outcome, outcomeLine("Failed to instrument", kPlaceName, "0x80004005(07)", kPlace,
-                                                "Cannot resolve the trace functions") +
-                                    outcomeLine("Instrumented", kPostName, "0x0(12)", kPost) + "Processed " +
-                                    kPostName + " \nProcessed " + kDisposeName + " \n"))
+    // The failure line carries the result, the stage and the reason; the
+    // method is not reported as processed, and the runtime compiles its own body.
+    EXPECT_TRUE(logHas(outcome, std::string("Failed to instrument ") + kPlaceName +
+                                    " - 0x80004005(07) - [functionID = 0xa100] (Cannot resolve the trace functions)\n"))
+        << outcome.log;
+    EXPECT_TRUE(logHas(outcome, std::string("Processed ") + kPostName + " \nProcessed " + kDisposeName + " \n"))
         << outcome.log;
     EXPECT_FALSE(logHas(outcome, std::string("Processed ") + kPlaceName)) << outcome.log;
 }
@@ -237,10 +221,6 @@ TEST(CompilePath, FirstMethodAfterAttachIsForcedThroughTheEngineAndReverted) {
         const std::string firstLine = *c.firstReachesEngine == 0 ? "" : std::string(c.firstReachesEngine) + ";";
         EXPECT_EQ(outcome.notes, firstLine + "\n" + (c.reverted ? "revert 1 " : "") + "0\n" + (c.reverted ? "1" : "0"))
             << c.name << "\n" << outcome.log;
-        if (*c.firstReachesEngine != 0) {
-            EXPECT_TRUE(logHas(outcome, outcomeLine("Instrumented", c.firstReachesEngine, "0x0(12)", c.first)))
-                << c.name << "\n" << outcome.log;
-        }
     }
 }
 
