@@ -97,11 +97,7 @@ std::vector<AssemblyBodies::Body> AssemblyBodies::bodies(unsigned int* outOfBoun
 }
 
 std::string AssemblyBodies::methodName(uint32_t methodRow) const {
-    char16_t name[1024] = {};
-    ULONG length = 0;
-    import->GetMethodProps(TokenFromRid(methodRow, mdtMethodDef), nullptr, name, 1024, &length, nullptr, nullptr,
-                           nullptr, nullptr, nullptr);
-    return RealAssemblies::narrow(name);
+    return RealAssemblies::nameOf(import, TokenFromRid(methodRow, mdtMethodDef));
 }
 
 std::vector<AssemblyBodies::Blob> AssemblyBodies::signatures(CorTokenType table) const {

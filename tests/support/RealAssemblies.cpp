@@ -52,6 +52,24 @@ mdMethodDef RealAssemblies::findMethod(IMetaDataImport* import, mdTypeDef type, 
     return SUCCEEDED(hr) && count == 1 ? token : 0;
 }
 
+std::span<const unsigned char> RealAssemblies::signatureOf(IMetaDataImport* import, mdMethodDef method) {
+    PCCOR_SIGNATURE signature = nullptr;
+    ULONG length = 0;
+    import->GetMethodProps(method, nullptr, nullptr, 0, nullptr, nullptr, &signature, &length, nullptr, nullptr);
+    return {signature, length};
+}
+
+std::string RealAssemblies::nameOf(IMetaDataImport* import, mdToken member) {
+    char16_t name[1024] = {};
+    ULONG length = 0;
+    if (TypeFromToken(member) == mdtMemberRef) {
+        import->GetMemberRefProps(member, nullptr, name, 1024, &length, nullptr, nullptr);
+    } else {
+        import->GetMethodProps(member, nullptr, name, 1024, &length, nullptr, nullptr, nullptr, nullptr, nullptr);
+    }
+    return narrow(name);
+}
+
 mdTypeDef RealAssemblies::findNestedType(IMetaDataImport* import, std::initializer_list<const char16_t*> path) {
     mdTypeDef type = 0;
     for (const char16_t* name : path) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <span>
 #include <string>
 
 #include "platform/AutoPointer.h"
@@ -28,6 +29,10 @@ public:
     static mdTypeDef findNestedType(IMetaDataImport* import, std::initializer_list<const char16_t*> path);
     // The first method of that name in the type; 0 if absent.
     static mdMethodDef findMethod(IMetaDataImport* import, mdTypeDef type, const char16_t* name);
+    // The signature of a method definition; empty if it has none.
+    static std::span<const unsigned char> signatureOf(IMetaDataImport* import, mdMethodDef method);
+    // The name of a method definition or member reference.
+    static std::string nameOf(IMetaDataImport* import, mdToken member);
     // A type reference by scope and name; 0 if absent.
     static mdTypeRef findTypeRef(IMetaDataImport* import, const char16_t* name);
 

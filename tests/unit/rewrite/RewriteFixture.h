@@ -76,11 +76,7 @@ protected:
         import->EnumMethodsWithName(&enumerator, type(typeName), name, tokens, 16, &count);
         import->CloseEnum(enumerator);
         for (ULONG i = 0; i < count; ++i) {
-            PCCOR_SIGNATURE signature = nullptr;
-            ULONG length = 0;
-            import->GetMethodProps(tokens[i], nullptr, nullptr, 0, nullptr, nullptr, &signature, &length, nullptr,
-                                   nullptr);
-            if (parameters < 0 || static_cast<int>(signature[1]) == parameters) return tokens[i];
+            if (parameters < 0 || RealAssemblies::signatureOf(import, tokens[i])[1] == parameters) return tokens[i];
         }
         ADD_FAILURE() << "no method " << RealAssemblies::narrow(name);
         return 0;
@@ -100,11 +96,8 @@ protected:
     }
 
     bool returnsValue(ModuleID module, mdMethodDef token) {
-        PCCOR_SIGNATURE signature = nullptr;
-        ULONG length = 0;
-        info->importOf(module)->GetMethodProps(token, nullptr, nullptr, 0, nullptr, nullptr, &signature, &length,
-                                               nullptr, nullptr);
-        return ILVerifier::returnsValue(signature, length);
+        const auto signature = RealAssemblies::signatureOf(info->importOf(module), token);
+        return ILVerifier::returnsValue(signature.data(), static_cast<uint32_t>(signature.size()));
     }
 
     AutoCOMPointer<ProfilerInfoDouble> info;
