@@ -21,12 +21,13 @@ void AgentInstall::directives(const std::string& lines) {
     set("harrowlite.fieldmark.directivesFile", "program.fmd");
 }
 
-void AgentInstall::removeAgent() const {
-    std::remove((agentDirectory() + "/bin/netcore/tarn.Agent.dll").c_str());
-}
-
-void AgentInstall::replaceAgent(const std::string& content) const {
-    writeFile(agentDirectory() + "/bin/netcore/tarn.Agent.dll", content);
+void AgentInstall::replaceAgent(const std::optional<std::string>& content) const {
+    const std::string agent = agentDirectory() + "/bin/netcore/tarn.Agent.dll";
+    if (content) {
+        writeFile(agent, *content);
+    } else {
+        std::remove(agent.c_str());
+    }
 }
 
 RunOptions AgentInstall::options(std::vector<std::string> args) const {
@@ -41,6 +42,23 @@ RunResult AgentInstall::run(const std::string& program, RunOptions options) cons
     writeProfile();
     options.workDir = root;
     return runProgram(program, options);
+}
+
+Comparison AgentInstall::compare(const std::string& program, RunOptions options) const {
+    Comparison result;
+    result.reference = runPlain(program, options.args);
+    result.run = run(program, std::move(options));
+    result.log = log();
+    result.why = explain(result.run);
+    return result;
+}
+
+::testing::AssertionResult Comparison::unchanged() const {
+    if (!run.timedOut && run.exitCode == reference.exitCode && run.out == reference.out) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "the profiled run differs from the plain one, which ended with "
+                                         << reference.exitCode << " and printed\n" << reference.out << why;
 }
 
 void AgentInstall::writeProfile() const {

@@ -5,13 +5,27 @@
 // The native log and the agent's record land in the same directory.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "ProgramRun.h"
 
 namespace e2e {
+
+// A program run without the profiler and then under it, in an installation.
+struct Comparison {
+    RunResult reference;
+    RunResult run;
+    std::vector<std::string> log;  // the native log of the profiled run
+    std::string why;               // the profiled run and its log, for failure messages
+
+    // The profiled run ended by itself as the plain one did, printing the same.
+    ::testing::AssertionResult unchanged() const;
+};
 
 class AgentInstall {
 public:
@@ -32,14 +46,15 @@ public:
     std::string write(const std::string& relative, const std::string& text) const;
     // Directive lines, read through "harrowlite.fieldmark.directivesFile".
     void directives(const std::string& lines);
-    // Takes the agent away, or puts a file of the given content in its place.
-    void removeAgent() const;
-    void replaceAgent(const std::string& content) const;
+    // Puts a file of the given content in the agent's place, or with none takes the agent away.
+    void replaceAgent(const std::optional<std::string>& content) const;
 
     // Options for runProgram: this directory, the profile variable, the record file.
     RunOptions options(std::vector<std::string> args = {}) const;
     // Writes the profile and runs the program in this installation.
     RunResult run(const std::string& program, RunOptions options) const;
+    // Runs the program without the profiler, then with options in this installation.
+    Comparison compare(const std::string& program, RunOptions options) const;
 
     // The native log of the run (one file per process, named after it).
     std::vector<std::string> log() const;

@@ -35,9 +35,8 @@ TEST(Sweep, EveryMethodOfAWebServiceAndTheFrameworkBelowIt) {
     // slow the run down.
     options.env["TARN_AGENT_RECORD"] = "";
     options.timeoutSeconds = 600;
-    auto reference = e2e::runPlain("Service");
-    auto run = install.run("Service", options);
-    auto log = install.log();
+    const e2e::Comparison run = install.compare("Service", options);
+    const std::vector<std::string>& log = run.log;
 
     // A method compiled again (another instantiation) is logged again with
     // stage 0: each is counted once, by the outcome of its first attempt.
@@ -56,14 +55,14 @@ TEST(Sweep, EveryMethodOfAWebServiceAndTheFrameworkBelowIt) {
     }
     std::cout << "methods instrumented: " << instrumented << "\n";
     for (const auto& [kind, count] : refusals) std::cout << "refused " << count << ": " << kind << "\n";
-    const std::string why = run.describe() + "--- native log (failures) ---\n" +
+    const std::string why = run.run.describe() + "--- native log (failures) ---\n" +
                             joinLines(linesStartingWith(log, "Failed"));
 
-    ASSERT_EQ(reference.exitCode, 0) << reference.describe();
-    ASSERT_NE(reference.out.find("total: 200 {\"count\":3,\"sum\":7.50}\n"), std::string::npos) << reference.describe();
-    EXPECT_EQ(run.exitCode, reference.exitCode) << why;
-    EXPECT_EQ(run.out, reference.out) << why;
-    EXPECT_EQ(run.err, reference.err) << why;
+    ASSERT_EQ(run.reference.exitCode, 0) << run.reference.describe();
+    ASSERT_NE(run.reference.out.find("total: 200 {\"count\":3,\"sum\":7.50}\n"), std::string::npos)
+        << run.reference.describe();
+    EXPECT_TRUE(run.unchanged());
+    EXPECT_EQ(run.run.err, run.reference.err) << why;
     // The rewriting reached every layer: the core library, the web framework,
     // both serialisers and the service itself.
     for (const std::string assembly : {"System.Private.CoreLib", "Microsoft.AspNetCore.Server.Kestrel.Core",

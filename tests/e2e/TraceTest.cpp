@@ -112,7 +112,10 @@ TEST_F(TraceTest, ProgramBehavesAsWithoutTheProfilerAndOnlySelectedMethodsAreRew
     EXPECT_NE(run.out.find("caught=InvalidOperationException:bad 5\n"), std::string::npos) << why();
 
     // Start-up and the first module.
-    EXPECT_EQ(linesStartingWith(log, "Runtime Info: Core CLR (0x2) version " + e2e::runtimeVersion()).size(), 1u)
+    EXPECT_EQ(linesStartingWith(log, "Runtime Info: Core CLR (0x2) version " + e2e::runtimeVersion() + " (" +
+                                         e2e::runtimeMajor() + ".0_")
+                  .size(),
+              1u)
         << why();
     EXPECT_EQ(linesStartingWith(log, "Defined Synthetic Shim").size(), 1u) << why();
     EXPECT_EQ(linesStartingWith(log, "Module Loaded System.Private.CoreLib (").size(), 1u) << why();
