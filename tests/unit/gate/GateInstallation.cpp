@@ -23,12 +23,8 @@ ProbeProcess GateInstallation::run(const std::string& hostName, const std::vecto
     return ProbeProcess::run(host(hostName), arguments, environment, scratch.path(), "");
 }
 
-std::string GateInstallation::diagnosticLogPath(const std::string& programName) const {
-    return home() + "/logs/nativeprofiler_diagnostic_" + programName + ".log";
-}
-
 std::vector<std::string> GateInstallation::diagnosticLog(const std::string& programName) const {
-    return splitLines(readFile(diagnosticLogPath(programName)));
+    return splitLines(readFile(home() + "/logs/nativeprofiler_diagnostic_" + programName + ".log"));
 }
 
 std::vector<std::string> linesAfterDump(const std::vector<std::string>& log) {

@@ -30,7 +30,6 @@ public:
 
     // Lines of the diagnostic log of a program, empty if there is none.
     std::vector<std::string> diagnosticLog(const std::string& programName) const;
-    std::string diagnosticLogPath(const std::string& programName) const;
 };
 
 // The lines of the diagnostic log that come after the environment dump.

@@ -11,27 +11,15 @@
 #include <vector>
 
 #include "metadata/IMetaDataContext.h"
-#include "offline/HostedRuntime.h"
-#include "support/ProfilerInfoDouble.h"
-#include "support/RealAssemblies.h"
+#include "support/RealMetadataFixture.h"
 
-class MetaDataFixture : public ::testing::Test {
+class MetaDataFixture : public RealMetadataFixture {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
-        info = ProfilerInfoDouble::newInstance();
-        shapes = info->addModule(RealAssemblies::testAsset("MetadataShapes"));
-        ASSERT_NE(shapes, 0u) << "cannot open " << RealAssemblies::testAsset("MetadataShapes");
+        RealMetadataFixture::SetUp();
+        ASSERT_NE(shapes = module(RealAssemblies::testAsset("MetadataShapes")), 0u);
         context.reset(IMetaDataContext::newInstance(info));
         ASSERT_NE(context, nullptr);
-    }
-
-    mdTypeDef typeIn(ModuleID module, std::initializer_list<const char16_t*> path) {
-        return RealAssemblies::findNestedType(info->importOf(module), path);
-    }
-
-    mdMethodDef methodIn(ModuleID module, std::initializer_list<const char16_t*> path, const char16_t* method) {
-        return RealAssemblies::findMethod(info->importOf(module), typeIn(module, path), method);
     }
 
     FunctionID function(ModuleID module, std::initializer_list<const char16_t*> path, const char16_t* method) {
@@ -79,7 +67,6 @@ protected:
         return names;
     }
 
-    AutoCOMPointer<ProfilerInfoDouble> info;
     ModuleID shapes = 0;
     std::unique_ptr<IMetaDataContext> context;
 };

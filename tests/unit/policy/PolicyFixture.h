@@ -16,37 +16,19 @@
 #include "SteeredContext.h"
 #include "metadata/IMetaDataContext.h"
 #include "policy/IDirectiveController.h"
-#include "offline/HostedRuntime.h"
-#include "support/ProfilerInfoDouble.h"
-#include "support/RealAssemblies.h"
+#include "support/RealMetadataFixture.h"
 #include "support/TextFiles.h"
 
-class PolicyFixture : public ::testing::Test {
+class PolicyFixture : public RealMetadataFixture {
 public:
     // What write puts into a fresh temporary file.
     static std::string written(const std::function<void(FILE*)>& write);
 
 protected:
     void SetUp() override {
-        ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
-        info = ProfilerInfoDouble::newInstance();
-        shop = info->addModule(RealAssemblies::testAsset("PolicyShapes"));
-        ASSERT_NE(shop, 0u) << "cannot open " << RealAssemblies::testAsset("PolicyShapes");
+        RealMetadataFixture::SetUp();
+        ASSERT_NE(shop = module(RealAssemblies::testAsset("PolicyShapes")), 0u);
         context = std::make_unique<SteeredContext>(info);
-    }
-
-    ModuleID module(const std::string& path) {
-        ModuleID id = info->addModule(path);
-        EXPECT_NE(id, 0u) << "cannot open " << path;
-        return id;
-    }
-
-    mdTypeDef typeIn(ModuleID where, std::initializer_list<const char16_t*> path) {
-        return RealAssemblies::findNestedType(info->importOf(where), path);
-    }
-
-    mdMethodDef methodIn(ModuleID where, std::initializer_list<const char16_t*> path, const char16_t* method) {
-        return RealAssemblies::findMethod(info->importOf(where), typeIn(where, path), method);
     }
 
     // Positions the context on a method; the ClassID follows the type, so
@@ -87,7 +69,6 @@ protected:
     std::unique_ptr<IDirectiveController> directives(const std::string& text, HRESULT* status = nullptr,
                                                      FILE* log = nullptr);
 
-    AutoCOMPointer<ProfilerInfoDouble> info;
     ModuleID shop = 0;
     std::unique_ptr<SteeredContext> context;
 };

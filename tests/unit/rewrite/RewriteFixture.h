@@ -15,11 +15,9 @@
 #include "rewrite/Profiler.h"
 #include "runtime/Guids.h"
 #include "support/CapturedStream.h"
-#include "offline/HostedRuntime.h"
 #include "support/ILVerifier.h"
-#include "support/RealAssemblies.h"
+#include "support/RealMetadataFixture.h"
 #include "support/RefusingProfilerController.h"
-#include "support/ProfilerInfoDouble.h"
 
 // The controller as the engine sees it: a log, a shim setting, and logging of
 // methods left as they are; any other call is a fault of the engine.
@@ -47,13 +45,11 @@ struct Rewrite {
     const unsigned char* body = nullptr;  // as installed, null if none
 };
 
-class RewriteFixture : public ::testing::Test {
+class RewriteFixture : public RealMetadataFixture {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
-        info = ProfilerInfoDouble::newInstance();
-        shapes = info->addWritableModule(RealAssemblies::testAsset("RewriteShapes"));
-        ASSERT_NE(shapes, 0u);
+        RealMetadataFixture::SetUp();
+        ASSERT_NE(shapes = module(RealAssemblies::testAsset("RewriteShapes"), true), 0u);
         controller.log = log.get();
         context.reset(IMetaDataContext::newInstance(info.get()));
         profiler.reset(Profiler::newInstance(info.get(), 4, true, &controller));
@@ -62,10 +58,6 @@ protected:
 
     std::string logText() { return log.text(); }
 
-    mdTypeDef type(const char16_t* name, ModuleID module = 0) {
-        return RealAssemblies::findType(info->importOf(module == 0 ? shapes : module), name);
-    }
-
     // A method by type and name, in the shapes module; several overloads
     // (constructors) are told apart by their parameter count.
     mdMethodDef method(const char16_t* typeName, const char16_t* name, int parameters = -1) {
@@ -73,7 +65,7 @@ protected:
         HCORENUM enumerator = nullptr;
         mdMethodDef tokens[16];
         ULONG count = 0;
-        import->EnumMethodsWithName(&enumerator, type(typeName), name, tokens, 16, &count);
+        import->EnumMethodsWithName(&enumerator, typeIn(shapes, {typeName}), name, tokens, 16, &count);
         import->CloseEnum(enumerator);
         for (ULONG i = 0; i < count; ++i) {
             if (parameters < 0 || RealAssemblies::signatureOf(import, tokens[i])[1] == parameters) return tokens[i];
@@ -100,7 +92,6 @@ protected:
         return ILVerifier::returnsValue(signature.data(), static_cast<uint32_t>(signature.size()));
     }
 
-    AutoCOMPointer<ProfilerInfoDouble> info;
     ModuleID shapes = 0;
     CapturedStream log;
     EngineController controller;

@@ -146,7 +146,7 @@ TEST_F(TraceInjection, ConstructorsTraceBehindTheBaseCallAndStructsBoxCopiesOfTh
 
     // A struct method: a boxed copy of this at the entry and after the body.
     ILVerifier::Result boxed = verified(rewrite(u"RewriteShapes.Point", u"Sum"));
-    mdTypeDef point_ = type(u"RewriteShapes.Point");
+    mdTypeDef point_ = typeIn(shapes, {u"RewriteShapes.Point"});
     unsigned int copies = 0;
     for (size_t i = 0; i + 2 < boxed.instructions.size(); ++i) {
         if (boxed.instructions[i].opcode == 0x02 && boxed.instructions[i + 1].opcode == kLdobj &&
@@ -219,7 +219,7 @@ class FrameworkRewrite : public RewriteFixture,
                          public ::testing::WithParamInterface<std::pair<const char*, unsigned int>> {};
 
 TEST_P(FrameworkRewrite, EveryBodyVerifiesOrIsRefusedForNativeIntegers) {
-    ModuleID module = info->addWritableModule(RealAssemblies::frameworkAssembly(GetParam().first));
+    const ModuleID module = this->module(RealAssemblies::frameworkAssembly(GetParam().first), true);
     ASSERT_NE(module, 0u);
     IMetaDataImport* import = info->importOf(module);
     unsigned int rewritten = 0;

@@ -12,22 +12,18 @@
 #include "platform/AutoPointer.h"
 #include "runtime/Guids.h"
 #include "shim/SyntheticAgentShim.h"
-#include "support/ProfilerInfoDouble.h"
 #include "support/CapturedStream.h"
 #include "support/LookupFaults.h"
-#include "offline/HostedRuntime.h"
-#include "support/RealAssemblies.h"
+#include "support/RealMetadataFixture.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TextFiles.h"
 
-class ShimFixture : public ::testing::Test {
+class ShimFixture : public RealMetadataFixture {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(HostedRuntime::instance().ready()) << HostedRuntime::instance().error();
-        info = ProfilerInfoDouble::newInstance();
-        module = info->addWritableModule(RealAssemblies::coreLibPath());
-        ASSERT_NE(module, 0u) << "cannot open a copy of the core library for writing";
-        import = info->importOf(module);
+        RealMetadataFixture::SetUp();
+        ASSERT_NE(coreLib = module(RealAssemblies::coreLibPath(), true), 0u);
+        import = info->importOf(coreLib);
         faults = std::make_unique<LookupFaults>(import);
 
         environment.set("com.tarn.harrowlite.agentLocation", nullptr);
@@ -40,7 +36,7 @@ protected:
         info->metaDataResult = metaDataResult;
         CapturedStream log;
         SyntheticAgentShim shim;
-        HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), module, log.get(), dotnetCore, attached);
+        HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), coreLib, log.get(), dotnetCore, attached);
         logText = log.text();
         return hr;
     }
@@ -56,8 +52,7 @@ protected:
     }
 
     ScopedEnvironment environment;
-    AutoCOMPointer<ProfilerInfoDouble> info;
-    ModuleID module = 0;
+    ModuleID coreLib = 0;
     IMetaDataImport* import = nullptr;
     std::unique_ptr<LookupFaults> faults;
     HRESULT metaDataResult = S_OK;

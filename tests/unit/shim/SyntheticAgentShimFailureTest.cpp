@@ -66,8 +66,8 @@ TEST_F(SyntheticAgentShimFailureTest, GetTypeNotFoundLogsEveryLaterStepAndApplie
     EXPECT_TRUE(info->queried().empty());
     // The trace methods and stubs were in before the loader failed; the loader
     // and the class constructor get no body.
-    EXPECT_EQ(info->installedBodies(module).size(), 14u);
-    EXPECT_EQ(info->installedBodies(module).count(methodNamed(shim, u"loadInitTrace")), 0u);
+    EXPECT_EQ(info->installedBodies(coreLib).size(), 14u);
+    EXPECT_EQ(info->installedBodies(coreLib).count(methodNamed(shim, u"loadInitTrace")), 0u);
     EXPECT_EQ(methodNamed(shim, u".cctor"), 0u);
 }
 
