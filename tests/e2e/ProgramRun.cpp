@@ -22,13 +22,9 @@ const char* const kProfilerClsid = "{7C1E42A9-63D0-4B1F-9E25-3AD8F06B17C4}";
 }  // namespace
 
 std::string newWorkDir() {
-    std::string pattern = std::string(TARN_E2E_DIR) + "/run-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (mkdtemp(buffer.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed for " + pattern);
-    }
-    return buffer.data();
+    std::string path = std::string(TARN_E2E_DIR) + "/run-XXXXXX";
+    if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("mkdtemp failed for " + path);
+    return path;
 }
 
 namespace {

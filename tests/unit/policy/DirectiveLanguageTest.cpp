@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 
 #include "PolicyFixture.h"
 #include "policy/ClassMethodFilter.h"
@@ -326,8 +324,7 @@ TEST_F(DirectiveLanguage, BadInputLeavesWhatEarlierLinesBuilt) {
                              "SetFlag: Off\n"
                              "IdentifyClassAs: Shop.Order Off\n"
                              "TraceAllMethodsIfFlagged: Off\n";
-    std::ifstream dll(RealAssemblies::testAsset("PolicyShapes"), std::ios::binary);
-    std::string binary((std::istreambuf_iterator<char>(dll)), std::istreambuf_iterator<char>());
+    const std::string binary = readFile(RealAssemblies::testAsset("PolicyShapes"));
     ASSERT_GT(binary.size(), 1000u);
     const std::string bad[] = {
         binary,

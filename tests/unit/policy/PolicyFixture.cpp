@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "runtime/CorErrors.h"
+#include "support/CapturedStream.h"
 
 void PolicyFixture::forEachMethod(ModuleID where, const std::function<void(IMetaDataContext*)>& visit,
                                   bool withClassIds) {
@@ -48,11 +49,9 @@ std::unique_ptr<IDirectiveController> PolicyFixture::directives(const std::strin
 }
 
 std::string PolicyFixture::written(const std::function<void(FILE*)>& write) {
-    FILE* file = tmpfile();
-    write(file);
-    std::string text = streamText(file);
-    fclose(file);
-    return text;
+    CapturedStream out;
+    write(out.get());
+    return out.text();
 }
 
 namespace {

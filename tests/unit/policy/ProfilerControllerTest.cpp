@@ -13,9 +13,7 @@ namespace {
 
 class ProfilerControllerTest : public ::testing::Test {
 protected:
-    void SetUp() override { info = ProfilerInfoDouble::newInstance(); }
-
-    AutoCOMPointer<ProfilerInfoDouble> info;
+    AutoCOMPointer<ProfilerInfoDouble> info {ProfilerInfoDouble::newInstance()};
 };
 
 std::string executableName() { return std::filesystem::read_symlink("/proc/self/exe").filename().string(); }
