@@ -35,7 +35,7 @@ public:
     };
 
     void methodCompiled(bool selected);
-    // The outcome of one rewrite; reason is the engine's, for a refusal.
+    // The outcome of the first rewrite of a method; reason is the engine's, for a refusal.
     void rewritten(HRESULT result, const char16_t* reason);
     void rejitRequested(unsigned int methods, HRESULT result);
     // The runtime's own compile of a method, from the end of our compile event

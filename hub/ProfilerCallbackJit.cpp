@@ -99,7 +99,8 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
         }
         unsigned int step = 0;
         result = profiler->instrumentMethod(context, &step);
-        account.rewritten(result, profiler->getLastError());
+        // Step 0: another instantiation of a method already decided.
+        if (step != 0) account.rewritten(result, profiler->getLastError());
         if (logEnabled && methodNames(&assembly, &className, &method)) {
             fprintf_8(nativeLog, "%S [%S]%S::%S - 0x%X(%02d) - [functionID = 0x%llx]",
                       SUCCEEDED(result) ? u"Instrumented" : u"Failed to instrument", assembly, className, method,

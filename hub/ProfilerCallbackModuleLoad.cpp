@@ -327,7 +327,7 @@ void ProfilerCallback::instrumentModule(ModuleID moduleId, const char16_t* assem
         if (SUCCEEDED(result)) {
             ProfilerAccount::Timed timed(account, ProfilerAccount::kRewrite);
             result = profiler->instrumentMethod(context, &step);
-            account.rewritten(result, profiler->getLastError());
+            if (step != 0) account.rewritten(result, profiler->getLastError());
         }
         char16_t* assembly = nullptr;
         char16_t* className = nullptr;

@@ -226,7 +226,7 @@ public:
         : method(method), reason(reason), reasonSize(reasonSize) {}
 
     HRESULT run() {
-        if (!readHeader() || !decode() || !readClauses() || !checkPlaces() || !checkRegions() ||
+        if (!readHeader() || !decode() || !readClauses() || !checkPlaces() || !checkRegions() || !checkFilterBlocks() ||
             !checkInstructions() || !readSlotKinds()) {
             return E_FAIL;
         }
@@ -377,6 +377,51 @@ private:
             regions.push_back({clause.TryOffset, static_cast<unsigned int>(tryEnd), true});
             unsigned int handlerBegin = isFilter(clause) ? clause.FilterOffset : clause.HandlerOffset;
             regions.push_back({handlerBegin, static_cast<unsigned int>(handlerEnd), false});
+            if (isFilter(clause)) filterBlocks.push_back({clause.FilterOffset, clause.HandlerOffset, false});
+        }
+        return true;
+    }
+
+    const Region* filterBlockOf(unsigned int offset) const {
+        for (const Region& block : filterBlocks) {
+            if (block.contains(offset)) return &block;
+        }
+        return nullptr;
+    }
+
+    // A filter block is entered only by the runtime and left only by its last
+    // instruction, endfilter: no leave, no rethrow, no branch out of it or
+    // into the handler behind it, no endfilter anywhere else.
+    bool checkFilterBlocks() {
+        for (const Region& block : filterBlocks) {
+            int last = indexAt[block.begin];
+            while (static_cast<unsigned int>(last) + 1 < instructions.size() &&
+                   instructions[static_cast<unsigned int>(last) + 1].offset < block.end) {
+                ++last;
+            }
+            if (instructions[static_cast<unsigned int>(last)].value != kEndFilter) {
+                return fail("The filter at 0x%X does not end with endfilter.", block.begin);
+            }
+        }
+        for (const Decoded& instruction : instructions) {
+            const Region* block = filterBlockOf(instruction.offset);
+            unsigned int value = instruction.value;
+            if (value == kEndFilter && block == nullptr) return fail("endfilter at 0x%X outside a filter.", instruction.offset);
+            if (block == nullptr) {
+                for (unsigned int t = 0; t < instruction.targetCount; ++t) {
+                    if (filterBlockOf(targets[instruction.firstTarget + t]) != nullptr) {
+                        return fail("Branch at 0x%X enters a filter.", instruction.offset);
+                    }
+                }
+                continue;
+            }
+            if (effectOf(value).flow == Flow::Leave) return fail("leave at 0x%X inside a filter.", instruction.offset);
+            if (value == kRethrow) return fail("rethrow at 0x%X inside a filter.", instruction.offset);
+            for (unsigned int t = 0; t < instruction.targetCount; ++t) {
+                if (!block->contains(targets[instruction.firstTarget + t])) {
+                    return fail("Branch at 0x%X leaves a filter.", instruction.offset);
+                }
+            }
         }
         return true;
     }
@@ -546,6 +591,12 @@ private:
         Kind pushed = producedKind(instruction.value);
         if (effect.flow == Flow::Call) {
             if (!applyCall(instruction, stack)) return false;
+        } else if (instruction.value == kEndFilter) {
+            // The filter's answer: one number, nothing else.
+            if (depth != 1 || stack[0] == kObject) {
+                return fail("endfilter at 0x%X without exactly one number on the stack.", instruction.offset);
+            }
+            return true;
         } else if (effect.flow == Flow::Return) {
             unsigned int expected = method.returnsValue ? 1 : 0;
             if (depth != expected) return fail("ret at 0x%X with %u values on the stack.", instruction.offset, depth);
@@ -607,6 +658,8 @@ private:
     }
 
     static constexpr unsigned int kNone = ~0u;
+    static constexpr unsigned int kEndFilter = 0x11FE;
+    static constexpr unsigned int kRethrow = 0x1AFE;
 
     const VerifiedMethod& method;
     char16_t* reason;
@@ -620,6 +673,7 @@ private:
     std::vector<int> indexAt;
     std::vector<IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT> clauses;
     std::vector<Region> regions;  // per clause: its try block, then its handler (with its filter)
+    std::vector<Region> filterBlocks;  // from a filter's start to its handler's
     std::vector<unsigned char> argumentKinds;
     std::vector<unsigned char> localKinds;
     std::vector<int> depthAt;

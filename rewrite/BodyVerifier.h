@@ -4,11 +4,12 @@
 //
 // It decodes with the rewrite's opcode table and walks every path: branch,
 // switch and clause places on instruction starts; blocks entered only at a
-// try's start and left only by leave, throw or the handler's own end; clauses
-// nested; the stack depth equal where paths meet, empty at a try's start,
-// never below zero nor above MaxStack; argument and local numbers in range;
-// `tail.` followed by a call and ret; and no unboxed value or pointer handed
-// where a call expects an object.
+// try's start and left only by leave, throw or the handler's own end; filter
+// blocks left only by their last instruction, endfilter, with one number on
+// the stack; clauses nested; the stack depth equal where paths meet, empty
+// at a try's start, never below zero nor above MaxStack; argument and local
+// numbers in range; `tail.` followed by a call and ret; and no unboxed value
+// or pointer handed where a call expects an object.
 //
 // Contract: no lock inside, nothing thrown, nothing kept between calls.
 #pragma once

@@ -8,11 +8,14 @@
 
 class IVarTypeSpecTokenGetter {
 public:
+    // The most generic parameters that the rewrite can box.
+    static constexpr unsigned int kParameterLimit = 10;
+
     // Null if it cannot be made.
     static IVarTypeSpecTokenGetter* newTokenGetter(ICorProfilerInfo* info, unsigned char elementType);
 
     virtual ~IVarTypeSpecTokenGetter() = default;
 
-    // E_FAIL for a number of 10 or more.
+    // E_FAIL for a number of kParameterLimit or more.
     [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned char number, unsigned int* token) = 0;
 };

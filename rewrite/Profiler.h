@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <map>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -158,7 +159,13 @@ private:
 
     ICorProfilerInfo* info;
     unsigned int clrVersion;
-    std::map<MethodKey, HRESULT> methodHistory;
+    // How each method's first rewrite ended, and why it failed: later
+    // instantiations of the method get the same answer and the same reason.
+    struct Outcome {
+        HRESULT result;
+        std::u16string reason;
+    };
+    std::map<MethodKey, Outcome> methodHistory;
     // The bodies as the runtime first handed them, when asked to keep them: the
     // runtime may later hand back the rewritten one.
     bool keepingOriginals = false;

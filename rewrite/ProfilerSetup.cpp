@@ -188,6 +188,14 @@ HRESULT Profiler::checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwne
         !(sameText(parentClass, SharedNames::kValueType) || sameText(parentClass, u"System.Enum"))) {
         return S_OK;
     }
+    // System.Enum extends System.ValueType and is yet a class: its `this` is a
+    // reference, to be handed over as it is.
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    if (isCoreLibrary && SUCCEEDED(context->getClassName(&assembly, &className)) &&
+        sameText(className, u"System.Enum")) {
+        return S_OK;
+    }
     HRESULT hr = S_OK;
     *isValueTypeOwner = true;
     if ((flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0 && isByRefLikeType(context->getTypeDef())) {

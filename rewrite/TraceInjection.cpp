@@ -1,6 +1,7 @@
 // The rewrite of one method: its own body wrapped by calls of the trace
-// functions on entry, on the shared normal exit and in an added catch-all
-// handler that rethrows.
+// functions on entry, on the shared normal exit and in an added filter that
+// reports an exception passing through without catching it.
+#include <iterator>
 #include <new>
 #include <vector>
 
@@ -15,7 +16,30 @@ constexpr unsigned int kNameSize = 2048;
 const char16_t kNativeIntegerMessage[] = u"Native integer types are not supported.";
 const char16_t kTailCallMessage[] = u"Methods with tail calls are not traced.";
 const char16_t kJumpMessage[] = u"Methods with a jmp instruction are not traced.";
+const char16_t kNoILMessage[] = u"The method has no IL body.";
+constexpr HRESULT kFunctionNotIL = static_cast<HRESULT>(0x80131354);
 constexpr unsigned int kStageCount = 9;
+
+// What failed, for a stage that gave no reason of its own: by the stage
+// reached (see runStage and writeBody).
+const char16_t* stageFailure(unsigned int stage) {
+    static const char16_t* const failures[] = {
+        u"The method could not be read.",
+        u"The method's body could not be read.",
+        u"The method's signature could not be read.",
+        u"The method's code could not be decoded.",
+        u"The trace functions could not be referenced in the module.",
+        u"The entry trace could not be placed.",
+        u"The core library's entry guard could not be placed.",
+        u"The start trace could not be placed.",
+        u"The exit trace could not be placed.",
+        u"The exception filter could not be placed.",
+        u"No memory for the new body.",
+        u"The new body could not be written.",
+        u"The runtime refused the new body.",
+    };
+    return stage < std::size(failures) ? failures[stage] : failures[0];
+}
 
 unsigned int atLeast(unsigned int value, unsigned int floor) { return value < floor ? floor : value; }
 
@@ -28,13 +52,17 @@ HRESULT Profiler::instrumentMethod(IMetaDataContext* newContext, unsigned int* s
     auto found = methodHistory.find(key);
     if (found != methodHistory.end()) {
         *step = 0;
-        return found->second;
+        if (FAILED(found->second.result)) lastError = found->second.reason.c_str();
+        return found->second.result;
     }
 
     HRESULT hr = runStages(newContext, &counter);
     hr = writeBody(&counter, hr);
+    if (FAILED(hr) && lastError == nullptr) lastError = hr == kFunctionNotIL ? kNoILMessage : stageFailure(counter);
     try {
-        methodHistory[key] = hr;
+        Outcome& outcome = methodHistory[key];
+        outcome.result = hr;
+        if (FAILED(hr)) outcome.reason = lastError;
     } catch (const std::bad_alloc&) {
         // Unremembered, the method is simply tried again next time.
     }
@@ -455,6 +483,12 @@ HRESULT Profiler::insertResultBoxing(unsigned int* index) {
     return hr;
 }
 
+// The exception is reported from a filter that always answers "continue
+// search": the runtime's first pass calls it, and the exception goes on its
+// way untouched. A catch that rethrew would start a new dispatch on top of
+// every instrumented frame it left, so the stack an exception needs would grow
+// with their number, and an exception thrown by the agent would replace the
+// program's own; the runtime swallows one thrown in a filter.
 HRESULT Profiler::updateCatchTrace() {
     int found = builder->findLabel(LABEL_EXIT);
     if (found < 0) return E_UNEXPECTED;
@@ -469,30 +503,43 @@ HRESULT Profiler::updateCatchTrace() {
     if (FAILED(hr)) return hr;
     builder->getFatHeader()->Flags |= CorILMethod_MoreSects;
 
+    // The filter: what a catch of System.Exception would have caught goes to
+    // the agent when the call is traced.
     unsigned int end = builder->getILCount();
     hr = insertLabel(&end, LABEL_CATCH_TRACE);
     if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::ldloc, traceLocal);
     if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::brfalse, 0, LABEL_CATCH_TRACE_END);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::isinst, traceTokens[kExceptionToken]);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::dup);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::brfalse, 0, LABEL_CATCH_TRACE_END);
     if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::dup);
     if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::call, traceTokens[kCatchToken]);
     if (SUCCEEDED(hr)) hr = insertLabel(&end, LABEL_CATCH_TRACE_END);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::pop);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::ldc_i4_0);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::endfilter);
+    // The handler the clause format needs; the filter never lets the runtime in.
+    if (SUCCEEDED(hr)) hr = insertLabel(&end, LABEL_FILTER_HANDLER);
+    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::pop);
     if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::rethrow);
     if (FAILED(hr)) return hr;
 
     // The added clause is the last one, so it encloses all incoming clauses.
     int tryStart = builder->findLabel(context->isInstanceTypeInitializer() ? LABEL_CTOR_BODY : LABEL_METHOD_BODY);
     int tryEnd = builder->findLabel(LABEL_TRY_END);
-    int handler = builder->findLabel(LABEL_CATCH_TRACE);
+    int filter = builder->findLabel(LABEL_CATCH_TRACE);
+    int handler = builder->findLabel(LABEL_FILTER_HANDLER);
     int codeSize = static_cast<int>(builder->getCodeSize());
-    if (tryStart < 0 || tryEnd < 0 || handler < 0 || codeSize < 0) return E_UNEXPECTED;
+    if (tryStart < 0 || tryEnd < 0 || filter < 0 || handler < 0 || codeSize < 0) return E_UNEXPECTED;
     int tryOffset = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(tryStart)));
     int tryLength = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(tryEnd))) - tryOffset;
+    int filterOffset = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(filter)));
     int handlerOffset = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(handler)));
-    if (tryOffset < 0 || tryLength < 0 || handlerOffset < 0) return E_UNEXPECTED;
-    hr = builder->insertEHClause(traceTokens[kExceptionToken], COR_ILEXCEPTION_CLAUSE_NONE,
-                                 static_cast<unsigned int>(tryOffset), static_cast<unsigned int>(tryLength),
-                                 static_cast<unsigned int>(handlerOffset),
-                                 static_cast<unsigned int>(codeSize - handlerOffset), 0);
+    if (tryOffset < 0 || tryLength < 0 || filterOffset < 0 || handlerOffset < filterOffset) return E_UNEXPECTED;
+    hr = builder->insertEHClause(0, COR_ILEXCEPTION_CLAUSE_FILTER, static_cast<unsigned int>(tryOffset),
+                                 static_cast<unsigned int>(tryLength), static_cast<unsigned int>(handlerOffset),
+                                 static_cast<unsigned int>(codeSize - handlerOffset),
+                                 static_cast<unsigned int>(filterOffset));
     minStack = atLeast(minStack, 3);
     stackGrowth = atLeast(stackGrowth, 2);
     return hr;

@@ -21,4 +21,6 @@ enum TraceLabel : unsigned int {
     LABEL_CATCH_TRACE = 0x8000000D,
     LABEL_CATCH_TRACE_END = 0x8000000E,
     LABEL_CTOR_BODY = 0x8000000F,
+    // The handler block of the added filter clause, which is never entered.
+    LABEL_FILTER_HANDLER = 0x80000010,
 };

@@ -12,6 +12,7 @@
 namespace {
 
 constexpr unsigned int kNameSize = 2048;
+const char16_t kGenericNumberMessage[] = u"Values typed with a generic parameter numbered 10 or more are not traced.";
 constexpr ULONG kAttributeLimit = 64;
 constexpr HRESULT kBadTypeSpec = static_cast<HRESULT>(0x80131195);
 constexpr ULONG kGenericParamLimit = 64;
@@ -46,6 +47,7 @@ HRESULT Profiler::getParameterTypeToken(IVarTypeSpecTokenGetter* getter, IMethod
     HRESULT hr = genericNumber(stream, index, &number);
     if (SUCCEEDED(hr) && number > 0xFF) hr = E_FAIL;
     if (SUCCEEDED(hr)) hr = getter->getToken(context->getModuleID(), static_cast<unsigned char>(number), token);
+    if (FAILED(hr) && number >= IVarTypeSpecTokenGetter::kParameterLimit) lastError = kGenericNumberMessage;
     return hr;
 }
 

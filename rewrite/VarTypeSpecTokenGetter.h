@@ -8,9 +8,6 @@
 
 class VarTypeSpecTokenGetter : public IVarTypeSpecTokenGetter {
 public:
-    // The most generic parameters that the rewrite can box.
-    static constexpr unsigned int kParameterLimit = 10;
-
     VarTypeSpecTokenGetter(ICorProfilerInfo* info, unsigned char elementType)
         : info(info), elementType(elementType) {}
 

@@ -4,6 +4,7 @@
 // and every method the rewriting refused keeps its own body with a reason.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <regex>
@@ -30,10 +31,9 @@ std::string refusalKind(const std::string& line) {
 TEST(Sweep, EveryMethodOfAWebServiceAndTheFrameworkBelowIt) {
     AgentInstall install;
     install.directives("IdentifyAllClassesAs: Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n");
+    // Every call reaches the agent, which records it: an agent that looks at
+    // what it is handed must not break the program either.
     e2e::RunOptions options = install.options();
-    // Every call reaches the agent; a record of millions of lines would only
-    // slow the run down.
-    options.env["TARN_AGENT_RECORD"] = "";
     options.timeoutSeconds = 600;
     const e2e::Comparison run = install.compare("Service", options);
     const std::vector<std::string>& log = run.log;
@@ -69,6 +69,17 @@ TEST(Sweep, EveryMethodOfAWebServiceAndTheFrameworkBelowIt) {
                                        "System.Text.Json", "Newtonsoft.Json", "Service"}) {
         EXPECT_FALSE(linesStartingWith(log, "Instrumented [" + assembly + "]").empty()) << assembly << "\n" << why;
     }
+    // The account counts each refused method once, with its own reason.
+    const std::vector<std::string> failures = linesStartingWith(log, "Failed to instrument [");
+    const auto firstAttempts = std::count_if(failures.begin(), failures.end(), [](const std::string& line) {
+        return line.find("(00) - [functionID") == std::string::npos;
+    });
+    const std::vector<std::string> account = linesStartingWith(log, "  methods compiled ");
+    ASSERT_EQ(account.size(), 1u) << why;
+    EXPECT_NE(account[0].find(", refused " + std::to_string(firstAttempts)), std::string::npos) << account[0];
+    EXPECT_TRUE(linesStartingWith(log, "  refused ").size() > 1 &&
+                joinLines(linesStartingWith(log, "  refused ")).find("Unknown error.") == std::string::npos)
+        << joinLines(linesStartingWith(log, "  refused "));
 }
 
 }  // namespace

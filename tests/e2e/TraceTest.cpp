@@ -128,11 +128,10 @@ TEST_F(TraceTest, ProgramBehavesAsWithoutTheProfilerAndOnlySelectedMethodsAreRew
         methods.insert(method);
     }
     const std::set<std::string> expected = {
-        "Traced.Program::Main",   "Traced.Subject::.ctor",   "Traced.Subject::Scalars", "Traced.Subject::Mixed",
-        "Traced.Subject::WithRefs", "Traced.Subject::Throws", "Traced.Subject::Nothing", "Traced.Subject::ToString",
-        "Traced.Point::.ctor",    "Traced.Point::Sum",       "Traced.Point::ToString",  "Traced.Box::.ctor",
-        "Traced.Box::Get",        "Traced.Box::Keep",        "Traced.Box::ToString",    "Traced.Box::Echo",
-        "Traced.Box::Pair",
+        "Traced.Program::Main",     "Traced.Subject::.ctor",  "Traced.Subject::Scalars", "Traced.Subject::Mixed",
+        "Traced.Subject::WithRefs", "Traced.Subject::Throws", "Traced.Subject::Nothing", "Traced.Point::.ctor",
+        "Traced.Point::Sum",        "Traced.Point::ToString", "Traced.Box::.ctor",       "Traced.Box::Get",
+        "Traced.Box::Keep",         "Traced.Box::Echo",       "Traced.Box::Pair",
     };
     for (const auto& method : expected) {
         EXPECT_EQ(methods.count(method), 1u) << method << "\n" << why();
@@ -170,7 +169,7 @@ TEST_F(TraceTest, EachParameterArrivesBoxedAtItsPositionWithTheResult) {
         << why();
     EXPECT_EQ(blockOf("Traced.Subject::Mixed"),
               (std::vector<std::string>{"initTrace " + ids["Traced.Subject::Mixed"].front(),
-                                        "loadTrace this=Traced.Subject:Subject:s1",
+                                        "loadTrace this=Traced.Subject",
                                         "pushTrace 0 Traced.Color:Green", "pushTrace 1 Traced.Point:(3,4)",
                                         "pushTrace 2 System.String:text", "pushTrace 3 System.Int64:42",
                                         "pushTrace 4 System.Int32[3]", "startTrace",
@@ -190,10 +189,11 @@ TEST_F(TraceTest, EachParameterArrivesBoxedAtItsPositionWithTheResult) {
 
 TEST_F(TraceTest, StructsGenericsAndExceptions) {
     ASSERT_EQ(run.exitCode, 7) << why();
-    // A struct's this travels as a boxed copy, before and after the body.
+    // A struct's this travels as a boxed copy, before and after the body; on
+    // entry the agent records it by its type alone.
     std::vector<std::string> sum = blockOf("Traced.Point::Sum");
     ASSERT_GE(sum.size(), 4u) << why();
-    EXPECT_EQ(sum[1], "loadTrace this=Traced.Point:(1,2)") << why();
+    EXPECT_EQ(sum[1], "loadTrace this=Traced.Point") << why();
     EXPECT_EQ(sum[2], "pushTrace 0 System.Int32:10") << why();
     EXPECT_EQ(sum.back(), "finishTrace result=System.Int32:13") << why();
     EXPECT_NE(std::find(sum.begin(), sum.end(), "finishValueTypeTrace result=Traced.Point:(1,2)"), sum.end())
@@ -204,7 +204,7 @@ TEST_F(TraceTest, StructsGenericsAndExceptions) {
               (std::vector<std::string>{"initTrace " + ids["Traced.Box::Keep"].front(),
                                         "loadTrace this=Traced.Box`1[[System.String, System.Private.CoreLib, Version=" +
                                             e2e::runtimeMajor() +
-                                            ".0.0.0, Culture=neutral, PublicKeyToken=7cec85d7bea7798e]]:Box:content",
+                                            ".0.0.0, Culture=neutral, PublicKeyToken=7cec85d7bea7798e]]",
                                         "pushTrace 0 System.String:kept", "startTrace",
                                         "finishTrace result=System.String:kept"}))
         << why();
@@ -215,7 +215,7 @@ TEST_F(TraceTest, StructsGenericsAndExceptions) {
     // The exception reaches the agent, and then the caller unchanged.
     EXPECT_EQ(blockOf("Traced.Subject::Throws"),
               (std::vector<std::string>{"initTrace " + ids["Traced.Subject::Throws"].front(),
-                                        "loadTrace this=Traced.Subject:Subject:s1", "pushTrace 0 System.Int32:5",
+                                        "loadTrace this=Traced.Subject", "pushTrace 0 System.Int32:5",
                                         "startTrace", "catchTrace System.InvalidOperationException:bad 5"}))
         << why();
     EXPECT_NE(run.out.find("caught=InvalidOperationException:bad 5\n"), std::string::npos) << why();

@@ -3,6 +3,7 @@
 // rewritten body may be refused by the runtime.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <set>
@@ -77,9 +78,12 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
         EXPECT_TRUE(found) << method << "\n" << why;
     }
     EXPECT_GT(done.size(), 40u) << why;
-    // The account at shutdown agrees with the log's lines.
-    const std::string counts = ", instrumented " + std::to_string(linesStartingWith(log, "Instrumented ").size()) +
-                               ", refused 3";
+    // The account at shutdown counts methods as the log's lines do, leaving out
+    // further instantiations of a method already rewritten (stage 00).
+    const std::vector<std::string> lines = linesStartingWith(log, "Instrumented ");
+    const auto firsts = std::count_if(lines.begin(), lines.end(),
+                                      [](const std::string& line) { return line.find(" - 0x0(00) - ") == std::string::npos; });
+    const std::string counts = ", instrumented " + std::to_string(firsts) + ", refused 3";
     const std::vector<std::string> account = linesStartingWith(log, "  methods compiled ");
     ASSERT_EQ(account.size(), 1u) << why;
     EXPECT_NE(account[0].find(counts), std::string::npos) << account[0] << " vs " << counts;

@@ -1,8 +1,14 @@
 // The trace functions that instrumented methods reach through the synthetic
 // shim. Each call becomes one text line appended to the file named by
 // TARN_AGENT_RECORD; without it nothing is recorded. Nothing here may throw
-// into the caller, and a call that arrives while this thread is already in the
-// agent (a value's ToString that is itself instrumented) is not traced.
+// into the caller (but catchTrace when TARN_AGENT_THROW_IN_CATCH is set, to
+// prove that such an exception never replaces the program's own), and a call
+// that arrives while this thread is already in the agent (a value's ToString
+// that is itself instrumented) is not traced.
+//
+// The `this` that loadTrace gets may be an object whose constructor has not
+// run yet (a constructor hands it over on entry): it is recorded by its type
+// alone, and none of its members is called.
 using System;
 using System.Globalization;
 using System.IO;
@@ -19,6 +25,7 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
         private static readonly object gate = new object();
         private static readonly string recordPath = ReadVariable("TARN_AGENT_RECORD");
         private static readonly int traceValue = ReadTraceValue();
+        private static readonly bool throwInCatch = ReadVariable("TARN_AGENT_THROW_IN_CATCH") != null;
         private static StreamWriter writer;
 
         [ThreadStatic] private static bool busy;
@@ -40,12 +47,12 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
 
         public static void loadTrace(object self)
         {
-            Enter("loadTrace this=", self);
+            Record("loadTrace this=", false, 0, self, true, true);
         }
 
         public static void pushTrace(int position, object value)
         {
-            Record("pushTrace ", true, position, value, true);
+            Record("pushTrace ", true, position, value, true, false);
         }
 
         public static void startTrace()
@@ -71,29 +78,36 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
         public static void catchTrace(object exception)
         {
             Enter("catchTrace ", exception);
+            if (throwInCatch)
+                throw new InvalidOperationException("thrown by the agent in catchTrace");
         }
+
+
 
         private static bool Enter(string line)
         {
-            return Record(line, false, 0, null, false);
+            return Record(line, false, 0, null, false, false);
         }
 
         private static bool Enter(string head, object value)
         {
-            return Record(head, false, 0, value, true);
+            return Record(head, false, 0, value, true, false);
         }
 
         private static bool Enter(string head, int number)
         {
-            return Record(head, true, number, null, false);
+            return Record(head, true, number, null, false, false);
         }
 
         // Appends the line: head, the number if hasNumber (followed by a space
         // when a value follows), and value's text if withValue. False if the
-        // call came from within the agent on this thread. Nothing is built and
+        // call came from within the agent on this thread. With typeOnly the value
+        // is given by its type alone (GetType is no virtual call: safe on an
+        // object not yet built). Nothing is built and
         // no library method is called before that test: with the core library
         // traced, those calls come back here.
-        private static bool Record(string head, bool hasNumber, int number, object value, bool withValue)
+        private static bool Record(string head, bool hasNumber, int number, object value, bool withValue,
+            bool typeOnly)
         {
             if (busy)
                 return false;
@@ -105,7 +119,9 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
                     string line = head;
                     if (hasNumber)
                         line += number.ToString(CultureInfo.InvariantCulture) + (withValue ? " " : "");
-                    Append(withValue ? line + Describe(value) : line);
+                    if (withValue)
+                        line += typeOnly && value != null ? value.GetType().FullName : Describe(value);
+                    Append(line);
                 }
             }
             catch (Exception)

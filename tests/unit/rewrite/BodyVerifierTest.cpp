@@ -21,16 +21,20 @@ void put32(Bytes& out, unsigned int value) {
     for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(value >> (8 * i)));
 }
 
-// A fat body with one catch clause.
+// A fat body with one clause: a catch, or a filter starting at filterOffset.
 Bytes fatBody(const Bytes& code, unsigned short maxStack, unsigned int tryOffset, unsigned int tryLength,
-              unsigned int handlerOffset, unsigned int handlerLength) {
+              unsigned int handlerOffset, unsigned int handlerLength, unsigned int filterOffset = 0) {
     Bytes body = {0x1B, 0x30, static_cast<unsigned char>(maxStack), static_cast<unsigned char>(maxStack >> 8)};
     put32(body, static_cast<unsigned int>(code.size()));
     put32(body, 0);
     body.insert(body.end(), code.begin(), code.end());
     while (body.size() % 4 != 0) body.push_back(0);
     body.insert(body.end(), {0x41, 28, 0, 0});
-    for (unsigned int value : {0u, tryOffset, tryLength, handlerOffset, handlerLength, 0x01000001u}) put32(body, value);
+    const unsigned int flags = filterOffset != 0 ? 1u : 0u;
+    const unsigned int classOrFilter = filterOffset != 0 ? filterOffset : 0x01000001u;
+    for (unsigned int value : {flags, tryOffset, tryLength, handlerOffset, handlerLength, classOrFilter}) {
+        put32(body, value);
+    }
     return body;
 }
 
@@ -79,6 +83,24 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
         {Bytes{0x1B, 0x30, 8, 0, 0xFF, 0, 0, 0}, "Bad header."},
     };
     for (const Case& c : cases) EXPECT_EQ(verify(c.body), c.fault);
+
+    // nop nop | try: nop nop leave.s L | filter: pop ldc.i4.0 endfilter | handler: pop leave.s L | L: ldc.i4.0 ret
+    const Bytes filtered = {0x00, 0x00, 0x00, 0x00, 0xDE, 0x07, 0x26, 0x16, 0xFE, 0x11, 0x26, 0xDE, 0x00, 0x16, 0x2A};
+    auto withFilter = [&](std::initializer_list<std::pair<unsigned int, unsigned char>> changes) {
+        Bytes changed = filtered;
+        for (auto [at, value] : changes) changed[at] = value;
+        return fatBody(changed, 2, 2, 4, 10, 3, 6);
+    };
+    EXPECT_EQ(verify(withFilter({})), "ok");
+    const Case filterCases[] = {
+        {withFilter({{6, 0x00}}), "endfilter at 0x8 without exactly one number on the stack."},
+        {withFilter({{6, 0x00}, {7, 0x00}}), "endfilter at 0x8 without exactly one number on the stack."},
+        {withFilter({{8, 0x00}, {9, 0x00}}), "The filter at 0x6 does not end with endfilter."},
+        {withFilter({{6, 0x2B}, {7, 0x02}}), "Branch at 0x6 leaves a filter."},
+        {withFilter({{6, 0xFE}, {7, 0x1A}}), "rethrow at 0x6 inside a filter."},
+        {withFilter({{11, 0xFE}, {12, 0x11}}), "endfilter at 0xB outside a filter."},
+    };
+    for (const Case& c : filterCases) EXPECT_EQ(verify(c.body), c.fault);
 
     // An int where pushTrace(int32, object) takes its object: the runtime's
     // InvalidProgramException; null is an object.

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -47,15 +48,21 @@ inline ILVerifier::Result checkRewritten(ProfilerInfoDouble& info, Profiler& pro
     EXPECT_TRUE(verified.fat);
     EXPECT_NE(verified.flags & 0x8, 0u);
     EXPECT_EQ(verified.count(0x2A), 1u) << "one ret";
-    EXPECT_EQ(verified.count(0xFE1A) >= 1, true) << "rethrow of the added handler";
+    EXPECT_GE(verified.count(0xFE11), 1u) << "endfilter of the added filter";
 
-    // The added clause: last, catch-all on System.Exception, around all others.
+    // The added clause: last, a filter right behind the protected block that
+    // tests for System.Exception, around all others.
     EXPECT_FALSE(verified.clauses.empty());
     if (verified.clauses.empty()) return verified;
     const ILVerifier::Clause& added = verified.clauses.back();
-    EXPECT_EQ(added.flags, 0u);
-    EXPECT_EQ(added.classOrFilter, profiler.getTraceToken(Profiler::kExceptionToken));
+    EXPECT_EQ(added.flags, 1u);
     EXPECT_EQ(added.handlerOffset + added.handlerLength, verified.codeSize);
+    auto isinst = std::find_if(verified.instructions.begin(), verified.instructions.end(),
+                               [&](const ILVerifier::Instruction& i) {
+                                   return i.offset >= added.classOrFilter && i.opcode == 0x75;
+                               });
+    EXPECT_TRUE(isinst != verified.instructions.end() &&
+                isinst->operand == profiler.getTraceToken(Profiler::kExceptionToken));
     uint32_t tryEnd = added.tryOffset + added.tryLength;
     for (size_t i = 0; i + 1 < verified.clauses.size(); ++i) {
         const ILVerifier::Clause& inner = verified.clauses[i];
@@ -66,7 +73,7 @@ inline ILVerifier::Result checkRewritten(ProfilerInfoDouble& info, Profiler& pro
     for (const ILVerifier::Instruction& instruction : verified.instructions) {
         if (instruction.opcode != 0x2A) continue;
         EXPECT_GE(instruction.offset, tryEnd) << "the ret stands behind the protected block";
-        EXPECT_LT(instruction.offset, added.handlerOffset);
+        EXPECT_LT(instruction.offset, added.classOrFilter);
     }
 
     // Header: MaxStack of the incoming body plus 2, at least 3.

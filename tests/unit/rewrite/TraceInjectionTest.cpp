@@ -165,6 +165,20 @@ TEST_F(TraceInjection, ConstructorsTraceBehindTheBaseCallAndStructsBoxCopiesOfTh
         return i.opcode == kLdobj && TypeFromToken(static_cast<mdToken>(i.operand)) == mdtTypeSpec;
     });
     EXPECT_TRUE(namedBySpec);
+
+    // System.Enum extends System.ValueType yet is a class: its this is a
+    // reference, handed over as it is, never copied out of it.
+    const ModuleID core = module(RealAssemblies::frameworkAssembly("System.Private.CoreLib.dll"), true);
+    const mdMethodDef hasFlag = methodIn(core, {u"System.Enum"}, u"HasFlag");
+    Rewrite enumMethod = rewrite(core, hasFlag);
+    ASSERT_EQ(enumMethod.hr, S_OK);
+    EXPECT_FALSE(profiler->isValueTypeMethod());
+    ILVerifier::Result byReference = checkRewritten(*info, *profiler, core, hasFlag, enumMethod.body, true);
+    auto load = std::find_if(byReference.instructions.begin(), byReference.instructions.end(), [&](const auto& i) {
+        return i.opcode == kCall && i.operand == profiler->getTraceToken(Profiler::kLoadToken);
+    });
+    ASSERT_NE(load, byReference.instructions.begin());
+    EXPECT_EQ((load - 1)->opcode, 0x02u) << "ldarg.0 right before loadTrace";
 }
 
 TEST_F(TraceInjection, SecondCallReturnsTheStoredResultUntilTheHistoryIsCleared) {
@@ -179,12 +193,13 @@ TEST_F(TraceInjection, SecondCallReturnsTheStoredResultUntilTheHistoryIsCleared)
     EXPECT_EQ(info->calls("SetILFunctionBody"), installs);
     EXPECT_EQ(info->calls("GetILFunctionBody"), bodies);
 
-    // A failure is stored as well.
+    // A failure is stored as well, with its first reason.
     Rewrite native = rewrite(u"RewriteShapes.Shapes", u"NativeParam");
     EXPECT_EQ(native.step, 7u);
+    const std::u16string reason = profiler->getLastError();
     EXPECT_EQ(profiler->instrumentMethod(context.get(), &step), E_NOTIMPL);
     EXPECT_EQ(step, 0u);
-    EXPECT_EQ(profiler->getLastError(), nullptr) << "cleared at each call";
+    EXPECT_EQ(profiler->getLastError(), reason);
 
     // Cleared, the method is rewritten again, with the same references.
     context->setFunction(info->addFunction(shapes, first.method));

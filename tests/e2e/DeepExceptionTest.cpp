@@ -1,0 +1,55 @@
+// An exception that leaves thousands of instrumented frames: it must cost the
+// program no more stack than without the profiler, reach the agent once per
+// frame, and come out as it went in, even when the agent throws while it is
+// being told.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "AgentInstall.h"
+#include "ProgramRun.h"
+
+namespace {
+
+using e2e::AgentInstall;
+
+size_t countOf(const std::vector<std::string>& lines, const std::string& line) {
+    return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
+}
+
+TEST(DeepException, ReportedOncePerFrameAndOtherwiseUntouched) {
+    AgentInstall install;
+    install.directives("IdentifyAssemblyAs: Deep Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n");
+    e2e::RunOptions options = install.options();
+    options.env["TARN_AGENT_THROW_IN_CATCH"] = "1";
+    const e2e::Comparison compared = install.compare("Deep", options);
+    ASSERT_EQ(compared.reference.exitCode, 3) << compared.reference.describe();
+    ASSERT_NE(compared.reference.out.find("16 MB stack, 10000 frames: Deep.DepthReached: depth 10000\n"),
+              std::string::npos) << compared.reference.describe();
+    // Output, exit code, finally order and every line of the stack traces.
+    EXPECT_TRUE(compared.unchanged());
+    EXPECT_TRUE(linesStartingWith(compared.log, "Failed to instrument").empty()) << compared.why;
+
+    const std::vector<std::string> record = install.record();
+    // Each recursion frame, the frame that started it and the thread's lambda
+    // above it; every iterator of the chain, the loop over it and that lambda.
+    const std::string deep = "catchTrace Deep.DepthReached:depth 1000";
+    EXPECT_EQ(countOf(record, deep), 1002u);
+    EXPECT_EQ(countOf(record, "catchTrace Deep.DepthReached:depth 10000"), 10002u);
+    EXPECT_EQ(countOf(record, "catchTrace System.IO.InvalidDataException:innermost iterator"), 1003u);
+    // All frames are told before the first finally block runs (each calls a
+    // traced method): the runtime's first pass calls the filters.
+    const auto first = std::find(record.begin(), record.end(), deep);
+    EXPECT_TRUE(record.end() - first >= 1002 && std::all_of(first, first + 1002, [&](auto& l) { return l == deep; }));
+    // Every traced call ends once: by its exit or by an exception, never both.
+    size_t entered = 0, ended = 0;
+    for (const std::string& line : record) {
+        if (line.rfind("initTrace ", 0) == 0) ++entered;
+        if (line.rfind("finishTrace", 0) == 0 || line.rfind("catchTrace ", 0) == 0) ++ended;
+    }
+    EXPECT_EQ(entered, ended);
+}
+
+}  // namespace
