@@ -92,6 +92,11 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     const std::vector<std::string> record = install.record();
     EXPECT_FALSE(linesStartingWith(record, "catchTrace System.NotSupportedException:always").empty()) << why;
     EXPECT_FALSE(linesStartingWith(record, "catchTrace System.TimeoutException:late").empty()) << why;
+    // A thrown string is no exception: it passes the traced frames untold and
+    // reaches the program as it was thrown.
+    EXPECT_NE(reference.out.find(" thrown: a string\n"), std::string::npos) << reference.describe();
+    EXPECT_EQ(joinLines(record).find("catchTrace System.String"), std::string::npos) << why;
+    EXPECT_FALSE(linesStartingWith(log, "Instrumented [StressTail]StressTail.Parity::Through").empty()) << why;
 }
 
 // "[Assembly]Class::Method" of a log line that begins with head.

@@ -112,7 +112,8 @@ namespace Stress
         }
 
         // Mutually recursive methods that end in tail calls, a million deep:
-        // without the tail calls the stack would not hold them.
+        // without the tail calls the stack would not hold them. Beside them, a
+        // method that throws a string, which is no exception, through another.
         public static string TailCalls()
         {
             var name = new AssemblyName("StressTail");
@@ -126,6 +127,14 @@ namespace Stress
                                                   typeof(bool), new[] { typeof(int) });
             Emit(even, odd, true);
             Emit(odd, even, false);
+            MethodBuilder raw = type.DefineMethod("Raw", MethodAttributes.Public | MethodAttributes.Static);
+            ILGenerator rawIL = raw.GetILGenerator();
+            rawIL.Emit(OpCodes.Ldstr, "a string");
+            rawIL.Emit(OpCodes.Throw);
+            MethodBuilder through = type.DefineMethod("Through", MethodAttributes.Public | MethodAttributes.Static);
+            ILGenerator throughIL = through.GetILGenerator();
+            throughIL.Emit(OpCodes.Call, raw);
+            throughIL.Emit(OpCodes.Ret);
             type.CreateType();
             using var stream = new MemoryStream();
             builder.Save(stream);
@@ -133,7 +142,17 @@ namespace Stress
             Assembly loaded = AssemblyLoadContext.Default.LoadFromStream(stream);
             MethodInfo evenMethod = loaded.GetType("StressTail.Parity").GetMethod("Even");
             var isEven = evenMethod.CreateDelegate<Func<int, bool>>();
-            return isEven(1_000_000) + " " + isEven(777_777);
+            string thrown;
+            try
+            {
+                loaded.GetType("StressTail.Parity").GetMethod("Through").CreateDelegate<Action>()();
+                thrown = "nothing thrown";
+            }
+            catch (RuntimeWrappedException wrapped)
+            {
+                thrown = "thrown: " + wrapped.WrappedException;
+            }
+            return isEven(1_000_000) + " " + isEven(777_777) + " " + thrown;
         }
 
         // if (n == 0) return atZero; return tail. other(n - 1);
