@@ -123,7 +123,8 @@ void ProfileConfig::parseConfigFile()
         if (matchCmd(pendingCommand, pendingPattern)) {
             profilePath = directory + u"/" + value;
             manager->logDiagnostic("Matched for profile: %S\n", profilePath.c_str());
-            FILE* chosen = fopen_u16(profilePath.c_str(), u"r");
+            const char* refusal = nullptr;
+            FILE* chosen = fopenText_u16(profilePath.c_str(), &refusal);
             if (chosen != nullptr) {
                 fclose(chosen);
                 break;

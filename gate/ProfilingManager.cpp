@@ -32,7 +32,6 @@ constexpr char16_t kMultipleRuntimesKey[] = u"com.tarn.harrowlite.nativeprofiler
 using SharedNames::kExcludedApplicationsKey;
 constexpr char16_t kInternalCommands[] = u"dotnet.cmd,MSBuild,csc";
 constexpr char16_t kProfilerModule[] = u"tarn.NativeProfiler.so";
-constexpr int kPathUnits = 260;
 
 constexpr int kPickFirst = 1;
 constexpr int kPickOne = 2;
@@ -124,8 +123,11 @@ void ProfilingManager::initProperties()
         fflush(log);
         return;
     }
-    char16_t fullPath[kPathUnits];
-    if (GetFullPathNameW(chosen, kPathUnits, fullPath, nullptr) == 0) {
+    std::vector<char16_t> fullPathBuffer(kPathUnitLimit);
+    char16_t* fullPath = fullPathBuffer.data();
+    if (GetFullPathNameW(chosen, kPathUnitLimit, fullPath, nullptr) == 0) {
+        // Without its profile the profiler stays off: the operator must hear why.
+        fprintf_8(stderr, "The agent profile %S cannot be used: its path is too long\n", chosen);
         logDiagnostic("GetFullPathNameW failed.\n");
         fflush(log);
         return;
@@ -285,13 +287,20 @@ FILE* ProfilingManager::getDiagnosticLog()
             if (SystemUtils::TryToCreateFullPath(path)) {
                 // A log that cannot be opened stays null, like one whose
                 // directory cannot be made; nothing is dumped into nowhere.
-                diagnosticLog = fopen_u16(path.c_str(), u"w");
+                // Another process of the same program keeps its own.
+                const char* refusal = nullptr;
+                if (fopenLog_u16(path.c_str(), &diagnosticLog, &refusal) == LogOpening::kHeldElsewhere) {
+                    char16_t pid[16] = {};
+                    snprintf_u16(pid, 16, u"_%d", static_cast<int>(getpid()));
+                    path.insert(path.size() - 4, pid);
+                    fopenLog_u16(path.c_str(), &diagnosticLog, &refusal);
+                }
                 if (diagnosticLog != nullptr) {
                     dumpDiagnostics(diagnosticLog);
                 }
             }
         } else {
-            diagnosticLog = fopen("/dev/null", "w");
+            diagnosticLog = fopen("/dev/null", "we");
         }
     }
     FILE* log = diagnosticLog;

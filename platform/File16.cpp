@@ -3,10 +3,13 @@
 #include <alloca.h>
 #include <cerrno>
 #include <cstring>
-#include <sys/stat.h>
+#include <fcntl.h>
 #include <string>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/FormattedOutput.h"
 #include "platform/TextConversion.h"
 
 char16_t* fgets_u16(char16_t* buf, int n, FILE* stream) {
@@ -21,27 +24,41 @@ char16_t* fgets_u16(char16_t* buf, int n, FILE* stream) {
     return buf;
 }
 
-FILE* fopen_u16(const char16_t* path, const char16_t* mode) {
-    std::string narrowPath;
-    std::string narrowMode;
-    FromChar16(path, narrowPath);
-    FromChar16(mode, narrowMode);
-    return std::fopen(narrowPath.c_str(), narrowMode.c_str());
+
+namespace {
+
+std::string narrowed(const char16_t* path) {
+    std::string narrow;
+    FromChar16(path, narrow);
+    return narrow;
 }
 
+// Blocking again, for the reads and writes that follow the open.
+void makeBlocking(int descriptor) {
+    const int flags = fcntl(descriptor, F_GETFL);
+    if (flags != -1) fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);
+}
+
+}  // namespace
+
 FILE* fopenText_u16(const char16_t* path, const char** refusal) {
-    static const char kNotRegular[] = "a device, pipe or socket, not a file";
-    FILE* stream = fopen_u16(path, u"r");
-    if (stream == nullptr) {
+    // Without O_NONBLOCK, opening a pipe waits for a writer that may never come.
+    const int descriptor = open(narrowed(path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (descriptor == -1) {
         *refusal = strerror(errno);
         return nullptr;
     }
     struct stat facts {};
-    // A folder reads as empty; a device or a pipe may never end.
-    if (fstat(fileno(stream), &facts) != 0 || S_ISCHR(facts.st_mode) || S_ISBLK(facts.st_mode) ||
-        S_ISFIFO(facts.st_mode) || S_ISSOCK(facts.st_mode)) {
-        fclose(stream);
-        *refusal = kNotRegular;
+    if (fstat(descriptor, &facts) != 0 || !S_ISREG(facts.st_mode)) {
+        close(descriptor);
+        *refusal = S_ISDIR(facts.st_mode) ? "a folder, not a file" : "a device, pipe or socket, not a file";
+        return nullptr;
+    }
+    makeBlocking(descriptor);
+    FILE* stream = fdopen(descriptor, "r");
+    if (stream == nullptr) {
+        *refusal = strerror(errno);
+        close(descriptor);
         return nullptr;
     }
     unsigned char mark[3] = {};
@@ -52,8 +69,44 @@ FILE* fopenText_u16(const char16_t* path, const char** refusal) {
     return stream;
 }
 
+void warnIfWorldWritable(FILE* log, const char16_t* path) {
+    struct stat facts {};
+    if (log != nullptr && geteuid() == 0 && stat(narrowed(path).c_str(), &facts) == 0 && (facts.st_mode & S_IWOTH) != 0) {
+        fprintf_8(log, "Warning: %S can be written by every user, and this process runs as root\n", path);
+    }
+}
+
+LogOpening fopenLog_u16(const char16_t* path, FILE** log, const char** refusal) {
+    *log = nullptr;
+    const int descriptor =
+        open(narrowed(path).c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0640);
+    if (descriptor == -1) {
+        *refusal = errno == ELOOP ? "a symbolic link" : errno == ENXIO ? "a pipe, not a file" : strerror(errno);
+        return LogOpening::kRefused;
+    }
+    struct stat facts {};
+    const char* fault = nullptr;
+    if (fstat(descriptor, &facts) != 0 || !S_ISREG(facts.st_mode)) {
+        fault = "a device, pipe, socket or folder, not a file";
+    } else if (facts.st_uid != geteuid()) {
+        fault = "a file of another user";
+    } else if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        close(descriptor);
+        return LogOpening::kHeldElsewhere;
+    }
+    if (fault == nullptr) {
+        makeBlocking(descriptor);
+        if (ftruncate(descriptor, 0) == 0) *log = fdopen(descriptor, "w");
+        if (*log == nullptr) fault = strerror(errno);
+    }
+    if (fault != nullptr) {
+        close(descriptor);
+        *refusal = fault;
+        return LogOpening::kRefused;
+    }
+    return LogOpening::kOpened;
+}
+
 int access_u16(const char16_t* path, int mode) {
-    std::string narrowPath;
-    FromChar16(path, narrowPath);
-    return access(narrowPath.c_str(), mode);
+    return access(narrowed(path).c_str(), mode);
 }

@@ -6,9 +6,21 @@
 // Reads one line (newline kept) of at most n-1 bytes and widens it into buf.
 // Null, with buf untouched, at end of file or on error.
 char16_t* fgets_u16(char16_t* buf, int n, FILE* stream);
-FILE* fopen_u16(const char16_t* path, const char16_t* mode);
-// Opens one of the agent's text files for reading: never a device, pipe or
-// socket (such a read may never end), and positioned behind a UTF-8 byte
-// order mark if the file starts with one. Null, and why in *refusal, otherwise.
+// Opens one of the agent's text files for reading: a regular file only (a
+// pipe, device, socket or folder is refused without waiting for a writer),
+// close-on-exec, and positioned behind a UTF-8 byte order mark if the file
+// starts with one. Null, and why in *refusal, otherwise.
 FILE* fopenText_u16(const char16_t* path, const char** refusal);
+// A process running as root that reads a file anyone can write is told so in
+// its log: the file is still used (refusing it would break running set-ups).
+void warnIfWorldWritable(FILE* log, const char16_t* path);
+
+// How opening a log ended.
+enum class LogOpening { kOpened, kHeldElsewhere, kRefused };
+// Opens one of our logs for writing, truncated: never through a symbolic link,
+// only a regular file of this process's user, created with mode 0640,
+// close-on-exec. The open log is locked for the life of the process; a log
+// that another live process holds is left as it is (kHeldElsewhere). On
+// kRefused, why in *refusal.
+LogOpening fopenLog_u16(const char16_t* path, FILE** log, const char** refusal);
 int access_u16(const char16_t* path, int mode);

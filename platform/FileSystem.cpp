@@ -15,7 +15,9 @@ constexpr size_t kWorkingDirectoryBytes = 2048;
 
 DWORD GetFullPathNameW(LPCWSTR path, DWORD size, LPWSTR buffer, LPWSTR* lpFilePart) {
     PAL_ASSERT(lpFilePart == NULL);
+    // A cut path names another file: it is no answer.
     if (path[0] == u'\\' || path[0] == u'/') {
+        if (strlen_u16(path) >= size) return 0;
         strncpy_u16(buffer, path, size);
         return static_cast<DWORD>(strlen_u16(buffer));
     }
@@ -26,6 +28,7 @@ DWORD GetFullPathNameW(LPCWSTR path, DWORD size, LPWSTR buffer, LPWSTR* lpFilePa
     std::string narrowPath;
     FromChar16(path, narrowPath);
     std::string full = std::string(workingDirectory) + "/" + narrowPath;
+    if (full.size() >= size) return 0;
     CopyChar8To16(full.c_str(), buffer, size);
     return static_cast<DWORD>(strlen_u16(buffer));
 }
@@ -40,8 +43,9 @@ DWORD GetFileAttributesW(LPCWSTR path) {
 BOOL CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES security) {
     std::string narrowPath;
     FromChar16(path, narrowPath);
-    // errno alone decides, as GetLastError reads it afterwards.
-    mkdir(narrowPath.c_str(), 0777);
+    // errno alone decides, as GetLastError reads it afterwards. The folders we
+    // make hold our logs: readable by the group, by nobody else.
+    mkdir(narrowPath.c_str(), 0750);
     return errno == 0 ? TRUE : FALSE;
 }
 

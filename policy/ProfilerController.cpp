@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <unistd.h>
+#include <vector>
 
 #include "platform/ProcessFacts.h"
 #include "metadata/CLRUtils.h"
@@ -20,7 +22,6 @@ namespace {
 using SharedNames::kAgentProfileCapitalVariable;
 using SharedNames::kAgentProfileVariable;
 constexpr char16_t kLogFileKey[] = u"harrowlite.nativeprofiler.logfile";
-constexpr unsigned int kPathUnits = 260;
 constexpr int kDefaultCacheSize = 5000;
 
 } // namespace
@@ -57,14 +58,15 @@ int ProfilerController::initializeController(IProperties* newProperties)
     if (profile == nullptr) {
         profile = _wgetenv(kAgentProfileCapitalVariable);
     }
-    char16_t fullPath[kPathUnits] = {};
+    std::vector<char16_t> fullPath(kPathUnitLimit);
     // Without properties there is nothing to decide with: refused like a
     // missing profile.
-    if (profile == nullptr || newProperties == nullptr || GetFullPathNameW(profile, kPathUnits, fullPath, nullptr) == 0) {
+    if (profile == nullptr || newProperties == nullptr ||
+        GetFullPathNameW(profile, kPathUnitLimit, fullPath.data(), nullptr) == 0) {
         delete newProperties;
         return E_FAIL;
     }
-    agentProfilePath = fullPath;
+    agentProfilePath = fullPath.data();
     const size_t slash = agentProfilePath.rfind(u'/');
     agentDirectory = slash == Text::npos ? Text() : agentProfilePath.substr(0, slash);
 
@@ -162,13 +164,21 @@ FILE* ProfilerController::getNativeLog()
         nativeLog = stdout;
         return nativeLog;
     }
-    nativeLog = openRelativePathFile(agentDirectory, logFile, u"w");
-    // The program's own output is no place for a log that was meant for a file.
+    const OpenedLog opened = openRelativePathFile(agentDirectory, logFile);
+    nativeLog = opened.stream;
+    if (nativeLog != nullptr && !opened.heldBy.empty()) {
+        fprintf_8(nativeLog, "The native log %S is held by another process; process %d writes %S\n",
+                  opened.heldBy.c_str(), static_cast<int>(getpid()), opened.path.c_str());
+    }
+    if (nativeLog != nullptr) warnIfWorldWritable(nativeLog, agentProfilePath.c_str());
+    // The program's own output is no place for a log that was meant for a
+    // file: one line says why, and the log goes nowhere.
     if (nativeLog == nullptr) {
-        const int error = errno;
-        nativeLog = stderr;
-        fprintf_8(nativeLog, "Cannot open the native log file %S (%s): logging to standard error\n", logFile,
-                  strerror(error));
+        fprintf_8(stderr, "Cannot open the native log file %S at %S (%s): no native log is written\n", logFile,
+                  opened.path.c_str(), opened.refusal != nullptr ? opened.refusal : "unknown error");
+        fflush(stderr);
+        nativeLog = fopen("/dev/null", "we");
+        if (nativeLog == nullptr) nativeLog = stderr;
     }
     return nativeLog;
 }
@@ -193,7 +203,7 @@ bool ProfilerController::makeLogIdentity(Text& identity)
     return true;
 }
 
-FILE* ProfilerController::openRelativePathFile(const Text& base, const Text& fileName, const char16_t* mode)
+ProfilerController::OpenedLog ProfilerController::openRelativePathFile(const Text& base, const Text& fileName)
 {
     Text identity;
     Text logName = fileName;
@@ -219,15 +229,24 @@ FILE* ProfilerController::openRelativePathFile(const Text& base, const Text& fil
         fullPath = base + u"/" + logName;
     }
 
-    FILE* stream = nullptr;
-    SystemUtils::TryToCreateFullPath(fullPath);
-    if (!fullPath.empty() && fullPath.size() <= kPathUnits) {
-        stream = fopen_u16(fullPath.c_str(), mode);
-    }
+    OpenedLog opened;
     // Last resort: the name alone, relative to the working directory.
-    if (stream == nullptr && !logName.empty() && logName.size() <= kPathUnits) {
-        SystemUtils::TryToCreateFullPath(logName);
-        stream = fopen_u16(logName.c_str(), mode);
+    for (const Text& candidate : {fullPath, logName}) {
+        if (candidate.empty() || (!opened.path.empty() && candidate == opened.path)) continue;
+        opened.path = candidate;
+        SystemUtils::TryToCreateFullPath(candidate);
+        LogOpening result = fopenLog_u16(candidate.c_str(), &opened.stream, &opened.refusal);
+        if (result == LogOpening::kHeldElsewhere) {
+            // A copy of this program writes there: its log stays whole.
+            const size_t dot = candidate.rfind(u'.');
+            char16_t pid[16] = {};
+            snprintf_u16(pid, 16, u"_%d", static_cast<int>(getpid()));
+            opened.heldBy = candidate;
+            opened.path = (dot == Text::npos ? candidate : candidate.substr(0, dot)) + pid + u".log";
+            result = fopenLog_u16(opened.path.c_str(), &opened.stream, &opened.refusal);
+        }
+        if (result == LogOpening::kOpened) return opened;
+        if (result == LogOpening::kHeldElsewhere) opened.refusal = "held by another process";
     }
-    return stream;
+    return opened;
 }

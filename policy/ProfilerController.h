@@ -84,10 +84,17 @@ public:
     bool findFile(const Text& name, Text& foundPath, WIN32_FIND_DATAW* data);
     int collectExtensions(std::map<Text, Text>& bundles, bool useConfiguredBundles);
 
-    // A stream of this process's own: fileName gets "_<identity>" before its
-    // extension, and goes under the site's log folder on Azure. Null if
-    // nothing could be opened.
-    FILE* openRelativePathFile(const Text& base, const Text& fileName, const char16_t* mode);
+    // Where the log of this process goes and how its opening went.
+    struct OpenedLog {
+        FILE* stream = nullptr;
+        Text path;        // the file written, or the last one tried
+        Text heldBy;      // the name another live process of ours holds, if any
+        const char* refusal = nullptr;
+    };
+    // The log of this process: fileName gets "_<identity>" before its
+    // extension, and goes under the site's log folder on Azure; where another
+    // live process holds that file, its process id follows the identity.
+    OpenedLog openRelativePathFile(const Text& base, const Text& fileName);
 
     const Text& getAgentDirectory() const { return agentDirectory; }
     const Text& getAgentProfilePath() const { return agentProfilePath; }

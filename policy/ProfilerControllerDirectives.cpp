@@ -1,5 +1,6 @@
 // Which directive files are read, and in which order.
 #include <set>
+#include <vector>
 
 #include "platform/ProcessFacts.h"
 #include "platform/File16.h"
@@ -23,7 +24,6 @@ constexpr char16_t kCoreIgnoreKey[] = u"harrowlite.fieldmark.dotnetcore.ignoreDi
 constexpr char16_t kIisGroup[] = u"__TraceIIS__Hidden__DoNotUseExplicitly__";
 constexpr char16_t kMainGroup[] = u"__TraceMain__Hidden__DoNotUseExplicitly__";
 constexpr char16_t kWordSeparators[] = u"\r\n\t ";
-constexpr size_t kListUnits = 260;
 constexpr int kLineUnits = 2048;
 // What loading a file that cannot be read answers.
 constexpr int kUnreadable = E_INVALIDARG;
@@ -43,6 +43,8 @@ FILE* openForReading(const Text& path, FILE* log)
     FILE* stream = fopenText_u16(local.c_str(), &refusal);
     if (stream == nullptr) {
         fprintf_8(log, "Cannot read %S: %s\n", path.c_str(), refusal);
+    } else {
+        warnIfWorldWritable(log, local.c_str());
     }
     return stream;
 }
@@ -161,8 +163,8 @@ int ProfilerController::addHiddenDirectives()
 
 int ProfilerController::addDirectives(const char16_t* list)
 {
-    char16_t buffer[kListUnits] = {};
-    strncpy_u16(buffer, list, kListUnits);
+    Text copy(list);
+    char16_t* buffer = copy.data();
     int status = S_OK;
     char16_t* context = buffer;
     for (char16_t* entry = StringUtils::strtok_u16(buffer, u",", &context); entry != nullptr && status >= 0;
@@ -215,7 +217,7 @@ bool ProfilerController::findFile(const Text& name, Text& foundPath, WIN32_FIND_
     WIN32_FIND_DATAW* target = data != nullptr ? data : &local;
     for (const Text& candidate : {agentDirectory + u"/" + name, name}) {
         foundPath = candidate;
-        if (foundPath.empty() || foundPath.size() > kListUnits) {
+        if (foundPath.empty() || foundPath.size() >= kPathUnitLimit) {
             continue;
         }
         HANDLE search = FindFirstFileW(foundPath.c_str(), target);
@@ -254,8 +256,8 @@ bool ProfilerController::shouldIgnoreDirectives(const char16_t* path)
     if (ignored == nullptr) {
         return false;
     }
-    char16_t buffer[kListUnits] = {};
-    strncpy_u16(buffer, ignored, kListUnits);
+    Text copy(ignored);
+    char16_t* buffer = copy.data();
     char16_t* context = buffer;
     // Entries are not trimmed: a blank belongs to the text searched for.
     for (char16_t* entry = StringUtils::strtok_u16(buffer, u",", &context); entry != nullptr;
@@ -310,9 +312,9 @@ int ProfilerController::collectExtensions(std::map<Text, Text>& bundles, bool us
     const Text base = agentDirectory + u"\\..\\..";
     const char16_t* configuredDirectory = findProperty(kExtensionsDirectoryKey);
     const Text directory = configuredDirectory != nullptr ? Text(configuredDirectory) : Text(u"extensions");
-    char16_t fullPath[kListUnits] = {};
-    const bool absolute = GetFullPathNameW(directory.c_str(), kListUnits, fullPath, nullptr) != 0 &&
-                          directory == fullPath;
+    std::vector<char16_t> fullPath(kPathUnitLimit);
+    const bool absolute = GetFullPathNameW(directory.c_str(), kPathUnitLimit, fullPath.data(), nullptr) != 0 &&
+                          directory == fullPath.data();
 
     FILE* log = getNativeLog();
     WIN32_FIND_DATAW agent {};

@@ -3,6 +3,7 @@
 #include "shim/SyntheticAgentShim.h"
 
 #include "platform/AutoPointer.h"
+#include "platform/File16.h"
 #include "platform/FormattedOutput.h"
 #include "platform/SharedNames.h"
 #include "platform/SystemUtils.h"
@@ -73,6 +74,7 @@ HRESULT SyntheticAgentShim::DefineLoaderStrings(HRESULT hr, mdString* pathString
             hr = E_INVALIDARG;
         } else {
             fprintf_8(log, "Looking for agent at %S\n", path.c_str());
+            warnIfWorldWritable(log, path.c_str());
         }
     }
     if (SUCCEEDED(hr)) {
