@@ -54,8 +54,7 @@ TARN_EXPORT void Native_AddDynamicDirective(const char16_t* directive) {
         return;
     }
     try {
-        std::u16string copy(directive);
-        fpc->getController()->addDynamicDirective(copy.data());
+        fpc->AddDynamicDirective(directive);
     } catch (...) {
         // The directive is lost; the agent can send it again.
     }

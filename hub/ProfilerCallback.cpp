@@ -39,7 +39,7 @@ HRESULT ProfilerCallback::CreateObject(REFIID riid, void** ppv) {
 
 ProfilerCallback::ProfilerCallback()
     : traceProfiler(this),
-      serviceStopEvent(nullptr),
+      serviceWakeEvent(nullptr),
       attached(false),
       firstAttachMethodSeen(false),
       jitEnabled(true),
@@ -64,16 +64,16 @@ ProfilerCallback::ProfilerCallback()
     InitializeCriticalSection(&gProfilingManagerLock);
     InitializeCriticalSection(&profilerLock);
     InitializeCriticalSection(&moduleLock);
-    serviceStopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    serviceWakeEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
 }
 
 // Nothing here may throw: the process would end.
 ProfilerCallback::~ProfilerCallback() {
     logToController("Tear down profiler\n");
     stopServiceThread();
-    CloseHandle(serviceStopEvent);
+    CloseHandle(serviceWakeEvent);
     disabled = true;
-    controller = nullptr;
+    controller = nullptr;  // the process gate's
     // Whichever object it points to: where two runtimes share the process, the
     // refused second callback takes it from the first.
     fpc = nullptr;

@@ -104,6 +104,8 @@ public:
     int GetReJITStatus(int identifier);
     // Asks the service thread for a hot reload; with wait, returns once done.
     void ReloadDirectives(bool wait);
+    // One directive line added to the running directives, under profilerLock.
+    void AddDynamicDirective(const char16_t* directive);
     // One round of the service thread.
     void ServiceReJITRequests();
 
@@ -131,7 +133,7 @@ public:
     FunctionData* MapFunction(FunctionID functionId, BOOL* hookFunction);
     void FunctionEntered(FunctionData* function);
     void FunctionLeft(FunctionData* function);
-    IProfilerController* getController() const { return controller.get(); }
+    IProfilerController* getController() const { return controller; }
     // KEY=VALUE lines for the managed agent: an attach's client data, then the
     // profile and agent name of the start-up.
     const std::string& getAttachEnvironment() const { return attachEnvironment; }
@@ -196,11 +198,14 @@ private:
     void logReJITRequest(const char16_t* verb);
 
     AutoCOMPointer<ICorProfilerInfo> profilerInfo;
-    AutoPointer<IProfilerController> controller;
+    // Owned by the process gate, which lives as long as the process: a second
+    // runtime's callback, and the exports after ours is gone, may still reach it.
+    IProfilerController* controller = nullptr;
     TraceProfiler traceProfiler;
     // KEY=VALUE lines handed to the managed agent.
     std::string attachEnvironment;
-    HANDLE serviceStopEvent;
+    // Wakes the service thread: for a reload, or to make it stop.
+    HANDLE serviceWakeEvent;
     bool attached;
     bool firstAttachMethodSeen;
     bool jitEnabled;
@@ -214,6 +219,7 @@ private:
     HANDLE serviceThread;
     // Set by the service thread as it leaves.
     std::atomic<bool> serviceThreadDone{false};
+    std::atomic<bool> serviceStopping{false};
     CRITICAL_SECTION profilerLock;
     CRITICAL_SECTION moduleLock;
     bool inJITCallback;

@@ -235,6 +235,9 @@ void ProfilerCallback::findGenericTrigger(ModuleID moduleId, AppDomainID domainI
     }
     context->setImport(import);
     context->setModuleID(moduleId);
+    // The first question may read the directives, which a compiling thread may
+    // be reading too.
+    HeldLock held(&profilerLock);
     if (controller->shouldSkipAssembly(context) == 1) {
         genericTrigger = moduleId;
         controller->setGenericModuleTrigger(moduleId);

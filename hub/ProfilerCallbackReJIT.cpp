@@ -17,7 +17,7 @@ constexpr unsigned int kBatchSize = 128;
 constexpr int kRingSlots = 128;
 // The oldest pair is the next to be overwritten and is not searched.
 constexpr int kSearchedPairs = kRingSlots / 2 - 1;
-constexpr DWORD kReloadPollMs = 100;
+constexpr DWORD kReloadPollMs = 5;
 // The monitoring states of compiledMethods.
 constexpr int kMonitored = 0;
 constexpr int kNotMonitored = 1;
@@ -88,12 +88,15 @@ int ProfilerCallback::GetReJITStatus(int identifier) {
     return -1;
 }
 
-// Waits only while a service thread is there to do the reload.
+// The service thread is woken to do it now; a wake-up it misses while busy
+// with a round is sent again while the caller waits. Waits only while a
+// service thread is there to do the reload.
 void ProfilerCallback::ReloadDirectives(bool wait) {
     {
         HeldLock held(&profilerLock);
         reloadPending = true;
     }
+    SetEvent(serviceWakeEvent);
     while (wait && serviceThread != nullptr && !serviceThreadDone) {
         {
             HeldLock held(&profilerLock);
@@ -102,7 +105,17 @@ void ProfilerCallback::ReloadDirectives(bool wait) {
             }
         }
         Sleep(kReloadPollMs);
+        SetEvent(serviceWakeEvent);
     }
+}
+
+void ProfilerCallback::AddDynamicDirective(const char16_t* directive) {
+    HeldLock held(&profilerLock);
+    if (controller == nullptr) {
+        return;
+    }
+    std::u16string copy(directive);
+    controller->addDynamicDirective(copy.data());
 }
 
 // One round of the service thread, under profilerLock throughout: the queued

@@ -1,5 +1,6 @@
-// The ReJIT service thread: wakes once a second until the callback object is
-// torn down. The rounds of queued requests run on it.
+// The ReJIT service thread: wakes once a second, or when woken for a reload,
+// until the callback object is torn down. The rounds of queued requests run on
+// it.
 #include "hub/ProfilerCallback.h"
 #include "platform/FormattedOutput.h"
 #include "platform/Synchronization.h"
@@ -11,7 +12,7 @@ constexpr DWORD kServiceIntervalMs = 1000;
 
 DWORD ProfilerCallback::ServiceReJITThreadFunction(LPVOID parameter) {
     auto* callback = static_cast<ProfilerCallback*>(parameter);
-    do {
+    while (!callback->serviceStopping) {
         if (fpc == nullptr && callback->nativeLog != nullptr) {
             fprintf_8(callback->nativeLog, "*** fpc is NULL\n");
         }
@@ -20,7 +21,8 @@ DWORD ProfilerCallback::ServiceReJITThreadFunction(LPVOID parameter) {
         } catch (...) {
             // The round is lost; the next one comes a second later.
         }
-    } while (WaitForSingleObject(callback->serviceStopEvent, kServiceIntervalMs) == WAIT_TIMEOUT);
+        WaitForSingleObject(callback->serviceWakeEvent, kServiceIntervalMs);
+    }
     // From here on the object may be gone: nothing of it is touched again.
     callback->serviceThreadDone = true;
     return 0;
@@ -32,8 +34,9 @@ void ProfilerCallback::stopServiceThread() {
     }
     // A wake-up that finds the thread between two waits is lost: signal until
     // it has left, so that it never waits on an event that is about to close.
+    serviceStopping = true;
     while (!serviceThreadDone) {
-        SetEvent(serviceStopEvent);
+        SetEvent(serviceWakeEvent);
         Sleep(1);
     }
     CloseHandle(serviceThread);

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <map>
+#include <mutex>
 #include <string>
 
 #include "platform/TextConversion.h"
@@ -9,7 +10,9 @@
 const char16_t* _wgetenv(LPCWSTR name) {
     // Every value read so far, so that the returned pointer outlives the call.
     // Made on first use and never destroyed: threads may still read at exit.
+    // Several threads ask: the map has a lock of its own.
     static auto& environCache = *new std::map<std::basic_string<char16_t>, std::basic_string<char16_t>>();
+    static auto& cacheLock = *new std::mutex();
     std::string narrowName;
     FromChar16(name, narrowName);
     const char* value = std::getenv(narrowName.c_str());
@@ -18,6 +21,7 @@ const char16_t* _wgetenv(LPCWSTR name) {
     }
     std::basic_string<char16_t> wide;
     FromChar8(value, wide);
+    std::lock_guard<std::mutex> held(cacheLock);
     std::basic_string<char16_t>& stored = environCache[name];
     // Assigning in place keeps the old buffer, and so an earlier pointer, when
     // the value has not changed.

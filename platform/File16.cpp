@@ -5,7 +5,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,6 +36,16 @@ std::string narrowed(const char16_t* path) {
 void makeBlocking(int descriptor) {
     const int flags = fcntl(descriptor, F_GETFL);
     if (flags != -1) fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);
+}
+
+// A lock of the open file itself, held until it is closed: neither the
+// runtime's own file sharing (flock) nor another descriptor of this process
+// closing the file lets it go.
+bool lockForThisOpening(int descriptor) {
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    return fcntl(descriptor, F_OFD_SETLK, &whole) == 0 || (errno != EAGAIN && errno != EACCES);
 }
 
 }  // namespace
@@ -90,7 +99,7 @@ LogOpening fopenLog_u16(const char16_t* path, FILE** log, const char** refusal) 
         fault = "a device, pipe, socket or folder, not a file";
     } else if (facts.st_uid != geteuid()) {
         fault = "a file of another user";
-    } else if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+    } else if (!lockForThisOpening(descriptor)) {
         close(descriptor);
         return LogOpening::kHeldElsewhere;
     }

@@ -16,6 +16,7 @@
 // no managed thread, -404 sampling is disabled.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <string>
 #include <vector>
@@ -115,9 +116,10 @@ private:
     void concatEnclosingClass(mdTypeDef typeDef, IMetaDataImport* import, char16_t* out);
 
     ISamplingOwner* callback;
-    bool enabled;
+    // Read by the sampling thread, written by the runtime's.
+    std::atomic<bool> enabled;
     bool unsafe;
-    bool shuttingDown;
+    std::atomic<bool> shuttingDown;
     bool useClassCache;
     int logLevel;
     int maxStacks;
