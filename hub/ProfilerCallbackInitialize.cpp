@@ -164,9 +164,14 @@ HRESULT ProfilerCallback::setEventMask(FILE* log, HRESULT hr, bool& stop) {
     if (IsTraceProfilerEnabled()) {
         eventMask |= COR_PRF_ENABLE_STACK_SNAPSHOT | COR_PRF_MONITOR_THREADS;
     }
+    // Precompiled code is kept: a selected method is refused its precompiled
+    // code when the runtime looks for it (JITCachedFunctionSearchStarted), and
+    // so are the precompiled methods that inlined it. Switching it off for the
+    // whole process would compile the framework again at every start.
+    const bool precompiledOff = !attached && controller->shouldDisablePrecompiledCode() == 0;
     if (IsReJITEnabled()) {
         eventMask |= COR_PRF_ENABLE_REJIT;
-        if (!attached) {
+        if (precompiledOff) {
             eventMask |= COR_PRF_DISABLE_ALL_NGEN_IMAGES;
         }
     } else {
@@ -197,7 +202,7 @@ HRESULT ProfilerCallback::setEventMask(FILE* log, HRESULT hr, bool& stop) {
     }
     if (!attached && controller->shouldMonitorNgenModules() == 0) {
         eventMask |= COR_PRF_MONITOR_CACHE_SEARCHES;
-        if (!onModuleLoad) {
+        if (!onModuleLoad && precompiledOff) {
             eventMask |= COR_PRF_USE_PROFILE_IMAGES;
         }
     }

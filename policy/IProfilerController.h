@@ -36,6 +36,10 @@ public:
     virtual int shouldLogMethodBytes() = 0;
     virtual int shouldLogUninstrumentedMethods() = 0;
     virtual int shouldMonitorNgenModules() = 0;
+    // S_OK if precompiled code is switched off for the whole process at launch
+    // (the profile's "harrowlite.nativeprofiler.precompiledCode.disabled");
+    // by default it is kept, and refused method by method.
+    virtual int shouldDisablePrecompiledCode() = 0;
     virtual int shouldInstrumentOnModuleLoad() = 0;
     virtual int shouldDisableTransparencyChecks() = 0;
     // 0 yes, 1 no, E_FAIL when the key is not set.

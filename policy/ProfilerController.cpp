@@ -101,6 +101,7 @@ void ProfilerController::readSwitches()
 
     const char16_t* ngen = findProperty(u"harrowlite.nativeprofiler.ngen.monitor.enabled");
     monitorNgenModules = ngen == nullptr || strcasecmp_u16(u"false", ngen) != 0;
+    disablePrecompiledCode = readTrueWord(u"harrowlite.nativeprofiler.precompiledCode.disabled", false);
 
     instrumentOnModuleLoad = properties->getBoolProperty(u"harrowlite.nativeprofiler.instrumentOnModuleLoad", false);
 
@@ -120,6 +121,8 @@ int ProfilerController::shouldLogMethodBytes() { return logMethodBytes ? S_OK : 
 int ProfilerController::shouldLogUninstrumentedMethods() { return logUninstrumentedMethods ? S_OK : S_FALSE; }
 
 int ProfilerController::shouldMonitorNgenModules() { return monitorNgenModules ? S_OK : S_FALSE; }
+
+int ProfilerController::shouldDisablePrecompiledCode() { return disablePrecompiledCode ? S_OK : S_FALSE; }
 
 int ProfilerController::shouldInstrumentOnModuleLoad() { return instrumentOnModuleLoad ? S_OK : S_FALSE; }
 

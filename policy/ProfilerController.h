@@ -40,6 +40,7 @@ public:
     int shouldLogMethodBytes() override;
     int shouldLogUninstrumentedMethods() override;
     int shouldMonitorNgenModules() override;
+    int shouldDisablePrecompiledCode() override;
     int shouldInstrumentOnModuleLoad() override;
     int shouldDisableTransparencyChecks() override;
     int shouldUseSyntheticShim() override;
@@ -123,6 +124,7 @@ private:
     bool logMethodBytes = false;
     bool logUninstrumentedMethods = false;
     bool monitorNgenModules = true;
+    bool disablePrecompiledCode = false;
     bool instrumentOnModuleLoad = false;
     bool disableTransparencyChecks = false;
     bool genericTriggerMatched = false;

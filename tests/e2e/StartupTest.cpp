@@ -23,25 +23,26 @@ int jitted(const e2e::RunResult& run) {
     return at == std::string::npos ? -1 : std::stoi(run.err.substr(at + 7));
 }
 
-// With the defaults the mask disables all precompiled images, so the runtime
-// compiles what it would otherwise take ready-made. Without ReJIT the mask asks
-// for profile images instead, which the runtime does not have either; only with
-// ReJIT and NGEN monitoring both off does precompiled code stay in use (the
-// agent and the instrumented Main add a few compilations). The
-// program is unchanged in every case.
+// With the defaults precompiled code stays in use whatever ReJIT and NGEN
+// monitoring say (the agent and the instrumented Main add a few compilations);
+// the profile's switch brings back the launch that disables every precompiled
+// image, with ReJIT, or asks for profile images, which the runtime does not
+// have, without it. The program is unchanged in every case.
 TEST(Startup, EventMaskDecidesOverPrecompiledCode) {
     struct Case {
         const char* name;
         std::vector<std::pair<std::string, std::string>> properties;
         bool precompiledUsed;
     };
+    const std::pair<std::string, std::string> off = {"harrowlite.nativeprofiler.precompiledCode.disabled", "true"};
+    const std::pair<std::string, std::string> noReJIT = {"harrowlite.agent.rejit.enabled", "false"};
+    const std::pair<std::string, std::string> noNgen = {"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"};
     const Case cases[] = {
-        {"defaults", {}, false},
-        {"ReJIT off", {{"harrowlite.agent.rejit.enabled", "false"}}, false},
-        {"NGEN monitoring off", {{"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"}}, false},
-        {"ReJIT and NGEN monitoring off",
-         {{"harrowlite.agent.rejit.enabled", "false"}, {"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"}},
-         true},
+        {"defaults", {}, true},
+        {"ReJIT off", {noReJIT}, true},
+        {"precompiled code off", {off}, false},
+        {"precompiled code and ReJIT off", {off, noReJIT}, false},
+        {"precompiled code, ReJIT and NGEN monitoring off", {off, noReJIT, noNgen}, true},
     };
     auto plain = e2e::runPlain("JitCount");
     ASSERT_EQ(plain.exitCode, 0) << plain.describe();

@@ -15,6 +15,7 @@ public:
     int shouldLogMethodBytes() override { return refused(__func__); }
     int shouldLogUninstrumentedMethods() override { return refused(__func__); }
     int shouldMonitorNgenModules() override { return refused(__func__); }
+    int shouldDisablePrecompiledCode() override { return refused(__func__); }
     int shouldInstrumentOnModuleLoad() override { return refused(__func__); }
     int shouldDisableTransparencyChecks() override { return refused(__func__); }
     int shouldUseSyntheticShim() override { return refused(__func__); }

@@ -84,7 +84,7 @@ TEST(ProfilerCallback, ShutdownStopsCompileEventsAndReleasesTheRuntime) {
     // Before: enabled, with compile events in the mask; after: the same mask
     // without them, the runtime's references given back but the one the test
     // handed to its own context, and fpc still in place.
-    EXPECT_EQ("0 b006022c 1 0 2 b006020c 1 10 11 0 1 0 0 0", outcome.notes) << outcome.log;
+    EXPECT_EQ("0 1006022c 1 0 2 1006020c 1 10 11 0 1 0 0 0", outcome.notes) << outcome.log;
     EXPECT_NE(std::string::npos, outcome.log.find("Begin shutdown\n")) << outcome.log;
     EXPECT_TRUE(outcome.released);
 }
