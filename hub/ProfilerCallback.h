@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -183,6 +184,10 @@ private:
     void findGenericTrigger(ModuleID moduleId, AppDomainID domainId, const char16_t* domainName, HRESULT result);
     void hijackSetupDomain(ModuleID moduleId);
     void instrumentModule(ModuleID moduleId, const char16_t* assemblyName, HRESULT result);
+    // The precompiled methods of a module that inlined its selected methods
+    // when compiled ahead of time: their precompiled code is refused too, or
+    // the selected method would run untraced inside them.
+    void refusePrecompiledInliners(ModuleID moduleId, const char16_t* assemblyName);
     // Signals the service thread until it has left; then its handle is closed.
     void stopServiceThread();
     // The catch-up of an attach.
@@ -234,6 +239,9 @@ private:
     bool hooksEnabled;
     bool isCoreCLR;
     int lastReJITRequestId;
+    // Methods refused their precompiled code for inlining selected ones, by
+    // module and token; under profilerLock.
+    std::set<std::pair<ModuleID, mdMethodDef>> precompiledInliners;
     // Batches waiting for the service thread, under profilerLock.
     std::vector<rejit_requests> rejitRequests;
     std::vector<rejit_requests> revertRequests;

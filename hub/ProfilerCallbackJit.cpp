@@ -136,8 +136,15 @@ HRESULT ProfilerCallback::JITCachedFunctionSearchStarted(FunctionID functionId, 
         if (metaDataContext == nullptr || controller == nullptr || pbUseCachedFunction == nullptr) {
             return S_OK;
         }
-        // Precompiled code of a monitored method would never reach the compile event.
-        if (SUCCEEDED(metaDataContext->setFunction(functionId)) &&
+        // Precompiled code of a monitored method would never reach the compile
+        // event, nor would the selected methods that precompiled code inlined.
+        // Where the agent trigger waits, the compile event decides: asked
+        // here, the trigger would be used up without the method being rewritten.
+        if (FAILED(metaDataContext->setFunction(functionId))) {
+            return S_OK;
+        }
+        if (controller->isGenericAgentTriggerPendingFor(metaDataContext) ||
+            precompiledInliners.count({metaDataContext->getModuleID(), metaDataContext->getMethodDef()}) != 0 ||
             controller->shouldMonitorMethod(metaDataContext) == 0) {
             *pbUseCachedFunction = FALSE;
         }

@@ -110,6 +110,11 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
             result = prepareFirstModule(moduleId, result, onModuleLoad);
         }
 
+        const DWORD precompiledOff = COR_PRF_DISABLE_ALL_NGEN_IMAGES | COR_PRF_USE_PROFILE_IMAGES;
+        if (SUCCEEDED(result) && !onModuleLoad && !disabled && (eventMask & COR_PRF_MONITOR_CACHE_SEARCHES) != 0 &&
+            (eventMask & precompiledOff) == 0) {
+            refusePrecompiledInliners(moduleId, assemblyName);
+        }
         if (onModuleLoad && !disabled) {
             // The rewriting engine is shared with the compile path and with
             // other module loads.

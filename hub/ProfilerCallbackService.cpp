@@ -39,6 +39,7 @@ void ProfilerCallback::stopServiceThread() {
         SetEvent(serviceWakeEvent);
         Sleep(1);
     }
+    JoinThread(serviceThread);
     CloseHandle(serviceThread);
     serviceThread = nullptr;
 }

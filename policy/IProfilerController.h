@@ -49,6 +49,10 @@ public:
     virtual bool isByRefLike(IMetaDataContext* context) = 0;
     virtual bool usingGenericAgentTrigger() = 0;
     virtual bool isGenericAgentTriggerEnabled() = 0;
+    // Whether the method lies where the generic agent trigger still waits
+    // (the trigger's module, on Core): its compile event may be the one that
+    // starts the agent, so it must not run precompiled code.
+    virtual bool isGenericAgentTriggerPendingFor(IMetaDataContext* context) = 0;
     virtual void setGenericDomainTrigger(AppDomainID appDomain) = 0;
     virtual void setGenericModuleTrigger(ModuleID module) = 0;
     virtual void setIsAttach(bool attach) = 0;

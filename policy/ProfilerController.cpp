@@ -145,6 +145,12 @@ bool ProfilerController::isGenericAgentTriggerEnabled()
     return isDotnetCore || genericDomainTrigger != 0;
 }
 
+bool ProfilerController::isGenericAgentTriggerPendingFor(IMetaDataContext* context)
+{
+    return isDotnetCore && !genericTriggerMatched && isGenericAgentTriggerEnabled() &&
+           context->getModuleID() == genericModuleTrigger;
+}
+
 void ProfilerController::setGenericDomainTrigger(AppDomainID appDomain) { genericDomainTrigger = appDomain; }
 
 void ProfilerController::setGenericModuleTrigger(ModuleID module) { genericModuleTrigger = module; }

@@ -48,6 +48,7 @@ public:
     bool isByRefLike(IMetaDataContext* context) override;
     bool usingGenericAgentTrigger() override;
     bool isGenericAgentTriggerEnabled() override;
+    bool isGenericAgentTriggerPendingFor(IMetaDataContext* context) override;
     void setGenericDomainTrigger(AppDomainID appDomain) override;
     void setGenericModuleTrigger(ModuleID module) override;
     void setIsAttach(bool attach) override;

@@ -23,6 +23,7 @@ public:
     bool isByRefLike(IMetaDataContext*) override { return refused(__func__) == 0; }
     bool usingGenericAgentTrigger() override { return refused(__func__) == 0; }
     bool isGenericAgentTriggerEnabled() override { return refused(__func__) == 0; }
+    bool isGenericAgentTriggerPendingFor(IMetaDataContext*) override { return refused(__func__) == 0; }
     void setGenericDomainTrigger(AppDomainID) override { refused(__func__); }
     void setGenericModuleTrigger(ModuleID) override { refused(__func__); }
     void setIsAttach(bool) override { refused(__func__); }
