@@ -6,14 +6,17 @@
 # and only the hidden directives, and with it and the program's own classes
 # selected. Runs are interleaved so that drift of the machine spreads over all.
 #
-# Usage: bench/startup.sh <build directory> [runs per configuration]
+# Usage: bench/startup.sh <build directory> [runs per configuration] [other library]
+# With another build of the library (an earlier one, say), its runs with the
+# program's own classes selected are interleaved too: a before and after.
 # Prints the median, minimum and maximum wall time, and the median's ratio to
 # the run without the profiler, and the profiler's account of its last run with
 # the program's own classes selected.
 set -euo pipefail
 
-build=${1:?usage: $0 <build directory> [runs]}
+build=${1:?usage: $0 <build directory> [runs] [other library]}
 runs=${2:-9}
+other=${3:-}
 build=$(cd "$build" && pwd)
 profiler=$build/tarn.NativeProfiler.so
 agent=$build/e2e/agent
@@ -48,19 +51,21 @@ timed() {
     echo $(((end - start) / 1000000))
 }
 
-profiled() {
+profiled() {  # installation [library]
     echo CORECLR_ENABLE_PROFILING=1 "CORECLR_PROFILER={7C1E42A9-63D0-4B1F-9E25-3AD8F06B17C4}" \
-        CORECLR_PROFILER_PATH="$profiler" TMSENV_AGENT_PROFILE="$work/$1/default.properties"
+        CORECLR_PROFILER_PATH="${2:-$profiler}" TMSENV_AGENT_PROFILE="$work/$1/default.properties"
 }
 
 configurations=("1 no profiler" "2 no profiler, DOTNET_ReadyToRun=0" "3 profiler, hidden directives only"
                 "4 profiler, the program's own classes")
+[[ -n $other ]] && configurations+=("5 other library, the program's own classes")
 environment() {  # configuration program
     case $1 in
     1*) echo "" ;;
     2*) echo "DOTNET_ReadyToRun=0" ;;
     3*) profiled hidden ;;
     4*) profiled "own-$2" ;;
+    5*) profiled "other-$2" "$other" ;;
     esac
 }
 
@@ -68,6 +73,7 @@ install hidden
 declare -A samples
 for program in "${programs[@]}"; do
     install "own-$program" $'IdentifyAssemblyAs: '"$program"$' Own\nTraceAllMethodsIfFlagged: Own\nTurnOn: Own\n'
+    [[ -n $other ]] && install "other-$program" $'IdentifyAssemblyAs: '"$program"$' Own\nTraceAllMethodsIfFlagged: Own\nTurnOn: Own\n'
     for configuration in "${configurations[@]}"; do
         # shellcheck disable=SC2046
         timed "$program" $(environment "$configuration" "$program") >/dev/null
