@@ -10,9 +10,9 @@ command -v nm >/dev/null || missing+=(binutils)
 [ -f /usr/include/gmock/gmock.h ] || missing+=(libgmock-dev)
 [ -f /usr/include/benchmark/benchmark.h ] || missing+=(libbenchmark-dev)
 command -v valgrind >/dev/null || missing+=(valgrind)
-[ -f /usr/include/re2/re2.h ] || missing+=(libre2-dev)
 
 "$(dirname "$0")"/install-missing.sh ${missing[@]+"${missing[@]}"}
+"$(dirname "$0")"/fetch-re2.sh
 
 if ! command -v dotnet >/dev/null; then
     echo "The .NET SDK (dotnet) is required and is not on PATH." >&2
