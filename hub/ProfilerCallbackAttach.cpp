@@ -167,7 +167,7 @@ void ProfilerCallback::catchUpModule(ICorProfilerInfo3* info3, ModuleID module, 
         forceOverloads(module, u"System.Threading.Thread", u"Sleep", "System.Threading.Thread::Sleep");
     }
     std::set<mdMethodDef> methods;
-    controller->getMonitoredMethodsForModule(profilerInfo, module, methods);
+    controller->getMonitoredMethodsForModule(profilerInfo, module, methods, true);
     for (mdMethodDef method : methods) {
         RequestReJIT(module, method, false);
     }

@@ -19,7 +19,7 @@ void ProfilerCallback::refusePrecompiledInliners(ModuleID moduleId, const char16
         return;
     }
     std::set<mdMethodDef> selected;
-    controller->getMonitoredMethodsForModule(profilerInfo, moduleId, selected);
+    controller->getMonitoredMethodsForModule(profilerInfo, moduleId, selected, false);
     size_t before = precompiledInliners.size();
     for (mdMethodDef method : selected) {
         BOOL incomplete = FALSE;

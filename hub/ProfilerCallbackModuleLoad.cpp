@@ -295,7 +295,7 @@ void ProfilerCallback::hijackSetupDomain(ModuleID moduleId) {
 
 void ProfilerCallback::instrumentModule(ModuleID moduleId, const char16_t* assemblyName, HRESULT result) {
     std::set<mdMethodDef> methods;
-    controller->getMonitoredMethodsForModule(profilerInfo, moduleId, methods);
+    controller->getMonitoredMethodsForModule(profilerInfo, moduleId, methods, true);
 
     const int64_t started = Performance::GetTimeInMillis();
     AutoCOMPointer<IMetaDataImport> import;

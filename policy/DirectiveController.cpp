@@ -122,7 +122,8 @@ HRESULT DirectiveController::readDirective(char16_t* line) {
 }
 
 void DirectiveController::getMonitoredMethodsForModule(IProfilerController* controller, ICorProfilerInfo* info,
-                                                       ModuleID module, std::set<mdMethodDef>& methods) {
+                                                       ModuleID module, std::set<mdMethodDef>& methods, bool logged) {
+    FILE* log = logged ? this->log : nullptr;
     // Shared by every scan of the process, never reset.
     static uint64_t cumulativeMs = 0;
     static uint64_t cumulativeTypes = 0;
@@ -157,7 +158,7 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
                 typeCount += count;
             }
             for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
-                hr = scanType(context, match, types[i], logClasses, methods, methodCount);
+                hr = scanType(context, match, types[i], log, logClasses, methods, methodCount);
             }
         }
         if (typeEnum != nullptr) {
@@ -185,7 +186,7 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
     }
 }
 
-HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type,
+HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
                                       bool logClasses, std::set<mdMethodDef>& methods, unsigned int& methodCount) {
     IMetaDataImport* import = match.getImport();
     DWORD flags = 0;

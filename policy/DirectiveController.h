@@ -23,7 +23,7 @@ public:
     IDirectiveMatchResult* shouldMonitorResult(IMetaDataContext* context) override;
     bool shouldMonitor(IMetaDataContext* context) override;
     void getMonitoredMethodsForModule(IProfilerController* controller, ICorProfilerInfo* info, ModuleID module,
-                                      std::set<mdMethodDef>& methods) override;
+                                      std::set<mdMethodDef>& methods, bool logged) override;
     HRESULT readDirectives(FILE* stream) override;
     HRESULT readDirective(char16_t* line) override;
     void setCacheSize(int size) override { cache->setCacheSize(size); }
@@ -38,9 +38,10 @@ public:
 
 private:
     // The scan of one type definition: each live group whose class test passes
-    // adds the methods it selects. Returns the running status.
-    [[nodiscard]] HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, bool logClasses,
-                     std::set<mdMethodDef>& methods, unsigned int& methodCount);
+    // adds the methods it selects, named in log if it is not null. Returns the
+    // running status.
+    [[nodiscard]] HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
+                                   bool logClasses, std::set<mdMethodDef>& methods, unsigned int& methodCount);
 
     FILE* log;
     ClassMethodFilter skips;

@@ -44,10 +44,10 @@ public:
     // through the match cache.
     virtual bool shouldMonitor(IMetaDataContext* context) = 0;
     // Adds to methods the tokens of the module's methods that the groups
-    // select, and logs what it matched and its statistics. controller says
-    // whether every class is to be logged; it may be null.
+    // select, and with logged logs what it matched and its statistics.
+    // controller says whether every class is to be logged; it may be null.
     virtual void getMonitoredMethodsForModule(IProfilerController* controller, ICorProfilerInfo* info,
-                                              ModuleID module, std::set<mdMethodDef>& methods) = 0;
+                                              ModuleID module, std::set<mdMethodDef>& methods, bool logged) = 0;
     // Reads a directive file line by line; stops at the first failure.
     [[nodiscard]] virtual HRESULT readDirectives(FILE* stream) = 0;
     // One directive line, taken apart in place.

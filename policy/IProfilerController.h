@@ -56,9 +56,10 @@ public:
     virtual void setGenericDomainTrigger(AppDomainID appDomain) = 0;
     virtual void setGenericModuleTrigger(ModuleID module) = 0;
     virtual void setIsAttach(bool attach) = 0;
-    // Fills methods with the tokens of the module that the directives select.
-    virtual int getMonitoredMethodsForModule(ICorProfilerInfo* info, ModuleID module,
-                                             std::set<mdMethodDef>& methods) = 0;
+    // Fills methods with the tokens of the module that the directives select;
+    // with logged, the native log names each and the module's figures.
+    virtual int getMonitoredMethodsForModule(ICorProfilerInfo* info, ModuleID module, std::set<mdMethodDef>& methods,
+                                             bool logged) = 0;
     virtual void setCLRVersion(unsigned int clrVersion) = 0;
     virtual std::u16string& getAppName() = 0;
     // The native log; never null once the controller exists. Not owned by callers.

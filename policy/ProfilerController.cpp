@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "platform/BuildInfo.h"
 #include "platform/ProcessFacts.h"
 #include "metadata/CLRUtils.h"
 #include "platform/Environment.h"
@@ -175,9 +176,13 @@ FILE* ProfilerController::getNativeLog()
     }
     const OpenedLog opened = openRelativePathFile(agentDirectory, logFile);
     nativeLog = opened.stream;
-    if (nativeLog != nullptr && !opened.heldBy.empty()) {
-        fprintf_8(nativeLog, "The native log %S is held by another process; process %d writes %S\n",
-                  opened.heldBy.c_str(), static_cast<int>(getpid()), opened.path.c_str());
+    if (nativeLog != nullptr) {
+        fprintf_8(nativeLog, "tarn.NativeProfiler %s (%s)", BuildInfo::kVersion, BuildInfo::kRevision);
+        if (!opened.heldBy.empty()) {
+            fprintf_8(nativeLog, ": the native log %S is held by another process; process %d writes %S",
+                      opened.heldBy.c_str(), static_cast<int>(getpid()), opened.path.c_str());
+        }
+        fprintf_8(nativeLog, "\n");
     }
     if (nativeLog != nullptr) warnIfWorldWritable(nativeLog, agentProfilePath.c_str());
     // The program's own output is no place for a log that was meant for a

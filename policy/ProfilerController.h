@@ -52,8 +52,8 @@ public:
     void setGenericDomainTrigger(AppDomainID appDomain) override;
     void setGenericModuleTrigger(ModuleID module) override;
     void setIsAttach(bool attach) override;
-    int getMonitoredMethodsForModule(ICorProfilerInfo* info, ModuleID module,
-                                     std::set<mdMethodDef>& methods) override;
+    int getMonitoredMethodsForModule(ICorProfilerInfo* info, ModuleID module, std::set<mdMethodDef>& methods,
+                                     bool logged) override;
     void setCLRVersion(unsigned int version) override;
     std::u16string& getAppName() override;
     FILE* getNativeLog() override;

@@ -102,10 +102,10 @@ int ProfilerController::shouldHijackMethod(IMetaDataContext* context)
 }
 
 int ProfilerController::getMonitoredMethodsForModule(ICorProfilerInfo* profilerInfo, ModuleID module,
-                                                     std::set<mdMethodDef>& methods)
+                                                     std::set<mdMethodDef>& methods, bool logged)
 {
     if (directives != nullptr) {
-        directives->getMonitoredMethodsForModule(this, profilerInfo, module, methods);
+        directives->getMonitoredMethodsForModule(this, profilerInfo, module, methods, logged);
     }
     return S_OK;
 }

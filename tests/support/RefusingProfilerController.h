@@ -27,7 +27,7 @@ public:
     void setGenericDomainTrigger(AppDomainID) override { refused(__func__); }
     void setGenericModuleTrigger(ModuleID) override { refused(__func__); }
     void setIsAttach(bool) override { refused(__func__); }
-    int getMonitoredMethodsForModule(ICorProfilerInfo*, ModuleID, std::set<mdMethodDef>&) override {
+    int getMonitoredMethodsForModule(ICorProfilerInfo*, ModuleID, std::set<mdMethodDef>&, bool) override {
         return refused(__func__);
     }
     void setCLRVersion(unsigned int) override { refused(__func__); }

@@ -1,9 +1,11 @@
 // tarn-attach --pid N [--profile FILE] [--agent-name NAME] [--profiler PATH] [KEY=VALUE ...]
+// tarn-attach --version
 //
 // Asks the runtime of a running .NET process, over its diagnostic channel, to
 // load the native profiler. The profile, the agent name and any KEY=VALUE
 // pairs travel as the attach's client data, one KEY=VALUE line each, and the
 // profiler puts them into the process's environment before it starts up.
+using System.Reflection;
 using System.Text;
 using Microsoft.Diagnostics.NETCore.Client;
 
@@ -16,7 +18,16 @@ internal static class Program
     private static int Main(string[] args)
     {
         int pid = 0;
+        if (args.Length == 1 && args[0] == "--version")
+        {
+            Console.WriteLine("tarn-attach " + typeof(Program).Assembly
+                .GetCustomAttribute<AssemblyInformationalVersionAttribute>()?.InformationalVersion);
+            return 0;
+        }
+        // Beside the tool, or at the top of the agent home it is installed in (lib/attach/).
         string profiler = Path.Combine(AppContext.BaseDirectory, "tarn.NativeProfiler.so");
+        if (!File.Exists(profiler))
+            profiler = Path.GetFullPath(Path.Combine(AppContext.BaseDirectory, "..", "..", "tarn.NativeProfiler.so"));
         var lines = new List<string>();
         for (int i = 0; i < args.Length; i++)
         {

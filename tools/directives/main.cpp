@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "directives/DirectiveCheck.h"
+#include "platform/BuildInfo.h"
 #include "platform/Win32Types.h"
 
 // The process gate's lock, which the profiler's hub owns and sets up.
@@ -36,6 +37,9 @@ int main(int argc, char** argv) {
             options.selectedOnly = true;
         } else if (strcmp(argument, "--json") == 0) {
             options.json = true;
+        } else if (strcmp(argument, "--version") == 0) {
+            printf("tarn-directives %s (%s)\n", BuildInfo::kVersion, BuildInfo::kRevision);
+            return 0;
         } else if (strcmp(argument, "--help") == 0 || strcmp(argument, "-h") == 0) {
             usage(stdout);
             return 0;

@@ -41,5 +41,8 @@ std::string AgentInstallation::logPath() const {
 
 std::vector<std::string> AgentInstallation::log() const {
     if (last != nullptr) fflush(last->getNativeLog());
-    return splitLines(readFile(logPath()));
+    std::vector<std::string> lines = splitLines(readFile(logPath()));
+    // The first line names the build; the suites read what follows it.
+    if (!lines.empty() && lines.front().rfind("tarn.NativeProfiler ", 0) == 0) lines.erase(lines.begin());
+    return lines;
 }
