@@ -15,10 +15,6 @@ namespace {
 
 using e2e::AgentInstall;
 
-size_t countOf(const std::vector<std::string>& lines, const std::string& line) {
-    return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
-}
-
 TEST(DeepException, ReportedOncePerFrameAndOtherwiseUntouched) {
     AgentInstall install;
     install.directives("IdentifyAssemblyAs: Deep Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n");
@@ -36,9 +32,10 @@ TEST(DeepException, ReportedOncePerFrameAndOtherwiseUntouched) {
     // Each recursion frame, the frame that started it and the thread's lambda
     // above it; every iterator of the chain, the loop over it and that lambda.
     const std::string deep = "catchTrace Deep.DepthReached:depth 1000";
-    EXPECT_EQ(countOf(record, deep), 1002u);
-    EXPECT_EQ(countOf(record, "catchTrace Deep.DepthReached:depth 10000"), 10002u);
-    EXPECT_EQ(countOf(record, "catchTrace System.IO.InvalidDataException:innermost iterator"), 1003u);
+    EXPECT_EQ(std::count(record.begin(), record.end(), deep), 1002);
+    EXPECT_EQ(std::count(record.begin(), record.end(), "catchTrace Deep.DepthReached:depth 10000"), 10002);
+    EXPECT_EQ(std::count(record.begin(), record.end(), "catchTrace System.IO.InvalidDataException:innermost iterator"),
+              1003);
     // All frames are told before the first finally block runs (each calls a
     // traced method): the runtime's first pass calls the filters.
     const auto first = std::find(record.begin(), record.end(), deep);

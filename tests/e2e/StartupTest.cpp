@@ -18,53 +18,6 @@ namespace {
 
 using e2e::AgentInstall;
 
-int jitted(const e2e::RunResult& run) {
-    size_t at = run.err.find("jitted=");
-    return at == std::string::npos ? -1 : std::stoi(run.err.substr(at + 7));
-}
-
-// With the defaults precompiled code stays in use whatever ReJIT and NGEN
-// monitoring say (the agent and the instrumented Main add a few compilations);
-// the profile's switch brings back the launch that disables every precompiled
-// image, with ReJIT, or asks for profile images, which the runtime does not
-// have, without it. The program is unchanged in every case.
-TEST(Startup, EventMaskDecidesOverPrecompiledCode) {
-    struct Case {
-        const char* name;
-        std::vector<std::pair<std::string, std::string>> properties;
-        bool precompiledUsed;
-    };
-    const std::pair<std::string, std::string> off = {"harrowlite.nativeprofiler.precompiledCode.disabled", "true"};
-    const std::pair<std::string, std::string> noReJIT = {"harrowlite.agent.rejit.enabled", "false"};
-    const std::pair<std::string, std::string> noNgen = {"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"};
-    const Case cases[] = {
-        {"defaults", {}, true},
-        {"ReJIT off", {noReJIT}, true},
-        {"precompiled code off", {off}, false},
-        {"precompiled code and ReJIT off", {off, noReJIT}, false},
-        {"precompiled code, ReJIT and NGEN monitoring off", {off, noReJIT, noNgen}, true},
-    };
-    auto plain = e2e::runPlain("JitCount");
-    ASSERT_EQ(plain.exitCode, 0) << plain.describe();
-    ASSERT_GT(jitted(plain), 0) << plain.describe();
-    for (const Case& c : cases) {
-        AgentInstall install;
-        for (const auto& [key, value] : c.properties) {
-            install.set(key, value);
-        }
-        auto run = install.run("JitCount", install.options());
-        auto log = install.log();
-        EXPECT_EQ(run.out, plain.out) << c.name << "\n" << install.explain(run);
-        if (c.precompiledUsed) {
-            EXPECT_LT(jitted(run), 10 * jitted(plain)) << c.name << "\n" << install.explain(run) << plain.err;
-        } else {
-            EXPECT_GT(jitted(run), 30 * jitted(plain)) << c.name << "\n" << install.explain(run) << plain.err;
-        }
-        EXPECT_EQ(linesStartingWith(log, "Application dotnet monitored").size(), 1u) << c.name << "\n" << joinLines(log);
-        EXPECT_EQ(linesStartingWith(log, "Module Loaded JitCount ").size(), 1u) << c.name << "\n" << joinLines(log);
-    }
-}
-
 // Rewriting at module load: compile events are off, the program's module is
 // instrumented in one go with its summary line, and the traces still arrive.
 TEST(Startup, InstrumentationOnModuleLoad) {
