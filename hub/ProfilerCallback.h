@@ -188,6 +188,10 @@ private:
     // when compiled ahead of time: their precompiled code is refused too, or
     // the selected method would run untraced inside them.
     void refusePrecompiledInliners(ModuleID moduleId, const char16_t* assemblyName);
+    // After a reload: the precompiled methods of the loaded modules that
+    // inlined a newly selected method are compiled again, which no longer
+    // inlines it. Returns how many. Under profilerLock.
+    int recompilePrecompiledInliners();
     // Signals the service thread until it has left; then its handle is closed.
     void stopServiceThread();
     // The catch-up of an attach.

@@ -11,6 +11,27 @@ namespace {
 constexpr ULONG kInlinerBatch = 64;
 }  // namespace
 
+namespace {
+
+// The precompiled methods of the module that inlined the method, as the
+// runtime recorded them when the module was compiled ahead of time.
+template <typename Visit>
+void forEachPrecompiledInliner(ICorProfilerInfo6* info6, ModuleID module, mdMethodDef method, Visit visit) {
+    BOOL incomplete = FALSE;
+    AutoCOMPointer<ICorProfilerMethodEnum> inliners;
+    if (FAILED(info6->EnumNgenModuleMethodsInliningThisMethod(module, module, method, &incomplete, &inliners)) ||
+        inliners == nullptr) {
+        return;
+    }
+    COR_PRF_METHOD batch[kInlinerBatch];
+    ULONG fetched = 0;
+    while (SUCCEEDED(inliners->Next(kInlinerBatch, batch, &fetched)) && fetched != 0) {
+        for (ULONG i = 0; i < fetched; ++i) visit(batch[i].moduleId, batch[i].methodId);
+    }
+}
+
+}  // namespace
+
 void ProfilerCallback::refusePrecompiledInliners(ModuleID moduleId, const char16_t* assemblyName) {
     HeldLock held(&profilerLock);
     AutoCOMPointer<ICorProfilerInfo6> info6;
@@ -22,22 +43,40 @@ void ProfilerCallback::refusePrecompiledInliners(ModuleID moduleId, const char16
     controller->getMonitoredMethodsForModule(profilerInfo, moduleId, selected, false);
     size_t before = precompiledInliners.size();
     for (mdMethodDef method : selected) {
-        BOOL incomplete = FALSE;
-        AutoCOMPointer<ICorProfilerMethodEnum> inliners;
-        if (FAILED(info6->EnumNgenModuleMethodsInliningThisMethod(moduleId, moduleId, method, &incomplete,
-                                                                  &inliners)) ||
-            inliners == nullptr) {
-            continue;
-        }
-        COR_PRF_METHOD batch[kInlinerBatch];
-        ULONG fetched = 0;
-        while (SUCCEEDED(inliners->Next(kInlinerBatch, batch, &fetched)) && fetched != 0) {
-            for (ULONG i = 0; i < fetched; ++i) precompiledInliners.emplace(batch[i].moduleId, batch[i].methodId);
-        }
+        forEachPrecompiledInliner(info6, moduleId, method,
+                                  [&](ModuleID module, mdMethodDef inliner) { precompiledInliners.emplace(module, inliner); });
     }
     if (precompiledInliners.size() != before) {
         fprintf_8(nativeLog, "Refusing the precompiled code of %d methods of %S that inline selected methods\n",
                   static_cast<int>(precompiledInliners.size() - before), assemblyName);
         fflush(nativeLog);
     }
+}
+
+int ProfilerCallback::recompilePrecompiledInliners() {
+    AutoCOMPointer<ICorProfilerInfo6> info6;
+    if ((eventMask & (COR_PRF_DISABLE_ALL_NGEN_IMAGES | COR_PRF_USE_PROFILE_IMAGES)) != 0 ||
+        FAILED(profilerInfo->QueryInterface(IID_ICorProfilerInfo6, reinterpret_cast<void**>(&info6)))) {
+        return 0;
+    }
+    std::set<ModuleID> modules;
+    {
+        HeldLock held(&moduleLock);
+        for (const auto& [name, module] : moduleIds) modules.insert(module);
+    }
+    int requested = 0;
+    for (ModuleID module : modules) {
+        std::set<mdMethodDef> selected;
+        controller->getMonitoredMethodsForModule(profilerInfo, module, selected, false);
+        for (mdMethodDef method : selected) {
+            forEachPrecompiledInliner(info6, module, method, [&](ModuleID inlinerModule, mdMethodDef inliner) {
+                // Asked once; later searches for its precompiled code are refused too.
+                if (precompiledInliners.emplace(inlinerModule, inliner).second) {
+                    RequestReJIT(inlinerModule, inliner, false);
+                    ++requested;
+                }
+            });
+        }
+    }
+    return requested;
 }

@@ -197,6 +197,11 @@ void ProfilerCallback::hotReload() {
             logReJITRequest(verb);
         }
     }
+    const int inliners = recompilePrecompiledInliners();
+    if (inliners != 0) {
+        fprintf_8(nativeLog, "Hot Reload recompiling %d precompiled methods that inlined newly selected ones\n",
+                  inliners);
+    }
     fprintf_8(nativeLog, "Hot Reload complete (%dms)\n", static_cast<int>(Performance::GetTimeInMillis() - walked));
     fflush(nativeLog);
 }

@@ -65,6 +65,15 @@ TEST(HotReload, ARunningProgramFollowsItsDirectives) {
     EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") > alphaStopped + 100; })) << why();
     EXPECT_GT(lastCall(install, "beta"), switched + 100) << why();
 
+    // A method of the core library that precompiled callers inlined: those
+    // callers are compiled again, and the method's calls reach the agent.
+    auto coreCalls = [&] { return linesStartingWith(install.record(), "corInitTrace ").size(); };
+    ASSERT_EQ(coreCalls(), 0u) << why();
+    install.directives(select("Alpha Beta") + "TraceOneMethodOfClass: System.String IsNullOrEmpty\n");
+    touch("reload");
+    EXPECT_TRUE(waitUntil([&] { return coreCalls() > 100; })) << why();
+    EXPECT_NE(install.logText().find("Hot Reload recompiling "), std::string::npos) << why();
+
     const e2e::RunResult& run = program.stop();
     EXPECT_EQ(run.exitCode, 0) << run.describe() << why();
     EXPECT_EQ(run.out, reference.out) << run.describe() << why();
