@@ -12,6 +12,13 @@ AgentInstall::AgentInstall() : root(newWorkDir()) {
     set("harrowlite.nativeprofiler.logfile", "native.log");
 }
 
+AgentInstall::~AgentInstall() {
+    if (!::testing::Test::HasFailure()) {
+        std::error_code ignored;
+        std::filesystem::remove_all(root, ignored);
+    }
+}
+
 std::string AgentInstall::write(const std::string& relative, const std::string& text) const {
     return writeFile(agentDirectory() + "/" + relative, text);
 }

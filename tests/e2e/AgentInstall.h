@@ -32,6 +32,11 @@ public:
     // Lays out a fresh working directory with the agent copied in, the native
     // log switched on and field marking enabled.
     AgentInstall();
+    // The directory goes with the installation unless the test failed: then
+    // it stays for a look at its logs and record.
+    ~AgentInstall();
+    AgentInstall(const AgentInstall&) = delete;
+    AgentInstall& operator=(const AgentInstall&) = delete;
 
     const std::string& workDir() const { return root; }
     std::string agentDirectory() const { return root + "/agent"; }
