@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "AgentInstall.h"
+#include "ReloadProgram.h"
 
 namespace {
 
@@ -50,6 +51,22 @@ TEST(Install, AProgramRunsTracedFromAnInstalledAgentHome) {
     const std::string version = versions[2].substr(std::string("tarn-directives ").size());
     EXPECT_EQ(log.rfind("tarn.NativeProfiler " + version + "\n", 0), 0u) << log;
     EXPECT_NE(readFile(home + "/record.txt").find("initTrace "), std::string::npos);
+
+    // The installed attach tool, with the home's library by default, brings
+    // tracing into a program started without it.
+    e2e::AgentInstall target;
+    target.directives("TraceOneMethodOfClass: Reload.Work Alpha\n");
+    target.writeProfile();
+    e2e::RunOptions plain = target.options();
+    plain.profiled = false;
+    e2e::RunningReload program(target, plain);
+    const std::string pid = e2e::waitForPid(target);
+    e2e::RunOptions tool;
+    tool.profiled = false;
+    tool.args = {"--pid", pid, "--profile", target.profilePath()};
+    const e2e::RunResult attached = e2e::runProgram(home + "/lib/attach/tarn-attach.dll", tool);
+    EXPECT_EQ(attached.exitCode, 0) << target.explain(attached);
+    EXPECT_TRUE(e2e::waitUntil([&] { return e2e::lastCall(target, "alpha") >= 0; })) << target.explain(attached);
 }
 
 }  // namespace
