@@ -35,8 +35,6 @@ public:
     // The directory goes with the installation unless the test failed: then
     // it stays for a look at its logs and record.
     ~AgentInstall();
-    AgentInstall(const AgentInstall&) = delete;
-    AgentInstall& operator=(const AgentInstall&) = delete;
 
     const std::string& workDir() const { return root; }
     std::string agentDirectory() const { return root + "/agent"; }

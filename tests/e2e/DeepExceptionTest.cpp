@@ -22,8 +22,6 @@ TEST(DeepException, ReportedOncePerFrameAndOtherwiseUntouched) {
     options.env["TARN_AGENT_THROW_IN_CATCH"] = "1";
     const e2e::Comparison compared = install.compare("Deep", options);
     ASSERT_EQ(compared.reference.exitCode, 3) << compared.reference.describe();
-    ASSERT_NE(compared.reference.out.find("16 MB stack, 10000 frames: Deep.DepthReached: depth 10000\n"),
-              std::string::npos) << compared.reference.describe();
     // Output, exit code, finally order and every line of the stack traces.
     EXPECT_TRUE(compared.unchanged());
     EXPECT_TRUE(linesStartingWith(compared.log, "Failed to instrument").empty()) << compared.why;

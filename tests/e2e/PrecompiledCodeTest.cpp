@@ -37,7 +37,7 @@ Traced traceStrings(bool precompiledOff) {
     }
     for (const std::string& line : install.record()) ++traced.calls[line.substr(0, line.find(' '))];
     const size_t at = run.run.err.find("jitted=");
-    if (at != std::string::npos) traced.jitted = std::stoi(run.run.err.substr(at + 7));
+    traced.jitted = at == std::string::npos ? -1 : std::stoi(run.run.err.substr(at + 7));
     return traced;
 }
 

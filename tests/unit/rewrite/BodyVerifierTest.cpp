@@ -94,7 +94,6 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
     EXPECT_EQ(verify(withFilter({})), "ok");
     const Case filterCases[] = {
         {withFilter({{6, 0x00}}), "endfilter at 0x8 without exactly one number on the stack."},
-        {withFilter({{6, 0x00}, {7, 0x00}}), "endfilter at 0x8 without exactly one number on the stack."},
         {withFilter({{8, 0x00}, {9, 0x00}}), "The filter at 0x6 does not end with endfilter."},
         {withFilter({{6, 0x2B}, {7, 0x02}}), "Branch at 0x6 leaves a filter."},
         {withFilter({{6, 0xFE}, {7, 0x1A}}), "rethrow at 0x6 inside a filter."},
