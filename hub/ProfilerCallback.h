@@ -188,6 +188,8 @@ private:
     // when compiled ahead of time: their precompiled code is refused too, or
     // the selected method would run untraced inside them.
     void refusePrecompiledInliners(ModuleID moduleId, const char16_t* assemblyName);
+    // Whether the runtime may run precompiled code and asks before it does.
+    bool keepsPrecompiledCode() const;
     // After a reload: the precompiled methods of the loaded modules that
     // inlined a newly selected method are compiled again, which no longer
     // inlines it. Returns how many. Under profilerLock.

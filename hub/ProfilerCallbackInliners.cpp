@@ -1,17 +1,16 @@
 // Precompiled code is kept (see setEventMask): a selected method is refused
 // its precompiled code when the runtime looks for it, and so is every
 // precompiled method of the same module that inlined it ahead of time, which
-// the runtime never asks JITInlining about.
+// the runtime never asks JITInlining about. A method selected by a hot reload
+// gets those inliners compiled again.
 #include "hub/ProfilerCallback.h"
 #include "platform/FormattedOutput.h"
 #include "platform/HeldLock.h"
 #include "runtime/Guids.h"
 
 namespace {
-constexpr ULONG kInlinerBatch = 64;
-}  // namespace
 
-namespace {
+constexpr ULONG kInlinerBatch = 64;
 
 // The precompiled methods of the module that inlined the method, as the
 // runtime recorded them when the module was compiled ahead of time.
@@ -32,6 +31,11 @@ void forEachPrecompiledInliner(ICorProfilerInfo6* info6, ModuleID module, mdMeth
 
 }  // namespace
 
+bool ProfilerCallback::keepsPrecompiledCode() const {
+    return (eventMask & COR_PRF_MONITOR_CACHE_SEARCHES) != 0 &&
+           (eventMask & (COR_PRF_DISABLE_ALL_NGEN_IMAGES | COR_PRF_USE_PROFILE_IMAGES)) == 0;
+}
+
 void ProfilerCallback::refusePrecompiledInliners(ModuleID moduleId, const char16_t* assemblyName) {
     HeldLock held(&profilerLock);
     AutoCOMPointer<ICorProfilerInfo6> info6;
@@ -43,8 +47,9 @@ void ProfilerCallback::refusePrecompiledInliners(ModuleID moduleId, const char16
     controller->getMonitoredMethodsForModule(profilerInfo, moduleId, selected, false);
     size_t before = precompiledInliners.size();
     for (mdMethodDef method : selected) {
-        forEachPrecompiledInliner(info6, moduleId, method,
-                                  [&](ModuleID module, mdMethodDef inliner) { precompiledInliners.emplace(module, inliner); });
+        forEachPrecompiledInliner(info6, moduleId, method, [&](ModuleID module, mdMethodDef inliner) {
+            precompiledInliners.emplace(module, inliner);
+        });
     }
     if (precompiledInliners.size() != before) {
         fprintf_8(nativeLog, "Refusing the precompiled code of %d methods of %S that inline selected methods\n",
@@ -55,7 +60,7 @@ void ProfilerCallback::refusePrecompiledInliners(ModuleID moduleId, const char16
 
 int ProfilerCallback::recompilePrecompiledInliners() {
     AutoCOMPointer<ICorProfilerInfo6> info6;
-    if ((eventMask & (COR_PRF_DISABLE_ALL_NGEN_IMAGES | COR_PRF_USE_PROFILE_IMAGES)) != 0 ||
+    if (!keepsPrecompiledCode() ||
         FAILED(profilerInfo->QueryInterface(IID_ICorProfilerInfo6, reinterpret_cast<void**>(&info6)))) {
         return 0;
     }

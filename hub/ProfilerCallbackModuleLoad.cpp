@@ -110,9 +110,7 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
             result = prepareFirstModule(moduleId, result, onModuleLoad);
         }
 
-        const DWORD precompiledOff = COR_PRF_DISABLE_ALL_NGEN_IMAGES | COR_PRF_USE_PROFILE_IMAGES;
-        if (SUCCEEDED(result) && !disabled && (eventMask & COR_PRF_MONITOR_CACHE_SEARCHES) != 0 &&
-            (eventMask & precompiledOff) == 0) {
+        if (SUCCEEDED(result) && !disabled && keepsPrecompiledCode()) {
             refusePrecompiledInliners(moduleId, assemblyName);
         }
         if (onModuleLoad && !disabled) {
