@@ -80,7 +80,8 @@ FILE* fopenText_u16(const char16_t* path, const char** refusal) {
 
 void warnIfWorldWritable(FILE* log, const char16_t* path) {
     struct stat facts {};
-    if (log != nullptr && geteuid() == 0 && stat(narrowed(path).c_str(), &facts) == 0 && (facts.st_mode & S_IWOTH) != 0) {
+    if (log != nullptr && geteuid() == 0 && stat(narrowed(path).c_str(), &facts) == 0 &&
+        (facts.st_mode & S_IWOTH) != 0) {
         fprintf_8(log, "Warning: %S can be written by every user, and this process runs as root\n", path);
     }
 }

@@ -406,7 +406,9 @@ private:
         for (const Decoded& instruction : instructions) {
             const Region* block = filterBlockOf(instruction.offset);
             unsigned int value = instruction.value;
-            if (value == kEndFilter && block == nullptr) return fail("endfilter at 0x%X outside a filter.", instruction.offset);
+            if (value == kEndFilter && block == nullptr) {
+                return fail("endfilter at 0x%X outside a filter.", instruction.offset);
+            }
             if (block == nullptr) {
                 for (unsigned int t = 0; t < instruction.targetCount; ++t) {
                     if (filterBlockOf(targets[instruction.firstTarget + t]) != nullptr) {

@@ -17,8 +17,11 @@ for binary in "$@"; do
     done
     if [ "$(printf '%s\n%s\n' "$highest" "$ceiling" | sort -V | tail -1)" != "$ceiling" ]; then
         echo "  needs GLIBC_$highest, newer than GLIBC_$ceiling:"
-        objdump -T "$binary" | grep -E 'GLIBC_[0-9.]+' | awk -v c="$ceiling" '{v = $(NF-1); gsub(/[()]/, "", v); sub(/GLIBC_/, "", v); print v, $NF}' |
-            sort -V | awk -v c="$ceiling" '{ split($1, a, "."); split(c, b, "."); if (a[1] > b[1] || (a[1] == b[1] && a[2] > b[2])) print "    " $2 " (GLIBC_" $1 ")" }'
+        objdump -T "$binary" | sed -n 's/.*GLIBC_\([0-9.]*\)[)]* *\([^ ]*\)$/\1 \2/p' | sort -V |
+            while read -r version symbol; do
+                [[ $(printf '%s\n%s\n' "$version" "$ceiling" | sort -V | tail -1) != "$ceiling" ]] &&
+                    echo "    $symbol (GLIBC_$version)"
+            done
         status=1
     fi
 done

@@ -17,7 +17,8 @@ using e2e::AgentInstall;
 
 TEST(DeepException, ReportedOncePerFrameAndOtherwiseUntouched) {
     AgentInstall install;
-    install.directives("IdentifyAssemblyAs: Deep Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n");
+    install.directives(
+        "IdentifyAssemblyAs: Deep Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n");
     e2e::RunOptions options = install.options();
     options.env["TARN_AGENT_THROW_IN_CATCH"] = "1";
     const e2e::Comparison compared = install.compare("Deep", options);

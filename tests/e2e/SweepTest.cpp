@@ -43,7 +43,8 @@ TEST(Sweep, EveryMethodOfAWebServiceAndTheFrameworkBelowIt) {
     }
     // Each refusal of the account has a reason of its own.
     const std::string refusals = joinLines(linesStartingWith(log, "  refused "));
-    EXPECT_TRUE(refusals.find("  refused ") != std::string::npos && refusals.find("Unknown error.") == std::string::npos)
+    EXPECT_TRUE(refusals.find("  refused ") != std::string::npos &&
+                refusals.find("Unknown error.") == std::string::npos)
         << refusals;
 }
 

@@ -81,8 +81,9 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     // The account at shutdown counts methods as the log's lines do, leaving out
     // further instantiations of a method already rewritten (stage 00).
     const std::vector<std::string> lines = linesStartingWith(log, "Instrumented ");
-    const auto firsts = std::count_if(lines.begin(), lines.end(),
-                                      [](const std::string& line) { return line.find(" - 0x0(00) - ") == std::string::npos; });
+    const auto firsts = std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+        return line.find(" - 0x0(00) - ") == std::string::npos;
+    });
     const std::string counts = ", instrumented " + std::to_string(firsts) + ", refused 3";
     const std::vector<std::string> account = linesStartingWith(log, "  methods compiled ");
     ASSERT_EQ(account.size(), 1u) << why;
