@@ -289,12 +289,8 @@ FILE* ProfilingManager::getDiagnosticLog()
                 // directory cannot be made; nothing is dumped into nowhere.
                 // Another process of the same program keeps its own.
                 const char* refusal = nullptr;
-                if (fopenLog_u16(path.c_str(), &diagnosticLog, &refusal) == LogOpening::kHeldElsewhere) {
-                    char16_t pid[16] = {};
-                    snprintf_u16(pid, 16, u"_%d", static_cast<int>(getpid()));
-                    path.insert(path.size() - 4, pid);
-                    fopenLog_u16(path.c_str(), &diagnosticLog, &refusal);
-                }
+                bool held = false;
+                diagnosticLog = fopenOwnLog_u16(path, &held, &refusal);
                 if (diagnosticLog != nullptr) {
                     dumpDiagnostics(diagnosticLog);
                 }
@@ -322,7 +318,7 @@ void ProfilingManager::logDiagnostic(const char* format, ...)
 
 bool ProfilingManager::findAgentHome(std::basic_string<char16_t>& home)
 {
-    home = u".";
+    home.assign(1, u'.');
     Text path;
     if (SystemUtils::GetFullModulePath(kProfilerModule, path)) {
         // The library lies in a folder of the agent home.

@@ -86,7 +86,11 @@ void warnIfWorldWritable(FILE* log, const char16_t* path) {
     }
 }
 
-LogOpening fopenLog_u16(const char16_t* path, FILE** log, const char** refusal) {
+namespace {
+
+enum class LogOpening { kOpened, kHeldElsewhere, kRefused };
+
+LogOpening openLog(const char16_t* path, FILE** log, const char** refusal) {
     *log = nullptr;
     const int descriptor =
         open(narrowed(path).c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0640);
@@ -115,6 +119,23 @@ LogOpening fopenLog_u16(const char16_t* path, FILE** log, const char** refusal) 
         return LogOpening::kRefused;
     }
     return LogOpening::kOpened;
+}
+
+}  // namespace
+
+FILE* fopenOwnLog_u16(std::u16string& path, bool* held, const char** refusal) {
+    FILE* log = nullptr;
+    *held = openLog(path.c_str(), &log, refusal) == LogOpening::kHeldElsewhere;
+    if (*held) {
+        std::u16string pid;
+        FromChar8(("_" + std::to_string(getpid())).c_str(), pid);
+        const size_t slash = path.rfind(u'/');
+        const size_t dot = path.rfind(u'.');
+        path.insert(dot != std::u16string::npos && (slash == std::u16string::npos || dot > slash) ? dot : path.size(),
+                    pid);
+        if (openLog(path.c_str(), &log, refusal) == LogOpening::kHeldElsewhere) *refusal = "held by another process";
+    }
+    return log;
 }
 
 int access_u16(const char16_t* path, int mode) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 // Reads one line (newline kept) of at most n-1 bytes and widens it into buf.
 // Null, with buf untouched, at end of file or on error.
@@ -15,12 +16,11 @@ FILE* fopenText_u16(const char16_t* path, const char** refusal);
 // its log: the file is still used (refusing it would break running set-ups).
 void warnIfWorldWritable(FILE* log, const char16_t* path);
 
-// How opening a log ended.
-enum class LogOpening { kOpened, kHeldElsewhere, kRefused };
 // Opens one of our logs for writing, truncated: never through a symbolic link,
 // only a regular file of this process's user, created with mode 0640,
-// close-on-exec. The open log is locked for the life of the process; a log
-// that another live process holds is left as it is (kHeldElsewhere). On
-// kRefused, why in *refusal.
-LogOpening fopenLog_u16(const char16_t* path, FILE** log, const char** refusal);
+// close-on-exec, and locked for the life of the process. A log that another
+// live process holds is left as it is: this process writes the same name with
+// its process id before the extension, which path then holds, and *held says
+// so. Null, and why in *refusal, if no log could be opened.
+FILE* fopenOwnLog_u16(std::u16string& path, bool* held, const char** refusal);
 int access_u16(const char16_t* path, int mode);

@@ -245,22 +245,16 @@ ProfilerController::OpenedLog ProfilerController::openRelativePathFile(const Tex
 
     OpenedLog opened;
     // Last resort: the name alone, relative to the working directory.
-    for (const Text& candidate : {fullPath, logName}) {
-        if (candidate.empty() || (!opened.path.empty() && candidate == opened.path)) continue;
-        opened.path = candidate;
+    const Text* candidates[] = {&fullPath, logName != fullPath ? &logName : nullptr};
+    for (const Text* each : candidates) {
+        if (each == nullptr || each->empty()) continue;
+        const Text& candidate = *each;
         SystemUtils::TryToCreateFullPath(candidate);
-        LogOpening result = fopenLog_u16(candidate.c_str(), &opened.stream, &opened.refusal);
-        if (result == LogOpening::kHeldElsewhere) {
-            // A copy of this program writes there: its log stays whole.
-            const size_t dot = candidate.rfind(u'.');
-            char16_t pid[16] = {};
-            snprintf_u16(pid, 16, u"_%d", static_cast<int>(getpid()));
-            opened.heldBy = candidate;
-            opened.path = (dot == Text::npos ? candidate : candidate.substr(0, dot)) + pid + u".log";
-            result = fopenLog_u16(opened.path.c_str(), &opened.stream, &opened.refusal);
-        }
-        if (result == LogOpening::kOpened) return opened;
-        if (result == LogOpening::kHeldElsewhere) opened.refusal = "held by another process";
+        opened.path = candidate;
+        bool held = false;
+        opened.stream = fopenOwnLog_u16(opened.path, &held, &opened.refusal);
+        opened.heldBy = held ? candidate : Text();
+        if (opened.stream != nullptr) return opened;
     }
     return opened;
 }
