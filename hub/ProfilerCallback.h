@@ -154,6 +154,8 @@ private:
         std::u16string assembly;
         std::u16string domain;
         AppDomainID domainId = 0;
+        // COR_PRF_MODULE_FLAGS; none where the runtime cannot say.
+        DWORD flags = 0;
     };
     [[nodiscard]] HRESULT recordModuleNames(ModuleID moduleId, ModuleNames& names);
     void logModuleAndPatchAgent(ModuleID moduleId, const ModuleNames& names);

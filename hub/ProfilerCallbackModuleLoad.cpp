@@ -36,25 +36,15 @@ std::u16string& corlibDomain() {
 
 // Major, minor, revision and build of the module's assembly; zeros where the
 // module has no manifest or cannot say.
-struct ModuleFacts {
-    DWORD flags = 0;
+struct ModuleVersion {
     USHORT version[4] = {};
 };
 
-ModuleFacts readModuleFacts(ICorProfilerInfo* info, ModuleID moduleId) {
-    ModuleFacts facts;
-    AutoCOMPointer<ICorProfilerInfo3> info3;
-    if (FAILED(info->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3)))) {
-        return facts;
-    }
-    ULONG length = 0;
-    AssemblyID assembly = 0;
-    if (FAILED(info3->GetModuleInfo2(moduleId, nullptr, 0, &length, nullptr, &assembly, &facts.flags))) {
-        facts.flags = 0;
-    }
+ModuleVersion readModuleVersion(ICorProfilerInfo* info, ModuleID moduleId) {
+    ModuleVersion facts;
     AutoCOMPointer<IMetaDataAssemblyImport> import;
     mdAssembly token = kNoAssembly;
-    if (SUCCEEDED(info3->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataAssemblyImport,
+    if (SUCCEEDED(info->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataAssemblyImport,
                                            reinterpret_cast<IUnknown**>(&import))) &&
         SUCCEEDED(import->GetAssemblyFromScope(&token)) && token != kNoAssembly) {
         ASSEMBLYMETADATA metadata = {};
@@ -110,7 +100,7 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
             result = prepareFirstModule(moduleId, result, onModuleLoad);
         }
 
-        if (SUCCEEDED(result) && !disabled && keepsPrecompiledCode()) {
+        if (SUCCEEDED(result) && !disabled && keepsPrecompiledCode() && (names.flags & COR_PRF_MODULE_NGEN) != 0) {
             refusePrecompiledInliners(moduleId, assemblyName);
         }
         if (onModuleLoad && !disabled) {
@@ -136,6 +126,13 @@ HRESULT ProfilerCallback::recordModuleNames(ModuleID moduleId, ModuleNames& name
         HeldLock held(&moduleLock);
         moduleIds.emplace(names.path, moduleId);
     }
+    AutoCOMPointer<ICorProfilerInfo3> info3;
+    ULONG length = 0;
+    AssemblyID sameAssembly = 0;
+    if (FAILED(profilerInfo->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3))) ||
+        FAILED(info3->GetModuleInfo2(moduleId, nullptr, 0, &length, nullptr, &sameAssembly, &names.flags))) {
+        names.flags = 0;
+    }
     if (SUCCEEDED(result)) {
         result = readName(names.assembly, [&](ULONG size, ULONG* length, char16_t* name) {
             return profilerInfo->GetAssemblyInfo(assemblyId, size, length, name, &names.domainId, nullptr);
@@ -156,10 +153,10 @@ HRESULT ProfilerCallback::recordModuleNames(ModuleID moduleId, ModuleNames& name
 
 // The module's log line; the agent's own assembly gets its P/Invokes patched.
 void ProfilerCallback::logModuleAndPatchAgent(ModuleID moduleId, const ModuleNames& names) {
-    const ModuleFacts facts = readModuleFacts(profilerInfo, moduleId);
+    const ModuleVersion facts = readModuleVersion(profilerInfo, moduleId);
     fprintf_u16(nativeLog, u"Module Loaded %s (%d.%d.%d-%d) [ngen:%d] Domain: %s from %s\n", names.assembly.c_str(),
                 facts.version[0], facts.version[1], facts.version[2], facts.version[3],
-                (facts.flags & COR_PRF_MODULE_NGEN) != 0 ? 1 : 0, names.domain.c_str(), names.path.c_str());
+                (names.flags & COR_PRF_MODULE_NGEN) != 0 ? 1 : 0, names.domain.c_str(), names.path.c_str());
     fflush(nativeLog);
 
     if (strncmp_u16(names.assembly.c_str(), SharedNames::kAgentAssembly, kAgentAssemblyPrefixUnits) == 0) {

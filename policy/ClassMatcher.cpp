@@ -57,6 +57,15 @@ void ClassMatcher::addClassPatternRule(const char16_t* pattern) {
     }
 }
 
+bool ClassMatcher::mayMatchAssembly(const char16_t* assembly) {
+    // Parents, attributes and patterns may name classes of any assembly.
+    if (matchAll || !parents.empty() || !annotations.empty() || !patterns.empty() ||
+        assemblies.contains(assembly)) {
+        return true;
+    }
+    return !classes.empty() && classes.mayHoldClassOf(assembly);
+}
+
 bool ClassMatcher::matchClass(IMetaDataContext* context) {
     if (matchAll) {
         return true;

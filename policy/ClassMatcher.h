@@ -20,6 +20,7 @@ public:
     // Cheap tests first; the parent, interface, attribute and pattern rules
     // fetch their names only when a rule of that kind exists.
     bool matchClass(IMetaDataContext* context) override;
+    bool mayMatchAssembly(const char16_t* assembly) override;
 
     bool matchesAll() const { return matchAll; }
 

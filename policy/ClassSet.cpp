@@ -5,6 +5,11 @@
 #include "metadata/IMetaDataContext.h"
 
 bool ClassSet::hasQualified() {
+    countQualified();
+    return qualifiedCount >= 1;
+}
+
+void ClassSet::countQualified() {
     const int members = static_cast<int>(size());
     if (countedSize != members) {
         countedSize = members;
@@ -15,7 +20,6 @@ bool ClassSet::hasQualified() {
             }
         });
     }
-    return qualifiedCount >= 1;
 }
 
 bool isClassWithAssembly(const char16_t* s) {
@@ -81,4 +85,18 @@ bool findInClassSets(ClassSet& set, const char16_t* assembly, const char16_t* cl
     appendBounded(qualified, length, u"]");
     appendBounded(qualified, length, className);
     return set.contains(qualified);
+}
+
+bool ClassSet::mayHoldClassOf(const char16_t* assembly) {
+    countQualified();
+    if (qualifiedCount < static_cast<int>(size())) {
+        return true;
+    }
+    // Built as findInClassSets builds its key, which begins with this text.
+    char16_t prefix[IMetaDataContext::kNameSize];
+    size_t length = 0;
+    appendBounded(prefix, length, u"[");
+    appendBounded(prefix, length, assembly);
+    appendBounded(prefix, length, u"]");
+    return contains(prefix);
 }

@@ -15,8 +15,14 @@ public:
     // True if some member begins with '['. The count is refreshed at the first
     // call after the set changed size; two readers arrive at the same count.
     bool hasQualified();
+    // False only when no member can name a class of this assembly: every
+    // member is bracketed and none agrees with "[assembly]" under the set's
+    // prefix ordering.
+    bool mayHoldClassOf(const char16_t* assembly);
 
 private:
+    void countQualified();
+
     int countedSize = -1;
     int qualifiedCount = -1;
 };

@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "metadata/MethodNameRows.h"
 #include "platform/File16.h"
 #include "platform/FormattedOutput.h"
 #include "platform/Performance.h"
@@ -146,11 +147,26 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
         if (SUCCEEDED(hr)) {
             hr = context->setImport(match.getImport());
         }
+        char16_t* moduleAssembly = nullptr;
+        if (SUCCEEDED(hr)) {
+            hr = context->getAssemblyName(&moduleAssembly);
+        }
+        // A scan that logs is the plain reference: every class of every live
+        // group.
+        if (SUCCEEDED(hr)) {
+            match.selectGroups(groups, log == nullptr ? moduleAssembly : nullptr);
+        }
         const bool logClasses = controller != nullptr && controller->shouldLogUninstrumentedMethods() == 0;
         IMetaDataImport* import = match.getImport();
         HCORENUM typeEnum = nullptr;
         mdTypeDef types[kTypeBatch];
-        ULONG count = kTypeBatch;
+        // A scan that logs nothing goes by method names where the scope's
+        // table can be read; one that logs names every class it visits.
+        MethodNameRows rows(log == nullptr ? import : nullptr);
+        ULONG count = rows.usable() ? 0 : kTypeBatch;
+        if (SUCCEEDED(hr) && rows.usable()) {
+            hr = scanMethodNames(context, match, rows, methods, methodCount);
+        }
         while (SUCCEEDED(hr) && count == kTypeBatch) {
             count = 0;
             hr = import->EnumTypeDefs(&typeEnum, types, kTypeBatch, &count);
@@ -186,8 +202,9 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
     }
 }
 
-HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
-                                      bool logClasses, std::set<mdMethodDef>& methods, unsigned int& methodCount) {
+HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
+                                        bool logClasses, std::vector<IDirectiveGroup*>& matched) {
+    matched.clear();
     IMetaDataImport* import = match.getImport();
     DWORD flags = 0;
     mdToken extends = mdTokenNil;
@@ -211,12 +228,21 @@ HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& m
     if (FAILED(hr) || skips.skipClass(context)) {
         return hr;
     }
-    for (auto group = groups.begin(); SUCCEEDED(hr) && group != groups.end(); ++group) {
-        IDirectiveGroup* candidate = group->second;
-        if (!candidate->isActive() || !candidate->isCreated() || !match.isApplicable(candidate) ||
-            !candidate->matchClass(context)) {
-            continue;
+    for (IDirectiveGroup* group : match.getGroups()) {
+        if (group->matchClass(context)) {
+            matched.push_back(group);
         }
+    }
+    return hr;
+}
+
+HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
+                                      bool logClasses, std::set<mdMethodDef>& methods, unsigned int& methodCount) {
+    IMetaDataImport* import = match.getImport();
+    std::vector<IDirectiveGroup*> matched;
+    HRESULT hr = matchClass(context, match, type, log, logClasses, matched);
+    for (auto group = matched.begin(); SUCCEEDED(hr) && group != matched.end(); ++group) {
+        IDirectiveGroup* candidate = *group;
         HCORENUM methodEnum = nullptr;
         mdMethodDef tokens[kMethodBatch];
         ULONG count = kMethodBatch;
@@ -238,6 +264,8 @@ HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& m
                     continue;
                 }
                 methods.insert(tokens[i]);
+                char16_t* assembly = nullptr;
+                char16_t* className = nullptr;
                 char16_t* method = nullptr;
                 hr = context->getMethodName(&method);
                 if (SUCCEEDED(hr)) {
@@ -252,6 +280,48 @@ HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& m
         }
         if (methodEnum != nullptr) {
             import->CloseEnum(methodEnum);
+        }
+    }
+    return hr;
+}
+
+HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchContext& match,
+                                             MethodNameRows& rows, std::set<mdMethodDef>& methods,
+                                             unsigned int& methodCount) {
+    IMetaDataImport* import = match.getImport();
+    char16_t name[IMetaDataContext::kNameSize];
+    mdTypeDef visited = mdTypeDefNil;
+    std::vector<IDirectiveGroup*> matched;
+    HRESULT hr = S_OK;
+    // A class's methods stand together in the table.
+    for (ULONG row = 1; SUCCEEDED(hr) && row <= rows.count() && !match.getGroups().empty(); ++row) {
+        ++methodCount;
+        hr = rows.name(row, name, IMetaDataContext::kNameSize);
+        if (FAILED(hr) || !match.mayMatchName(name)) {
+            continue;
+        }
+        const mdMethodDef method = TokenFromRid(row, mdtMethodDef);
+        mdTypeDef type = mdTypeDefNil;
+        DWORD attributes = 0;
+        hr = import->GetMethodProps(method, &type, nullptr, 0, nullptr, &attributes, nullptr, nullptr, nullptr,
+                                    nullptr);
+        // The module's global functions belong to no class the scan by type
+        // visits.
+        if (FAILED(hr) || (attributes & mdAbstract) != 0 || RidFromToken(type) <= 1) {
+            continue;
+        }
+        if (type != visited) {
+            visited = type;
+            hr = matchClass(context, match, type, nullptr, false, matched);
+        }
+        if (SUCCEEDED(hr) && !matched.empty()) {
+            hr = context->setMethodDef(method);
+        }
+        for (auto group = matched.begin(); SUCCEEDED(hr) && group != matched.end(); ++group) {
+            if ((*group)->matchMethod(context)) {
+                methods.insert(method);
+                break;
+            }
         }
     }
     return hr;

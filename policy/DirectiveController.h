@@ -7,6 +7,8 @@
 #include "policy/IDirectiveController.h"
 #include "policy/MatchContext.h"
 
+class MethodNameRows;
+
 class DirectiveController : public IDirectiveController {
 public:
     // Classes remembered by the match cache unless configured otherwise.
@@ -42,6 +44,15 @@ private:
     // running status.
     [[nodiscard]] HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
                                    bool logClasses, std::set<mdMethodDef>& methods, unsigned int& methodCount);
+    // The groups whose class test passes for the type; none for an interface
+    // or a skipped class. The class is named in log when logClasses is set.
+    [[nodiscard]] HRESULT matchClass(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
+                                     bool logClasses, std::vector<IDirectiveGroup*>& matched);
+    // The same selection as the scan by type, found by walking the method
+    // table: a method whose name no group can take is passed over before its
+    // class is looked at.
+    [[nodiscard]] HRESULT scanMethodNames(IMetaDataContext* context, MatchContext& match, MethodNameRows& rows,
+                                          std::set<mdMethodDef>& methods, unsigned int& methodCount);
 
     FILE* log;
     ClassMethodFilter skips;

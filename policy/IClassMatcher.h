@@ -22,4 +22,7 @@ public:
     // '*' is the only wildcard.
     virtual void addClassPatternRule(const char16_t* pattern) = 0;
     virtual bool matchClass(IMetaDataContext* context) = 0;
+    // False only when no class of the assembly can match: a module scan
+    // passes over the groups that cannot select anything in it.
+    virtual bool mayMatchAssembly(const char16_t* assembly) = 0;
 };

@@ -36,6 +36,10 @@ public:
     virtual bool match(IMetaDataContext* context) = 0;
     virtual bool matchClass(IMetaDataContext* context) = 0;
     virtual bool matchMethod(IMetaDataContext* context) = 0;
+    // Module-level tests, false only when nothing can match (see
+    // IClassMatcher::mayMatchAssembly and IMethodMatcher::mayMatchName).
+    virtual bool mayMatchAssembly(const char16_t* assembly) = 0;
+    virtual bool mayMatchName(const char16_t* name) = 0;
 };
 
 // Groups by name, in ascending order of code units: the order in which they

@@ -18,4 +18,7 @@ public:
     virtual void addMethodAnnotationRule(const char16_t* attribute) = 0;
     virtual void addMethodPatternRule(const char16_t* pattern) = 0;
     virtual bool matchMethod(IMetaDataContext* context) = 0;
+    // False only when the rules can tell from the name alone that the method
+    // does not match: a module scan looks no further at such a method.
+    virtual bool mayMatchName(const char16_t* name) = 0;
 };

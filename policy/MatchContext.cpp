@@ -13,6 +13,21 @@ MatchContext::MatchContext(ICorProfilerInfo* info, ModuleID module) : status(E_I
     }
 }
 
-bool MatchContext::isApplicable(IDirectiveGroup*) const {
-    return true;
+void MatchContext::selectGroups(const DirectiveGroupMap& groups, const char16_t* assembly) {
+    selected.clear();
+    for (const auto& [name, group] : groups) {
+        if (group->isActive() && group->isCreated() &&
+            (assembly == nullptr || group->mayMatchAssembly(assembly))) {
+            selected.push_back(group);
+        }
+    }
+}
+
+bool MatchContext::mayMatchName(const char16_t* name) const {
+    for (IDirectiveGroup* group : selected) {
+        if (group->mayMatchName(name)) {
+            return true;
+        }
+    }
+    return false;
 }

@@ -1,6 +1,8 @@
 // State of one module scan: the module's metadata import, opened once for the
-// whole scan.
+// whole scan, and the groups that can select anything in the module.
 #pragma once
+
+#include <vector>
 
 #include "platform/AutoPointer.h"
 #include "policy/IDirectiveGroup.h"
@@ -15,11 +17,17 @@ public:
     [[nodiscard]] HRESULT getStatus() const { return status; }
     // No new reference; null if the metadata could not be opened.
     IMetaDataImport* getImport() const { return import.get(); }
-    // Whether a group can select anything in this module at all. Every group
-    // can: the hook is where a cheaper module-level test would go.
-    bool isApplicable(IDirectiveGroup* group) const;
+
+    // Keeps the created, active groups whose class rules can hold for a class
+    // of the assembly (all of them for a null assembly), in the order in which
+    // groups are asked.
+    void selectGroups(const DirectiveGroupMap& groups, const char16_t* assembly);
+    const std::vector<IDirectiveGroup*>& getGroups() const { return selected; }
+    // Some selected group may take a method of this name.
+    bool mayMatchName(const char16_t* name) const;
 
 private:
     AutoCOMPointer<IMetaDataImport> import;
     HRESULT status;
+    std::vector<IDirectiveGroup*> selected;
 };

@@ -47,3 +47,11 @@ bool MatchingDirectiveGroup::matchMethod(IMetaDataContext* context) {
     return methodMatcher && methodMatcher->matchMethod(context);
 }
 
+bool MatchingDirectiveGroup::mayMatchAssembly(const char16_t* assembly) {
+    return classMatcher && classMatcher->mayMatchAssembly(assembly);
+}
+
+bool MatchingDirectiveGroup::mayMatchName(const char16_t* name) {
+    return methodMatcher && methodMatcher->mayMatchName(name);
+}
+

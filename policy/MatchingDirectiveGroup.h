@@ -31,6 +31,8 @@ public:
     bool match(IMetaDataContext* context) override;
     bool matchClass(IMetaDataContext* context) override;
     bool matchMethod(IMetaDataContext* context) override;
+    bool mayMatchAssembly(const char16_t* assembly) override;
+    bool mayMatchName(const char16_t* name) override;
 
 private:
     bool active = false;

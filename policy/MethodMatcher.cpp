@@ -72,6 +72,19 @@ bool MethodMatcher::matchMethod(IMetaDataContext* context) {
     return false;
 }
 
+bool MethodMatcher::mayMatchName(const char16_t* name) {
+    if (matchAll || !annotations.empty() || methods.contains(name)) {
+        return true;
+    }
+    const std::u16string_view text(name);
+    for (const Glob& pattern : patterns) {
+        if (pattern.match(text)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool MethodMatcher::matchFurtherVerifyAnnotationRule(char16_t* className, char16_t* assemblyName) {
     if (className == nullptr || assemblyName == nullptr) {
         return false;

@@ -49,6 +49,7 @@ inline constexpr IID IID_IMetaDataDispenserEx = guidOf("31BCFCE2-DAFB-11D2-9F81-
 inline constexpr IID IID_IMetaDataImport = guidOf("7DAC8207-D3AE-4C75-9B67-92801A497D44");
 inline constexpr IID IID_IMetaDataImport2 = guidOf("FCE5EFA0-8BBA-4F8E-A036-8F2022B08466");
 inline constexpr IID IID_IMetaDataAssemblyImport = guidOf("EE62470B-E94B-424E-9B7C-2F00C9249F93");
+inline constexpr IID IID_IMetaDataTables = guidOf("D8F579AB-402D-4B8E-82D9-5D63B1065C68");
 inline constexpr IID IID_IMetaDataEmit = guidOf("BA3FEE4C-ECB9-4E41-83B7-183FA41CD859");
 inline constexpr IID IID_IMetaDataEmit2 = guidOf("F5DD9950-F693-42E6-830E-7B833E8146A9");
 inline constexpr IID IID_IMetaDataAssemblyEmit = guidOf("211EF15B-5317-4438-B196-DEC87B887693");

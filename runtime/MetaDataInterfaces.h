@@ -190,6 +190,31 @@ struct IMetaDataAssemblyImport : public IUnknown {
                                          IUnknown* ppIUnk[], ULONG cMax, ULONG* pcAssemblies) = 0;
 };
 
+// Raw rows and heaps of a scope. Strings come as UTF-8 from the heap itself.
+struct IMetaDataTables : public IUnknown {
+    virtual HRESULT GetStringHeapSize(ULONG* pcbStrings) = 0;
+    virtual HRESULT GetBlobHeapSize(ULONG* pcbBlobs) = 0;
+    virtual HRESULT GetGuidHeapSize(ULONG* pcbGuids) = 0;
+    virtual HRESULT GetUserStringHeapSize(ULONG* pcbBlobs) = 0;
+    virtual HRESULT GetNumTables(ULONG* pcTables) = 0;
+    virtual HRESULT GetTableIndex(ULONG token, ULONG* pixTbl) = 0;
+    virtual HRESULT GetTableInfo(ULONG ixTbl, ULONG* pcbRow, ULONG* pcRows, ULONG* pcCols, ULONG* piKey,
+                                 const char** ppName) = 0;
+    virtual HRESULT GetColumnInfo(ULONG ixTbl, ULONG ixCol, ULONG* poCol, ULONG* pcbCol, ULONG* pType,
+                                  const char** ppName) = 0;
+    virtual HRESULT GetCodedTokenInfo(ULONG ixCdTkn, ULONG* pcTokens, ULONG** ppTokens, const char** ppName) = 0;
+    virtual HRESULT GetRow(ULONG ixTbl, ULONG rid, void** ppRow) = 0;
+    virtual HRESULT GetColumn(ULONG ixTbl, ULONG ixCol, ULONG rid, ULONG* pVal) = 0;
+    virtual HRESULT GetString(ULONG ixString, const char** ppString) = 0;
+    virtual HRESULT GetBlob(ULONG ixBlob, ULONG* pcbData, const void** ppData) = 0;
+    virtual HRESULT GetGuid(ULONG ixGuid, const GUID** ppGUID) = 0;
+    virtual HRESULT GetUserString(ULONG ixUserString, ULONG* pcbData, const void** ppData) = 0;
+    virtual HRESULT GetNextString(ULONG ixString, ULONG* pNext) = 0;
+    virtual HRESULT GetNextBlob(ULONG ixBlob, ULONG* pNext) = 0;
+    virtual HRESULT GetNextGuid(ULONG ixGuid, ULONG* pNext) = 0;
+    virtual HRESULT GetNextUserString(ULONG ixUserString, ULONG* pNext) = 0;
+};
+
 struct IMetaDataAssemblyEmit;
 
 struct IMetaDataEmit : public IUnknown {

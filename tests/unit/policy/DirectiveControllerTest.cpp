@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
 
 #include "PolicyFixture.h"
 #include "policy/DirectiveController.h"
@@ -112,4 +113,35 @@ TEST_F(DirectiveControllerOnAssemblies, CachedDecisionAgreesWithoutGroupMethodSk
     EXPECT_EQ(disagreements, 0);
     EXPECT_GT(selected, 5);
     EXPECT_GT(static_cast<DirectiveController&>(*cached).getCache().size(), 1000u);
+}
+
+// A scan that logs nothing walks the method table by name: it selects what the
+// scan by type, which visits every class, selects.
+TEST_F(DirectiveControllerOnAssemblies, ModuleScanByNameSelectsWhatTheScanByTypeSelects) {
+    const ModuleID modules[] = {shop, module(RealAssemblies::coreLibPath()),
+                                module(RealAssemblies::testAsset("MetadataShapes"))};
+    FILE* log = tmpfile();
+    ASSERT_NE(log, nullptr);
+    // Groups decided by the method's name alone, as the built-in entry-point
+    // group is, and one bound to an assembly by a bracketed class.
+    const char* const byName = "IdentifyAllClassesAs: Named\n"
+                               "TraceOneMethodIfFlagged: Named Mai\n"
+                               "TraceOneMethodIfFlagged: Named .cto\n"
+                               "TraceMatchingMethodsWithParametersIfFlagged: Named *Async\n"
+                               "TurnOn: Named\n"
+                               "TraceAllMethodsOfClass: [PolicyShapes]Shop.Order\n";
+    size_t selected = 0;
+    for (const char* text : {kDirectiveSets[0], kDirectiveSets[1], kDirectiveSets[2], byName}) {
+        auto controller = directives(text, nullptr, log);
+        for (ModuleID where : modules) {
+            std::set<mdMethodDef> byType;
+            std::set<mdMethodDef> byName;
+            controller->getMonitoredMethodsForModule(nullptr, info, where, byType, true);
+            controller->getMonitoredMethodsForModule(nullptr, info, where, byName, false);
+            EXPECT_EQ(byName, byType) << text;
+            selected += byType.size();
+        }
+    }
+    fclose(log);
+    EXPECT_GT(selected, 100u);
 }
