@@ -146,7 +146,7 @@ void ProfilerCallback::ServiceReJITRequests() {
         for (rejit_requests& batch : revertRequests) {
             HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
             account.rejitRequested(batch.count, hr);
-            std::map<unsigned long, int>& compiled = controller->getCompiledMethods();
+            IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
             for (unsigned int i = 0; i < batch.count; ++i) {
                 FunctionID function = 0;
                 if (SUCCEEDED(profilerInfo->GetFunctionFromToken(batch.modules[i], batch.methods[i], &function))) {
@@ -175,7 +175,7 @@ void ProfilerCallback::hotReload() {
     const int64_t started = Performance::GetTimeInMillis();
     controller->reloadDirectives();
     fprintf_8(nativeLog, "PDB reload complete (%dms)\n", static_cast<int>(Performance::GetTimeInMillis() - started));
-    std::map<unsigned long, int>& compiled = controller->getCompiledMethods();
+    IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
     fprintf_8(nativeLog, "Hot Reload processing %d methods\n", static_cast<int>(compiled.size()));
     const int64_t walked = Performance::GetTimeInMillis();
     for (const auto& [function, state] : compiled) {
@@ -223,7 +223,7 @@ HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID
             FAILED(metaDataContext->setFunction(functionId))) {
             return S_OK;
         }
-        const std::map<unsigned long, int>& compiled = controller->getCompiledMethods();
+        const IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
         auto found = compiled.find(functionId);
         state = found != compiled.end() ? found->second : kMonitored;
         // A reverted method that the directives want again is compiled as a

@@ -137,6 +137,12 @@ bool ClassMethodFilter::skipClassMethod(IMetaDataContext* context) {
 }
 
 bool ClassMethodFilter::skipClass(IMetaDataContext* context) {
+    // Exceptions only ever keep a class in: without a skip rule no name is
+    // fetched. Every decision passes here, most of them with no rule at all.
+    if (assemblies.empty() && assemblyPrefixes.empty() && classes.empty() && namespaces.empty() &&
+        namespacePrefixes.empty()) {
+        return false;
+    }
     char16_t* assembly = nullptr;
     char16_t* className = nullptr;
     if (SUCCEEDED(context->getClassName(&assembly, &className)) &&
@@ -176,6 +182,9 @@ bool ClassMethodFilter::skipClass(IMetaDataContext* context) {
 }
 
 bool ClassMethodFilter::skipMethod(IMetaDataContext* context) {
+    if (methodsForClass.empty() && methods.empty()) {
+        return false;
+    }
     if (checkMethodForClass(methodForClassExceptions, context)) {
         return false;
     }

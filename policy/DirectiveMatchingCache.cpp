@@ -17,10 +17,8 @@ void DirectiveMatchingCache::clear() {
 }
 
 bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveController& controller) {
-    // Fill the context's name caches once for all the tests below.
-    (void)context->getClassName(nullptr, nullptr);
-    (void)context->getMethodName(nullptr);
-
+    // The tests below fetch names as they need them: a class already in the
+    // cache is mostly decided by the method's name alone.
     DirectiveGroupMap& groups = controller.getGroups();
     const ClassID classId = context->getClassID();
     auto entry = entries.find(classId);

@@ -18,6 +18,7 @@
 
 #include <cstdint>
 #include <map>
+#include <unordered_map>
 #include <string>
 
 #include "policy/IDirectiveGroup.h"
@@ -38,7 +39,7 @@ struct DirectiveMatchingMetaData {
 
 class DirectiveMatchingCache {
 public:
-    using Entries = std::map<uint64_t, DirectiveMatchingMetaData*>;
+    using Entries = std::unordered_map<uint64_t, DirectiveMatchingMetaData*>;
 
     explicit DirectiveMatchingCache(int maxSize);
     DirectiveMatchingCache(const DirectiveMatchingCache&) = delete;

@@ -15,6 +15,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 
 #include "metadata/IMetaDataContext.h"
 #include "runtime/CorProfilerInfo.h"
@@ -73,5 +74,7 @@ public:
     // Forgets the memo of one function, so that its next compilation decides anew.
     virtual void clearCacheForFunction(FunctionID functionId) = 0;
     // The memo of shouldMonitorMethod: 0 monitored, 1 not monitored, 2 reverted.
-    virtual std::map<unsigned long, int>& getCompiledMethods() = 0;
+    // Hashed: every method the runtime compiles or looks up is asked for.
+    using CompiledMethods = std::unordered_map<FunctionID, int>;
+    virtual CompiledMethods& getCompiledMethods() = 0;
 };

@@ -162,7 +162,7 @@ void ProfilerController::setCLRVersion(unsigned int version) { clrVersion = vers
 
 void ProfilerController::clearCacheForFunction(FunctionID functionId) { compiledMethods.erase(functionId); }
 
-std::map<unsigned long, int>& ProfilerController::getCompiledMethods() { return compiledMethods; }
+IProfilerController::CompiledMethods& ProfilerController::getCompiledMethods() { return compiledMethods; }
 
 FILE* ProfilerController::getNativeLog()
 {

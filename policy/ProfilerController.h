@@ -68,7 +68,7 @@ public:
     int reloadDirectives() override;
     int addDynamicDirective(char16_t* line) override;
     void clearCacheForFunction(FunctionID functionId) override;
-    std::map<unsigned long, int>& getCompiledMethods() override;
+    CompiledMethods& getCompiledMethods() override;
 
     // Which process this is (ProfilerControllerApplication.cpp).
     bool IsCurrentProcessIIS();
@@ -121,7 +121,7 @@ private:
     AutoPointer<Text> appPoolName;
     IProperties* properties = nullptr;
     AutoPointer<IDirectiveController> directives;
-    std::map<unsigned long, int> compiledMethods;
+    CompiledMethods compiledMethods;
     bool logMethodBytes = false;
     bool logUninstrumentedMethods = false;
     bool monitorNgenModules = true;

@@ -46,7 +46,7 @@ public:
     int reloadDirectives() override { return refused(__func__); }
     int addDynamicDirective(char16_t*) override { return refused(__func__); }
     void clearCacheForFunction(FunctionID) override { refused(__func__); }
-    std::map<unsigned long, int>& getCompiledMethods() override {
+    CompiledMethods& getCompiledMethods() override {
         refused(__func__);
         return compiledMethods;
     }
@@ -56,5 +56,5 @@ protected:
 
 private:
     std::u16string appName;
-    std::map<unsigned long, int> compiledMethods;
+    CompiledMethods compiledMethods;
 };
