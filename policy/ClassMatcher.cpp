@@ -66,6 +66,14 @@ bool ClassMatcher::mayMatchAssembly(const char16_t* assembly) {
     return !classes.empty() && classes.mayHoldClassOf(assembly);
 }
 
+bool ClassMatcher::namedClassesOnly(const std::function<void(const char16_t*)>& visit) {
+    if (matchAll || !assemblies.empty() || !parents.empty() || !annotations.empty() || !patterns.empty()) {
+        return false;
+    }
+    classes.forEach(visit);
+    return true;
+}
+
 bool ClassMatcher::matchClass(IMetaDataContext* context) {
     if (matchAll) {
         return true;

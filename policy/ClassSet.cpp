@@ -71,6 +71,16 @@ void appendBounded(char16_t* buffer, size_t& length, const char16_t* text) {
 
 }  // namespace
 
+size_t qualifiedKey(const char16_t* assembly, const char16_t* className,
+                    char16_t (&buffer)[IMetaDataContext::kNameSize]) {
+    size_t length = 0;
+    appendBounded(buffer, length, u"[");
+    appendBounded(buffer, length, assembly);
+    appendBounded(buffer, length, u"]");
+    appendBounded(buffer, length, className);
+    return length;
+}
+
 bool findInClassSets(ClassSet& set, const char16_t* assembly, const char16_t* className) {
     if (set.contains(className)) {
         return true;
@@ -79,11 +89,7 @@ bool findInClassSets(ClassSet& set, const char16_t* assembly, const char16_t* cl
         return false;
     }
     char16_t qualified[IMetaDataContext::kNameSize];
-    size_t length = 0;
-    appendBounded(qualified, length, u"[");
-    appendBounded(qualified, length, assembly);
-    appendBounded(qualified, length, u"]");
-    appendBounded(qualified, length, className);
+    qualifiedKey(assembly, className, qualified);
     return set.contains(qualified);
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "metadata/IMetaDataContext.h"
 #include "policy/WCharSet.h"
 
 class ClassSet : public WCharSet {
@@ -36,6 +37,10 @@ std::u16string makeFullySpecifiedClassString(const char16_t* assembly, const cha
 // fit in capacity units.
 std::u16string_view qualifiedName(const char16_t* assembly, const char16_t* className, char16_t* buffer,
                                   size_t capacity);
+
+// "[assembly]className" cut to the buffer, as the sets look it up; its length.
+size_t qualifiedKey(const char16_t* assembly, const char16_t* className,
+                    char16_t (&buffer)[IMetaDataContext::kNameSize]);
 
 // className is a member, or "[assembly]className" is, the latter tried only
 // if the set holds a bracketed entry.

@@ -50,6 +50,7 @@ IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
     if (name == nullptr) {
         return nullptr;
     }
+    indexStale = true;
     IDirectiveGroup*& group = groups[name];
     if (group == nullptr) {
         group = new MatchingDirectiveGroup(name);
@@ -68,6 +69,25 @@ IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
         group->setCreated();
     }
     return group;
+}
+
+const DirectiveGroupIndex& DirectiveController::groupIndex() {
+    if (indexStale) {
+        index.rebuild(groups);
+        indexStale = false;
+    }
+    return index;
+}
+
+void DirectiveController::candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out) {
+    const DirectiveGroupIndex& current = groupIndex();
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    // A filed group's class test fails without a class name.
+    if (!current.empty() && FAILED(context->getClassName(&assembly, &className))) {
+        className = nullptr;
+    }
+    current.candidates(assembly, className, out, true);
 }
 
 bool DirectiveController::shouldMonitor(IMetaDataContext* context) {
@@ -109,6 +129,7 @@ HRESULT DirectiveController::readDirectives(FILE* stream) {
 }
 
 HRESULT DirectiveController::readDirective(char16_t* line) {
+    indexStale = true;
     try {
         DirectiveLine parsed;
         if (!DirectiveKeywords::parse(line, parsed)) {
@@ -151,34 +172,23 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
         if (SUCCEEDED(hr)) {
             hr = context->getAssemblyName(&moduleAssembly);
         }
-        // A scan that logs is the plain reference: every class of every live
-        // group.
+        // A scan that logs names every class it visits, with every live group.
+        // One that logs nothing passes over the groups that cannot select in
+        // the assembly, and meets the general groups by method name where the
+        // scope's table can be read.
+        const DirectiveGroupIndex& index = groupIndex();
         if (SUCCEEDED(hr)) {
-            match.selectGroups(groups, log == nullptr ? moduleAssembly : nullptr);
+            match.selectGroups(index.general(), log == nullptr ? moduleAssembly : nullptr);
         }
         const bool logClasses = controller != nullptr && controller->shouldLogUninstrumentedMethods() == 0;
-        IMetaDataImport* import = match.getImport();
-        HCORENUM typeEnum = nullptr;
-        mdTypeDef types[kTypeBatch];
-        // A scan that logs nothing goes by method names where the scope's
-        // table can be read; one that logs names every class it visits.
-        MethodNameRows rows(log == nullptr ? import : nullptr);
-        ULONG count = rows.usable() ? 0 : kTypeBatch;
+        MethodNameRows rows(log == nullptr ? match.getImport() : nullptr);
         if (SUCCEEDED(hr) && rows.usable()) {
             hr = scanMethodNames(context, match, rows, methods, methodCount);
         }
-        while (SUCCEEDED(hr) && count == kTypeBatch) {
-            count = 0;
-            hr = import->EnumTypeDefs(&typeEnum, types, kTypeBatch, &count);
-            if (SUCCEEDED(hr)) {
-                typeCount += count;
-            }
-            for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
-                hr = scanType(context, match, types[i], log, logClasses, methods, methodCount);
-            }
-        }
-        if (typeEnum != nullptr) {
-            import->CloseEnum(typeEnum);
+        // The groups filed under class names are met class by class.
+        if (SUCCEEDED(hr) && (!rows.usable() || !index.empty())) {
+            hr = scanTypes(context, match, rows.usable() ? Meeting::Filed : Meeting::All, log, logClasses, methods,
+                           typeCount, methodCount);
         }
         cumulativeTypes += typeCount;
         cumulativeMethods += methodCount;
@@ -202,8 +212,33 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
     }
 }
 
-HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
-                                        bool logClasses, std::vector<IDirectiveGroup*>& matched) {
+HRESULT DirectiveController::scanTypes(IMetaDataContext* context, MatchContext& match, Meeting meeting, FILE* log,
+                                       bool logClasses, std::set<mdMethodDef>& methods, unsigned int& typeCount,
+                                       unsigned int& methodCount) {
+    IMetaDataImport* import = match.getImport();
+    HCORENUM typeEnum = nullptr;
+    mdTypeDef types[kTypeBatch];
+    ULONG count = kTypeBatch;
+    HRESULT hr = S_OK;
+    while (SUCCEEDED(hr) && count == kTypeBatch) {
+        count = 0;
+        hr = import->EnumTypeDefs(&typeEnum, types, kTypeBatch, &count);
+        if (SUCCEEDED(hr)) {
+            typeCount += count;
+        }
+        for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
+            hr = scanType(context, match, types[i], meeting, log, logClasses, methods, methodCount);
+        }
+    }
+    if (typeEnum != nullptr) {
+        import->CloseEnum(typeEnum);
+    }
+    return hr;
+}
+
+HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext& match, mdTypeDef type,
+                                        Meeting meeting, FILE* log, bool logClasses,
+                                        std::vector<IDirectiveGroup*>& matched) {
     matched.clear();
     IMetaDataImport* import = match.getImport();
     DWORD flags = 0;
@@ -228,19 +263,30 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
     if (FAILED(hr) || skips.skipClass(context)) {
         return hr;
     }
-    for (IDirectiveGroup* group : match.getGroups()) {
-        if (group->matchClass(context)) {
-            matched.push_back(group);
+    if (meeting == Meeting::General) {
+        for (IDirectiveGroup* group : match.getGroups()) {
+            if (group->matchClass(context)) {
+                matched.push_back(group);
+            }
+        }
+        return hr;
+    }
+    DirectiveGroupIndex::Candidates candidates;
+    groupIndex().candidates(assembly, className, candidates, meeting == Meeting::All);
+    for (DirectiveGroupIndex::Entry* candidate : candidates) {
+        if (match.accepts(candidate->second) && candidate->second->matchClass(context)) {
+            matched.push_back(candidate->second);
         }
     }
     return hr;
 }
 
-HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
-                                      bool logClasses, std::set<mdMethodDef>& methods, unsigned int& methodCount) {
+HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type,
+                                      Meeting meeting, FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
+                                      unsigned int& methodCount) {
     IMetaDataImport* import = match.getImport();
     std::vector<IDirectiveGroup*> matched;
-    HRESULT hr = matchClass(context, match, type, log, logClasses, matched);
+    HRESULT hr = matchClass(context, match, type, meeting, log, logClasses, matched);
     for (auto group = matched.begin(); SUCCEEDED(hr) && group != matched.end(); ++group) {
         IDirectiveGroup* candidate = *group;
         HCORENUM methodEnum = nullptr;
@@ -312,7 +358,7 @@ HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchCon
         }
         if (type != visited) {
             visited = type;
-            hr = matchClass(context, match, type, nullptr, false, matched);
+            hr = matchClass(context, match, type, Meeting::General, nullptr, false, matched);
         }
         if (SUCCEEDED(hr) && !matched.empty()) {
             hr = context->setMethodDef(method);

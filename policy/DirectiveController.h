@@ -3,6 +3,7 @@
 
 #include "platform/AutoPointer.h"
 #include "policy/ClassMethodFilter.h"
+#include "policy/DirectiveGroupIndex.h"
 #include "policy/DirectiveMatchingCache.h"
 #include "policy/IDirectiveController.h"
 #include "policy/MatchContext.h"
@@ -29,28 +30,47 @@ public:
     HRESULT readDirectives(FILE* stream) override;
     HRESULT readDirective(char16_t* line) override;
     void setCacheSize(int size) override { cache->setCacheSize(size); }
-    void clearCache() override { cache->clear(); }
+    void clearCache() override {
+        cache->clear();
+        indexStale = true;
+    }
     IClassMethodFilter* getDynamicInstrumentationSkips() override { return &dynamicInstrumentationSkips; }
 
     // A new group "Anonymous_<n>", active and created; null if it cannot be had.
     IDirectiveGroup* addAnonymousDirectiveGroup();
-    DirectiveGroupMap& getGroups() { return groups; }
+    // The caller may change the map: the index is made again before its next use.
+    DirectiveGroupMap& getGroups() {
+        indexStale = true;
+        return groups;
+    }
+    // The index of the groups as they are now.
+    const DirectiveGroupIndex& groupIndex();
+    // The groups that can meet the class in hand, in the order of the map.
+    void candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out);
     FILE* getLog() const { return log; }
     DirectiveMatchingCache& getCache() { return *cache; }
 
 private:
-    // The scan of one type definition: each live group whose class test passes
-    // adds the methods it selects, named in log if it is not null. Returns the
-    // running status.
-    [[nodiscard]] HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
-                                   bool logClasses, std::set<mdMethodDef>& methods, unsigned int& methodCount);
-    // The groups whose class test passes for the type; none for an interface
-    // or a skipped class. The class is named in log when logClasses is set.
-    [[nodiscard]] HRESULT matchClass(IMetaDataContext* context, MatchContext& match, mdTypeDef type, FILE* log,
-                                     bool logClasses, std::vector<IDirectiveGroup*>& matched);
-    // The same selection as the scan by type, found by walking the method
-    // table: a method whose name no group can take is passed over before its
-    // class is looked at.
+    // The groups a module scan meets a class with: the general groups the
+    // scan selected, the groups filed under the class's names, or both.
+    enum class Meeting { General, Filed, All };
+
+    // The groups, met as said, whose class test passes for the type; none for
+    // an interface or a skipped class. The class is named in log when
+    // logClasses is set.
+    [[nodiscard]] HRESULT matchClass(IMetaDataContext* context, MatchContext& match, mdTypeDef type, Meeting meeting,
+                                     FILE* log, bool logClasses, std::vector<IDirectiveGroup*>& matched);
+    // Every type definition of the module, each adding what the groups that
+    // meet it select, named in log if it is not null.
+    [[nodiscard]] HRESULT scanTypes(IMetaDataContext* context, MatchContext& match, Meeting meeting, FILE* log,
+                                    bool logClasses, std::set<mdMethodDef>& methods, unsigned int& typeCount,
+                                    unsigned int& methodCount);
+    [[nodiscard]] HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, Meeting meeting,
+                                   FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
+                                   unsigned int& methodCount);
+    // What the general groups select, found by walking the method table: a
+    // method whose name no group can take is passed over before its class is
+    // looked at.
     [[nodiscard]] HRESULT scanMethodNames(IMetaDataContext* context, MatchContext& match, MethodNameRows& rows,
                                           std::set<mdMethodDef>& methods, unsigned int& methodCount);
 
@@ -60,4 +80,6 @@ private:
     DirectiveGroupMap groups;
     int anonymousCount = 0;
     AutoPointer<DirectiveMatchingCache> cache;
+    DirectiveGroupIndex index;
+    bool indexStale = true;
 };

@@ -1,5 +1,7 @@
 #include "policy/DirectiveMatchingCache.h"
 
+#include <algorithm>
+
 #include "platform/FormattedOutput.h"
 #include "policy/DirectiveController.h"
 
@@ -19,7 +21,6 @@ void DirectiveMatchingCache::clear() {
 bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveController& controller) {
     // The tests below fetch names as they need them: a class already in the
     // cache is mostly decided by the method's name alone.
-    DirectiveGroupMap& groups = controller.getGroups();
     const ClassID classId = context->getClassID();
     auto entry = entries.find(classId);
     if (entry != entries.end()) {
@@ -35,7 +36,7 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
         if (known.complete) {
             return false;
         }
-        return walk(context, groups, groups.find(known.resumeGroup), entry);
+        return walk(context, controller, &known.resumeGroup, entry);
     }
     if (classId != 0 && static_cast<int64_t>(entries.size()) < maxSize) {
         entry = entries.emplace(classId, new DirectiveMatchingMetaData(false)).first;
@@ -46,26 +47,35 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
                 fflush(log);
             }
         }
-        return walk(context, groups, groups.begin(), entry);
+        return walk(context, controller, nullptr, entry);
     }
-    return matchWithoutCache(context, groups);
+    return matchWithoutCache(context, controller);
 }
 
-bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveGroupMap& groups,
-                                  DirectiveGroupMap::iterator from, Entries::iterator entry) {
+bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveController& controller,
+                                  const std::u16string* resumeGroup, Entries::iterator entry) {
+    controller.candidatesFor(context, candidates);
+    auto from = candidates.begin();
+    if (resumeGroup != nullptr) {
+        // The group the last walk stopped at is met again.
+        from = std::lower_bound(candidates.begin(), candidates.end(), *resumeGroup,
+                                [](const DirectiveGroupIndex::Entry* candidate, const std::u16string& name) {
+                                    return candidate->first < name;
+                                });
+    }
     bool found = false;
-    incrementalBuildAndLookup(context, groups, from, entry, found);
+    incrementalBuildAndLookup(context, from, entry, found);
     if (!found) {
         entry->second->complete = true;
     }
     return found;
 }
 
-void DirectiveMatchingCache::incrementalBuildAndLookup(IMetaDataContext* context, DirectiveGroupMap& groups,
-                                                       DirectiveGroupMap::iterator& groupIterator,
+void DirectiveMatchingCache::incrementalBuildAndLookup(IMetaDataContext* context,
+                                                       DirectiveGroupIndex::Candidates::iterator& groupIterator,
                                                        Entries::iterator& entryIterator, bool& found) {
-    for (; groupIterator != groups.end(); ++groupIterator) {
-        IDirectiveGroup* group = groupIterator->second;
+    for (; groupIterator != candidates.end(); ++groupIterator) {
+        IDirectiveGroup* group = (*groupIterator)->second;
         if (!group->isCreated() || !group->isActive()) {
             continue;
         }
@@ -78,15 +88,17 @@ void DirectiveMatchingCache::incrementalBuildAndLookup(IMetaDataContext* context
             continue;
         }
         if (group->matchMethod(context)) {
-            entryIterator->second->resumeGroup = groupIterator->first;
+            entryIterator->second->resumeGroup = (*groupIterator)->first;
             found = true;
             return;
         }
     }
 }
 
-bool DirectiveMatchingCache::matchWithoutCache(IMetaDataContext* context, DirectiveGroupMap& groups) {
-    for (auto& [name, group] : groups) {
+bool DirectiveMatchingCache::matchWithoutCache(IMetaDataContext* context, DirectiveController& controller) {
+    controller.candidatesFor(context, candidates);
+    for (const DirectiveGroupIndex::Entry* candidate : candidates) {
+        IDirectiveGroup* group = candidate->second;
         if (group->isCreated() && group->isActive() && !group->skip(context) && group->match(context)) {
             return true;
         }

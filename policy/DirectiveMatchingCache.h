@@ -21,7 +21,7 @@
 #include <unordered_map>
 #include <string>
 
-#include "policy/IDirectiveGroup.h"
+#include "policy/DirectiveGroupIndex.h"
 
 class DirectiveController;
 
@@ -55,19 +55,22 @@ public:
     // filter has been asked before.
     bool shouldMonitor(IMetaDataContext* context, DirectiveController& controller);
     // The plain walk: some live group not skipping the method matches it.
-    bool matchWithoutCache(IMetaDataContext* context, DirectiveGroupMap& groups);
+    bool matchWithoutCache(IMetaDataContext* context, DirectiveController& controller);
+
+private:
+    // Walks the groups that can meet the class, from the group the last walk
+    // stopped at if there is one, and marks the entry complete when nothing
+    // is found.
+    bool walk(IMetaDataContext* context, DirectiveController& controller, const std::u16string* resumeGroup,
+              Entries::iterator entry);
     // Walks on from groupIterator, recording in the entry every group whose
     // class test passes, until a group selects the method: then found is set
     // and groupIterator stays on that group.
-    void incrementalBuildAndLookup(IMetaDataContext* context, DirectiveGroupMap& groups,
-                                   DirectiveGroupMap::iterator& groupIterator, Entries::iterator& entryIterator,
-                                   bool& found);
-
-private:
-    // Resumes the walk for an entry, and marks it complete when nothing is found.
-    bool walk(IMetaDataContext* context, DirectiveGroupMap& groups, DirectiveGroupMap::iterator from,
-              Entries::iterator entry);
+    void incrementalBuildAndLookup(IMetaDataContext* context, DirectiveGroupIndex::Candidates::iterator& groupIterator,
+                                   Entries::iterator& entryIterator, bool& found);
 
     int maxSize;
     Entries entries;
+    // The groups of the walk in hand, kept to spare an allocation a walk.
+    DirectiveGroupIndex::Candidates candidates;
 };

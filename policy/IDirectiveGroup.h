@@ -40,6 +40,9 @@ public:
     // IClassMatcher::mayMatchAssembly and IMethodMatcher::mayMatchName).
     virtual bool mayMatchAssembly(const char16_t* assembly) = 0;
     virtual bool mayMatchName(const char16_t* name) = 0;
+    // See IClassMatcher::namedClassesOnly; a group without class rules names
+    // no class and matches none.
+    virtual bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) = 0;
 };
 
 // Groups by name, in ascending order of code units: the order in which they

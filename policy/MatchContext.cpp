@@ -13,14 +13,19 @@ MatchContext::MatchContext(ICorProfilerInfo* info, ModuleID module) : status(E_I
     }
 }
 
-void MatchContext::selectGroups(const DirectiveGroupMap& groups, const char16_t* assembly) {
+void MatchContext::selectGroups(const DirectiveGroupIndex::Candidates& groups, const char16_t* moduleAssembly) {
+    anyAssembly = moduleAssembly == nullptr;
+    assembly = anyAssembly ? u"" : moduleAssembly;
     selected.clear();
-    for (const auto& [name, group] : groups) {
-        if (group->isActive() && group->isCreated() &&
-            (assembly == nullptr || group->mayMatchAssembly(assembly))) {
-            selected.push_back(group);
+    for (const DirectiveGroupIndex::Entry* entry : groups) {
+        if (accepts(entry->second)) {
+            selected.push_back(entry->second);
         }
     }
+}
+
+bool MatchContext::accepts(IDirectiveGroup* group) const {
+    return group->isActive() && group->isCreated() && (anyAssembly || group->mayMatchAssembly(assembly.c_str()));
 }
 
 bool MatchContext::mayMatchName(const char16_t* name) const {

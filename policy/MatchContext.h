@@ -2,10 +2,11 @@
 // whole scan, and the groups that can select anything in the module.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "platform/AutoPointer.h"
-#include "policy/IDirectiveGroup.h"
+#include "policy/DirectiveGroupIndex.h"
 #include "runtime/CorProfilerInfo.h"
 #include "runtime/MetaDataInterfaces.h"
 
@@ -18,10 +19,11 @@ public:
     // No new reference; null if the metadata could not be opened.
     IMetaDataImport* getImport() const { return import.get(); }
 
-    // Keeps the created, active groups whose class rules can hold for a class
-    // of the assembly (all of them for a null assembly), in the order in which
-    // groups are asked.
-    void selectGroups(const DirectiveGroupMap& groups, const char16_t* assembly);
+    // Keeps those of the groups that it accepts, in their order.
+    void selectGroups(const DirectiveGroupIndex::Candidates& groups, const char16_t* assembly);
+    // The group is created and active, and its class rules can hold for a
+    // class of the assembly given to selectGroups (any, for a null one).
+    bool accepts(IDirectiveGroup* group) const;
     const std::vector<IDirectiveGroup*>& getGroups() const { return selected; }
     // Some selected group may take a method of this name.
     bool mayMatchName(const char16_t* name) const;
@@ -30,4 +32,6 @@ private:
     AutoCOMPointer<IMetaDataImport> import;
     HRESULT status;
     std::vector<IDirectiveGroup*> selected;
+    std::u16string assembly;
+    bool anyAssembly = true;
 };

@@ -51,6 +51,10 @@ bool MatchingDirectiveGroup::mayMatchAssembly(const char16_t* assembly) {
     return classMatcher && classMatcher->mayMatchAssembly(assembly);
 }
 
+bool MatchingDirectiveGroup::namedClassesOnly(const std::function<void(const char16_t*)>& visit) {
+    return !classMatcher || classMatcher->namedClassesOnly(visit);
+}
+
 bool MatchingDirectiveGroup::mayMatchName(const char16_t* name) {
     return methodMatcher && methodMatcher->mayMatchName(name);
 }

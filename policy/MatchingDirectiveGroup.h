@@ -33,6 +33,7 @@ public:
     bool matchMethod(IMetaDataContext* context) override;
     bool mayMatchAssembly(const char16_t* assembly) override;
     bool mayMatchName(const char16_t* name) override;
+    bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) override;
 
 private:
     bool active = false;

@@ -118,6 +118,16 @@ TEST(HostileHost, ProgramsRunUnchangedAndTheLogSaysWhatHappened) {
              return hello;
          },
          "Cannot read /dev/zero: a device, pipe or socket, not a file"},
+        {"a directive file beyond 64 MB (sparse: nothing is written)",
+         [&](AgentInstall& install, e2e::RunOptions&) {
+             install.directives("TraceOneMethodOfClass: Program Fibonacci\n");
+             std::filesystem::resize_file(install.agentDirectory() + "/program.fmd", (64u << 20) + 1);
+             return hello;
+         },
+         "Cannot read ",
+         [](AgentInstall& install, const e2e::Comparison& run) {
+             EXPECT_NE(install.logText().find("program.fmd: larger than 64 MB\n"), std::string::npos) << run.why;
+         }},
         {"named pipes as the directive file and as AgentProfile.config",
          [&](AgentInstall& install, e2e::RunOptions&) {
              pipeAt(install.agentDirectory() + "/pipe.fmd");

@@ -60,6 +60,15 @@ const char* const kDirectiveSets[] = {
     "TurnOn: Tasks\n"
     "SkipNamespace: System.Threading\n"
     "DoNotSkipClass: System.Threading.Tasks.Task\n",
+
+    // Groups filed under class names that agree with classes as prefixes do,
+    // both ways, plain and bracketed, as a generated file makes them.
+    "TraceOneMethodOfClass: Shop.Order Place\n"
+    "TraceOneMethodOfClass: Shop.Ord GetName\n"
+    "TraceAllMethodsOfClass: [System.Private.CoreLib]System.Text.StringBuilderX\n"
+    "TraceAllMethodsOfClass: System.Collections.Generic.Dictionary+Enum\n"
+    "TraceOneMethodOfClass: [PolicyShapes]Shop.Invoice Issue\n"
+    "TraceOneMethodOfClass: [MetadataShapes]Nowhere.Class Run\n",
 };
 
 }  // namespace

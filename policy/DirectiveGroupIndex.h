@@ -1,0 +1,48 @@
+// Which directive groups a class can meet. A group whose class rules are
+// nothing but class names ("N.C", "[A]N.C") is filed under each of them; every
+// other group is general and meets every class. A generated directive file
+// makes one group per line, each naming one class: a decision then consults
+// the few groups filed under names that agree with its class, not all of them.
+//
+// Names agree as the class sets compare them: one is a prefix of the other.
+// The candidates are thus a superset of the groups whose class test can pass,
+// in the order of the group map; callers still ask each of them.
+//
+// Contract: the names belong to the groups' class sets, which do not change
+// between a rebuild and the next change of the rules. No lock inside.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "policy/IDirectiveGroup.h"
+
+class DirectiveGroupIndex {
+public:
+    using Entry = DirectiveGroupMap::value_type;
+    using Candidates = std::vector<Entry*>;
+
+    void rebuild(DirectiveGroupMap& groups);
+    // The groups filed under a name that agrees with the class, plain or with
+    // its assembly in brackets, and the general groups if asked for; none
+    // filed for a null class name.
+    void candidates(const char16_t* assembly, const char16_t* className, Candidates& out, bool withGeneral) const;
+    const Candidates& general() const { return generalGroups; }
+    bool empty() const { return filed.empty(); }
+
+private:
+    struct Filed {
+        std::u16string_view name;
+        uint32_t ordinal;  // the group's place in the map
+    };
+    void collectAgreeing(std::u16string_view name, std::vector<uint32_t>& ordinals) const;
+
+    Candidates byOrdinal;
+    Candidates generalGroups;
+    std::vector<uint32_t> generalOrdinals;
+    // Sorted by name; the distinct name lengths, ascending.
+    std::vector<Filed> filed;
+    std::vector<size_t> lengths;
+    bool bracketed = false;
+};
