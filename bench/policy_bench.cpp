@@ -7,6 +7,7 @@
 
 #include <malloc.h>
 
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -116,15 +117,29 @@ std::string realisticDirectives(const CoreLibrary& library) {
     return text;
 }
 
-void decideEveryMethod(benchmark::State& state, bool withCache) {
-    CoreLibrary& library = coreLibrary();
-    if (!library.error.empty()) {
-        state.SkipWithError(library.error.c_str());
-        return;
+// A generated file of one-method lines, as large users write them (one line
+// per endpoint or method of interest): about bytes of it, a fifth of the lines
+// on classes of the library, the rest on classes it does not have.
+std::string generatedDirectives(const CoreLibrary& library, size_t bytes) {
+    static const char* const methodNames[] = {"Invoke", "Execute", "Send", "Receive", "Read", "Write"};
+    std::string text;
+    for (size_t line = 0; text.size() < bytes; ++line) {
+        const std::string className = line % 5 == 0 ? library.classNames[(line * 7919) % library.classNames.size()]
+                                                    : "Company" + std::to_string(line % 97) + ".Service" +
+                                                          std::to_string(line % 1013) + ".Endpoint" +
+                                                          std::to_string(line);
+        text += "TraceOneMethodOfClass: " + className + " " + methodNames[line % 6] + "\n";
     }
+    return text;
+}
+
+// A controller that has read the text; the number of lines in rules, and the
+// heap it took in heap.
+std::unique_ptr<IDirectiveController> readDirectives(const std::string& narrow, size_t& rules, size_t& heap) {
+    const size_t before = mallinfo2().uordblks;
     std::unique_ptr<IDirectiveController> controller(IDirectiveController::newInstance(nullptr));
-    std::u16string text = RealAssemblies::widen(realisticDirectives(library));
-    size_t rules = 0;
+    std::u16string text = RealAssemblies::widen(narrow);
+    rules = 0;
     for (size_t start = 0; start < text.size();) {
         size_t end = text.find(u'\n', start);
         std::u16string line = text.substr(start, end - start);
@@ -132,9 +147,35 @@ void decideEveryMethod(benchmark::State& state, bool withCache) {
         ++rules;
         start = end + 1;
     }
+    heap = mallinfo2().uordblks - before;
+    return controller;
+}
+
+void decideEveryMethod(benchmark::State& state, bool withCache, size_t generatedBytes = 0) {
+    CoreLibrary& library = coreLibrary();
+    if (!library.error.empty()) {
+        state.SkipWithError(library.error.c_str());
+        return;
+    }
+    size_t rules = 0;
+    size_t heap = 0;
+    const std::string text =
+        generatedBytes == 0 ? realisticDirectives(library) : generatedDirectives(library, generatedBytes);
+    std::unique_ptr<IDirectiveController> controller = readDirectives(text, rules, heap);
+    state.counters["heap_MB"] = static_cast<double>(heap) / 1e6;
     SteeredContext context(library.info);
     context.setModuleID(library.module);
     context.setImport(library.info->importOf(library.module));
+    // The first decision also files the groups by class name: a cost of the
+    // start, not of each method.
+    const Method& first = library.methods.front();
+    context.setTypeDef(first.type);
+    context.setSuperToken(first.extends);
+    context.setMethodDef(first.token);
+    const auto started = std::chrono::steady_clock::now();
+    (void)controller->shouldMonitor(&context);
+    state.counters["first_decision_ms"] =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
 
     size_t selected = 0;
     for (auto _ : state) {
@@ -169,6 +210,31 @@ void DecisionWithoutCache(benchmark::State& state) {
     decideEveryMethod(state, false);
 }
 BENCHMARK(DecisionWithoutCache)->Unit(benchmark::kMillisecond);
+
+// The decision with a generated file of one-method lines of 5 MB and of 50 MB.
+void DecisionWithGeneratedFile(benchmark::State& state) {
+    decideEveryMethod(state, true, static_cast<size_t>(state.range(0)) << 20);
+}
+BENCHMARK(DecisionWithGeneratedFile)->Arg(5)->Arg(50)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// Reading a generated file of one-method lines of 5 MB.
+void ReadGeneratedFile(benchmark::State& state) {
+    CoreLibrary& library = coreLibrary();
+    if (!library.error.empty()) {
+        state.SkipWithError(library.error.c_str());
+        return;
+    }
+    const std::string text = generatedDirectives(library, size_t{5} << 20);
+    size_t rules = 0;
+    size_t heap = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(readDirectives(text, rules, heap));
+    }
+    state.counters["rules"] = static_cast<double>(rules);
+    state.counters["heap_MB"] = static_cast<double>(heap) / 1e6;
+    state.counters["bytes_per_line"] = static_cast<double>(heap) / static_cast<double>(rules);
+}
+BENCHMARK(ReadGeneratedFile)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 // The heap that a large directive file takes once loaded: 262,144 lines of
 // about 40 bytes (10 MB), each naming a class for a flag of its own, so that

@@ -30,10 +30,7 @@ public:
     HRESULT readDirectives(FILE* stream) override;
     HRESULT readDirective(char16_t* line) override;
     void setCacheSize(int size) override { cache->setCacheSize(size); }
-    void clearCache() override {
-        cache->clear();
-        indexStale = true;
-    }
+    void clearCache() override { cache->clear(); }
     IClassMethodFilter* getDynamicInstrumentationSkips() override { return &dynamicInstrumentationSkips; }
 
     // A new group "Anonymous_<n>", active and created; null if it cannot be had.

@@ -41,8 +41,7 @@ private:
     Candidates byOrdinal;
     Candidates generalGroups;
     std::vector<uint32_t> generalOrdinals;
-    // Sorted by name; the distinct name lengths, ascending.
+    // Sorted by name.
     std::vector<Filed> filed;
-    std::vector<size_t> lengths;
     bool bracketed = false;
 };

@@ -1,7 +1,5 @@
 #include "policy/DirectiveMatchingCache.h"
 
-#include <algorithm>
-
 #include "platform/FormattedOutput.h"
 #include "policy/DirectiveController.h"
 
@@ -25,7 +23,7 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
     auto entry = entries.find(classId);
     if (entry != entries.end()) {
         DirectiveMatchingMetaData& known = *entry->second;
-        for (auto& [name, group] : known.matchedGroups) {
+        for (IDirectiveGroup* group : known.matchedGroups) {
             if (group->skipMethod(context)) {
                 return false;
             }
@@ -33,13 +31,10 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
                 return true;
             }
         }
-        if (known.complete) {
-            return false;
-        }
-        return walk(context, controller, &known.resumeGroup, entry);
+        return !known.complete && walk(context, known);
     }
     if (classId != 0 && static_cast<int64_t>(entries.size()) < maxSize) {
-        entry = entries.emplace(classId, new DirectiveMatchingMetaData(false)).first;
+        entry = entries.emplace(classId, new DirectiveMatchingMetaData()).first;
         if (static_cast<int64_t>(entries.size()) == maxSize) {
             FILE* log = controller.getLog();
             if (log != nullptr) {
@@ -47,35 +42,15 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
                 fflush(log);
             }
         }
-        return walk(context, controller, nullptr, entry);
+        controller.candidatesFor(context, entry->second->candidates);
+        return walk(context, *entry->second);
     }
     return matchWithoutCache(context, controller);
 }
 
-bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveController& controller,
-                                  const std::u16string* resumeGroup, Entries::iterator entry) {
-    controller.candidatesFor(context, candidates);
-    auto from = candidates.begin();
-    if (resumeGroup != nullptr) {
-        // The group the last walk stopped at is met again.
-        from = std::lower_bound(candidates.begin(), candidates.end(), *resumeGroup,
-                                [](const DirectiveGroupIndex::Entry* candidate, const std::u16string& name) {
-                                    return candidate->first < name;
-                                });
-    }
-    bool found = false;
-    incrementalBuildAndLookup(context, from, entry, found);
-    if (!found) {
-        entry->second->complete = true;
-    }
-    return found;
-}
-
-void DirectiveMatchingCache::incrementalBuildAndLookup(IMetaDataContext* context,
-                                                       DirectiveGroupIndex::Candidates::iterator& groupIterator,
-                                                       Entries::iterator& entryIterator, bool& found) {
-    for (; groupIterator != candidates.end(); ++groupIterator) {
-        IDirectiveGroup* group = (*groupIterator)->second;
+bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMetaData& known) {
+    for (; known.next < known.candidates.size(); ++known.next) {
+        IDirectiveGroup* group = known.candidates[known.next]->second;
         if (!group->isCreated() || !group->isActive()) {
             continue;
         }
@@ -83,16 +58,19 @@ void DirectiveMatchingCache::incrementalBuildAndLookup(IMetaDataContext* context
         if (!group->matchClass(context) || group->skipClass(context)) {
             continue;
         }
-        entryIterator->second->matchedGroups.emplace(group->getName(), group);
+        // The group the last walk stopped at is met again.
+        if (known.matchedGroups.empty() || known.matchedGroups.back() != group) {
+            known.matchedGroups.push_back(group);
+        }
         if (group->skipMethod(context)) {
             continue;
         }
         if (group->matchMethod(context)) {
-            entryIterator->second->resumeGroup = (*groupIterator)->first;
-            found = true;
-            return;
+            return true;
         }
     }
+    known.complete = true;
+    return false;
 }
 
 bool DirectiveMatchingCache::matchWithoutCache(IMetaDataContext* context, DirectiveController& controller) {

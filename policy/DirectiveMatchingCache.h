@@ -17,7 +17,7 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <vector>
 #include <unordered_map>
 #include <string>
 
@@ -27,14 +27,15 @@ class DirectiveController;
 
 // What is known of one class.
 struct DirectiveMatchingMetaData {
-    explicit DirectiveMatchingMetaData(bool complete) : complete(complete) {}
-
+    // The groups that can meet the class, in the order of the group map.
+    DirectiveGroupIndex::Candidates candidates;
+    // Where the next walk starts: the group the last walk stopped at.
+    size_t next = 0;
     // The walk over the groups has reached the end for this class.
-    bool complete;
-    // Groups whose class test has passed so far, not owned.
-    std::map<std::u16string, IDirectiveGroup*> matchedGroups;
-    // The group at which the last walk stopped; empty at first.
-    std::u16string resumeGroup;
+    bool complete = false;
+    // Groups whose class test has passed so far, in the order of the map;
+    // not owned.
+    std::vector<IDirectiveGroup*> matchedGroups;
 };
 
 class DirectiveMatchingCache {
@@ -58,19 +59,13 @@ public:
     bool matchWithoutCache(IMetaDataContext* context, DirectiveController& controller);
 
 private:
-    // Walks the groups that can meet the class, from the group the last walk
-    // stopped at if there is one, and marks the entry complete when nothing
-    // is found.
-    bool walk(IMetaDataContext* context, DirectiveController& controller, const std::u16string* resumeGroup,
-              Entries::iterator entry);
-    // Walks on from groupIterator, recording in the entry every group whose
-    // class test passes, until a group selects the method: then found is set
-    // and groupIterator stays on that group.
-    void incrementalBuildAndLookup(IMetaDataContext* context, DirectiveGroupIndex::Candidates::iterator& groupIterator,
-                                   Entries::iterator& entryIterator, bool& found);
+    // Walks the class's groups on from where the last walk stopped, recording
+    // every group whose class test passes, until a group selects the method;
+    // the entry is complete when none does.
+    bool walk(IMetaDataContext* context, DirectiveMatchingMetaData& known);
 
     int maxSize;
     Entries entries;
-    // The groups of the walk in hand, kept to spare an allocation a walk.
+    // The groups of a walk without the cache, kept to spare an allocation.
     DirectiveGroupIndex::Candidates candidates;
 };
