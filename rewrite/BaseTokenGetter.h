@@ -14,6 +14,8 @@ public:
 
     HRESULT getToken(unsigned long moduleID, unsigned int* token) override;
     [[nodiscard]] virtual HRESULT getToken(const ModuleMetaData& metadata, unsigned int* token) = 0;
+    // Keeps nothing.
+    void forgetModule(unsigned long) override {}
 
 protected:
     ICorProfilerInfo* info;

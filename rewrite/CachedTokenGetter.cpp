@@ -6,5 +6,9 @@ HRESULT CachedTokenGetter::getToken(unsigned long moduleID, unsigned int* token)
         *token = found->second;
         return S_OK;
     }
-    return getter->getToken(moduleID, token);
+    const HRESULT hr = getter->getToken(moduleID, token);
+    if (hr == S_OK) {
+        tokens.emplace(moduleID, *token);
+    }
+    return hr;
 }

@@ -1,6 +1,6 @@
-// The wrapper that every descriptive getter is handed out in. Its map is
-// looked at first, but nothing fills it: every request resolves anew in the
-// module, which keeps the answer right after the module's metadata changed.
+// The wrapper that every descriptive getter is handed out in: what it resolved
+// in a module is kept until the module unloads. A token, once found or defined,
+// stays the module's for its life; the module's id may be reused after it.
 #pragma once
 
 #include <map>
@@ -18,6 +18,7 @@ public:
     explicit CachedTokenGetter(BaseTokenGetter* getter) : getter(getter) {}
 
     HRESULT getToken(unsigned long moduleID, unsigned int* token) override;
+    void forgetModule(unsigned long moduleID) override { tokens.erase(moduleID); }
 
 private:
     AutoPointer<BaseTokenGetter> getter;

@@ -22,4 +22,6 @@ public:
     virtual ~IMemberTokenGetter() = default;
 
     [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;
+    // Forgets what was resolved in the module, which is going away.
+    virtual void forgetModule(unsigned long moduleID) = 0;
 };

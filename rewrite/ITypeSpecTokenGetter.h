@@ -15,4 +15,6 @@ public:
     virtual ~ITypeSpecTokenGetter() = default;
 
     [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;
+    // Forgets what was resolved in the module, which is going away.
+    virtual void forgetModule(unsigned long moduleID) = 0;
 };

@@ -18,4 +18,6 @@ public:
 
     // E_FAIL for a number of kParameterLimit or more.
     [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned char number, unsigned int* token) = 0;
+    // Forgets what was resolved in the module, which is going away.
+    virtual void forgetModule(unsigned long moduleID) = 0;
 };

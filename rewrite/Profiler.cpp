@@ -157,6 +157,15 @@ void Profiler::forgetModule(ModuleID module) {
     originalBodies.erase(originalBodies.lower_bound(MethodKey(module, 0)),
                          originalBodies.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
     valueTypeGetter->forgetModule(module);
+    for (AutoPointer<IMemberTokenGetter>& getter : memberGetters) {
+        if (getter.get() != nullptr) getter->forgetModule(module);
+    }
+    for (AutoPointer<ITypeTokenGetter>& getter : typeGetters) {
+        if (getter.get() != nullptr) getter->forgetModule(module);
+    }
+    for (IVarTypeSpecTokenGetter* getter : {varGetter.get(), mvarGetter.get()}) {
+        if (getter != nullptr) getter->forgetModule(module);
+    }
 }
 
 // Memory for a body from the runtime's allocator of the module; the runtime

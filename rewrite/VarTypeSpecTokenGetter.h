@@ -12,6 +12,11 @@ public:
         : info(info), elementType(elementType) {}
 
     HRESULT getToken(unsigned long moduleID, unsigned char number, unsigned int* token) override;
+    void forgetModule(unsigned long moduleID) override {
+        for (AutoPointer<ITypeSpecTokenGetter>& getter : getters) {
+            if (getter.get() != nullptr) getter->forgetModule(moduleID);
+        }
+    }
 
 private:
     AutoPointer<ITypeSpecTokenGetter> getters[kParameterLimit];
