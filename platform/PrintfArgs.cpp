@@ -1,9 +1,12 @@
 #include "platform/PrintfArgs.h"
 
+#include <cstring>
+
 #include "platform/TextConversion.h"
 
 namespace {
 
+#if defined(__x86_64__)
 // The published fields of the System V va_list element, which the compiler
 // keeps opaque in C++; may_alias lets this view share the list's memory.
 struct __attribute__((may_alias)) VaListFields {
@@ -23,6 +26,28 @@ VaListFields& fieldsOf(va_list& args) {
 constexpr unsigned kGeneralAreaEnd = 48;
 constexpr unsigned kLastGeneralSlot = 40;
 constexpr unsigned kLastVectorSlot = 160;
+#else
+// The AAPCS64 va_list: the next stacked argument, the ends of the general and
+// the vector register save areas, and the offsets (negative while registers
+// are left) of the next saved register from those ends.
+struct __attribute__((may_alias)) VaListFields {
+    void* stack;
+    void* gr_top;
+    void* vr_top;
+    int gr_offs;
+    int vr_offs;
+};
+static_assert(sizeof(VaListFields) == sizeof(va_list));
+
+VaListFields& fieldsOf(va_list& args) {
+    return *reinterpret_cast<VaListFields*>(&args);
+}
+
+// Saved general registers take 8 bytes, vector registers 16; stacked
+// arguments 8 whatever their class.
+constexpr int kGeneralSlot = 8;
+constexpr int kVectorSlot = 16;
+#endif
 
 bool isConversion(char c) {
     switch (c) {
@@ -83,6 +108,7 @@ bool ParsePrintfFormatSpec(const char*& cursor, char& conversion, const char*& s
     return true;
 }
 
+#if defined(__x86_64__)
 void** GetArgPointer(va_list& args) {
     VaListFields& list = fieldsOf(args);
     if (list.gp_offset < kGeneralAreaEnd) {
@@ -112,6 +138,29 @@ void NextPrintfArg(va_list& args, char conversion) {
             break;
     }
 }
+#else
+void** GetArgPointer(va_list& args) {
+    VaListFields& list = fieldsOf(args);
+    if (list.gr_offs < 0) {
+        return reinterpret_cast<void**>(static_cast<char*>(list.gr_top) + list.gr_offs);
+    }
+    return static_cast<void**>(list.stack);
+}
+
+void NextPrintfArg(va_list& args, char conversion) {
+    if (conversion == 'm') {
+        return;
+    }
+    VaListFields& list = fieldsOf(args);
+    const bool vector = conversion != 0 && strchr("AEFGaefg", conversion) != nullptr;
+    int& offset = vector ? list.vr_offs : list.gr_offs;
+    if (offset < 0) {
+        offset += vector ? kVectorSlot : kGeneralSlot;
+    } else {
+        list.stack = static_cast<char*>(list.stack) + kGeneralSlot;
+    }
+}
+#endif
 
 void PatchPrintfArgs(CharPointers& pointers, const char16_t* format, va_list args) {
     std::string narrowFormat;

@@ -1,6 +1,7 @@
 // The walk over a variadic argument list that replaces 16-bit string arguments
-// by 8-bit copies before libc formats them. x86-64 System V only: it reads and
-// writes the va_list structure and the argument save areas directly.
+// by 8-bit copies before libc formats them. It reads and writes the va_list
+// structure and the argument save areas directly: x86-64 System V and AArch64
+// (AAPCS64) only.
 #pragma once
 
 #include <cstdarg>
@@ -8,8 +9,8 @@
 
 #include "platform/CharPointers.h"
 
-#if !defined(__x86_64__)
-#error "The argument walk is written for the x86-64 System V va_list only."
+#if !defined(__x86_64__) && !defined(__aarch64__)
+#error "The argument walk is written for the x86-64 System V and the AArch64 va_list only."
 #endif
 
 // True when cursor (on a '%') starts a conversion; cursor then stands on the
