@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,20 +35,31 @@ ChildProcess ChildProcess::run(const std::vector<std::string>& argv, const std::
                                const std::string& workingDirectory, int timeoutSeconds) {
     ChildProcess result;
     const std::vector<char*> arguments = pointers(argv);
-    const std::vector<char*> variables = pointers(environment);
+    // A child that hosts the runtime hosts the same one as its parent.
+    std::vector<std::string> inherited(environment);
+    if (const char* shared = getenv("TARN_DOTNET_SHARED")) {
+        inherited.push_back(std::string("TARN_DOTNET_SHARED=") + shared);
+    }
+    const std::vector<char*> variables = pointers(inherited);
     FILE* out = tmpfile();
     FILE* err = tmpfile();
     fflush(nullptr);
-    const pid_t child = out != nullptr && err != nullptr ? fork() : -1;
-    if (child == 0) {
-        const int in = open("/dev/null", O_RDONLY);
-        if (in < 0 || chdir(workingDirectory.c_str()) != 0) _exit(127);
-        dup2(in, STDIN_FILENO);
-        dup2(fileno(out), STDOUT_FILENO);
-        dup2(fileno(err), STDERR_FILENO);
-        execve(arguments[0], arguments.data(), variables.data());
-        _exit(127);
+    // Spawned, not forked: a fork of a process with the runtime's threads can
+    // hang before its exec under user-mode emulation.
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    if (out != nullptr && err != nullptr) {
+        posix_spawn_file_actions_adddup2(&actions, fileno(out), STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, fileno(err), STDERR_FILENO);
     }
+    posix_spawn_file_actions_addchdir_np(&actions, workingDirectory.c_str());
+    pid_t child = -1;
+    if (out == nullptr || err == nullptr ||
+        posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), variables.data()) != 0) {
+        child = -1;
+    }
+    posix_spawn_file_actions_destroy(&actions);
     if (child > 0) result.exitStatus = wait(child, timeoutSeconds, &result.timedOut);
     if (out != nullptr) result.out = contents(out);
     if (err != nullptr) result.err = contents(err);

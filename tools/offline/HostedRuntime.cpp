@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <vector>
 
@@ -12,6 +13,14 @@
 namespace {
 
 constexpr const char* kSharedRoot = "/usr/share/dotnet/shared/Microsoft.NETCore.App";
+// Another runtime's framework folders, for a process of another architecture
+// (the linux-arm64 suites under emulation).
+constexpr const char* kSharedRootVariable = "TARN_DOTNET_SHARED";
+
+std::string sharedRoot() {
+    const char* root = getenv(kSharedRootVariable);
+    return root != nullptr && *root != 0 ? root : kSharedRoot;
+}
 
 using CoreclrInitialize = int (*)(const char* exePath, const char* appDomainFriendlyName, int propertyCount,
                                   const char** propertyKeys, const char** propertyValues, void** hostHandle,
@@ -22,7 +31,7 @@ using MetaDataGetDispenser = HRESULT (*)(REFCLSID rclsid, REFIID riid, void** pp
 std::string findFramework() {
     std::error_code error;
     std::vector<std::string> versions;
-    for (const auto& entry : std::filesystem::directory_iterator(kSharedRoot, error)) {
+    for (const auto& entry : std::filesystem::directory_iterator(sharedRoot(), error)) {
         if (entry.is_directory()) {
             versions.push_back(entry.path().string());
         }
@@ -57,7 +66,7 @@ HostedRuntime& HostedRuntime::instance() {
 HostedRuntime::HostedRuntime() {
     framework = findFramework();
     if (framework.empty()) {
-        failure = std::string("no framework under ") + kSharedRoot;
+        failure = "no framework under " + sharedRoot();
         return;
     }
     library = dlopen(coreclrPath().c_str(), RTLD_NOW | RTLD_LOCAL);
