@@ -43,12 +43,15 @@ cmake --build "$build" -j"$(nproc)" >"$build/cross-build.log" 2>&1 || { tail -30
 file "$build/tarn.NativeProfiler.so"
 tests/check_dependencies.sh "$build/tarn.NativeProfiler.so"
 
-step "Hello published for linux-arm64"
+step "test programs published for linux-arm64"
 work=$(pwd)/$build/e2e
 rm -rf "$work" && mkdir -p "$work/src"
-cp -r tests/e2e/programs/Hello tests/e2e/programs/Directory.Build.props "$work/src/"
-rm -rf "$work/src/Hello/obj" "$work/src/Hello/bin"
-dotnet publish "$work/src/Hello" -c Release -r linux-arm64 --self-contained -o "$work/Hello" --nologo -v quiet
+cp tests/e2e/programs/Directory.Build.props "$work/src/"
+for program in Hello Sampled Reload; do
+    cp -r "tests/e2e/programs/$program" "$work/src/"
+    rm -rf "$work/src/$program/obj" "$work/src/$program/bin"
+    dotnet publish "$work/src/$program" -c Release -r linux-arm64 --self-contained -o "$work/$program" --nologo -v quiet
+done
 # The hosted runtime of the suites: the published framework, and the host's
 # ASP.NET Core assemblies beside it (only their metadata is read).
 version=$(ls /usr/share/dotnet/shared/Microsoft.NETCore.App | sort -V | tail -1)
@@ -60,22 +63,26 @@ step "unit suites under emulation"
 (cd "$build" && TARN_DOTNET_SHARED=$work/shared/Microsoft.NETCore.App ctest -j"$(nproc)" --output-on-failure)
 
 step "Hello traced by the arm64 library"
-home=$work/home
-mkdir -p "$home/bin/netcore"
-cp build/e2e/agent/* "$home/bin/netcore/"
-printf 'harrowlite.fieldmark.enable=true\nharrowlite.nativeprofiler.logfile=native.log\nharrowlite.fieldmark.directivesFile=hello.fmd\n' \
-    >"$home/default.properties"
-printf 'IdentifyAssemblyAs: Hello Own\nTraceAllMethodsIfFlagged: Own\nTurnOn: Own\n' >"$home/hello.fmd"
-profiled() {  # library record
-    env CORECLR_ENABLE_PROFILING=1 "CORECLR_PROFILER={7C1E42A9-63D0-4B1F-9E25-3AD8F06B17C4}" \
-        CORECLR_PROFILER_PATH="$1" TMSENV_AGENT_PROFILE="$home/default.properties" TARN_AGENT_RECORD="$2" "${@:3}"
+# An agent home of its own for each run: home <name> <directives>.
+home() {
+    mkdir -p "$work/$1/bin/netcore"
+    cp build/e2e/agent/* "$work/$1/bin/netcore/"
+    printf 'harrowlite.fieldmark.enable=true\nharrowlite.nativeprofiler.logfile=native.log\nharrowlite.fieldmark.directivesFile=program.fmd\n' \
+        >"$work/$1/default.properties"
+    printf '%s\n' "$2" >"$work/$1/program.fmd"
 }
+profiled() {  # home library record command...
+    env CORECLR_ENABLE_PROFILING=1 "CORECLR_PROFILER={7C1E42A9-63D0-4B1F-9E25-3AD8F06B17C4}" \
+        CORECLR_PROFILER_PATH="$2" TMSENV_AGENT_PROFILE="$work/$1/default.properties" TARN_AGENT_RECORD="$3" "${@:4}"
+}
+arm64=$(pwd)/$build/tarn.NativeProfiler.so
+home hello $'IdentifyAssemblyAs: Hello Own\nTraceAllMethodsIfFlagged: Own\nTurnOn: Own'
+home hello-x64 $'IdentifyAssemblyAs: Hello Own\nTraceAllMethodsIfFlagged: Own\nTurnOn: Own'
 plain=$("$work/Hello/Hello")
-traced=$(profiled "$(pwd)/$build/tarn.NativeProfiler.so" "$work/record-arm64.txt" "$work/Hello/Hello")
-profiled "$(pwd)/build/tarn.NativeProfiler.so" "$work/record-x64.txt" dotnet build/e2e/Hello/Hello.dll >/dev/null
+traced=$(profiled hello "$arm64" "$work/record-arm64.txt" "$work/Hello/Hello")
+profiled hello-x64 "$(pwd)/build/tarn.NativeProfiler.so" "$work/record-x64.txt" dotnet build/e2e/Hello/Hello.dll >/dev/null
 calls() { awk '{print $1}' "$1" | sort | uniq -c; }
-# The arm64 process is Hello itself; the x64 one is dotnet.
-log=$home/native_Hello.log
+log=$work/hello/native_Hello.log
 echo "arm64 native log:"
 grep -E '^(tarn.NativeProfiler|Instrumented|Defined)' "$log" | sort | uniq -c
 echo "agent record, arm64:"; calls "$work/record-arm64.txt"
@@ -88,6 +95,33 @@ fi
 if [[ $(calls "$work/record-arm64.txt") != "$(calls "$work/record-x64.txt")" ]]; then
     echo "FAILED: the agent's record differs from the x64 run's"; calls "$work/record-x64.txt"; exit 1
 fi
+step "stack sampling"
+home sampled 'TraceAllMethodsOfClass: Sampled.Traced'
+(cd "$work/sampled" && profiled sampled "$arm64" "$work/sampled/record.txt" "$work/Sampled/Sampled" chain >/dev/null)
+sed -n '/^chain /,/^close /p' "$work/sampled/samples.txt"
+# The chain A -> B -> C of the sampled thread, each method by its token.
+read -r _ _ a _ b _ c _ < <(grep '^tokens ' "$work/sampled/samples.txt")
+for token in "$a" "$b" "$c"; do
+    sed -n '/^chain /,/^close /p' "$work/sampled/samples.txt" | grep -q " $token Sampled.dll " ||
+        { echo "FAILED: method $token of the chain was not sampled"; exit 1; }
+done
+
+step "hot reload: Alpha traced, then Beta instead"
+home reload 'TraceOneMethodOfClass: Reload.Work Alpha'
+(cd "$work/reload" && profiled reload "$arm64" "$work/reload/record.txt" timeout 120 "$work/Reload/Reload" >out.txt) &
+for _ in $(seq 300); do [[ -f $work/reload/pid ]] && break; sleep 0.2; done
+printf 'TraceOneMethodOfClass: Reload.Work Beta\n' >"$work/reload/program.fmd"
+touch "$work/reload/reload"
+for _ in $(seq 300); do [[ -f $work/reload/reload ]] || break; sleep 0.2; done
+sleep 2
+touch "$work/reload/stop"
+wait
+grep -E '^(Request ReJIT|Hot Reload complete)' "$work/reload/native_Reload.log"
+# Main once (the entry point is always traced), then Alpha, then only Beta.
+runs=$(grep '^initTrace' "$work/reload/record.txt" | awk '{print $2}' | uniq -c)
+echo "$runs"
+[[ $(grep -c '' <<<"$runs") == 3 ]] || { echo "FAILED: the reload did not move the tracing"; exit 1; }
+
 step "release tarball"
 scripts/release.sh "$build"
 step "linux-arm64 passed"
