@@ -1,4 +1,5 @@
 #include "rewrite/Profiler.h"
+#include "rewrite/TraceMembers.h"
 
 #include <new>
 #include <string>
@@ -25,25 +26,7 @@ const AssemblyIdentity kSystemRuntime = {
     u"System.Runtime", {0xb0, 0x3f, 0x5f, 0x7f, 0x11, 0xd5, 0x0a, 0x3a}, {4, 0, 0, 0}};
 
 
-struct MemberDescription {
-    const char16_t* name;
-    unsigned char signature[5];
-    unsigned int length;
-};
-
-// In the order of Profiler::TraceMember.
-const MemberDescription kTraceMembers[Profiler::kTraceMemberCount] = {
-    {SharedNames::kCorInitTrace, {0x00, 0x01, 0x08, 0x08}, 4},
-    {SharedNames::kInitTrace, {0x00, 0x01, 0x08, 0x08}, 4},
-    {SharedNames::kLoadTrace, {0x00, 0x00, 0x01}, 3},
-    {SharedNames::kLoadTrace, {0x00, 0x01, 0x01, 0x1C}, 4},
-    {SharedNames::kPushTrace, {0x00, 0x02, 0x01, 0x08, 0x1C}, 5},
-    {SharedNames::kStartTrace, {0x00, 0x00, 0x01}, 3},
-    {SharedNames::kFinishValueTypeTrace, {0x00, 0x01, 0x01, 0x1C}, 4},
-    {SharedNames::kFinishTrace, {0x00, 0x00, 0x01}, 3},
-    {SharedNames::kFinishTrace, {0x00, 0x01, 0x01, 0x1C}, 4},
-    {SharedNames::kCatchTrace, {0x00, 0x01, 0x01, 0x1C}, 4},
-};
+static_assert(std::size(TraceMembers::kMembers) == Profiler::kTraceMemberCount);
 
 // In the order of Profiler::TraceType; all in the core library but the one
 // that names System.Runtime.
@@ -126,12 +109,13 @@ HRESULT Profiler::createGetters(bool isCoreCLR) {
     const char16_t* shimClass = useSyntheticShim ? SharedNames::kSyntheticAgentShimClass : SharedNames::kPreAgentShimClass;
     ASSEMBLYMETADATA shimVersion = versionOf(shimAssembly);
     for (unsigned int i = 0; i < kTraceMemberCount; ++i) {
-        MemberDescription member = kTraceMembers[i];
+        const TraceMembers::Member& member = TraceMembers::kMembers[i];
         unsigned char token[8];
         std::copy(shimAssembly.token, shimAssembly.token + 8, token);
+        unsigned char signature[8];
+        std::copy(member.signature, member.signature + member.length, signature);
         memberGetters[i] = IMemberTokenGetter::newTokenGetter(info, shimAssembly.name, token, 8, &shimVersion,
-                                                              shimClass, member.name, member.signature,
-                                                              member.length);
+                                                              shimClass, member.name, signature, member.length);
     }
     for (unsigned int i = 0; i < kTraceTypeCount; ++i) {
         const AssemblyIdentity& assembly = kTraceTypes[i].inSystemRuntime ? kSystemRuntime : coreLibrary;

@@ -9,6 +9,7 @@
 #include "platform/SharedNames.h"
 #include "rewrite/ForwarderBodies.h"
 #include "rewrite/Profiler.h"
+#include "rewrite/TraceMembers.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorMetadataEnums.h"
 #include "runtime/Guids.h"
@@ -38,24 +39,25 @@ std::vector<unsigned char> forwarderBody(int arguments, unsigned int target) {
     }
 }
 
+// A forwarder of the agent's method, named and typed as the method, that calls
+// the method's target.
 struct Forwarder {
-    const char16_t* name;
-    std::vector<unsigned char> signature;
+    Profiler::TraceMember method;
     Profiler::TraceMember target;
-    int arguments;
 };
 
-// In order of definition, which is the order of hijackTokens after the field.
-const Forwarder kForwarders[] = {
-    {SharedNames::kInitTrace, {0x00, 0x01, 0x08, 0x08}, Profiler::kCorInitTrace, 1},
-    {SharedNames::kLoadTrace, {0x00, 0x00, 0x01}, Profiler::kLoadTrace, 0},
-    {SharedNames::kLoadTrace, {0x00, 0x01, 0x01, 0x1C}, Profiler::kLoadTraceObject, 1},
-    {SharedNames::kPushTrace, {0x00, 0x02, 0x01, 0x08, 0x1C}, Profiler::kPushTrace, 2},
-    {SharedNames::kStartTrace, {0x00, 0x00, 0x01}, Profiler::kStartTrace, 0},
-    {SharedNames::kFinishValueTypeTrace, {0x00, 0x01, 0x01, 0x1C}, Profiler::kFinishValueTypeTrace, 1},
-    {SharedNames::kFinishTrace, {0x00, 0x00, 0x01}, Profiler::kFinishTrace, 0},
-    {SharedNames::kFinishTrace, {0x00, 0x01, 0x01, 0x1C}, Profiler::kFinishTraceObject, 1},
-    {SharedNames::kCatchTrace, {0x00, 0x01, 0x01, 0x1C}, Profiler::kCatchTrace, 1},
+// In order of definition, which is the order of hijackTokens after the field:
+// every trace function calls itself, but initTrace, which calls corInitTrace.
+constexpr Forwarder kForwarders[] = {
+    {Profiler::kInitTrace, Profiler::kCorInitTrace},
+    {Profiler::kLoadTrace, Profiler::kLoadTrace},
+    {Profiler::kLoadTraceObject, Profiler::kLoadTraceObject},
+    {Profiler::kPushTrace, Profiler::kPushTrace},
+    {Profiler::kStartTrace, Profiler::kStartTrace},
+    {Profiler::kFinishValueTypeTrace, Profiler::kFinishValueTypeTrace},
+    {Profiler::kFinishTrace, Profiler::kFinishTrace},
+    {Profiler::kFinishTraceObject, Profiler::kFinishTraceObject},
+    {Profiler::kCatchTrace, Profiler::kCatchTrace},
 };
 static_assert(std::size(kForwarders) + 1 == Profiler::kHijackTokenCount);
 
@@ -82,13 +84,12 @@ HRESULT Profiler::updateHijacks() {
     // Reachable from every instrumented method of the library.
     if (SUCCEEDED(hr)) hr = emit->SetFieldProps(tokens[0], kPublicStatic, ELEMENT_TYPE_VOID, nullptr, 0);
     for (size_t i = 0; i < std::size(kForwarders) && SUCCEEDED(hr); ++i) {
-        const Forwarder& forwarder = kForwarders[i];
+        const TraceMembers::Member& method = TraceMembers::kMembers[kForwarders[i].method];
         unsigned int target = 0;
-        hr = memberGetters[forwarder.target]->getToken(module, &target);
+        hr = memberGetters[kForwarders[i].target]->getToken(module, &target);
         if (SUCCEEDED(hr)) {
-            std::vector<unsigned char> body = forwarderBody(forwarder.arguments, target);
-            hr = defineForwardMethod(host, forwarder.name, forwarder.signature.data(),
-                                     static_cast<unsigned int>(forwarder.signature.size()), body.data(),
+            std::vector<unsigned char> body = forwarderBody(static_cast<int>(method.parameters()), target);
+            hr = defineForwardMethod(host, method.name, method.signature, method.length, body.data(),
                                      static_cast<unsigned int>(body.size()), &tokens[i + 1]);
         }
     }

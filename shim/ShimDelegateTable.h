@@ -5,16 +5,17 @@
 // signature for every row: that is the contract with the managed agent.
 #pragma once
 
-#include "runtime/CorTypes.h"
 #include "platform/SharedNames.h"
+#include "rewrite/TraceMembers.h"
+#include "runtime/CorTypes.h"
 
 namespace ShimDelegateTable {
 
-// Standard method signatures, default calling convention.
-inline constexpr COR_SIGNATURE initTraceSig[] = {0x00, 0x01, 0x08, 0x08};        // int32 (int32)
-inline constexpr COR_SIGNATURE pushTraceSig[] = {0x00, 0x02, 0x01, 0x08, 0x1C};  // void (int32, object)
-inline constexpr COR_SIGNATURE traceSig[] = {0x00, 0x00, 0x01};                  // void ()
-inline constexpr COR_SIGNATURE traceObjSig[] = {0x00, 0x01, 0x01, 0x1C};         // void (object)
+// The signatures of the agent's trace functions (see rewrite/TraceMembers.h).
+inline constexpr auto& initTraceSig = TraceMembers::kInt32OfInt32;
+inline constexpr auto& pushTraceSig = TraceMembers::kVoidOfInt32Object;
+inline constexpr auto& traceSig = TraceMembers::kVoid;
+inline constexpr auto& traceObjSig = TraceMembers::kVoidOfObject;
 
 // The delegate types in the order in which they are defined.
 enum DelegateKind : unsigned int { InitTrace, PushTrace, Trace, TraceObj, DelegateKindCount };

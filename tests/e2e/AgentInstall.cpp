@@ -5,18 +5,11 @@
 
 namespace e2e {
 
-AgentInstall::AgentInstall() : root(newWorkDir()) {
+AgentInstall::AgentInstall() : root(newWorkDir()), removed(removedUnlessFailed(root)) {
     std::filesystem::create_directories(agentDirectory() + "/bin/netcore");
     std::filesystem::copy(std::string(TARN_E2E_DIR) + "/agent", agentDirectory() + "/bin/netcore");
     set("harrowlite.fieldmark.enable", "true");
     set("harrowlite.nativeprofiler.logfile", "native.log");
-}
-
-AgentInstall::~AgentInstall() {
-    if (!::testing::Test::HasFailure()) {
-        std::error_code ignored;
-        std::filesystem::remove_all(root, ignored);
-    }
 }
 
 std::string AgentInstall::write(const std::string& relative, const std::string& text) const {

@@ -31,10 +31,9 @@ class AgentInstall {
 public:
     // Lays out a fresh working directory with the agent copied in, the native
     // log switched on and field marking enabled.
-    AgentInstall();
     // The directory goes with the installation unless the test failed: then
     // it stays for a look at its logs and record.
-    ~AgentInstall();
+    AgentInstall();
 
     const std::string& workDir() const { return root; }
     std::string agentDirectory() const { return root + "/agent"; }
@@ -73,6 +72,7 @@ public:
 private:
 
     std::string root;
+    std::shared_ptr<void> removed;
     std::map<std::string, std::string> properties;
     std::string profileLead;
 };

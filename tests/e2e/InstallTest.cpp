@@ -15,6 +15,7 @@ namespace {
 
 TEST(Install, AProgramRunsTracedFromAnInstalledAgentHome) {
     const std::string folder = e2e::newWorkDir();
+    const auto removed = e2e::removedUnlessFailed(folder);
     const std::string steps = folder + "/steps.txt";
     // Unpacked and checked as an operator would; the home, then the tools' versions.
     const std::string unpack = "tar -xzf \"$(" + std::string(TARN_SOURCE_DIR) + "/scripts/release.sh " +

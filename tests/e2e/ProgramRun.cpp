@@ -9,6 +9,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <gtest/gtest.h>
+
 #include "support/ChildProcess.h"
 
 extern char** environ;
@@ -25,6 +27,13 @@ std::string newWorkDir() {
     std::string path = std::string(TARN_E2E_DIR) + "/run-XXXXXX";
     if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("mkdtemp failed for " + path);
     return path;
+}
+
+std::shared_ptr<void> removedUnlessFailed(const std::string& folder) {
+    return std::shared_ptr<void>(nullptr, [folder](void*) {
+        std::error_code ignored;
+        if (!::testing::Test::HasFailure()) std::filesystem::remove_all(folder, ignored);
+    });
 }
 
 namespace {
@@ -105,6 +114,7 @@ std::map<std::string, std::string> profilerEnvironment() {
 RunResult runProgram(const std::string& program, const RunOptions& options) {
     RunResult result;
     result.workDir = options.workDir.empty() ? newWorkDir() : options.workDir;
+    if (options.workDir.empty()) result.ownedWorkDir = removedUnlessFailed(result.workDir);
     result.env = options.profiled ? profilerEnvironment() : std::map<std::string, std::string>{};
     for (const auto& [name, value] : options.env) {
         result.env[name] = value;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,9 @@ struct RunResult {
     std::string err;
     int exitCode = -1;
     bool timedOut = false;
+    // A directory made for the run goes with the last copy of its result,
+    // unless the test failed: then it stays for a look.
+    std::shared_ptr<void> ownedWorkDir;
 
     // Everything about the run, for the message of a failed assertion.
     std::string describe() const;
@@ -37,6 +41,8 @@ struct RunResult {
 
 // A fresh, empty directory under the suite's output folder.
 std::string newWorkDir();
+// Removes the folder when the last copy goes, unless the test has failed.
+std::shared_ptr<void> removedUnlessFailed(const std::string& folder);
 
 // Path of the built assembly of a program under tests/e2e/programs; a name
 // ending in ".dll" is taken as the path itself.

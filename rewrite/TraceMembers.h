@@ -1,0 +1,45 @@
+// The agent's trace functions: the contract with the managed agent. Each is a
+// public static method of the agent's class, and of the synthetic shim, with
+// this name and signature; the injected code calls them by these. Constant
+// data: nothing runs when the library loads.
+#pragma once
+
+#include "platform/SharedNames.h"
+#include "runtime/CorTypes.h"
+
+namespace TraceMembers {
+
+// Standard method signatures, default calling convention.
+inline constexpr COR_SIGNATURE kInt32OfInt32[] = {0x00, 0x01, 0x08, 0x08};            // int32 (int32)
+inline constexpr COR_SIGNATURE kVoidOfInt32Object[] = {0x00, 0x02, 0x01, 0x08, 0x1C};  // void (int32, object)
+inline constexpr COR_SIGNATURE kVoid[] = {0x00, 0x00, 0x01};                           // void ()
+inline constexpr COR_SIGNATURE kVoidOfObject[] = {0x00, 0x01, 0x01, 0x1C};             // void (object)
+
+struct Member {
+    const char16_t* name;
+    const COR_SIGNATURE* signature;
+    unsigned int length;
+    // The number of parameters, as the signature's second byte says.
+    constexpr unsigned int parameters() const { return signature[1]; }
+};
+
+template <unsigned int N>
+constexpr Member member(const char16_t* name, const COR_SIGNATURE (&signature)[N]) {
+    return {name, signature, N};
+}
+
+// In the order of Profiler::TraceMember.
+inline constexpr Member kMembers[] = {
+    member(SharedNames::kCorInitTrace, kInt32OfInt32),
+    member(SharedNames::kInitTrace, kInt32OfInt32),
+    member(SharedNames::kLoadTrace, kVoid),
+    member(SharedNames::kLoadTrace, kVoidOfObject),
+    member(SharedNames::kPushTrace, kVoidOfInt32Object),
+    member(SharedNames::kStartTrace, kVoid),
+    member(SharedNames::kFinishValueTypeTrace, kVoidOfObject),
+    member(SharedNames::kFinishTrace, kVoid),
+    member(SharedNames::kFinishTrace, kVoidOfObject),
+    member(SharedNames::kCatchTrace, kVoidOfObject),
+};
+
+}  // namespace TraceMembers
