@@ -19,20 +19,22 @@ constexpr int kLineUnits = 2048;
 using SharedNames::kAgentProfileVariable;
 
 // The command stands first, so that a leading part of a word counts as it.
-bool isCommand(const Text& command, const char16_t* word) { return strcasecmp_u16(command.c_str(), word) == 0; }
+bool isCommand(const Text& command, const char16_t* word) {
+    return strcasecmp_u16(command.c_str(), word) == 0;
+}
 
-bool isMatchCommand(const Text& command)
-{
+bool isMatchCommand(const Text& command) {
     return isCommand(command, u"ForAppPool") || isCommand(command, u"ForProcess") || isCommand(command, u"ForDll");
 }
 
-bool isTokenEnd(char16_t c) { return c == 0 || c == u' ' || c == u'\t' || c == u'\r' || c == u'\n'; }
+bool isTokenEnd(char16_t c) {
+    return c == 0 || c == u' ' || c == u'\t' || c == u'\r' || c == u'\n';
+}
 
 // Splits "command value" into its two parts: the command is the first word,
 // the value all that stands behind its delimiter up to CR or LF, blanks
 // included. False if either is missing.
-bool splitLine(const char16_t* line, Text& command, Text& value)
-{
+bool splitLine(const char16_t* line, Text& command, Text& value) {
     while (*line == u' ' || *line == u'\t') {
         ++line;
     }
@@ -50,15 +52,18 @@ bool splitLine(const char16_t* line, Text& command, Text& value)
     return !command.empty() && !value.empty();
 }
 
-bool isEnclosedIn(const Text& pattern, char16_t mark) { return pattern.front() == mark && pattern.back() == mark; }
+bool isEnclosedIn(const Text& pattern, char16_t mark) {
+    return pattern.front() == mark && pattern.back() == mark;
+}
 
 // What stands between the first and the last unit; empty for a single unit.
-Text inner(const Text& pattern) { return pattern.size() < 2 ? Text() : pattern.substr(1, pattern.size() - 2); }
+Text inner(const Text& pattern) {
+    return pattern.size() < 2 ? Text() : pattern.substr(1, pattern.size() - 2);
+}
 
-} // namespace
+}  // namespace
 
-ProfileConfig::ProfileConfig()
-{
+ProfileConfig::ProfileConfig() {
     parseConfigFile();
     FILE* log = ProfilingManager::getInstance()->getDiagnosticLog();
     if (log != nullptr) {
@@ -66,10 +71,11 @@ ProfileConfig::ProfileConfig()
     }
 }
 
-void ProfileConfig::getProfilePath(std::basic_string<char16_t>& path) { path = profilePath; }
+void ProfileConfig::getProfilePath(std::basic_string<char16_t>& path) {
+    path = profilePath;
+}
 
-void ProfileConfig::parseConfigFile()
-{
+void ProfileConfig::parseConfigFile() {
     ProfilingManager* manager = ProfilingManager::getInstance();
     const char16_t* agentProfile = _wgetenv(kAgentProfileVariable);
     if (agentProfile == nullptr) {
@@ -138,8 +144,7 @@ void ProfileConfig::parseConfigFile()
     fclose(config);
 }
 
-void ProfileConfig::initValues()
-{
+void ProfileConfig::initValues() {
     ProfilingManager* manager = ProfilingManager::getInstance();
 
     // No pools on this platform: the name is set ("NULL") whatever the result.
@@ -165,8 +170,7 @@ void ProfileConfig::initValues()
     manager->logDiagnostic("dll name: %S\n", dllName.c_str());
 }
 
-bool ProfileConfig::matchCmd(const std::basic_string<char16_t>& command, const std::basic_string<char16_t>& pattern)
-{
+bool ProfileConfig::matchCmd(const std::basic_string<char16_t>& command, const std::basic_string<char16_t>& pattern) {
     const Text* subject = nullptr;
     if (isCommand(command, u"ForAppPool")) {
         subject = &appPool;
@@ -178,8 +182,7 @@ bool ProfileConfig::matchCmd(const std::basic_string<char16_t>& command, const s
     return subject != nullptr && !subject->empty() && matchValue(*subject, pattern);
 }
 
-bool ProfileConfig::matchValue(const std::basic_string<char16_t>& subject, const std::basic_string<char16_t>& pattern)
-{
+bool ProfileConfig::matchValue(const std::basic_string<char16_t>& subject, const std::basic_string<char16_t>& pattern) {
     if (isEnclosedIn(pattern, u'/')) {
         const Text expression = inner(pattern);
         if (!RegexUtils::isValid(expression.c_str())) {
@@ -194,8 +197,7 @@ bool ProfileConfig::matchValue(const std::basic_string<char16_t>& subject, const
     return matchGlobs(subject, pattern);
 }
 
-bool ProfileConfig::matchGlobs(const std::basic_string<char16_t>& subject, const std::basic_string<char16_t>& list)
-{
+bool ProfileConfig::matchGlobs(const std::basic_string<char16_t>& subject, const std::basic_string<char16_t>& list) {
     std::vector<Glob> globs;
     parseGlobs(list, globs);
     for (const Glob& glob : globs) {
@@ -206,8 +208,7 @@ bool ProfileConfig::matchGlobs(const std::basic_string<char16_t>& subject, const
     return false;
 }
 
-void ProfileConfig::parseGlobs(const std::basic_string<char16_t>& list, std::vector<Glob>& globs)
-{
+void ProfileConfig::parseGlobs(const std::basic_string<char16_t>& list, std::vector<Glob>& globs) {
     // At most 2047 units of the list are looked at.
     char16_t buffer[kLineUnits];
     strncpy_u16(buffer, list.c_str(), kLineUnits);

@@ -37,14 +37,12 @@ constexpr int kPickFirst = 1;
 constexpr int kPickOne = 2;
 constexpr int kPickMany = 4;
 
-void putAgentProfile(const Text& value)
-{
+void putAgentProfile(const Text& value) {
     _wputenv((Text(kAgentProfileVariable) + u"=" + value).c_str());
 }
 
 // Copies a property into a buffer that the tokenizers may cut up.
-std::vector<char16_t> writableCopy(const char16_t* text)
-{
+std::vector<char16_t> writableCopy(const char16_t* text) {
     const Text copy(text);
     std::vector<char16_t> buffer(copy.begin(), copy.end());
     buffer.push_back(0);
@@ -52,19 +50,19 @@ std::vector<char16_t> writableCopy(const char16_t* text)
 }
 
 // The token stands first, so an empty token equals every name.
-bool isVersionToken(const char16_t* token, const char16_t* shortName, const char16_t* fullName)
-{
+bool isVersionToken(const char16_t* token, const char16_t* shortName, const char16_t* fullName) {
     return strcasecmp_u16(token, shortName) == 0 || strncasecmp_u16(token, fullName, 4) == 0;
 }
 
-} // namespace
+}  // namespace
 
 ProfilingManager* ProfilingManager::sInstance = nullptr;
 
-ProfilingManager::ProfilingManager() { InitializeCriticalSection(&lock); }
+ProfilingManager::ProfilingManager() {
+    InitializeCriticalSection(&lock);
+}
 
-ProfilingManager* ProfilingManager::getInstance()
-{
+ProfilingManager* ProfilingManager::getInstance() {
     EnterCriticalSection(&gProfilingManagerLock);
     if (sInstance == nullptr) {
         // Assigned before init: init comes back here through ProfileConfig.
@@ -75,15 +73,13 @@ ProfilingManager* ProfilingManager::getInstance()
     return sInstance;
 }
 
-void ProfilingManager::init()
-{
+void ProfilingManager::init() {
     diagnosticLog = nullptr;
     initProperties();
     initInProcSxSOptions();
 }
 
-void ProfilingManager::initProperties()
-{
+void ProfilingManager::initProperties() {
     if (_wgetenv(kAgentProfileVariable) == nullptr) {
         const char16_t* fromOverride = _wgetenv(kAgentProfileOverride);
         if (fromOverride != nullptr) {
@@ -147,8 +143,7 @@ void ProfilingManager::initProperties()
     fclose(file);
 }
 
-void ProfilingManager::initInProcSxSOptions()
-{
+void ProfilingManager::initInProcSxSOptions() {
     pickFirstHonored = false;
     pickMode = kPickFirst;
     runtimeMask = 0;
@@ -160,8 +155,7 @@ void ProfilingManager::initInProcSxSOptions()
     // delimiters, never the words; an empty token counts for both versions.
     std::vector<char16_t> value = writableCopy(properties->getProperty(kMultipleRuntimesKey));
     int versions = 0;
-    for (char16_t* token = strtok_u16(value.data(), u" ,\t"); token != nullptr;
-         token = strtok_u16(nullptr, u" ,\t")) {
+    for (char16_t* token = strtok_u16(value.data(), u" ,\t"); token != nullptr; token = strtok_u16(nullptr, u" ,\t")) {
         if ((runtimeMask & 2) == 0 && isVersionToken(token, u"V2", u"v2.0.50727")) {
             runtimeMask |= 2;
             ++versions;
@@ -178,16 +172,16 @@ void ProfilingManager::initInProcSxSOptions()
     }
 }
 
-HRESULT ProfilingManager::shouldMonitorCLR(long clrVersion)
-{
+HRESULT ProfilingManager::shouldMonitorCLR(long clrVersion) {
     if ((clrVersion & 1) != 0 || properties == nullptr) {
         return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
     }
 
     Text application;
     if (ProcessFacts::getDotnetApplicationName(application)) {
-        std::vector<char16_t> excluded = writableCopy(
-            properties->hasProperty(kExcludedApplicationsKey) ? properties->getProperty(kExcludedApplicationsKey) : u"");
+        std::vector<char16_t> excluded = writableCopy(properties->hasProperty(kExcludedApplicationsKey)
+                                                          ? properties->getProperty(kExcludedApplicationsKey)
+                                                          : u"");
         if (StringUtils::findInList(excluded.data(), u",", application.c_str(), false)) {
             if (isDiagnosticLogEnabled()) {
                 logDiagnostic("Ignoring dotnet application %S\n", application.c_str());
@@ -225,20 +219,22 @@ HRESULT ProfilingManager::shouldMonitorCLR(long clrVersion)
     return (version & runtimeMask) == version ? S_OK : CORPROF_E_PROFILER_CANCEL_ACTIVATION;
 }
 
-IProfilerController* ProfilingManager::getController(ICorProfilerInfo* info)
-{
+IProfilerController* ProfilingManager::getController(ICorProfilerInfo* info) {
     if (controller == nullptr) {
         controller = IProfilerController::newInstance(info, properties);
     }
     return controller;
 }
 
-IProperties* ProfilingManager::getProperties() { return properties; }
+IProperties* ProfilingManager::getProperties() {
+    return properties;
+}
 
-const std::basic_string<char16_t>& ProfilingManager::getCustomConfigPath() { return customConfigPath; }
+const std::basic_string<char16_t>& ProfilingManager::getCustomConfigPath() {
+    return customConfigPath;
+}
 
-bool ProfilingManager::isDotnetInternalCommand()
-{
+bool ProfilingManager::isDotnetInternalCommand() {
     Text application;
     if (!ProcessFacts::getDotnetApplicationName(application)) {
         return false;
@@ -247,26 +243,32 @@ bool ProfilingManager::isDotnetInternalCommand()
     return StringUtils::findInList(commands.data(), u",", application.c_str(), true);
 }
 
-bool ProfilingManager::isPickFirst() { return pickMode == kPickFirst; }
+bool ProfilingManager::isPickFirst() {
+    return pickMode == kPickFirst;
+}
 
-bool ProfilingManager::isPickOne() { return pickMode == kPickOne; }
+bool ProfilingManager::isPickOne() {
+    return pickMode == kPickOne;
+}
 
-bool ProfilingManager::isPickMany() { return pickMode == kPickMany; }
+bool ProfilingManager::isPickMany() {
+    return pickMode == kPickMany;
+}
 
-bool ProfilingManager::isPickFirstAlreadyHonored() { return pickFirstHonored; }
+bool ProfilingManager::isPickFirstAlreadyHonored() {
+    return pickFirstHonored;
+}
 
-void ProfilingManager::HonorPickFirst() { pickFirstHonored = true; }
+void ProfilingManager::HonorPickFirst() {
+    pickFirstHonored = true;
+}
 
-
-
-bool ProfilingManager::isDiagnosticLogEnabled()
-{
+bool ProfilingManager::isDiagnosticLogEnabled() {
     const char16_t* value = _wgetenv(kDiagnosticsVariable);
     return value != nullptr && strcmp_u16(value, u"1") == 0;
 }
 
-FILE* ProfilingManager::getDiagnosticLog()
-{
+FILE* ProfilingManager::getDiagnosticLog() {
     EnterCriticalSection(&gProfilingManagerLock);
     if (diagnosticLog == nullptr) {
         if (isDiagnosticLogEnabled()) {
@@ -304,8 +306,7 @@ FILE* ProfilingManager::getDiagnosticLog()
     return log;
 }
 
-void ProfilingManager::logDiagnostic(const char* format, ...)
-{
+void ProfilingManager::logDiagnostic(const char* format, ...) {
     FILE* log = getDiagnosticLog();
     if (log == nullptr) {
         return;
@@ -316,8 +317,7 @@ void ProfilingManager::logDiagnostic(const char* format, ...)
     va_end(args);
 }
 
-bool ProfilingManager::findAgentHome(std::basic_string<char16_t>& home)
-{
+bool ProfilingManager::findAgentHome(std::basic_string<char16_t>& home) {
     home.assign(1, u'.');
     Text path;
     if (SystemUtils::GetFullModulePath(kProfilerModule, path)) {
@@ -331,8 +331,7 @@ bool ProfilingManager::findAgentHome(std::basic_string<char16_t>& home)
     return true;
 }
 
-void ProfilingManager::dumpDiagnostics(FILE* file)
-{
+void ProfilingManager::dumpDiagnostics(FILE* file) {
     fprintf_8(file, "pid: %d\n", SystemUtils::GetPid());
 
     Text modulePath;

@@ -12,16 +12,13 @@ namespace {
 
 constexpr int kWorkingDirectoryBytes = 2048;
 
-} // namespace
+}  // namespace
 
-FindHandleInternal::FindHandleInternal(const std::basic_string<char16_t>& directory, struct dirent** list,
-                                       int count, Glob* glob)
-    : directory(directory), glob(glob), entries(list), entryCount(count)
-{
-}
+FindHandleInternal::FindHandleInternal(const std::basic_string<char16_t>& directory, struct dirent** list, int count,
+                                       Glob* glob)
+    : directory(directory), glob(glob), entries(list), entryCount(count) {}
 
-FindHandleInternal::~FindHandleInternal()
-{
+FindHandleInternal::~FindHandleInternal() {
     // Entries already walked were freed one by one; the rest go with the list.
     for (int i = nextEntry; i < entryCount; ++i) {
         free(entries[i]);
@@ -30,8 +27,7 @@ FindHandleInternal::~FindHandleInternal()
     delete glob;
 }
 
-bool FindHandleInternal::Next()
-{
+bool FindHandleInternal::Next() {
     fileName.clear();
     while (nextEntry < entryCount) {
         struct dirent* entry = entries[nextEntry++];
@@ -48,14 +44,12 @@ bool FindHandleInternal::Next()
     return !fileName.empty();
 }
 
-void FindHandleInternal::UpdateFindData(LPWIN32_FIND_DATAW data) const
-{
+void FindHandleInternal::UpdateFindData(LPWIN32_FIND_DATAW data) const {
     strcpy_u16(data->cFileName, fileName.c_str());
     data->dwFileAttributes = isDirectory ? FILE_ATTRIBUTE_DIRECTORY : 0;
 }
 
-HANDLE FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data)
-{
+HANDLE FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
     std::basic_string<char16_t> path(pattern);
     for (char16_t& unit : path) {
         if (unit == u'\\') {
@@ -95,8 +89,7 @@ HANDLE FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data)
     return RegisterHandle(search);
 }
 
-BOOL FindNextFileW(HANDLE handle, LPWIN32_FIND_DATAW data)
-{
+BOOL FindNextFileW(HANDLE handle, LPWIN32_FIND_DATAW data) {
     auto* search = static_cast<FindHandleInternal*>(handle);
     if (!search->Next()) {
         return FALSE;
@@ -105,4 +98,6 @@ BOOL FindNextFileW(HANDLE handle, LPWIN32_FIND_DATAW data)
     return TRUE;
 }
 
-BOOL FindClose(HANDLE handle) { return CloseHandle(handle); }
+BOOL FindClose(HANDLE handle) {
+    return CloseHandle(handle);
+}

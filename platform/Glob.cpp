@@ -3,14 +3,19 @@
 #include <utility>
 #include <vector>
 
-Glob::Glob(const char16_t* pattern) : patternText(pattern) { init(); }
+Glob::Glob(const char16_t* pattern) : patternText(pattern) {
+    init();
+}
 
-Glob::Glob(const std::basic_string<char16_t>& pattern) : patternText(pattern) { init(); }
+Glob::Glob(const std::basic_string<char16_t>& pattern) : patternText(pattern) {
+    init();
+}
 
-Glob::Glob(const Glob& other) : patternText(other.patternText) { init(); }
+Glob::Glob(const Glob& other) : patternText(other.patternText) {
+    init();
+}
 
-Glob& Glob::operator=(const Glob& other)
-{
+Glob& Glob::operator=(const Glob& other) {
     if (this != &other) {
         clear();
         patternText = other.patternText;
@@ -19,10 +24,11 @@ Glob& Glob::operator=(const Glob& other)
     return *this;
 }
 
-Glob::~Glob() { clear(); }
+Glob::~Glob() {
+    clear();
+}
 
-void Glob::clear()
-{
+void Glob::clear() {
     for (int i = 0; i < pieceCount; ++i) {
         delete pieces[i];
     }
@@ -31,8 +37,7 @@ void Glob::clear()
     pieceCount = 0;
 }
 
-void Glob::init()
-{
+void Glob::init() {
     std::vector<std::basic_string<char16_t>> found;
     const size_t length = patternText.size();
     size_t position = 0;
@@ -56,8 +61,7 @@ void Glob::init()
     }
 }
 
-bool Glob::match(std::u16string_view text) const
-{
+bool Glob::match(std::u16string_view text) const {
     if (pieceCount == 0) {
         return text.empty();
     }

@@ -5,8 +5,7 @@
 namespace {
 
 // Asked once; whoever comes first writes the same value.
-LONGLONG counterFrequency()
-{
+LONGLONG counterFrequency() {
     static const LONGLONG frequency = [] {
         LARGE_INTEGER value;
         return QueryPerformanceFrequency(&value) ? value.QuadPart : 0;
@@ -14,10 +13,9 @@ LONGLONG counterFrequency()
     return frequency;
 }
 
-} // namespace
+}  // namespace
 
-int64_t Performance::GetTimeInMillis()
-{
+int64_t Performance::GetTimeInMillis() {
     const LONGLONG frequency = counterFrequency();
     if (frequency <= 0) {
         return -1;

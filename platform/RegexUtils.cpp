@@ -7,22 +7,19 @@
 namespace {
 
 // The engine would report a bad pattern on standard error.
-RE2::Options quietOptions()
-{
+RE2::Options quietOptions() {
     RE2::Options options;
     options.set_log_errors(false);
     return options;
 }
 
-bool matchText(const std::string& text, const std::string& pattern)
-{
+bool matchText(const std::string& text, const std::string& pattern) {
     const RE2 expression(pattern, quietOptions());
     return expression.ok() && RE2::FullMatch(text, expression);
 }
 
 // UTF-8, the engine's encoding; a lone surrogate becomes U+FFFD.
-std::string narrow(const char16_t* text)
-{
+std::string narrow(const char16_t* text) {
     std::string out;
     for (; *text != 0; ++text) {
         char32_t code = *text;
@@ -51,15 +48,20 @@ std::string narrow(const char16_t* text)
     return out;
 }
 
-} // namespace
+}  // namespace
 
-bool RegexUtils::match(const char16_t* text, const char16_t* pattern)
-{
+bool RegexUtils::match(const char16_t* text, const char16_t* pattern) {
     return matchText(narrow(text), narrow(pattern));
 }
 
-bool RegexUtils::match(const char* text, const char* pattern) { return matchText(text, pattern); }
+bool RegexUtils::match(const char* text, const char* pattern) {
+    return matchText(text, pattern);
+}
 
-bool RegexUtils::isValid(const char16_t* pattern) { return RE2(narrow(pattern), quietOptions()).ok(); }
+bool RegexUtils::isValid(const char16_t* pattern) {
+    return RE2(narrow(pattern), quietOptions()).ok();
+}
 
-bool RegexUtils::isValid(const char* pattern) { return RE2(pattern, quietOptions()).ok(); }
+bool RegexUtils::isValid(const char* pattern) {
+    return RE2(pattern, quietOptions()).ok();
+}

@@ -4,14 +4,17 @@
 
 namespace {
 
-bool isTrimmed(char16_t c) { return c == u'\r' || c == u'\n' || c == u'\t' || c == u' '; }
+bool isTrimmed(char16_t c) {
+    return c == u'\r' || c == u'\n' || c == u'\t' || c == u' ';
+}
 
-bool isIn(char16_t c, const char16_t* set) { return c != 0 && strchr_u16(set, c) != nullptr; }
+bool isIn(char16_t c, const char16_t* set) {
+    return c != 0 && strchr_u16(set, c) != nullptr;
+}
 
-} // namespace
+}  // namespace
 
-char16_t* StringUtils::wcstrim(char16_t* s)
-{
+char16_t* StringUtils::wcstrim(char16_t* s) {
     while (isTrimmed(*s)) {
         ++s;
     }
@@ -22,8 +25,7 @@ char16_t* StringUtils::wcstrim(char16_t* s)
     return s;
 }
 
-char16_t* StringUtils::wcsrem(char16_t* s, const char16_t* set)
-{
+char16_t* StringUtils::wcsrem(char16_t* s, const char16_t* set) {
     char16_t* to = s;
     char16_t* from = s;
     for (; *from != 0; ++from) {
@@ -37,8 +39,7 @@ char16_t* StringUtils::wcsrem(char16_t* s, const char16_t* set)
     return s;
 }
 
-char16_t* StringUtils::strtok_u16(char16_t* s, const char16_t* delims, char16_t** context)
-{
+char16_t* StringUtils::strtok_u16(char16_t* s, const char16_t* delims, char16_t** context) {
     if (s == nullptr) {
         *context = nullptr;
         return nullptr;
@@ -63,8 +64,7 @@ char16_t* StringUtils::strtok_u16(char16_t* s, const char16_t* delims, char16_t*
     return s;
 }
 
-bool StringUtils::findInList(char16_t* list, const char16_t* delims, const char16_t* value, bool caseSensitive)
-{
+bool StringUtils::findInList(char16_t* list, const char16_t* delims, const char16_t* value, bool caseSensitive) {
     char16_t* context = nullptr;
     for (char16_t* token = strtok_u16(list, delims, &context); token != nullptr;
          token = strtok_u16(context, delims, &context)) {

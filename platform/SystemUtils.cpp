@@ -20,8 +20,7 @@ constexpr int kMapsLineUnits = 512;
 
 // The path of a maps line is what follows its last blank, without the line feed.
 template <typename Char>
-std::basic_string<Char> pathOfMapsLine(const std::basic_string<Char>& line)
-{
+std::basic_string<Char> pathOfMapsLine(const std::basic_string<Char>& line) {
     std::basic_string<Char> path = line;
     const size_t lineFeed = path.rfind(Char('\n'));
     if (lineFeed != std::basic_string<Char>::npos) {
@@ -31,14 +30,15 @@ std::basic_string<Char> pathOfMapsLine(const std::basic_string<Char>& line)
     return blank == std::basic_string<Char>::npos ? path : path.substr(blank + 1);
 }
 
-} // namespace
+}  // namespace
 
-int SystemUtils::GetPid() { return getpid(); }
+int SystemUtils::GetPid() {
+    return getpid();
+}
 
 // One read as fgets would make it: up to a line feed or 4095 bytes. The walk
 // stays within what was read, whatever the arguments hold.
-void SystemUtils::GetProgramArguments(std::vector<std::basic_string<char16_t>>& args)
-{
+void SystemUtils::GetProgramArguments(std::vector<std::basic_string<char16_t>>& args) {
     FILE* file = fopen("/proc/self/cmdline", "r");
     if (file == nullptr) {
         return;
@@ -52,16 +52,14 @@ void SystemUtils::GetProgramArguments(std::vector<std::basic_string<char16_t>>& 
         }
     }
     fclose(file);
-    for (const char* argument = buffer; argument < buffer + count && *argument != 0;
-         argument += strlen(argument) + 1) {
+    for (const char* argument = buffer; argument < buffer + count && *argument != 0; argument += strlen(argument) + 1) {
         char16_t wide[kArgumentUnits];
         snprintf_u16(wide, kArgumentUnits, u"%S", argument);
         args.emplace_back(wide);
     }
 }
 
-std::string SystemUtils::PathOfStream(FILE* stream)
-{
+std::string SystemUtils::PathOfStream(FILE* stream) {
     const int descriptor = stream != nullptr ? fileno(stream) : -1;
     if (descriptor == STDOUT_FILENO) {
         return "/dev/stdout";
@@ -86,8 +84,7 @@ std::string SystemUtils::PathOfStream(FILE* stream)
     return std::string(target, static_cast<size_t>(length));
 }
 
-bool SystemUtils::GetFullModulePath(const char16_t* name, std::basic_string<char16_t>& path)
-{
+bool SystemUtils::GetFullModulePath(const char16_t* name, std::basic_string<char16_t>& path) {
     FILE* maps = fopen("/proc/self/maps", "r");
     if (maps == nullptr) {
         return false;
@@ -104,8 +101,7 @@ bool SystemUtils::GetFullModulePath(const char16_t* name, std::basic_string<char
     return found;
 }
 
-bool SystemUtils::GetFullModulePathA(const char* name, std::string& path)
-{
+bool SystemUtils::GetFullModulePathA(const char* name, std::string& path) {
     FILE* maps = fopen("/proc/self/maps", "r");
     if (maps == nullptr) {
         return false;
@@ -122,8 +118,7 @@ bool SystemUtils::GetFullModulePathA(const char* name, std::string& path)
     return found;
 }
 
-bool SystemUtils::TryToCreateFullPath(const std::basic_string<char16_t>& path)
-{
+bool SystemUtils::TryToCreateFullPath(const std::basic_string<char16_t>& path) {
     // The search starts at index 1, which passes over a leading root.
     for (size_t separator = path.find_first_of(u"\\/", 1); separator != std::basic_string<char16_t>::npos;
          separator = path.find_first_of(u"\\/", separator + 1)) {
@@ -143,8 +138,7 @@ bool SystemUtils::TryToCreateFullPath(const std::basic_string<char16_t>& path)
     return true;
 }
 
-void* SystemUtils::LookupProcAddress(const char* module, const char* procedure)
-{
+void* SystemUtils::LookupProcAddress(const char* module, const char* procedure) {
     // Without a mapping the empty path would open the main program instead.
     std::string path;
     if (!GetFullModulePathA(module, path)) {

@@ -25,10 +25,9 @@ using SharedNames::kAgentProfileVariable;
 constexpr char16_t kLogFileKey[] = u"harrowlite.nativeprofiler.logfile";
 constexpr int kDefaultCacheSize = 5000;
 
-} // namespace
+}  // namespace
 
-IProfilerController* IProfilerController::newInstance(ICorProfilerInfo* info, IProperties* properties)
-{
+IProfilerController* IProfilerController::newInstance(ICorProfilerInfo* info, IProperties* properties) {
     ProfilerController* controller = new ProfilerController(info);
     if (controller == nullptr) {
         delete properties;
@@ -42,19 +41,15 @@ IProfilerController* IProfilerController::newInstance(ICorProfilerInfo* info, IP
 }
 
 ProfilerController::ProfilerController(ICorProfilerInfo* info)
-    : info(info), isDotnetCore(CLRUtils::IsDotnetCore(info)), useSyntheticShim(E_FAIL)
-{
-}
+    : info(info), isDotnetCore(CLRUtils::IsDotnetCore(info)), useSyntheticShim(E_FAIL) {}
 
-ProfilerController::~ProfilerController()
-{
+ProfilerController::~ProfilerController() {
     if (nativeLog != nullptr && nativeLog != stdout && nativeLog != stderr) {
         fclose(nativeLog);
     }
 }
 
-int ProfilerController::initializeController(IProperties* newProperties)
-{
+int ProfilerController::initializeController(IProperties* newProperties) {
     const char16_t* profile = _wgetenv(kAgentProfileVariable);
     if (profile == nullptr) {
         profile = _wgetenv(kAgentProfileCapitalVariable);
@@ -76,21 +71,18 @@ int ProfilerController::initializeController(IProperties* newProperties)
     return S_OK;
 }
 
-const char16_t* ProfilerController::findProperty(const char16_t* key)
-{
+const char16_t* ProfilerController::findProperty(const char16_t* key) {
     // getProperty stores a missing key, so the question comes first.
     return properties->hasProperty(key) ? properties->getProperty(key) : nullptr;
 }
 
-bool ProfilerController::readTrueWord(const char16_t* key, bool fallback)
-{
+bool ProfilerController::readTrueWord(const char16_t* key, bool fallback) {
     const char16_t* value = findProperty(key);
     // "true" first: the comparison runs over its length, so "TRUEly" counts.
     return value != nullptr ? strcasecmp_u16(u"true", value) == 0 : fallback;
 }
 
-void ProfilerController::readSwitches()
-{
+void ProfilerController::readSwitches() {
     logMethodBytes = readTrueWord(u"harrowlite.nativeprofiler.logBytecode", false);
     logUninstrumentedMethods = readTrueWord(u"harrowlite.nativeprofiler.logAllMethodsNoticed", false);
     disableTransparencyChecks = readTrueWord(u"harrowlite.nativeprofiler.clrv4.transparency.checks.disabled", false);
@@ -117,28 +109,47 @@ void ProfilerController::readSwitches()
     fieldMarkEnabled = properties->getBoolProperty(u"harrowlite.fieldmark.enable", false);
 }
 
-int ProfilerController::shouldLogMethodBytes() { return logMethodBytes ? S_OK : S_FALSE; }
+int ProfilerController::shouldLogMethodBytes() {
+    return logMethodBytes ? S_OK : S_FALSE;
+}
 
-int ProfilerController::shouldLogUninstrumentedMethods() { return logUninstrumentedMethods ? S_OK : S_FALSE; }
+int ProfilerController::shouldLogUninstrumentedMethods() {
+    return logUninstrumentedMethods ? S_OK : S_FALSE;
+}
 
-int ProfilerController::shouldMonitorNgenModules() { return monitorNgenModules ? S_OK : S_FALSE; }
+int ProfilerController::shouldMonitorNgenModules() {
+    return monitorNgenModules ? S_OK : S_FALSE;
+}
 
-int ProfilerController::shouldDisablePrecompiledCode() { return disablePrecompiledCode ? S_OK : S_FALSE; }
+int ProfilerController::shouldDisablePrecompiledCode() {
+    return disablePrecompiledCode ? S_OK : S_FALSE;
+}
 
-int ProfilerController::shouldInstrumentOnModuleLoad() { return instrumentOnModuleLoad ? S_OK : S_FALSE; }
+int ProfilerController::shouldInstrumentOnModuleLoad() {
+    return instrumentOnModuleLoad ? S_OK : S_FALSE;
+}
 
-int ProfilerController::shouldDisableTransparencyChecks() { return disableTransparencyChecks ? S_OK : S_FALSE; }
+int ProfilerController::shouldDisableTransparencyChecks() {
+    return disableTransparencyChecks ? S_OK : S_FALSE;
+}
 
-int ProfilerController::shouldUseSyntheticShim() { return useSyntheticShim; }
+int ProfilerController::shouldUseSyntheticShim() {
+    return useSyntheticShim;
+}
 
-int ProfilerController::shouldFieldMarkEnabled() { return fieldMarkEnabled ? S_OK : E_FAIL; }
+int ProfilerController::shouldFieldMarkEnabled() {
+    return fieldMarkEnabled ? S_OK : E_FAIL;
+}
 
-int ProfilerController::shouldEnableDynamicInstrumentation() { return enableDynamicInstrumentation ? S_OK : S_FALSE; }
+int ProfilerController::shouldEnableDynamicInstrumentation() {
+    return enableDynamicInstrumentation ? S_OK : S_FALSE;
+}
 
-bool ProfilerController::usingGenericAgentTrigger() { return usingGenericTrigger; }
+bool ProfilerController::usingGenericAgentTrigger() {
+    return usingGenericTrigger;
+}
 
-bool ProfilerController::isGenericAgentTriggerEnabled()
-{
+bool ProfilerController::isGenericAgentTriggerEnabled() {
     if (!usingGenericTrigger || isAttach) {
         return false;
     }
@@ -146,26 +157,36 @@ bool ProfilerController::isGenericAgentTriggerEnabled()
     return isDotnetCore || genericDomainTrigger != 0;
 }
 
-bool ProfilerController::isGenericAgentTriggerPendingFor(IMetaDataContext* context)
-{
+bool ProfilerController::isGenericAgentTriggerPendingFor(IMetaDataContext* context) {
     return isDotnetCore && !genericTriggerMatched && isGenericAgentTriggerEnabled() &&
            context->getModuleID() == genericModuleTrigger;
 }
 
-void ProfilerController::setGenericDomainTrigger(AppDomainID appDomain) { genericDomainTrigger = appDomain; }
+void ProfilerController::setGenericDomainTrigger(AppDomainID appDomain) {
+    genericDomainTrigger = appDomain;
+}
 
-void ProfilerController::setGenericModuleTrigger(ModuleID module) { genericModuleTrigger = module; }
+void ProfilerController::setGenericModuleTrigger(ModuleID module) {
+    genericModuleTrigger = module;
+}
 
-void ProfilerController::setIsAttach(bool attach) { isAttach = attach; }
+void ProfilerController::setIsAttach(bool attach) {
+    isAttach = attach;
+}
 
-void ProfilerController::setCLRVersion(unsigned int version) { clrVersion = version; }
+void ProfilerController::setCLRVersion(unsigned int version) {
+    clrVersion = version;
+}
 
-void ProfilerController::clearCacheForFunction(FunctionID functionId) { compiledMethods.erase(functionId); }
+void ProfilerController::clearCacheForFunction(FunctionID functionId) {
+    compiledMethods.erase(functionId);
+}
 
-IProfilerController::CompiledMethods& ProfilerController::getCompiledMethods() { return compiledMethods; }
+IProfilerController::CompiledMethods& ProfilerController::getCompiledMethods() {
+    return compiledMethods;
+}
 
-FILE* ProfilerController::getNativeLog()
-{
+FILE* ProfilerController::getNativeLog() {
     if (nativeLog != nullptr) {
         return nativeLog;
     }
@@ -197,8 +218,7 @@ FILE* ProfilerController::getNativeLog()
     return nativeLog;
 }
 
-bool ProfilerController::makeLogIdentity(Text& identity)
-{
+bool ProfilerController::makeLogIdentity(Text& identity) {
     if (FAILED(initializeProcessName())) {
         return false;
     }
@@ -217,8 +237,7 @@ bool ProfilerController::makeLogIdentity(Text& identity)
     return true;
 }
 
-ProfilerController::OpenedLog ProfilerController::openRelativePathFile(const Text& base, const Text& fileName)
-{
+ProfilerController::OpenedLog ProfilerController::openRelativePathFile(const Text& base, const Text& fileName) {
     Text identity;
     Text logName = fileName;
     if (makeLogIdentity(identity)) {

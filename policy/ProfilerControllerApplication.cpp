@@ -26,8 +26,7 @@ constexpr char16_t kAspNetCoreNamespace[] = u"Microsoft.AspNetCore";
 constexpr size_t kExeLinkBytes = 2048;
 
 // findInList cuts its list apart, so it gets a copy.
-bool isInList(const char16_t* list, const Text& item, bool caseSensitive, const char16_t* removed = nullptr)
-{
+bool isInList(const char16_t* list, const Text& item, bool caseSensitive, const char16_t* removed = nullptr) {
     std::vector<char16_t> copy(list, list + strlen_u16(list) + 1);
     if (removed != nullptr) {
         StringUtils::wcsrem(copy.data(), removed);
@@ -35,12 +34,13 @@ bool isInList(const char16_t* list, const Text& item, bool caseSensitive, const 
     return StringUtils::findInList(copy.data(), u",", item.c_str(), caseSensitive);
 }
 
-const char* notWord(int status) { return status != 0 ? "not " : ""; }
+const char* notWord(int status) {
+    return status != 0 ? "not " : "";
+}
 
-} // namespace
+}  // namespace
 
-int ProfilerController::initializeProcessName()
-{
+int ProfilerController::initializeProcessName() {
     if (processName != nullptr) {
         return S_OK;
     }
@@ -58,8 +58,7 @@ int ProfilerController::initializeProcessName()
     return S_OK;
 }
 
-int ProfilerController::initializeAppPoolName()
-{
+int ProfilerController::initializeAppPoolName() {
     if (appPoolName != nullptr) {
         return S_OK;
     }
@@ -69,8 +68,7 @@ int ProfilerController::initializeAppPoolName()
     return S_OK;
 }
 
-bool ProfilerController::IsCurrentProcessIIS()
-{
+bool ProfilerController::IsCurrentProcessIIS() {
     if (iisChecked || processName == nullptr || properties == nullptr) {
         return isIIS;
     }
@@ -89,8 +87,7 @@ bool ProfilerController::IsCurrentProcessIIS()
     return isIIS;
 }
 
-std::u16string& ProfilerController::getAppName()
-{
+std::u16string& ProfilerController::getAppName() {
     if (!appName.empty()) {
         return appName;
     }
@@ -108,8 +105,7 @@ std::u16string& ProfilerController::getAppName()
     return appName;
 }
 
-int ProfilerController::shouldMonitorApplication()
-{
+int ProfilerController::shouldMonitorApplication() {
     int status = initializeProcessName();
     if (FAILED(status)) {
         return status;
@@ -151,8 +147,7 @@ int ProfilerController::shouldMonitorApplication()
 }
 
 // A process of the web server is decided by its application pool alone.
-int ProfilerController::shouldMonitorAppPool(FILE* log)
-{
+int ProfilerController::shouldMonitorAppPool(FILE* log) {
     int status = initializeAppPoolName();
     if (FAILED(status)) {
         return status;
@@ -173,8 +168,7 @@ int ProfilerController::shouldMonitorAppPool(FILE* log)
 // The managed program of a host that is not listed by its own name: an ASP.NET
 // Core program goes by the pool lists and its path, another by the application
 // list and its name. Unchanged (1) when the program cannot be found.
-int ProfilerController::decideManagedProgram(FILE* log, Text& displayName, bool& isAspNetCore)
-{
+int ProfilerController::decideManagedProgram(FILE* log, Text& displayName, bool& isAspNetCore) {
     int status = 1;
     Text path;
     if (!CLRUtils::GetManagedModulePath(info, path)) {

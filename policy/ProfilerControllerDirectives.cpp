@@ -34,8 +34,7 @@ constexpr off_t kDirectiveFileLimit = off_t{64} << 20;
 // Paths are built with '\' in places (bundle folders); the directory search
 // reads it as '/', and so must the open. A file that cannot be read is named
 // in the log, with the reason.
-FILE* openForReading(const Text& path, FILE* log)
-{
+FILE* openForReading(const Text& path, FILE* log) {
     Text local = path;
     for (char16_t& unit : local) {
         if (unit == u'\\') {
@@ -59,13 +58,14 @@ FILE* openForReading(const Text& path, FILE* log)
     return stream;
 }
 
-bool isWordSeparator(char16_t unit) { return unit != 0 && strchr_u16(kWordSeparators, unit) != nullptr; }
+bool isWordSeparator(char16_t unit) {
+    return unit != 0 && strchr_u16(kWordSeparators, unit) != nullptr;
+}
 
 // The first word of a list-file line. Its length is the index of the separator
 // behind it, not its distance from the word's start: with leading blanks the
 // word runs on past its end, so entries belong at the start of the line.
-Text firstWord(const char16_t* line)
-{
+Text firstWord(const char16_t* line) {
     size_t start = 0;
     while (isWordSeparator(line[start])) {
         ++start;
@@ -81,10 +81,9 @@ Text firstWord(const char16_t* line)
     return Text(line + start, std::min(end, length - start));
 }
 
-} // namespace
+}  // namespace
 
-int ProfilerController::initializeDirectives()
-{
+int ProfilerController::initializeDirectives() {
     if (directives != nullptr) {
         return S_OK;
     }
@@ -123,15 +122,13 @@ int ProfilerController::initializeDirectives()
     return status;
 }
 
-int ProfilerController::reloadDirectives()
-{
+int ProfilerController::reloadDirectives() {
     // The memo stays: a reload decides only what has not been decided yet.
     directives = nullptr;
     return initializeDirectives();
 }
 
-int ProfilerController::addDynamicDirective(char16_t* line)
-{
+int ProfilerController::addDynamicDirective(char16_t* line) {
     if (directives == nullptr) {
         return E_UNEXPECTED;
     }
@@ -142,8 +139,7 @@ int ProfilerController::addDynamicDirective(char16_t* line)
     return S_OK;
 }
 
-int ProfilerController::addHiddenDirectives()
-{
+int ProfilerController::addHiddenDirectives() {
     initializeProcessName();
     const bool iis = IsCurrentProcessIIS();
     IDirectiveGroup* group = directives->addDirectiveGroup(iis ? kIisGroup : kMainGroup);
@@ -171,8 +167,7 @@ int ProfilerController::addHiddenDirectives()
     return S_OK;
 }
 
-int ProfilerController::addDirectives(const char16_t* list)
-{
+int ProfilerController::addDirectives(const char16_t* list) {
     Text copy(list);
     char16_t* buffer = copy.data();
     int status = S_OK;
@@ -184,17 +179,16 @@ int ProfilerController::addDirectives(const char16_t* list)
     return status;
 }
 
-int ProfilerController::loadDirectives(const Text& name)
-{
+int ProfilerController::loadDirectives(const Text& name) {
     Text path;
-    WIN32_FIND_DATAW data {};
+    WIN32_FIND_DATAW data{};
     if (!findFile(name, path, &data)) {
         fprintf_8(getNativeLog(), "Invalid file %S\n", name.c_str());
         return E_FAIL;
     }
     if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
         int status = S_OK;
-        WIN32_FIND_DATAW entry {};
+        WIN32_FIND_DATAW entry{};
         HANDLE search = FindFirstFileW((path + u"\\*.fmd").c_str(), &entry);
         if (search == INVALID_HANDLE_VALUE) {
             return status;
@@ -221,9 +215,8 @@ int ProfilerController::loadDirectives(const Text& name)
     return E_FAIL;
 }
 
-bool ProfilerController::findFile(const Text& name, Text& foundPath, WIN32_FIND_DATAW* data)
-{
-    WIN32_FIND_DATAW local {};
+bool ProfilerController::findFile(const Text& name, Text& foundPath, WIN32_FIND_DATAW* data) {
+    WIN32_FIND_DATAW local{};
     WIN32_FIND_DATAW* target = data != nullptr ? data : &local;
     for (const Text& candidate : {agentDirectory + u"/" + name, name}) {
         foundPath = candidate;
@@ -239,8 +232,7 @@ bool ProfilerController::findFile(const Text& name, Text& foundPath, WIN32_FIND_
     return false;
 }
 
-int ProfilerController::loadFMDFile(const Text& path)
-{
+int ProfilerController::loadFMDFile(const Text& path) {
     if (shouldIgnoreDirectives(path.c_str())) {
         return S_OK;
     }
@@ -260,8 +252,7 @@ int ProfilerController::loadFMDFile(const Text& path)
     return status;
 }
 
-bool ProfilerController::shouldIgnoreDirectives(const char16_t* path)
-{
+bool ProfilerController::shouldIgnoreDirectives(const char16_t* path) {
     const char16_t* ignored = findProperty(isDotnetCore ? kCoreIgnoreKey : kFrameworkIgnoreKey);
     if (ignored == nullptr) {
         return false;
@@ -280,8 +271,7 @@ bool ProfilerController::shouldIgnoreDirectives(const char16_t* path)
     return false;
 }
 
-int ProfilerController::loadFMLFile(const Text& path)
-{
+int ProfilerController::loadFMLFile(const Text& path) {
     FILE* log = getNativeLog();
     FILE* stream = openForReading(path, log);
     if (stream == nullptr) {
@@ -306,8 +296,7 @@ int ProfilerController::loadFMLFile(const Text& path)
     return status;
 }
 
-int ProfilerController::collectExtensions(std::map<Text, Text>& bundles, bool useConfiguredBundles)
-{
+int ProfilerController::collectExtensions(std::map<Text, Text>& bundles, bool useConfiguredBundles) {
     const char16_t* configured = useConfiguredBundles ? findProperty(kBundlesKey) : nullptr;
     Text list = configured != nullptr ? Text(configured) : Text(u"*");
     std::set<Text> wanted;
@@ -327,7 +316,7 @@ int ProfilerController::collectExtensions(std::map<Text, Text>& bundles, bool us
                           directory == fullPath.data();
 
     FILE* log = getNativeLog();
-    WIN32_FIND_DATAW agent {};
+    WIN32_FIND_DATAW agent{};
     HANDLE agents = FindFirstFileW(absolute ? directory.c_str() : (base + u"\\*").c_str(), &agent);
     if (agents == INVALID_HANDLE_VALUE) {
         fprintf_8(log, "Failed with invalid handle\n");
@@ -340,7 +329,7 @@ int ProfilerController::collectExtensions(std::map<Text, Text>& bundles, bool us
             continue;
         }
         const Text folder = absolute ? directory : base + u"\\" + entry + u"\\tarn\\" + directory;
-        WIN32_FIND_DATAW bundle {};
+        WIN32_FIND_DATAW bundle{};
         HANDLE found = FindFirstFileW((folder + u"\\*").c_str(), &bundle);
         if (found == INVALID_HANDLE_VALUE) {
             continue;

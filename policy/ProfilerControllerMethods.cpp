@@ -5,8 +5,7 @@
 #include "policy/ProfilerController.h"
 #include "runtime/CorErrors.h"
 
-int ProfilerController::shouldMonitorMethod(IMetaDataContext* context)
-{
+int ProfilerController::shouldMonitorMethod(IMetaDataContext* context) {
     int status = initializeDirectives();
     if (status < 0) {
         return status;
@@ -57,16 +56,14 @@ int ProfilerController::shouldMonitorMethod(IMetaDataContext* context)
     return status;
 }
 
-int ProfilerController::shouldMonitorMethodUncached(IMetaDataContext* context)
-{
+int ProfilerController::shouldMonitorMethodUncached(IMetaDataContext* context) {
     if (directives == nullptr) {
         return E_UNEXPECTED;
     }
     return directives->shouldMonitor(context) ? S_OK : S_FALSE;
 }
 
-bool ProfilerController::isByRefLike(IMetaDataContext* context)
-{
+bool ProfilerController::isByRefLike(IMetaDataContext* context) {
     char16_t* parent = nullptr;
     if (FAILED(context->getParentName(nullptr, &parent)) || parent == nullptr ||
         strcmp_u16(parent, SharedNames::kValueType) != 0) {
@@ -87,8 +84,7 @@ bool ProfilerController::isByRefLike(IMetaDataContext* context)
     return false;
 }
 
-int ProfilerController::shouldHijackMethod(IMetaDataContext* context)
-{
+int ProfilerController::shouldHijackMethod(IMetaDataContext* context) {
     // The Core runtime has no hijack: the synthetic shim brings the agent in.
     if (isDotnetCore) {
         return S_FALSE;
@@ -102,24 +98,21 @@ int ProfilerController::shouldHijackMethod(IMetaDataContext* context)
 }
 
 int ProfilerController::getMonitoredMethodsForModule(ICorProfilerInfo* profilerInfo, ModuleID module,
-                                                     std::set<mdMethodDef>& methods, bool logged)
-{
+                                                     std::set<mdMethodDef>& methods, bool logged) {
     if (directives != nullptr) {
         directives->getMonitoredMethodsForModule(this, profilerInfo, module, methods, logged);
     }
     return S_OK;
 }
 
-int ProfilerController::shouldSkipDynamicInstrumentation(IMetaDataContext* context)
-{
+int ProfilerController::shouldSkipDynamicInstrumentation(IMetaDataContext* context) {
     if (directives == nullptr) {
         return S_FALSE;
     }
     return directives->getDynamicInstrumentationSkips()->skipClassMethod(context) ? S_OK : S_FALSE;
 }
 
-int ProfilerController::shouldSkipAssembly(IMetaDataContext* context)
-{
+int ProfilerController::shouldSkipAssembly(IMetaDataContext* context) {
     if (initializeDirectives() != 0) {
         return S_FALSE;
     }

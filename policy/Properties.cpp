@@ -21,10 +21,11 @@ constexpr size_t kAzurePrefixLength = sizeof(kAzurePrefix) / sizeof(char16_t) - 
 // Characters around a key: it starts after them and ends at the first of them.
 constexpr char16_t kKeyDelimiters[] = u"\r\n\t =:";
 
-char16_t toLowerAscii(char16_t c) { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + (u'a' - u'A')) : c; }
+char16_t toLowerAscii(char16_t c) {
+    return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + (u'a' - u'A')) : c;
+}
 
-std::basic_string<char16_t> toLower(const char16_t* key)
-{
+std::basic_string<char16_t> toLower(const char16_t* key) {
     std::basic_string<char16_t> lower(key);
     for (char16_t& c : lower) {
         c = toLowerAscii(c);
@@ -32,18 +33,25 @@ std::basic_string<char16_t> toLower(const char16_t* key)
     return lower;
 }
 
-bool isKeyDelimiter(char16_t c) { return c != 0 && strchr_u16(kKeyDelimiters, c) != nullptr; }
+bool isKeyDelimiter(char16_t c) {
+    return c != 0 && strchr_u16(kKeyDelimiters, c) != nullptr;
+}
 
-} // namespace
+}  // namespace
 
-IProperties* IProperties::newInstance() { return new Properties(); }
+IProperties* IProperties::newInstance() {
+    return new Properties();
+}
 
-Properties::Properties() { initEnvMap(); }
+Properties::Properties() {
+    initEnvMap();
+}
 
-Properties::Properties(const PropertyMap& initial) : fileProperties(initial) { initEnvMap(); }
+Properties::Properties(const PropertyMap& initial) : fileProperties(initial) {
+    initEnvMap();
+}
 
-void Properties::initEnvMap()
-{
+void Properties::initEnvMap() {
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const char* assignment = *entry;
         const char* equals = strchr(assignment, '=');
@@ -66,8 +74,7 @@ void Properties::initEnvMap()
     }
 }
 
-const std::basic_string<char16_t>* Properties::find(const char16_t* key) const
-{
+const std::basic_string<char16_t>* Properties::find(const char16_t* key) const {
     auto fromEnvironment = envProperties.find(toLower(key));
     if (fromEnvironment != envProperties.end()) {
         return &fromEnvironment->second;
@@ -82,19 +89,21 @@ const std::basic_string<char16_t>* Properties::find(const char16_t* key) const
     return fromFile != fileProperties.end() ? &fromFile->second : nullptr;
 }
 
-const char16_t* Properties::getProperty(const char16_t* key)
-{
+const char16_t* Properties::getProperty(const char16_t* key) {
     const std::basic_string<char16_t>* value = find(key);
     // A missing key is stored empty: from now on it exists.
     return value != nullptr ? value->c_str() : fileProperties[key].c_str();
 }
 
-void Properties::setProperty(const char16_t* key, const char16_t* value) { fileProperties[key] = value; }
+void Properties::setProperty(const char16_t* key, const char16_t* value) {
+    fileProperties[key] = value;
+}
 
-bool Properties::hasProperty(const char16_t* key) { return find(key) != nullptr; }
+bool Properties::hasProperty(const char16_t* key) {
+    return find(key) != nullptr;
+}
 
-bool Properties::getBoolProperty(const char16_t* key, bool defaultValue)
-{
+bool Properties::getBoolProperty(const char16_t* key, bool defaultValue) {
     if (!hasProperty(key)) {
         return defaultValue;
     }
@@ -109,8 +118,7 @@ bool Properties::getBoolProperty(const char16_t* key, bool defaultValue)
     return defaultValue;
 }
 
-void Properties::readProperties(FILE* stream)
-{
+void Properties::readProperties(FILE* stream) {
     if (stream == nullptr) {
         return;
     }
@@ -149,8 +157,7 @@ void Properties::readProperties(FILE* stream)
     }
 }
 
-void Properties::setUseAzureEnv(bool enabled)
-{
+void Properties::setUseAzureEnv(bool enabled) {
     useAzureEnv = enabled;
     if (!enabled) {
         return;
@@ -169,7 +176,7 @@ void Properties::setUseAzureEnv(bool enabled)
             continue;
         }
         const size_t valueEnd = assignment.find(u'=', nameEnd + 1);
-        azureProperties[assignment.substr(0, nameEnd)] =
-            assignment.substr(nameEnd + 1, valueEnd == std::basic_string<char16_t>::npos ? valueEnd : valueEnd - nameEnd - 1);
+        azureProperties[assignment.substr(0, nameEnd)] = assignment.substr(
+            nameEnd + 1, valueEnd == std::basic_string<char16_t>::npos ? valueEnd : valueEnd - nameEnd - 1);
     }
 }
