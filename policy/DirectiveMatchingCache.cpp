@@ -5,14 +5,7 @@
 
 DirectiveMatchingCache::DirectiveMatchingCache(int maxSize) : maxSize(maxSize) {}
 
-DirectiveMatchingCache::~DirectiveMatchingCache() {
-    clear();
-}
-
 void DirectiveMatchingCache::clear() {
-    for (auto& [classId, entry] : entries) {
-        delete entry;
-    }
     entries.clear();
 }
 
@@ -34,7 +27,7 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
         return !known.complete && walk(context, known);
     }
     if (classId != 0 && static_cast<int64_t>(entries.size()) < maxSize) {
-        entry = entries.emplace(classId, new DirectiveMatchingMetaData()).first;
+        entry = entries.emplace(classId, std::make_unique<DirectiveMatchingMetaData>()).first;
         if (static_cast<int64_t>(entries.size()) == maxSize) {
             FILE* log = controller.getLog();
             if (log != nullptr) {

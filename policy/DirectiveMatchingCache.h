@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 #include <unordered_map>
 #include <string>
@@ -40,12 +41,11 @@ struct DirectiveMatchingMetaData {
 
 class DirectiveMatchingCache {
 public:
-    using Entries = std::unordered_map<uint64_t, DirectiveMatchingMetaData*>;
+    using Entries = std::unordered_map<uint64_t, std::unique_ptr<DirectiveMatchingMetaData>>;
 
     explicit DirectiveMatchingCache(int maxSize);
     DirectiveMatchingCache(const DirectiveMatchingCache&) = delete;
     DirectiveMatchingCache& operator=(const DirectiveMatchingCache&) = delete;
-    ~DirectiveMatchingCache();
 
     // A limit at or below the present size stops growth; entries stay.
     void setCacheSize(int size) { maxSize = size; }
