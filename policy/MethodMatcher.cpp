@@ -58,27 +58,16 @@ bool MethodMatcher::matchMethod(IMetaDataContext* context) {
             }
         }
     }
-    if (!patterns.empty()) {
-        if (FAILED(context->getMethodName(&name))) {
-            return false;
-        }
-        const std::u16string_view text(name);
-        for (const Glob& pattern : patterns) {
-            if (pattern.match(text)) {
-                return true;
-            }
-        }
-    }
-    return false;
+    return !patterns.empty() && SUCCEEDED(context->getMethodName(&name)) && matchesPattern(name);
 }
 
 bool MethodMatcher::mayMatchName(const char16_t* name) {
-    if (matchAll || !annotations.empty() || methods.contains(name)) {
-        return true;
-    }
-    const std::u16string_view text(name);
+    return matchAll || !annotations.empty() || methods.contains(name) || matchesPattern(name);
+}
+
+bool MethodMatcher::matchesPattern(std::u16string_view name) const {
     for (const Glob& pattern : patterns) {
-        if (pattern.match(text)) {
+        if (pattern.match(name)) {
             return true;
         }
     }

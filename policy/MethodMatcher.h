@@ -6,6 +6,7 @@
 #include <list>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "platform/Glob.h"
 #include "policy/ClassSet.h"
@@ -30,6 +31,8 @@ public:
     bool matchFurtherVerifyAnnotationRule(char16_t* className, char16_t* assemblyName);
 
 private:
+    bool matchesPattern(std::u16string_view name) const;
+
     bool matchAll = false;
     WCharSet methods;
     ClassSet annotations;
