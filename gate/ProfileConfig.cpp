@@ -1,8 +1,8 @@
 #include "gate/ProfileConfig.h"
 
-#include "gate/ProfilingManager.h"
 #include "platform/Environment.h"
 #include "platform/File16.h"
+#include "platform/FormattedOutput.h"
 #include "platform/Glob.h"
 #include "platform/ProcessFacts.h"
 #include "platform/SharedNames.h"
@@ -63,12 +63,21 @@ Text inner(const Text& pattern) {
 
 }  // namespace
 
-ProfileConfig::ProfileConfig() {
+ProfileConfig::ProfileConfig(FILE* diagnosticLog) : log(diagnosticLog) {
     parseConfigFile();
-    FILE* log = ProfilingManager::getInstance()->getDiagnosticLog();
     if (log != nullptr) {
         fflush(log);
     }
+}
+
+void ProfileConfig::note(const char* format, ...) {
+    if (log == nullptr) {
+        return;
+    }
+    va_list args;
+    va_start(args, format);
+    vfprintf_8(log, format, args);
+    va_end(args);
 }
 
 void ProfileConfig::getProfilePath(std::basic_string<char16_t>& path) {
@@ -76,7 +85,6 @@ void ProfileConfig::getProfilePath(std::basic_string<char16_t>& path) {
 }
 
 void ProfileConfig::parseConfigFile() {
-    ProfilingManager* manager = ProfilingManager::getInstance();
     const char16_t* agentProfile = _wgetenv(kAgentProfileVariable);
     if (agentProfile == nullptr) {
         return;
@@ -84,7 +92,7 @@ void ProfileConfig::parseConfigFile() {
     const Text profile(agentProfile);
     const size_t slash = profile.rfind(u'/');
     if (slash == Text::npos) {
-        manager->logDiagnostic("invalid agent profile: %S\n", profile.c_str());
+        note("invalid agent profile: %S\n", profile.c_str());
         return;
     }
     const Text directory = profile.substr(0, slash);
@@ -92,7 +100,7 @@ void ProfileConfig::parseConfigFile() {
     const char* refusal = nullptr;
     FILE* config = fopenText_u16(configPath.c_str(), &refusal);
     if (config == nullptr) {
-        manager->logDiagnostic("failed to open: %S\n", configPath.c_str());
+        note("failed to open: %S\n", configPath.c_str());
         return;
     }
 
@@ -109,12 +117,12 @@ void ProfileConfig::parseConfigFile() {
         if (!splitLine(line, command, value) || command.front() == u'#') {
             continue;
         }
-        manager->logDiagnostic("parsed command: %S value: %S\n", command.c_str(), value.c_str());
+        note("parsed command: %S value: %S\n", command.c_str(), value.c_str());
 
         if (pendingCommand.empty()) {
             if (!isMatchCommand(command)) {
                 // The pending command is what gets printed, and it is empty here.
-                manager->logDiagnostic("Invalid match command %S on line: %d\n", pendingCommand.c_str(), lineNumber);
+                note("Invalid match command %S on line: %d\n", pendingCommand.c_str(), lineNumber);
                 break;
             }
             pendingCommand = command;
@@ -123,19 +131,19 @@ void ProfileConfig::parseConfigFile() {
         }
 
         if (!isCommand(command, u"use")) {
-            manager->logDiagnostic("Expected use command on line: %d\n", lineNumber);
+            note("Expected use command on line: %d\n", lineNumber);
             break;
         }
         if (matchCmd(pendingCommand, pendingPattern)) {
             profilePath = directory + u"/" + value;
-            manager->logDiagnostic("Matched for profile: %S\n", profilePath.c_str());
+            note("Matched for profile: %S\n", profilePath.c_str());
             const char* refusal = nullptr;
             FILE* chosen = fopenText_u16(profilePath.c_str(), &refusal);
             if (chosen != nullptr) {
                 fclose(chosen);
                 break;
             }
-            manager->logDiagnostic("Profile not found: %S\n", profilePath.c_str());
+            note("Profile not found: %S\n", profilePath.c_str());
             profilePath.clear();
         }
         pendingCommand.clear();
@@ -145,8 +153,6 @@ void ProfileConfig::parseConfigFile() {
 }
 
 void ProfileConfig::initValues() {
-    ProfilingManager* manager = ProfilingManager::getInstance();
-
     // No pools on this platform: the name is set ("NULL") whatever the result.
     (void)ProcessFacts::getAppPoolName(appPool);
     if (appPool == u"NULL") {
@@ -165,9 +171,9 @@ void ProfileConfig::initValues() {
         dllName = applicationName + u".dll";
     }
 
-    manager->logDiagnostic("app pool: %S\n", appPool.c_str());
-    manager->logDiagnostic("process name: %S\n", processName.c_str());
-    manager->logDiagnostic("dll name: %S\n", dllName.c_str());
+    note("app pool: %S\n", appPool.c_str());
+    note("process name: %S\n", processName.c_str());
+    note("dll name: %S\n", dllName.c_str());
 }
 
 bool ProfileConfig::matchCmd(const std::basic_string<char16_t>& command, const std::basic_string<char16_t>& pattern) {
@@ -186,7 +192,7 @@ bool ProfileConfig::matchValue(const std::basic_string<char16_t>& subject, const
     if (isEnclosedIn(pattern, u'/')) {
         const Text expression = inner(pattern);
         if (!RegexUtils::isValid(expression.c_str())) {
-            ProfilingManager::getInstance()->logDiagnostic("Invalid regex: %S\n", expression.c_str());
+            note("Invalid regex: %S\n", expression.c_str());
             return false;
         }
         return RegexUtils::match(subject.c_str(), expression.c_str());

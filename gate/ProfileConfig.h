@@ -8,6 +8,7 @@
 // Everything it does is written to the diagnostic log.
 #pragma once
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -15,20 +16,23 @@ class Glob;
 
 class ProfileConfig {
 public:
-    // Reads the file; afterwards the object is only asked for its result.
-    ProfileConfig();
+    // Reads the file, saying what it does in the diagnostic log if there is
+    // one; afterwards the object is only asked for its result.
+    explicit ProfileConfig(FILE* diagnosticLog);
 
     // Empty unless a rule matched and its file exists.
     void getProfilePath(std::basic_string<char16_t>& path);
 
 private:
     void parseConfigFile();
+    void note(const char* format, ...);
     void initValues();
     bool matchCmd(const std::basic_string<char16_t>& command, const std::basic_string<char16_t>& pattern);
     bool matchValue(const std::basic_string<char16_t>& subject, const std::basic_string<char16_t>& pattern);
     bool matchGlobs(const std::basic_string<char16_t>& subject, const std::basic_string<char16_t>& list);
     void parseGlobs(const std::basic_string<char16_t>& list, std::vector<Glob>& globs);
 
+    FILE* log;
     std::basic_string<char16_t> profilePath;
     std::basic_string<char16_t> appPool;
     std::basic_string<char16_t> processName;

@@ -56,6 +56,7 @@ bool isVersionToken(const char16_t* token, const char16_t* shortName, const char
 
 }  // namespace
 
+CRITICAL_SECTION gProfilingManagerLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 ProfilingManager* ProfilingManager::sInstance = nullptr;
 
 ProfilingManager::ProfilingManager() {
@@ -65,7 +66,7 @@ ProfilingManager::ProfilingManager() {
 ProfilingManager* ProfilingManager::getInstance() {
     EnterCriticalSection(&gProfilingManagerLock);
     if (sInstance == nullptr) {
-        // Assigned before init: init comes back here through ProfileConfig.
+        // Made and set up under the lock: a second caller waits for init.
         sInstance = new ProfilingManager();
         sInstance->init();
     }
@@ -93,7 +94,7 @@ void ProfilingManager::initProperties() {
         }
     }
     {
-        ProfileConfig config;
+        ProfileConfig config(getDiagnosticLog());
         config.getProfilePath(customConfigPath);
     }
     if (!customConfigPath.empty()) {

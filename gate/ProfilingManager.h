@@ -18,8 +18,7 @@
 #include "policy/IProperties.h"
 #include "runtime/CorProfilerInfo.h"
 
-// Recursive; initialised by every ProfilerCallback before it asks for the
-// manager, so that no call can come before a callback object exists.
+// Recursive, and ready before any code runs: constant-initialised here.
 extern CRITICAL_SECTION gProfilingManagerLock;
 
 class ProfilingManager {

@@ -8,8 +8,6 @@
 #include "runtime/Guids.h"
 
 ProfilerCallback* fpc = nullptr;
-// Initialised by each callback object's constructor, deleted by its destructor.
-CRITICAL_SECTION gProfilingManagerLock;
 
 namespace {
 bool isImplementedCallback(REFIID riid) {
@@ -61,7 +59,6 @@ ProfilerCallback::ProfilerCallback()
       rejitStatus{},
       rejitStatusIndex(-2),
       reloadPending(false) {
-    InitializeCriticalSection(&gProfilingManagerLock);
     InitializeCriticalSection(&profilerLock);
     InitializeCriticalSection(&moduleLock);
     serviceWakeEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -78,7 +75,6 @@ ProfilerCallback::~ProfilerCallback() {
     // refused second callback takes it from the first.
     fpc = nullptr;
     releaseRegistry();
-    DeleteCriticalSection(&gProfilingManagerLock);
     DeleteCriticalSection(&profilerLock);
     DeleteCriticalSection(&moduleLock);
 }

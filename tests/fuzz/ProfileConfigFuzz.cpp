@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (config == nullptr) return 0;
     fwrite(data, 1, size, config);
     fclose(config);
-    ProfileConfig chosen;
+    ProfileConfig chosen(nullptr);
     std::u16string path;
     chosen.getProfilePath(path);
     return 0;

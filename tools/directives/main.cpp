@@ -7,9 +7,6 @@
 #include "platform/BuildInfo.h"
 #include "platform/Win32Types.h"
 
-// The process gate's lock, which the profiler's hub owns and sets up.
-CRITICAL_SECTION gProfilingManagerLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-
 namespace {
 
 void usage(FILE* stream) {
