@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
-
-#include "platform/Text16.h"
+#include <string>
 
 namespace {
 
@@ -19,7 +18,7 @@ void requireText(const void* src) {
 
 void FromChar16(const char16_t* src, std::string& out) {
     requireText(src);
-    size_t length = strlen_u16(src);
+    const size_t length = std::char_traits<char16_t>::length(src);
     out.resize(length);
     for (size_t i = 0; i < length; ++i) {
         out[i] = static_cast<char>(src[i] & 0xFF);
