@@ -9,6 +9,10 @@
 
 class Instruction : public IILInstruction {
 public:
+    // Kept here as plain data: the builder's layout passes read them for every
+    // instruction, and a final member needs no virtual call.
+    Opcode opcode() const final { return opcodeValue; }
+    unsigned int size() const final { return length; }
     unsigned int target() const override { return 0; }
     virtual void setTarget(unsigned int label) {}
 
@@ -21,12 +25,14 @@ public:
     static void destroy(Instruction* instruction);
 
 protected:
-    Instruction() = default;
+    Instruction(Opcode opcode, unsigned int size) : opcodeValue(opcode), length(static_cast<unsigned char>(size)) {}
     ~Instruction() = default;
 
 private:
     unsigned int byteOffset = 0;
     unsigned int originOffset = kNoOrigin;
+    Opcode opcodeValue;
+    unsigned char length;
 };
 
 struct InstructionDeleter {

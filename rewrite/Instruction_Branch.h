@@ -8,21 +8,18 @@ template <typename OpcodeType, typename OperandType>
 class Instruction_Branch final : public Instruction {
 public:
     Instruction_Branch(Opcode opcode, OperandType distance, unsigned int target)
-        : opcodeValue(opcode), targetLabel(target) {
+        : Instruction(opcode, sizeof(bytes)), targetLabel(target) {
         putLittleEndian(bytes, static_cast<OpcodeType>(opcode));
         putLittleEndian(bytes + sizeof(OpcodeType), distance);
     }
-    Opcode opcode() const override { return opcodeValue; }
     unsigned long operand() const override {
         return getLittleEndian<OperandType>(bytes + sizeof(OpcodeType));
     }
     unsigned int target() const override { return targetLabel; }
     void setTarget(unsigned int label) override { targetLabel = label; }
-    unsigned int size() const override { return sizeof(bytes); }
     const unsigned char* data() const override { return bytes; }
 
 private:
-    Opcode opcodeValue;
     unsigned int targetLabel;
     unsigned char bytes[sizeof(OpcodeType) + sizeof(OperandType)];
 };

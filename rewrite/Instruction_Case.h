@@ -6,14 +6,13 @@
 
 class Instruction_Case final : public Instruction {
 public:
-    Instruction_Case(unsigned int distance, unsigned int target) : targetLabel(target) {
+    Instruction_Case(unsigned int distance, unsigned int target)
+        : Instruction(Opcode::OPCODE_CASE, sizeof(bytes)), targetLabel(target) {
         putLittleEndian(bytes, distance);
     }
-    Opcode opcode() const override { return Opcode::OPCODE_CASE; }
     unsigned long operand() const override { return getLittleEndian<unsigned int>(bytes); }
     unsigned int target() const override { return targetLabel; }
     void setTarget(unsigned int label) override { targetLabel = label; }
-    unsigned int size() const override { return sizeof(bytes); }
     const unsigned char* data() const override { return bytes; }
 
 private:

@@ -5,10 +5,8 @@
 
 class Instruction_Label final : public Instruction {
 public:
-    explicit Instruction_Label(unsigned int label) : number(label) {}
-    Opcode opcode() const override { return Opcode::OPCODE_LABEL; }
+    explicit Instruction_Label(unsigned int label) : Instruction(Opcode::OPCODE_LABEL, 0), number(label) {}
     unsigned long operand() const override { return number; }
-    unsigned int size() const override { return 0; }
     const unsigned char* data() const override { return nullptr; }
 
 private:
