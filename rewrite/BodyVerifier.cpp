@@ -28,13 +28,13 @@ enum Kind : unsigned char { kUnknown, kObject, kValue };
 enum class Flow { Next, Branch, Conditional, Stop, Leave, Return, Call };
 
 struct Effect {
-    int pop;
-    int push;
+    signed char pop;
+    signed char push;
     Flow flow;
 };
 
 // How each opcode moves the stack and control, by its encoded value.
-Effect effectOf(unsigned int value) {
+constexpr Effect decideEffect(unsigned int value) {
     if ((value & 0xFF) == 0xFE) {
         switch (value >> 8) {
         case 0x00: case 0x06: case 0x09: case 0x0A: case 0x0C: case 0x0D: case 0x1C: return {0, 1, Flow::Next};
@@ -77,6 +77,27 @@ Effect effectOf(unsigned int value) {
     // The rest take one value and leave one: loads through addresses, unary
     // operators, conversions, object and field access.
     return {1, 1, Flow::Next};
+}
+
+// The same answers as a table, made when the library is compiled: one-byte
+// opcodes by their value, two-byte ones (0xFE first) by their second byte.
+struct EffectTable {
+    Effect oneByte[256];
+    Effect twoByte[256];
+};
+constexpr EffectTable kEffects = [] {
+    EffectTable table{};
+    for (unsigned int value = 0; value < 256; ++value) {
+        table.oneByte[value] = decideEffect(value);
+        table.twoByte[value] = decideEffect(0xFE | (value << 8));
+    }
+    return table;
+}();
+
+Effect effectOf(unsigned int value) {
+    if ((value & 0xFF) == 0xFE && (value >> 8) < 256) return kEffects.twoByte[value >> 8];
+    if (value < 256) return kEffects.oneByte[value];
+    return decideEffect(value);
 }
 
 // The kind an opcode leaves on the stack when the kind does not depend on its
