@@ -3,6 +3,7 @@
 // whatever its concrete class.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "rewrite/IILInstruction.h"
@@ -23,6 +24,12 @@ public:
     void setOrigin(unsigned int value) { originOffset = value; }
 
     static void destroy(Instruction* instruction);
+
+    // Every concrete instruction takes one block of this size, from a free list
+    // of the thread's: a rewrite makes and drops thousands of them at once.
+    static constexpr size_t kBlockSize = 48;
+    static void* operator new(size_t size);
+    static void operator delete(void* block);
 
 protected:
     Instruction(Opcode opcode, unsigned int size) : opcodeValue(opcode), length(static_cast<unsigned char>(size)) {}

@@ -12,6 +12,11 @@ namespace {
 
 constexpr unsigned int kShortToLongBranch = 13;
 
+// Each fits the block that Instruction's operator new hands out.
+static_assert(sizeof(Instruction_Inline<unsigned short, unsigned long>) <= Instruction::kBlockSize);
+static_assert(sizeof(Instruction_Branch<unsigned char, unsigned int>) <= Instruction::kBlockSize);
+static_assert(sizeof(Instruction_Case) <= Instruction::kBlockSize);
+
 bool fitsInSignedByte(int value) { return value >= -128 && value <= 127; }
 
 bool isTwoByte(Opcode opcode) { return static_cast<unsigned int>(opcode) > 0xFF; }
