@@ -70,15 +70,6 @@ ProfileConfig::ProfileConfig(FILE* diagnosticLog) : log(diagnosticLog) {
     }
 }
 
-void ProfileConfig::note(const char* format, ...) {
-    if (log == nullptr) {
-        return;
-    }
-    va_list args;
-    va_start(args, format);
-    vfprintf_8(log, format, args);
-    va_end(args);
-}
 
 void ProfileConfig::getProfilePath(std::basic_string<char16_t>& path) {
     path = profilePath;
@@ -92,7 +83,7 @@ void ProfileConfig::parseConfigFile() {
     const Text profile(agentProfile);
     const size_t slash = profile.rfind(u'/');
     if (slash == Text::npos) {
-        note("invalid agent profile: %S\n", profile.c_str());
+        fprintf_8(log, "invalid agent profile: %S\n", profile.c_str());
         return;
     }
     const Text directory = profile.substr(0, slash);
@@ -100,7 +91,7 @@ void ProfileConfig::parseConfigFile() {
     const char* refusal = nullptr;
     FILE* config = fopenText_u16(configPath.c_str(), &refusal);
     if (config == nullptr) {
-        note("failed to open: %S\n", configPath.c_str());
+        fprintf_8(log, "failed to open: %S\n", configPath.c_str());
         return;
     }
 
@@ -117,12 +108,12 @@ void ProfileConfig::parseConfigFile() {
         if (!splitLine(line, command, value) || command.front() == u'#') {
             continue;
         }
-        note("parsed command: %S value: %S\n", command.c_str(), value.c_str());
+        fprintf_8(log, "parsed command: %S value: %S\n", command.c_str(), value.c_str());
 
         if (pendingCommand.empty()) {
             if (!isMatchCommand(command)) {
                 // The pending command is what gets printed, and it is empty here.
-                note("Invalid match command %S on line: %d\n", pendingCommand.c_str(), lineNumber);
+                fprintf_8(log, "Invalid match command %S on line: %d\n", pendingCommand.c_str(), lineNumber);
                 break;
             }
             pendingCommand = command;
@@ -131,19 +122,19 @@ void ProfileConfig::parseConfigFile() {
         }
 
         if (!isCommand(command, u"use")) {
-            note("Expected use command on line: %d\n", lineNumber);
+            fprintf_8(log, "Expected use command on line: %d\n", lineNumber);
             break;
         }
         if (matchCmd(pendingCommand, pendingPattern)) {
             profilePath = directory + u"/" + value;
-            note("Matched for profile: %S\n", profilePath.c_str());
+            fprintf_8(log, "Matched for profile: %S\n", profilePath.c_str());
             const char* refusal = nullptr;
             FILE* chosen = fopenText_u16(profilePath.c_str(), &refusal);
             if (chosen != nullptr) {
                 fclose(chosen);
                 break;
             }
-            note("Profile not found: %S\n", profilePath.c_str());
+            fprintf_8(log, "Profile not found: %S\n", profilePath.c_str());
             profilePath.clear();
         }
         pendingCommand.clear();
@@ -171,9 +162,9 @@ void ProfileConfig::initValues() {
         dllName = applicationName + u".dll";
     }
 
-    note("app pool: %S\n", appPool.c_str());
-    note("process name: %S\n", processName.c_str());
-    note("dll name: %S\n", dllName.c_str());
+    fprintf_8(log, "app pool: %S\n", appPool.c_str());
+    fprintf_8(log, "process name: %S\n", processName.c_str());
+    fprintf_8(log, "dll name: %S\n", dllName.c_str());
 }
 
 bool ProfileConfig::matchCmd(const std::basic_string<char16_t>& command, const std::basic_string<char16_t>& pattern) {
@@ -192,7 +183,7 @@ bool ProfileConfig::matchValue(const std::basic_string<char16_t>& subject, const
     if (isEnclosedIn(pattern, u'/')) {
         const Text expression = inner(pattern);
         if (!RegexUtils::isValid(expression.c_str())) {
-            note("Invalid regex: %S\n", expression.c_str());
+            fprintf_8(log, "Invalid regex: %S\n", expression.c_str());
             return false;
         }
         return RegexUtils::match(subject.c_str(), expression.c_str());

@@ -25,7 +25,6 @@ public:
 
 private:
     void parseConfigFile();
-    void note(const char* format, ...);
     void initValues();
     bool matchCmd(const std::basic_string<char16_t>& command, const std::basic_string<char16_t>& pattern);
     bool matchValue(const std::basic_string<char16_t>& subject, const std::basic_string<char16_t>& pattern);

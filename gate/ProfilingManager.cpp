@@ -308,13 +308,9 @@ FILE* ProfilingManager::getDiagnosticLog() {
 }
 
 void ProfilingManager::logDiagnostic(const char* format, ...) {
-    FILE* log = getDiagnosticLog();
-    if (log == nullptr) {
-        return;
-    }
     va_list args;
     va_start(args, format);
-    vfprintf_8(log, format, args);
+    vfprintf_8(getDiagnosticLog(), format, args);
     va_end(args);
 }
 

@@ -50,12 +50,18 @@ int snprintf_u16(char16_t* dst, unsigned long n, const char16_t* format, ...) {
 }
 
 int vfprintf_8(FILE* stream, const char* format, va_list args) {
+    if (stream == nullptr) {
+        return 0;
+    }
     CharPointers pointers;
     PatchPrintfArgs8(pointers, format, args);
     return std::vfprintf(stream, finalFormat8(format).c_str(), args);
 }
 
 int fprintf_8(FILE* stream, const char* format, ...) {
+    if (stream == nullptr) {
+        return 0;
+    }
     va_list args;
     va_start(args, format);
     CharPointers pointers;

@@ -1,7 +1,6 @@
 #include "policy/DirectiveGroupIndex.h"
 
 #include <algorithm>
-
 #include <cstring>
 
 #include "metadata/IMetaDataContext.h"
