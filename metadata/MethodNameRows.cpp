@@ -20,28 +20,59 @@ MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
     ULONG columns = 0;
     ULONG key = 0;
     const char* table = nullptr;
-    ULONG offset = 0;
-    ULONG size = 0;
     ULONG type = 0;
     const char* column = nullptr;
     if (import == nullptr ||
         FAILED(import->QueryInterface(IID_IMetaDataTables, reinterpret_cast<void**>(&tables))) ||
         FAILED(tables->GetTableInfo(kMethodTable, &rowSize, &rows, &columns, &key, &table)) ||
-        FAILED(tables->GetColumnInfo(kMethodTable, kNameColumn, &offset, &size, &type, &column)) ||
+        FAILED(tables->GetColumnInfo(kMethodTable, kNameColumn, &columnOffset, &columnSize, &type, &column)) ||
         table == nullptr || strcmp(table, "Method") != 0 || column == nullptr || strcmp(column, "Name") != 0) {
         tables = nullptr;
         rows = 0;
+        return;
+    }
+    findBlock(rowSize);
+}
+
+// A table written to since it was read keeps its rows in more than one block:
+// then the first, middle and last rows do not lie a row size apart.
+void MethodNameRows::findBlock(ULONG rowSize) {
+    if (rows == 0 || (columnSize != 2 && columnSize != 4) || columnOffset + columnSize > rowSize) {
+        return;
+    }
+    void* first = nullptr;
+    void* middle = nullptr;
+    void* last = nullptr;
+    const ULONG middleRow = (rows + 1) / 2;
+    if (FAILED(tables->GetRow(kMethodTable, 1, &first)) || FAILED(tables->GetRow(kMethodTable, middleRow, &middle)) ||
+        FAILED(tables->GetRow(kMethodTable, rows, &last)) || first == nullptr) {
+        return;
+    }
+    const auto* start = static_cast<const unsigned char*>(first);
+    if (static_cast<const unsigned char*>(middle) == start + static_cast<size_t>(middleRow - 1) * rowSize &&
+        static_cast<const unsigned char*>(last) == start + static_cast<size_t>(rows - 1) * rowSize) {
+        block = start;
+        stride = rowSize;
     }
 }
 
-HRESULT MethodNameRows::name(ULONG row, char16_t* buffer, ULONG size) {
-    ULONG index = 0;
-    const char* text = nullptr;
-    HRESULT hr = tables->GetColumn(kMethodTable, kNameColumn, row, &index);
-    if (SUCCEEDED(hr)) {
-        hr = tables->GetString(index, &text);
+ULONG MethodNameRows::nameIndex(ULONG row) {
+    if (block != nullptr) {
+        // Columns are little-endian, as in the file.
+        const unsigned char* cell = block + static_cast<size_t>(row - 1) * stride + columnOffset;
+        ULONG index = cell[0] | (static_cast<ULONG>(cell[1]) << 8);
+        if (columnSize == 4) {
+            index |= (static_cast<ULONG>(cell[2]) << 16) | (static_cast<ULONG>(cell[3]) << 24);
+        }
+        return index;
     }
-    if (SUCCEEDED(hr) && text != nullptr) {
+    ULONG index = 0;
+    return SUCCEEDED(tables->GetColumn(kMethodTable, kNameColumn, row, &index)) ? index : 0;
+}
+
+HRESULT MethodNameRows::name(ULONG row, ULONG index, char16_t* buffer, ULONG size) {
+    const char* text = nullptr;
+    if (index != 0 && SUCCEEDED(tables->GetString(index, &text)) && text != nullptr) {
         ULONG length = 0;
         for (; length + 1 < size && text[length] != 0 && static_cast<unsigned char>(text[length]) < 0x80; ++length) {
             buffer[length] = static_cast<char16_t>(text[length]);
@@ -51,7 +82,7 @@ HRESULT MethodNameRows::name(ULONG row, char16_t* buffer, ULONG size) {
             return S_OK;
         }
     }
-    // Beyond ASCII, or too long: the engine converts and cuts it.
+    // Beyond ASCII, too long, or unread: the engine converts and cuts it.
     ULONG length = 0;
     return import->GetMethodProps(TokenFromRid(row, mdtMethodDef), nullptr, buffer, size, &length, nullptr,
                                   nullptr, nullptr, nullptr, nullptr);

@@ -1,7 +1,9 @@
 // The method table of a scope read row by row, for a scan that looks at the
-// name of every method of a module: a plain ASCII name is read from the string
-// heap without a call into the metadata engine's locked interface, any other
-// name through GetMethodProps. Either way the name is the one
+// name of every method of a module. The name column is read straight from the
+// table when the scope keeps its rows in one block (it says where they are),
+// else through GetColumn; a plain ASCII name is read from the string heap
+// without a call into the metadata engine's locked interface, any other name
+// through GetMethodProps. Either way the name is the one
 // IMetaDataContext::getMethodName reads.
 //
 // Contract: the import outlives the reader; its scope is not written to while
@@ -18,12 +20,23 @@ public:
     // The scope offers its raw method table in the layout read here.
     bool usable() const { return tables.get() != nullptr; }
     ULONG count() const { return rows; }
-    // The name of a row (1 to count) in buffer, cut to size units with the
-    // terminator. The running status.
-    [[nodiscard]] HRESULT name(ULONG row, char16_t* buffer, ULONG size);
+    // The string-heap index of a row's (1 to count) name: rows that share a
+    // name share it. 0 when it cannot be read.
+    ULONG nameIndex(ULONG row);
+    // The name of a row, whose index nameIndex gave, in buffer, cut to size
+    // units with the terminator. The running status.
+    [[nodiscard]] HRESULT name(ULONG row, ULONG index, char16_t* buffer, ULONG size);
 
 private:
+    void findBlock(ULONG rowSize);
+
     IMetaDataImport* import;
     AutoCOMPointer<IMetaDataTables> tables;
     ULONG rows = 0;
+    // The rows in one block: the first row, the row size, where the name
+    // column lies in a row and its width (2 or 4 bytes).
+    const unsigned char* block = nullptr;
+    ULONG stride = 0;
+    ULONG columnOffset = 0;
+    ULONG columnSize = 0;
 };

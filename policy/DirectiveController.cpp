@@ -342,7 +342,7 @@ HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchCon
     // A class's methods stand together in the table.
     for (ULONG row = 1; SUCCEEDED(hr) && row <= rows.count() && !match.getGroups().empty(); ++row) {
         ++methodCount;
-        hr = rows.name(row, name, IMetaDataContext::kNameSize);
+        hr = rows.name(row, rows.nameIndex(row), name, IMetaDataContext::kNameSize);
         if (FAILED(hr) || !match.mayMatchName(name)) {
             continue;
         }
