@@ -15,7 +15,7 @@
 #include "rewrite/Instruction.h"
 #include "rewrite/Profiler.h"
 #include "offline/HostedRuntime.h"
-#include "support/ILVerifier.h"
+#include "support/DecodedBody.h"
 #include "support/RealAssemblies.h"
 #include "support/ProfilerInfoDouble.h"
 
@@ -130,7 +130,7 @@ void VerifyRewrittenBody(benchmark::State& state) {
         ULONG at = 1 + ((method.signature[0] & 0x10) != 0 ? CorSigUncompressData(method.signature + 1, 4, &generic) : 0);
         CorSigUncompressData(method.signature + at, method.signatureLength - at, &parameters);
         method.argumentCount = parameters + ((method.signature[0] & 0x20) != 0 ? 1 : 0);
-        method.returnsValue = ILVerifier::returnsValue(method.signature, method.signatureLength);
+        method.returnsValue = returnsValue({method.signature, method.signature + method.signatureLength});
         methods.push_back(method);
     }
     unsigned int refused = 0;

@@ -1,5 +1,5 @@
 // The checks every rewritten body must pass, independent of the builder:
-// the verifier's decode and stack simulation, one ret behind the shared exit,
+// one ret behind the shared exit,
 // the added clause outermost and last, the header, and the local signature
 // extended at its end only.
 #pragma once
@@ -36,13 +36,13 @@ inline LocalSignature localSignature(IMetaDataImport* import, uint32_t token) {
 
 }  // namespace rewrite_checks
 
-// Returns the verifier's result for further checks by the caller.
-inline ILVerifier::Result checkRewritten(ProfilerInfoDouble& info, Profiler& profiler, ModuleID module,
+// Returns the decoded body for further checks by the caller.
+inline DecodedBody checkRewritten(ProfilerInfoDouble& info, Profiler& profiler, ModuleID module,
                                          mdMethodDef method, const unsigned char* body, bool returnsValue) {
     using namespace rewrite_checks;
     IMetaDataImport* import = info.importOf(module);
-    ILVerifier::Result verified = ILVerifier::verify(body, import, returnsValue);
-    EXPECT_TRUE(verified.ok()) << std::hex << method << "\n" << verified.describe();
+    DecodedBody verified = DecodedBody::read(body);
+    EXPECT_TRUE(verified.ok()) << std::hex << method << " " << verified.error;
     if (!verified.ok()) return verified;
 
     EXPECT_TRUE(verified.fat);
@@ -54,23 +54,23 @@ inline ILVerifier::Result checkRewritten(ProfilerInfoDouble& info, Profiler& pro
     // tests for System.Exception, around all others.
     EXPECT_FALSE(verified.clauses.empty());
     if (verified.clauses.empty()) return verified;
-    const ILVerifier::Clause& added = verified.clauses.back();
+    const DecodedBody::Clause& added = verified.clauses.back();
     EXPECT_EQ(added.flags, 1u);
     EXPECT_EQ(added.handlerOffset + added.handlerLength, verified.codeSize);
     auto isinst = std::find_if(verified.instructions.begin(), verified.instructions.end(),
-                               [&](const ILVerifier::Instruction& i) {
+                               [&](const DecodedBody::Instruction& i) {
                                    return i.offset >= added.classOrFilter && i.opcode == 0x75;
                                });
     EXPECT_TRUE(isinst != verified.instructions.end() &&
                 isinst->operand == profiler.getTraceToken(Profiler::kExceptionToken));
     uint32_t tryEnd = added.tryOffset + added.tryLength;
     for (size_t i = 0; i + 1 < verified.clauses.size(); ++i) {
-        const ILVerifier::Clause& inner = verified.clauses[i];
+        const DecodedBody::Clause& inner = verified.clauses[i];
         uint32_t innerBegin = (inner.flags & 1) != 0 ? std::min(inner.classOrFilter, inner.tryOffset) : inner.tryOffset;
         EXPECT_GE(innerBegin, added.tryOffset);
         EXPECT_LE(inner.handlerOffset + inner.handlerLength, tryEnd);
     }
-    for (const ILVerifier::Instruction& instruction : verified.instructions) {
+    for (const DecodedBody::Instruction& instruction : verified.instructions) {
         if (instruction.opcode != 0x2A) continue;
         EXPECT_GE(instruction.offset, tryEnd) << "the ret stands behind the protected block";
         EXPECT_LT(instruction.offset, added.classOrFilter);

@@ -15,7 +15,7 @@
 #include "rewrite/Profiler.h"
 #include "runtime/Guids.h"
 #include "support/CapturedStream.h"
-#include "support/ILVerifier.h"
+#include "support/DecodedBody.h"
 #include "support/RealMetadataFixture.h"
 #include "support/RefusingProfilerController.h"
 
@@ -88,8 +88,7 @@ protected:
     }
 
     bool returnsValue(ModuleID module, mdMethodDef token) {
-        const auto signature = RealAssemblies::signatureOf(info->importOf(module), token);
-        return ILVerifier::returnsValue(signature.data(), static_cast<uint32_t>(signature.size()));
+        return ::returnsValue(RealAssemblies::signatureOf(info->importOf(module), token));
     }
 
     ModuleID shapes = 0;

@@ -1,6 +1,5 @@
 // Every method of the rewrite shapes and of framework assemblies rewritten
-// against real metadata opened for writing, each installed body checked by
-// the independent verifier.
+// against real metadata opened for writing, each installed body checked.
 #include <algorithm>
 #include <map>
 #include <string>
@@ -17,9 +16,9 @@ constexpr uint32_t kBox = 0x8C;
 constexpr uint32_t kLdobj = 0x71;
 
 // Calls of one token in order.
-unsigned int callsOf(const ILVerifier::Result& verified, uint32_t token) {
+unsigned int callsOf(const DecodedBody& verified, uint32_t token) {
     unsigned int n = 0;
-    for (const ILVerifier::Instruction& instruction : verified.instructions) {
+    for (const DecodedBody::Instruction& instruction : verified.instructions) {
         n += instruction.opcode == kCall && instruction.operand == token ? 1 : 0;
     }
     return n;
@@ -51,11 +50,11 @@ bool returnsByRef(IMetaDataImport* import, mdMethodDef method) {
 class TraceInjection : public RewriteFixture {
 protected:
     // The checks of a rewritten shape; a refused one fails the test.
-    ILVerifier::Result verified(const Rewrite& outcome) {
+    DecodedBody verified(const Rewrite& outcome) {
         EXPECT_EQ(outcome.hr, S_OK) << "stage " << outcome.step;
         if (FAILED(outcome.hr)) {
-            ILVerifier::Result refused;
-            refused.errors.push_back("not rewritten");
+            DecodedBody refused;
+            refused.error = "not rewritten";
             return refused;
         }
         return checkRewritten(*info, *profiler, shapes, outcome.method, outcome.body,
@@ -111,12 +110,12 @@ TEST_F(TraceInjection, ExitsMeetAtOneRetAndClausesStayInside) {
     LPCBYTE original = nullptr;
     ULONG size = 0;
     info->GetILFunctionBody(shapes, many.method, &original, &size);
-    EXPECT_GE(ILVerifier::verify(original, info->importOf(shapes), true).count(0x2A), 2u) << "needs several rets";
+    EXPECT_GE(DecodedBody::read(original).count(0x2A), 2u) << "needs several rets";
     EXPECT_EQ(verified(many).count(0x2A), 1u);
     // A switch whose cases return keeps its table aimed at instructions.
     EXPECT_EQ(verified(rewrite(u"RewriteShapes.Shapes", u"Switch")).count(0x45), 1u);
     // Nested try, catch with filter and finally stay ahead of the added clause.
-    ILVerifier::Result nested = verified(rewrite(u"RewriteShapes.Shapes", u"Nested"));
+    DecodedBody nested = verified(rewrite(u"RewriteShapes.Shapes", u"Nested"));
     ASSERT_EQ(nested.clauses.size(), 4u);
     EXPECT_EQ(nested.clauses[0].flags, 1u) << "the filter clause";
     EXPECT_EQ(nested.clauses[1].flags, 2u) << "the finally clause";
@@ -125,11 +124,11 @@ TEST_F(TraceInjection, ExitsMeetAtOneRetAndClausesStayInside) {
 TEST_F(TraceInjection, ConstructorsTraceBehindTheBaseCallAndStructsBoxCopiesOfThis) {
     // With a base call: the code up to and including it stays outside the
     // protected block.
-    ILVerifier::Result withBase = verified(rewrite(u"RewriteShapes.Derived", u".ctor", 0));
+    DecodedBody withBase = verified(rewrite(u"RewriteShapes.Derived", u".ctor", 0));
     auto call = std::find_if(withBase.instructions.begin(), withBase.instructions.end(),
-                             [](const ILVerifier::Instruction& i) { return i.opcode == kCall; });
+                             [](const DecodedBody::Instruction& i) { return i.opcode == kCall; });
     ASSERT_NE(call, withBase.instructions.end());
-    const ILVerifier::Instruction& baseCall = *call;
+    const DecodedBody::Instruction& baseCall = *call;
     EXPECT_EQ(RealAssemblies::nameOf(info->importOf(shapes), static_cast<mdToken>(baseCall.operand)), ".ctor");
     EXPECT_EQ(withBase.clauses.back().tryOffset, baseCall.offset + 5);
     EXPECT_EQ((call + 1)->operand, context->getMethodID()) << "the method id for initTrace right behind the base call";
@@ -145,7 +144,7 @@ TEST_F(TraceInjection, ConstructorsTraceBehindTheBaseCallAndStructsBoxCopiesOfTh
     EXPECT_NE(logText().find("Parent Class is ValueType @ ["), std::string::npos);
 
     // A struct method: a boxed copy of this at the entry and after the body.
-    ILVerifier::Result boxed = verified(rewrite(u"RewriteShapes.Point", u"Sum"));
+    DecodedBody boxed = verified(rewrite(u"RewriteShapes.Point", u"Sum"));
     mdTypeDef point_ = typeIn(shapes, {u"RewriteShapes.Point"});
     unsigned int copies = 0;
     for (size_t i = 0; i + 2 < boxed.instructions.size(); ++i) {
@@ -160,7 +159,7 @@ TEST_F(TraceInjection, ConstructorsTraceBehindTheBaseCallAndStructsBoxCopiesOfTh
               "finishValueTypeTrace");
 
     // A generic struct names itself through a TypeSpec over its own parameters.
-    ILVerifier::Result generic = verified(rewrite(u"RewriteShapes.Pair`2", u"GetFirst"));
+    DecodedBody generic = verified(rewrite(u"RewriteShapes.Pair`2", u"GetFirst"));
     bool namedBySpec = std::any_of(generic.instructions.begin(), generic.instructions.end(), [](const auto& i) {
         return i.opcode == kLdobj && TypeFromToken(static_cast<mdToken>(i.operand)) == mdtTypeSpec;
     });
@@ -238,7 +237,7 @@ TEST_P(FrameworkRewrite, EveryBodyVerifiesOrIsRefusedForNativeIntegers) {
         Rewrite outcome = rewrite(module, token);
         if (outcome.hr == S_OK) {
             ++rewritten;
-            ILVerifier::Result verified =
+            DecodedBody verified =
                 checkRewritten(*info, *profiler, module, token, outcome.body, returnsValue(module, token));
             if (!verified.ok() || HasFailure()) {
                 ADD_FAILURE() << info->bodiesOf(module).methodName(body.methodRow);
