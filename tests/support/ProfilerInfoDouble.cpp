@@ -198,6 +198,7 @@ HRESULT ProfilerInfoDouble::ApplyMetaData(ModuleID moduleId) {
 
 HRESULT ProfilerInfoDouble::EnumModules(ICorProfilerModuleEnum** ppEnum) {
     count("EnumModules");
+    if (FAILED(modulesResult)) return modulesResult;
     *ppEnum = new EmptyEnumerator<ICorProfilerModuleEnum, ModuleID>();
     return S_OK;
 }

@@ -54,6 +54,8 @@ public:
     void failNextAlloc(void* address) { allocFailure = address; allocFails = true; }
     // When set to a failure, GetModuleMetaData answers with it.
     HRESULT metaDataResult = S_OK;
+    // When set to a failure, EnumModules answers with it.
+    HRESULT modulesResult = S_OK;
 
     ULONG Release() override;
 

@@ -88,4 +88,17 @@ TEST(Initialize, OldCoreRuntimeIsRefusedFromBuild22221On) {
     }
 }
 
+TEST(Initialize, AttachThatCannotListTheLoadedModulesIsRefused) {
+    StartupSetup setup;
+    setup.attach = true;
+    setup.makeInfo = [] {
+        auto* info = new ProfilerInfoDouble();
+        info->modulesResult = E_FAIL;
+        return info;
+    };
+    StartupOutcome outcome = runStartup(setup);
+    EXPECT_EQ(outcome.result, static_cast<HRESULT>(0x80131375)) << outcome.log;
+    EXPECT_NE(outcome.log.find("Failed to attach TMS Agent with 0x80004005\n"), std::string::npos) << outcome.log;
+}
+
 }  // namespace
