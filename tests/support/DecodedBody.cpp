@@ -1,55 +1,25 @@
 #include "DecodedBody.h"
 
+#include <memory>
+
 #include "rewrite/CorSig.h"
 #include "rewrite/ILDecoder.h"
+#include "rewrite/IMethodBuffer.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorMetadataEnums.h"
 
-namespace {
-
-uint32_t little(const unsigned char* bytes, unsigned int width) {
-    uint32_t value = 0;
-    for (unsigned int i = width; i > 0; --i) value = value << 8 | bytes[i - 1];
-    return value;
-}
-
-// The extra sections behind the code: clause tables, small or fat.
-void readClauses(const unsigned char* section, DecodedBody& out) {
-    for (bool more = true; more;) {
-        const unsigned char kind = section[0];
-        const bool fatSection = (kind & 0x40) != 0;
-        const uint32_t size = fatSection ? little(section + 1, 3) : section[1];
-        const unsigned int entry = fatSection ? 24 : 12;
-        for (uint32_t at = 4; at + entry <= size; at += entry) {
-            const unsigned char* c = section + at;
-            out.clauses.push_back(fatSection ? DecodedBody::Clause{little(c, 4), little(c + 4, 4), little(c + 8, 4),
-                                                                   little(c + 12, 4), little(c + 16, 4), little(c + 20, 4)}
-                                             : DecodedBody::Clause{little(c, 2), little(c + 2, 2), c[4], little(c + 5, 2),
-                                                                   c[7], little(c + 8, 4)});
-        }
-        more = (kind & 0x80) != 0;
-        section += (size + 3) & ~3u;
-    }
-}
-
-}  // namespace
-
 DecodedBody DecodedBody::read(const unsigned char* body) {
     DecodedBody out;
-    const unsigned char* code = body + 1;
-    if ((body[0] & 3) == 2) {
-        out.codeSize = body[0] >> 2;
-        out.maxStack = 8;
-    } else {
-        out.fat = true;
-        out.flags = little(body, 2) & 0xFFF;
-        out.maxStack = little(body + 2, 2);
-        out.codeSize = little(body + 4, 4);
-        out.localSigToken = little(body + 8, 4);
-        code = body + 4 * (body[1] >> 4);
-    }
+    std::unique_ptr<IMethodBuffer> buffer(IMethodBuffer::newInstance(body));
+    const IMAGE_COR_ILMETHOD_FAT& header = buffer->getHeader()->Fat;
+    out.fat = !buffer->isTinyHeader();
+    out.flags = out.fat ? header.Flags : 0;
+    out.maxStack = out.fat ? header.MaxStack : 8;
+    out.localSigToken = out.fat ? header.LocalVarSigTok : 0;
+    out.codeSize = buffer->getCodeSize();
+    out.clauses = clausesOf(*buffer);
     std::vector<InstructionPtr> decoded;
-    if (FAILED(ILDecoder::decode(code, out.codeSize, decoded))) {
+    if (FAILED(ILDecoder::decode(buffer->getCode(), out.codeSize, decoded))) {
         out.error = "the code does not decode";
         return out;
     }
@@ -64,10 +34,22 @@ DecodedBody DecodedBody::read(const unsigned char* body) {
         }
         offset += instruction->size();
     }
-    if ((out.flags & 0x8) != 0) {
-        readClauses(code + ((out.codeSize + 3) & ~3u), out);
-    }
     return out;
+}
+
+std::vector<DecodedBody::Clause> DecodedBody::clausesOf(IMethodBuffer& buffer) {
+    std::vector<Clause> clauses;
+    IMAGE_COR_ILMETHOD_SECT_EH* eh = buffer.getEH();
+    for (unsigned int i = 0; i < buffer.getEHClauses(); ++i) {
+        if (buffer.isSmallEH()) {
+            const auto& c = eh->Small.Clauses[i];
+            clauses.push_back({c.Flags, c.TryOffset, c.TryLength, c.HandlerOffset, c.HandlerLength, c.ClassToken});
+        } else {
+            const auto& c = eh->Fat.Clauses[i];
+            clauses.push_back({c.Flags, c.TryOffset, c.TryLength, c.HandlerOffset, c.HandlerLength, c.ClassToken});
+        }
+    }
+    return clauses;
 }
 
 unsigned int DecodedBody::count(uint32_t opcode) const {

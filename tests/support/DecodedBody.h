@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+class IMethodBuffer;
+
 struct DecodedBody {
     struct Instruction {
         uint32_t offset;
@@ -34,6 +36,7 @@ struct DecodedBody {
     std::vector<Clause> clauses;
 
     static DecodedBody read(const unsigned char* body);
+    static std::vector<Clause> clausesOf(IMethodBuffer& buffer);
     bool ok() const { return error.empty(); }
     // Instructions with that opcode.
     unsigned int count(uint32_t opcode) const;

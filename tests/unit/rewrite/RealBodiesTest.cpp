@@ -10,6 +10,7 @@
 #include "rewrite/IMethodBuilder.h"
 #include "rewrite/InstructionFactory.h"
 #include "support/AssemblyBodies.h"
+#include "support/DecodedBody.h"
 
 namespace {
 
@@ -80,22 +81,11 @@ Shape shapeOf(IMethodBuffer& buffer) {
     auto at = [&](unsigned long position) -> unsigned long {
         return position <= size && ordinalAt[position] >= 0 ? ordinalAt[position] : ~0ul;
     };
-    IMAGE_COR_ILMETHOD_SECT_EH* eh = buffer.getEH();
-    for (unsigned int i = 0; i < buffer.getEHClauses(); ++i) {
-        unsigned int flags, tryOffset, tryLength, handlerOffset, handlerLength, extra;
-        if (buffer.isSmallEH()) {
-            const auto& c = eh->Small.Clauses[i];
-            flags = c.Flags, tryOffset = c.TryOffset, tryLength = c.TryLength;
-            handlerOffset = c.HandlerOffset, handlerLength = c.HandlerLength, extra = c.ClassToken;
-        } else {
-            const auto& c = eh->Fat.Clauses[i];
-            flags = c.Flags, tryOffset = c.TryOffset, tryLength = c.TryLength;
-            handlerOffset = c.HandlerOffset, handlerLength = c.HandlerLength, extra = c.ClassToken;
-        }
-        bool filter = (flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0;
-        shape.clauses.push_back({flags, at(tryOffset), at(static_cast<unsigned long>(tryOffset) + tryLength),
-                                 at(handlerOffset), at(static_cast<unsigned long>(handlerOffset) + handlerLength),
-                                 filter ? at(extra) : extra});
+    for (const DecodedBody::Clause& c : DecodedBody::clausesOf(buffer)) {
+        bool filter = (c.flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0;
+        shape.clauses.push_back({c.flags, at(c.tryOffset), at(static_cast<unsigned long>(c.tryOffset) + c.tryLength),
+                                 at(c.handlerOffset), at(static_cast<unsigned long>(c.handlerOffset) + c.handlerLength),
+                                 filter ? at(c.classOrFilter) : c.classOrFilter});
     }
     shape.valid = true;
     return shape;
