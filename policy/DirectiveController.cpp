@@ -32,18 +32,14 @@ IDirectiveController* IDirectiveController::newInstance(FILE* log) {
 DirectiveController::DirectiveController(FILE* log)
     : log(log), cache(new DirectiveMatchingCache(kDefaultCacheSize)) {}
 
-DirectiveController::~DirectiveController() {
-    for (auto& [name, group] : groups) {
-        delete group;
-    }
-}
+DirectiveController::~DirectiveController() = default;
 
 IDirectiveGroup* DirectiveController::getDirectiveGroup(const char16_t* name) {
     if (name == nullptr) {
         return nullptr;
     }
     auto found = groups.find(name);
-    return found == groups.end() ? nullptr : found->second;
+    return found == groups.end() ? nullptr : found->second.get();
 }
 
 IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
@@ -51,11 +47,11 @@ IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
         return nullptr;
     }
     indexStale = true;
-    IDirectiveGroup*& group = groups[name];
+    std::unique_ptr<IDirectiveGroup>& group = groups[name];
     if (group == nullptr) {
-        group = new MatchingDirectiveGroup(name);
+        group = std::make_unique<MatchingDirectiveGroup>(name);
     }
-    return group;
+    return group.get();
 }
 
 IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
@@ -108,11 +104,11 @@ IDirectiveMatchResult* DirectiveController::shouldMonitorResult(IMetaDataContext
                 continue;
             }
             if (group->skip(context)) {
-                skipped.push_back(group);
+                skipped.push_back(group.get());
             } else if (group->match(context)) {
-                matched.push_back(group);
+                matched.push_back(group.get());
             } else {
-                unmatched.push_back(group);
+                unmatched.push_back(group.get());
             }
         }
     }
@@ -274,8 +270,8 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
     DirectiveGroupIndex::Candidates candidates;
     groupIndex().candidates(assembly, className, candidates, meeting == Meeting::All);
     for (DirectiveGroupIndex::Entry* candidate : candidates) {
-        if (match.accepts(candidate->second) && candidate->second->matchClass(context)) {
-            matched.push_back(candidate->second);
+        if (match.accepts(candidate->second.get()) && candidate->second->matchClass(context)) {
+            matched.push_back(candidate->second.get());
         }
     }
     return hr;

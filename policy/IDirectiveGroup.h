@@ -6,6 +6,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 
 #include "metadata/IMetaDataContext.h"
@@ -47,4 +48,4 @@ public:
 
 // Groups by name, in ascending order of code units: the order in which they
 // are asked.
-using DirectiveGroupMap = std::map<std::u16string, IDirectiveGroup*>;
+using DirectiveGroupMap = std::map<std::u16string, std::unique_ptr<IDirectiveGroup>>;

@@ -18,8 +18,8 @@ void MatchContext::selectGroups(const DirectiveGroupIndex::Candidates& groups, c
     assembly = anyAssembly ? u"" : moduleAssembly;
     selected.clear();
     for (const DirectiveGroupIndex::Entry* entry : groups) {
-        if (accepts(entry->second)) {
-            selected.push_back(entry->second);
+        if (accepts(entry->second.get())) {
+            selected.push_back(entry->second.get());
         }
     }
 }

@@ -31,7 +31,7 @@ protected:
         auto* made = new MatchingDirectiveGroup(name);
         made->setActive(true);
         made->setCreated();
-        controller->getGroups()[name] = made;
+        controller->getGroups()[name].reset(made);
         return made;
     }
 
