@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 
 #include "runtime/CorTypes.h"
 
@@ -36,11 +37,11 @@ struct PerThreadEnclosingData {
     uint32_t depth = 1;
     int64_t startTime = 0;
     uint32_t startTick = 0;
-    std::map<FunctionID, MethodData*> methods;  // owned
+    std::map<FunctionID, MethodData> methods;
 };
 
 // The enclosing methods running on one thread, by unique identifier.
-using ThreadData = std::map<unsigned long, PerThreadEnclosingData*>;
+using ThreadData = std::map<unsigned long, std::unique_ptr<PerThreadEnclosingData>>;
 
 // The identifier of a method across classes: the plain sum, collisions accepted.
 inline unsigned long GetUniqueClassMethodId(unsigned long classId, unsigned int methodToken) {

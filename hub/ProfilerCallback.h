@@ -263,10 +263,10 @@ private:
     MultipleReaderSingleWriter functionLock;
     // The method trace registry. Keys of classIdentifiers compare as
     // pointers: each registration adds an entry.
-    std::map<ThreadID, ThreadData*> threadData;
+    std::map<ThreadID, std::unique_ptr<ThreadData>> threadData;
     std::map<char16_t*, unsigned long> classIdentifiers;
-    std::map<FunctionID, FunctionData*> functionData;
-    std::map<mdTypeDef, char16_t*> classNames;
+    std::map<FunctionID, std::unique_ptr<FunctionData>> functionData;
+    std::map<mdTypeDef, std::u16string> classNames;
     // What the profiler did and what it cost, written at shutdown.
     ProfilerAccount account;
 };

@@ -75,7 +75,7 @@ FunctionData* ProfilerCallback::getFunctionData(const char16_t* className, unsig
     ReadHeld held(functionLock);
     FunctionData* last = nullptr;
     for (const auto& [functionId, data] : functionData) {
-        last = data;
+        last = data.get();
         if (data->methodToken == token && data->className != nullptr && className != nullptr &&
             std::u16string_view(data->className) == std::u16string_view(className)) {
             break;
@@ -135,42 +135,33 @@ void ProfilerCallback::MarkEnteredEnclosingMethod(unsigned long classId, unsigne
     {
         ReadHeld held(threadLock);
         auto found = threadData.find(thread);
-        books = found != threadData.end() ? found->second : nullptr;
+        books = found != threadData.end() ? found->second.get() : nullptr;
     }
     if (books == nullptr) {
-        books = new ThreadData();
+        auto made = std::make_unique<ThreadData>();
         WriteHeld held(threadLock);
-        threadData.emplace(thread, books);
+        books = threadData.emplace(thread, std::move(made)).first->second.get();
     }
-    auto* slot = new PerThreadEnclosingData();
+    auto slot = std::make_unique<PerThreadEnclosingData>();
     slot->startTime = startTime;
     slot->startTick = GetTickCount();
     // The thread owns its books. A second entry of the same method keeps the first.
-    if (!books->emplace(uniqueId, slot).second) {
-        delete slot;
-    }
+    books->emplace(uniqueId, std::move(slot));
 }
 
 void ProfilerCallback::MarkExitEnclosingMethod(unsigned long classId, unsigned int token) {
     const unsigned long uniqueId = GetUniqueClassMethodId(classId, token);
     const ThreadID thread = currentThread(profilerInfo.get(), &profilerLock);
-    PerThreadEnclosingData* slot = nullptr;
-    {
-        ReadHeld held(threadLock);
-        auto books = threadData.find(thread);
-        if (books != threadData.end()) {
-            auto found = books->second->find(uniqueId);
-            if (found != books->second->end()) {
-                slot = found->second;
-                books->second->erase(found);
-            }
+    // Taken out under the lock, the books go when this returns.
+    std::unique_ptr<PerThreadEnclosingData> slot;
+    ReadHeld held(threadLock);
+    auto books = threadData.find(thread);
+    if (books != threadData.end()) {
+        auto found = books->second->find(uniqueId);
+        if (found != books->second->end()) {
+            slot = std::move(found->second);
+            books->second->erase(found);
         }
-    }
-    if (slot != nullptr) {
-        for (auto& [function, record] : slot->methods) {
-            delete record;
-        }
-        delete slot;
     }
 }
 
@@ -186,7 +177,7 @@ PerThreadEnclosingData* ProfilerCallback::GetExecutingEnclosingMethodDataSlot(un
         return nullptr;
     }
     auto found = books->second->find(uniqueId);
-    return found != books->second->end() ? found->second : nullptr;
+    return found != books->second->end() ? found->second.get() : nullptr;
 }
 
 int ProfilerCallback::GetTraceData(unsigned long classId, unsigned int token, MethodData* out, int maximum) {
@@ -196,18 +187,18 @@ int ProfilerCallback::GetTraceData(unsigned long classId, unsigned int token, Me
     }
     int count = 0;
     for (auto& [function, record] : slot->methods) {
-        if (record->index >= static_cast<uint32_t>(std::max(maximum, 0))) {
+        if (record.index >= static_cast<uint32_t>(std::max(maximum, 0))) {
             continue;
         }
-        MethodData& copy = out[record->index];
-        copy.index = record->index;
-        copy.startTime = record->startTime;
-        copy.endTime = record->endTime;
-        copy.depth = record->depth;
-        copy.methodId = record->methodId;
+        MethodData& copy = out[record.index];
+        copy.index = record.index;
+        copy.startTime = record.startTime;
+        copy.endTime = record.endTime;
+        copy.depth = record.depth;
+        copy.methodId = record.methodId;
         // The agent sees the state before this call: new, or seen while running.
-        copy.state = record->state;
-        record->state = record->endTime > 0 ? 2 : 1;
+        copy.state = record.state;
+        record.state = record.endTime > 0 ? 2 : 1;
         ++count;
     }
     return count;
@@ -234,10 +225,12 @@ FunctionData* ProfilerCallback::MapFunction(FunctionID functionId, BOOL* hookFun
         WriteHeld written(functionLock);
         auto name = classNames.find(typeDef);
         if (name == classNames.end() && className != nullptr) {
-            name = classNames.emplace(typeDef, strdup_u16(className)).first;
+            name = classNames.emplace(typeDef, className).first;
         }
-        data = new FunctionData {functionId, methodToken, name != classNames.end() ? name->second : nullptr, false, 0};
-        functionData[functionId] = data;
+        auto& made = functionData[functionId];
+        made.reset(new FunctionData {functionId, methodToken, name != classNames.end() ? name->second.c_str() : nullptr,
+                                     false, 0});
+        data = made.get();
     } else {
         *hookFunction = FALSE;
     }
@@ -260,19 +253,18 @@ void ProfilerCallback::FunctionEntered(FunctionData* function) {
         if (slot == nullptr) {
             return;
         }
-        auto found = slot->methods.find(function->functionId);
-        if (found != slot->methods.end()) {
-            ++found->second->active;
+        auto [found, added] = slot->methods.try_emplace(function->functionId);
+        MethodData& record = found->second;
+        if (!added) {
+            ++record.active;
             return;
         }
-        auto* record = new MethodData {};
-        record->index = slot->nextIndex++;
-        record->depth = slot->depth++;
-        record->methodId =
+        record.index = slot->nextIndex++;
+        record.depth = slot->depth++;
+        record.methodId =
             GetUniqueClassMethodId(GetClassIdFromClassName(const_cast<char16_t*>(function->className)), function->methodToken);
-        record->startTime = GetMillisecondTime(slot->startTime, slot->startTick);
-        record->active = 1;
-        slot->methods.emplace(function->functionId, record);
+        record.startTime = GetMillisecondTime(slot->startTime, slot->startTick);
+        record.active = 1;
     } catch (...) {
         // A hook never disturbs the method it times.
     }
@@ -288,30 +280,23 @@ void ProfilerCallback::FunctionLeft(FunctionData* function) {
         if (found == slot->methods.end()) {
             return;
         }
-        MethodData* record = found->second;
+        MethodData& record = found->second;
         // A method entered again after it ended keeps its first end.
-        if (record->active == 1 && record->endTime == 0) {
-            record->endTime = GetMillisecondTime(slot->startTime, slot->startTick);
+        if (record.active == 1 && record.endTime == 0) {
+            record.endTime = GetMillisecondTime(slot->startTime, slot->startTick);
             --slot->depth;
         }
-        --record->active;
+        --record.active;
     } catch (...) {
         // A hook never disturbs the method it times.
     }
 }
 
-// The registry's records go with the object; no hook can run once it is gone.
+// The registered class names go with the object (the other records are owned
+// by their maps); no hook can run once it is gone.
 void ProfilerCallback::releaseRegistry() {
     for (auto& [name, classId] : classIdentifiers) delete[] name;
-    for (auto& [typeDef, name] : classNames) free(name);
-    for (auto& [functionId, data] : functionData) delete data;
-    for (auto& [thread, books] : threadData) {
-        for (auto& [uniqueId, slot] : *books) {
-            for (auto& [function, record] : slot->methods) delete record;
-            delete slot;
-        }
-        delete books;
-    }
+    classIdentifiers.clear();
 }
 
 UINT_PTR TarnFunctionIDMapper(FunctionID functionId, BOOL* hookFunction) {
