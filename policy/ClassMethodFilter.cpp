@@ -26,19 +26,7 @@ void namespaceOf(const char16_t* className, char16_t* space) {
     space[cut] = 0;
 }
 
-void deleteMatchers(ClassMethodMatcherMap& map) {
-    map.forEach([](const char16_t*, IMethodMatcher*& matcher) {
-        delete matcher;
-        matcher = nullptr;
-    });
-}
-
 }  // namespace
-
-ClassMethodFilter::~ClassMethodFilter() {
-    deleteMatchers(methodsForClass);
-    deleteMatchers(methodForClassExceptions);
-}
 
 void ClassMethodFilter::addAssemblySkipRule(const char16_t* name) {
     if (name == nullptr) {
@@ -93,9 +81,9 @@ void ClassMethodFilter::addMethodForClass(ClassMethodMatcherMap& map, const char
     if (className == nullptr) {
         return;
     }
-    IMethodMatcher*& matcher = map[className];
+    std::unique_ptr<IMethodMatcher>& matcher = map[className];
     if (matcher == nullptr) {
-        matcher = new MethodMatcher();
+        matcher = std::make_unique<MethodMatcher>();
     }
     matcher->addMethodRule(methodName);
 }
@@ -107,12 +95,12 @@ bool ClassMethodFilter::checkMethodForClass(ClassMethodMatcherMap& map, IMetaDat
         return false;
     }
     if (map.hasQualified()) {
-        IMethodMatcher** matcher = map.find(makeFullySpecifiedClassString(assembly, className).c_str());
+        auto* matcher = map.find(makeFullySpecifiedClassString(assembly, className).c_str());
         if (matcher != nullptr && *matcher != nullptr && (*matcher)->matchMethod(context)) {
             return true;
         }
     }
-    IMethodMatcher** matcher = map.find(className);
+    auto* matcher = map.find(className);
     return matcher != nullptr && *matcher != nullptr && (*matcher)->matchMethod(context);
 }
 
@@ -208,10 +196,10 @@ void ClassMethodFilter::logFilter(FILE* stream) {
     methods.forEach([stream](const char16_t* item) { fprintf_u16(stream, u"\t ! method: %s\n", item); });
     classExceptions.forEach(
         [stream](const char16_t* item) { fprintf_u16(stream, u"\t ! method exception: %s\n", item); });
-    methodsForClass.forEach([stream](const char16_t* key, IMethodMatcher*&) {
+    methodsForClass.forEach([stream](const char16_t* key, const std::unique_ptr<IMethodMatcher>&) {
         fprintf_u16(stream, u"\t ! method for class: %s\n", key);
     });
-    methodForClassExceptions.forEach([stream](const char16_t* key, IMethodMatcher*&) {
+    methodForClassExceptions.forEach([stream](const char16_t* key, const std::unique_ptr<IMethodMatcher>&) {
         fprintf_u16(stream, u"\t ! method for class exception: %s\n", key);
     });
 }

@@ -14,7 +14,7 @@ public:
     ClassMethodFilter() = default;
     ClassMethodFilter(const ClassMethodFilter&) = delete;
     ClassMethodFilter& operator=(const ClassMethodFilter&) = delete;
-    ~ClassMethodFilter() override;
+    ~ClassMethodFilter() override = default;
 
     void addAssemblySkipRule(const char16_t* name) override;
     void addAssemblyPrefixSkipRule(const char16_t* prefix) override;

@@ -5,7 +5,7 @@ bool ClassMethodMatcherMap::hasQualified() {
     if (countedSize != entries) {
         countedSize = entries;
         qualifiedCount = 0;
-        forEach([this](const char16_t* key, IMethodMatcher*&) {
+        forEach([this](const char16_t* key, const std::unique_ptr<IMethodMatcher>&) {
             if (key[0] == u'[') {
                 ++qualifiedCount;
             }
