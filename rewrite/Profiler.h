@@ -17,6 +17,7 @@
 #include "rewrite/IMethodBlobInputStream.h"
 #include "rewrite/IMethodBuffer.h"
 #include "rewrite/IMethodBuilder.h"
+#include "rewrite/ILEmitter.h"
 #include "rewrite/IProfiler.h"
 #include "rewrite/ITypeTokenGetter.h"
 #include "rewrite/IValueTypeSpecTokenGetter.h"
@@ -132,21 +133,20 @@ private:
     [[nodiscard]] HRESULT checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwner);
     [[nodiscard]] HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
                                 unsigned int* sigToken, unsigned int* count);
-    [[nodiscard]] HRESULT insertAt(unsigned int* index, Opcode opcode, unsigned long operand = 0, unsigned int target = 0);
-    [[nodiscard]] HRESULT insertLabel(unsigned int* index, unsigned int label);
     [[nodiscard]] HRESULT getClassToken(unsigned int* token);
     [[nodiscard]] HRESULT refuseUnwrappableCode();
     [[nodiscard]] HRESULT findBaseConstructorCall(unsigned int* index);
     static unsigned int classOf(IMetaDataImport* import, unsigned int token);
-    [[nodiscard]] HRESULT insertParameters(unsigned int* index);
-    [[nodiscard]] HRESULT insertParameter(unsigned int* index, unsigned int argument, unsigned int first);
+    void boxedCopy(ILEmitter& il);
+    void insertParameters(ILEmitter& il);
+    [[nodiscard]] HRESULT insertParameter(ILEmitter& il, unsigned int argument, unsigned int first);
     bool findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport>& otherScope, IMetaDataImport** scope,
                         unsigned int* definition);
     bool definitionHasAttribute(unsigned int token, const char16_t* attribute);
     bool isByRefLikeType(unsigned int token);
     bool isStackOnlyType(unsigned int token);
     bool mayBeByRefLike(unsigned char type, IMethodBlobInputStream* stream, unsigned int index);
-    [[nodiscard]] HRESULT insertResultBoxing(unsigned int* index);
+    void insertResultBoxing(ILEmitter& il);
 
     [[nodiscard]] HRESULT getPrimativeToken(unsigned char elementType, unsigned int* token);
     [[nodiscard]] HRESULT getVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);

@@ -174,16 +174,6 @@ HRESULT Profiler::verifyBody() {
     return hr;
 }
 
-HRESULT Profiler::insertAt(unsigned int* index, Opcode opcode, unsigned long operand, unsigned int target) {
-    HRESULT hr = builder->insertIL(*index, opcode, operand, target);
-    if (SUCCEEDED(hr)) ++*index;
-    return hr;
-}
-
-HRESULT Profiler::insertLabel(unsigned int* index, unsigned int label) {
-    return insertAt(index, Opcode::OPCODE_LABEL, label);
-}
-
 HRESULT Profiler::updateOriginalCode() {
     builder->copyHeader(buffer->getHeader());
     HRESULT hr = builder->insertIL(0, buffer->getCode(), buffer->getCodeSize());
@@ -300,14 +290,15 @@ static HRESULT entryIndex(IMethodBuilder* builder, bool constructor, unsigned in
 
 HRESULT Profiler::updateInitTrace() {
     unsigned int index = 0;
-    HRESULT hr = entryIndex(builder.get(), context->isInstanceTypeInitializer(), &index);
-    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_INIT_TRACE);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldc_i4, context->getMethodID());
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kInitToken]);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::stloc, traceLocal);
-    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_INIT_TRACE_END);
+    const HRESULT hr = entryIndex(builder.get(), context->isInstanceTypeInitializer(), &index);
+    ILEmitter il(builder.get(), index, hr);
+    il.label(LABEL_INIT_TRACE)
+        .op(Opcode::ldc_i4, context->getMethodID())
+        .op(Opcode::call, traceTokens[kInitToken])
+        .op(Opcode::stloc, traceLocal)
+        .label(LABEL_INIT_TRACE_END);
     minStack = atLeast(minStack, 1);
-    return hr;
+    return il.status();
 }
 
 HRESULT Profiler::updateCorTrace() {
@@ -315,16 +306,17 @@ HRESULT Profiler::updateCorTrace() {
     // Until the agent has recorded its first operations the method stays
     // untraced: the field guards the call of initTrace.
     unsigned int index = 0;
-    HRESULT hr = entryIndex(builder.get(), context->isInstanceTypeInitializer(), &index);
-    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_COR_TRACE);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldsfld, hijackTokens[0]);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldc_i4_1);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::bgt_s, 0, LABEL_COR_TRACE_READY);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldc_i4_0);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::stloc_s, traceLocal);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::br_s, 0, LABEL_INIT_TRACE_END);
-    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_COR_TRACE_READY);
-    return hr;
+    const HRESULT hr = entryIndex(builder.get(), context->isInstanceTypeInitializer(), &index);
+    ILEmitter il(builder.get(), index, hr);
+    il.label(LABEL_COR_TRACE)
+        .op(Opcode::ldsfld, hijackTokens[0])
+        .op(Opcode::ldc_i4_1)
+        .jump(Opcode::bgt_s, LABEL_COR_TRACE_READY)
+        .op(Opcode::ldc_i4_0)
+        .op(Opcode::stloc_s, traceLocal)
+        .jump(Opcode::br_s, LABEL_INIT_TRACE_END)
+        .label(LABEL_COR_TRACE_READY);
+    return il.status();
 }
 
 HRESULT Profiler::getClassToken(unsigned int* token) {
@@ -338,46 +330,40 @@ HRESULT Profiler::getClassToken(unsigned int* token) {
 HRESULT Profiler::updateStartTrace() {
     int found = builder->findLabel(LABEL_INIT_TRACE_END);
     if (found < 0) return E_UNEXPECTED;
-    unsigned int index = static_cast<unsigned int>(found) + 1;
-    HRESULT hr = insertLabel(&index, LABEL_START_TRACE);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldloc, traceLocal);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::brfalse, 0, LABEL_START_TRACE_END);
-    if (SUCCEEDED(hr) && hasThis) hr = insertAt(&index, Opcode::ldarg_0);
-    if (SUCCEEDED(hr) && hasThis && isValueType) {
-        unsigned int classToken = 0;
-        hr = getClassToken(&classToken);
-        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldobj, classToken);
-        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::box, classToken);
+    ILEmitter il(builder.get(), static_cast<unsigned int>(found) + 1);
+    il.label(LABEL_START_TRACE).op(Opcode::ldloc, traceLocal).jump(Opcode::brfalse, LABEL_START_TRACE_END);
+    if (hasThis) il.op(Opcode::ldarg_0);
+    if (hasThis && isValueType) boxedCopy(il);
+    il.op(Opcode::call, traceTokens[kLoadToken]);
+    if (paramCount != 0) {
+        il.label(LABEL_PUSH_TRACE).op(Opcode::ldloc, traceLocal).op(Opcode::ldc_i4, 2).jump(Opcode::blt_s,
+                                                                                             LABEL_PUSH_TRACE_END);
+        insertParameters(il);
+        il.label(LABEL_PUSH_TRACE_END);
     }
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kLoadToken]);
-    if (SUCCEEDED(hr) && paramCount != 0) {
-        hr = insertLabel(&index, LABEL_PUSH_TRACE);
-        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldloc, traceLocal);
-        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldc_i4, 2);
-        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::blt_s, 0, LABEL_PUSH_TRACE_END);
-        if (SUCCEEDED(hr)) hr = insertParameters(&index);
-        if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_PUSH_TRACE_END);
-    }
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kStartToken]);
-    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_START_TRACE_END);
+    il.op(Opcode::call, traceTokens[kStartToken]).label(LABEL_START_TRACE_END);
     minStack = atLeast(minStack, 2);
-    return hr;
+    return il.status();
 }
 
-HRESULT Profiler::insertParameters(unsigned int* index) {
+// The value of this, on the stack as its address, copied out and boxed.
+void Profiler::boxedCopy(ILEmitter& il) {
+    unsigned int classToken = 0;
+    il.then([&] { return getClassToken(&classToken); }).op(Opcode::ldobj, classToken).op(Opcode::box, classToken);
+}
+
+void Profiler::insertParameters(ILEmitter& il) {
     signature->shiftToFirstParam();
     unsigned int first = hasThis ? 1 : 0;
-    HRESULT hr = S_OK;
-    for (unsigned int argument = first; argument < paramCount + first && SUCCEEDED(hr); ++argument) {
-        hr = insertParameter(index, argument, first);
+    for (unsigned int argument = first; argument < paramCount + first && il.ok(); ++argument) {
+        il.then([&] { return insertParameter(il, argument, first); });
     }
-    return hr;
 }
 
 // The value of one argument goes to the agent as an object: boxed, or as the
 // reference it is. What cannot be an object (addresses, typed references,
 // function and unmanaged pointers, byref-like values) is left out.
-HRESULT Profiler::insertParameter(unsigned int* index, unsigned int argument, unsigned int first) {
+HRESULT Profiler::insertParameter(ILEmitter& il, unsigned int argument, unsigned int first) {
     signature->skipCustomMods();
     unsigned int position = signature->getIndex();
     unsigned char type = 0;
@@ -423,64 +409,54 @@ HRESULT Profiler::insertParameter(unsigned int* index, unsigned int argument, un
         box = true;
         break;
     }
-    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::ldc_i4, argument - first);
-    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::ldarg, argument);
-    if (SUCCEEDED(hr) && box) hr = insertAt(index, Opcode::box, boxToken);
-    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::call, traceTokens[kPushToken]);
-    return hr;
+    if (FAILED(hr)) return hr;
+    il.op(Opcode::ldc_i4, argument - first).op(Opcode::ldarg, argument);
+    if (box) il.op(Opcode::box, boxToken);
+    return il.op(Opcode::call, traceTokens[kPushToken]).status();
 }
 
 HRESULT Profiler::updateFinishTrace() {
     int found = builder->findLabel(LABEL_EXIT);
     if (found < 0) return E_UNEXPECTED;
-    unsigned int index = static_cast<unsigned int>(found) + 1;
-    HRESULT hr = insertLabel(&index, LABEL_FINISH_TRACE);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldloc, traceLocal);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::brfalse, 0, LABEL_FINISH_TRACE_END);
-    if (SUCCEEDED(hr) && isValueType && hasThis) {
+    ILEmitter il(builder.get(), static_cast<unsigned int>(found) + 1);
+    il.label(LABEL_FINISH_TRACE).op(Opcode::ldloc, traceLocal).jump(Opcode::brfalse, LABEL_FINISH_TRACE_END);
+    if (isValueType && hasThis) {
         // A fresh copy of this value, as the body left it.
-        unsigned int classToken = 0;
-        hr = getClassToken(&classToken);
-        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldarg_0);
-        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::ldobj, classToken);
-        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::box, classToken);
-        if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kFinishValueTypeToken]);
+        il.op(Opcode::ldarg_0);
+        boxedCopy(il);
+        il.op(Opcode::call, traceTokens[kFinishValueTypeToken]);
     }
-    if (SUCCEEDED(hr) && hasReturn) {
-        if (resultReported) {
-            hr = insertAt(&index, Opcode::dup);
-            if (SUCCEEDED(hr)) hr = insertResultBoxing(&index);
-        } else {
-            hr = insertAt(&index, Opcode::ldnull);
-        }
+    if (hasReturn && resultReported) {
+        insertResultBoxing(il.op(Opcode::dup));
+    } else if (hasReturn) {
+        il.op(Opcode::ldnull);
     }
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::call, traceTokens[kFinishToken]);
-    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_FINISH_TRACE_END);
+    il.op(Opcode::call, traceTokens[kFinishToken]).label(LABEL_FINISH_TRACE_END);
     minStack = atLeast(minStack, 2);
     stackGrowth = atLeast(stackGrowth, 2);
-    return hr;
+    return il.status();
 }
 
 // Values go out boxed, references as they are. A generic parameter, of the class
 // or of the method, is boxed through its TypeSpec: for a value-type instantiation
 // an unboxed value in the object argument would be an invalid program. A result
 // that cannot be an object is reported as null instead (see resultReported).
-HRESULT Profiler::insertResultBoxing(unsigned int* index) {
+void Profiler::insertResultBoxing(ILEmitter& il) {
     switch (returnType) {
     case ELEMENT_TYPE_VALUETYPE:
     case ELEMENT_TYPE_VAR:
     case ELEMENT_TYPE_MVAR:
-        return insertAt(index, Opcode::box, returnToken);
+        il.op(Opcode::box, returnToken);
+        return;
     case ELEMENT_TYPE_GENERICINST:
-        return returnToken != 0 ? insertAt(index, Opcode::box, returnToken) : S_OK;
+        if (returnToken != 0) il.op(Opcode::box, returnToken);
+        return;
     default:
         break;
     }
-    if (returnType < ELEMENT_TYPE_BOOLEAN || returnType > ELEMENT_TYPE_R8) return S_OK;
+    if (returnType < ELEMENT_TYPE_BOOLEAN || returnType > ELEMENT_TYPE_R8) return;
     unsigned int token = 0;
-    HRESULT hr = getPrimativeToken(returnType, &token);
-    if (SUCCEEDED(hr)) hr = insertAt(index, Opcode::box, token);
-    return hr;
+    il.then([&] { return getPrimativeToken(returnType, &token); }).op(Opcode::box, token);
 }
 
 // The exception is reported from a filter that always answers "continue
@@ -494,34 +470,33 @@ HRESULT Profiler::updateCatchTrace() {
     if (found < 0) return E_UNEXPECTED;
     // All exits meet here: the value is parked across the leave, which empties
     // the stack, and reloaded behind the protected block.
-    unsigned int index = static_cast<unsigned int>(found) + 1;
-    HRESULT hr = S_OK;
-    if (hasReturn) hr = insertAt(&index, Opcode::stloc, resultLocal);
-    if (SUCCEEDED(hr)) hr = insertAt(&index, Opcode::leave, 0, LABEL_TRY_END);
-    if (SUCCEEDED(hr)) hr = insertLabel(&index, LABEL_TRY_END);
-    if (SUCCEEDED(hr) && hasReturn) hr = insertAt(&index, Opcode::ldloc, resultLocal);
-    if (FAILED(hr)) return hr;
+    ILEmitter exit(builder.get(), static_cast<unsigned int>(found) + 1);
+    if (hasReturn) exit.op(Opcode::stloc, resultLocal);
+    exit.jump(Opcode::leave, LABEL_TRY_END).label(LABEL_TRY_END);
+    if (hasReturn) exit.op(Opcode::ldloc, resultLocal);
+    if (!exit.ok()) return exit.status();
     builder->getFatHeader()->Flags |= CorILMethod_MoreSects;
 
     // The filter: what a catch of System.Exception would have caught goes to
-    // the agent when the call is traced.
-    unsigned int end = builder->getILCount();
-    hr = insertLabel(&end, LABEL_CATCH_TRACE);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::ldloc, traceLocal);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::brfalse, 0, LABEL_CATCH_TRACE_END);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::isinst, traceTokens[kExceptionToken]);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::dup);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::brfalse, 0, LABEL_CATCH_TRACE_END);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::dup);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::call, traceTokens[kCatchToken]);
-    if (SUCCEEDED(hr)) hr = insertLabel(&end, LABEL_CATCH_TRACE_END);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::pop);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::ldc_i4_0);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::endfilter);
-    // The handler the clause format needs; the filter never lets the runtime in.
-    if (SUCCEEDED(hr)) hr = insertLabel(&end, LABEL_FILTER_HANDLER);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::pop);
-    if (SUCCEEDED(hr)) hr = insertAt(&end, Opcode::rethrow);
+    // the agent when the call is traced. Behind it, the handler the clause
+    // format needs; the filter never lets the runtime in.
+    ILEmitter filterCode(builder.get(), builder->getILCount());
+    filterCode.label(LABEL_CATCH_TRACE)
+        .op(Opcode::ldloc, traceLocal)
+        .jump(Opcode::brfalse, LABEL_CATCH_TRACE_END)
+        .op(Opcode::isinst, traceTokens[kExceptionToken])
+        .op(Opcode::dup)
+        .jump(Opcode::brfalse, LABEL_CATCH_TRACE_END)
+        .op(Opcode::dup)
+        .op(Opcode::call, traceTokens[kCatchToken])
+        .label(LABEL_CATCH_TRACE_END)
+        .op(Opcode::pop)
+        .op(Opcode::ldc_i4_0)
+        .op(Opcode::endfilter)
+        .label(LABEL_FILTER_HANDLER)
+        .op(Opcode::pop)
+        .op(Opcode::rethrow);
+    HRESULT hr = filterCode.status();
     if (FAILED(hr)) return hr;
 
     // The added clause is the last one, so it encloses all incoming clauses.
