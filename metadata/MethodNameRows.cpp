@@ -22,8 +22,7 @@ MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
     const char* table = nullptr;
     ULONG type = 0;
     const char* column = nullptr;
-    if (import == nullptr ||
-        FAILED(import->QueryInterface(IID_IMetaDataTables, reinterpret_cast<void**>(&tables))) ||
+    if (import == nullptr || FAILED(import->QueryInterface(IID_IMetaDataTables, reinterpret_cast<void**>(&tables))) ||
         FAILED(tables->GetTableInfo(kMethodTable, &rowSize, &rows, &columns, &key, &table)) ||
         FAILED(tables->GetColumnInfo(kMethodTable, kNameColumn, &columnOffset, &columnSize, &type, &column)) ||
         table == nullptr || strcmp(table, "Method") != 0 || column == nullptr || strcmp(column, "Name") != 0) {
@@ -84,6 +83,6 @@ HRESULT MethodNameRows::name(ULONG row, ULONG index, char16_t* buffer, ULONG siz
     }
     // Beyond ASCII, too long, or unread: the engine converts and cuts it.
     ULONG length = 0;
-    return import->GetMethodProps(TokenFromRid(row, mdtMethodDef), nullptr, buffer, size, &length, nullptr,
-                                  nullptr, nullptr, nullptr, nullptr);
+    return import->GetMethodProps(TokenFromRid(row, mdtMethodDef), nullptr, buffer, size, &length, nullptr, nullptr,
+                                  nullptr, nullptr, nullptr);
 }

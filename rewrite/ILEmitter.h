@@ -24,6 +24,18 @@ public:
         return *this;
     }
 
+    // Runs an emission of its own from here, whose failure is not kept: what
+    // it inserted stays, and this emitter goes on behind it.
+    template <typename Emission>
+    ILEmitter& optional(Emission emission) {
+        if (SUCCEEDED(result)) {
+            ILEmitter own(builder, index);
+            emission(own);
+            index = own.index;
+        }
+        return *this;
+    }
+
     bool ok() const { return SUCCEEDED(result); }
     HRESULT status() const { return result; }
     // Where the next instruction goes.

@@ -41,7 +41,9 @@ const char16_t* stageFailure(unsigned int stage) {
     return stage < std::size(failures) ? failures[stage] : failures[0];
 }
 
-unsigned int atLeast(unsigned int value, unsigned int floor) { return value < floor ? floor : value; }
+unsigned int atLeast(unsigned int value, unsigned int floor) {
+    return value < floor ? floor : value;
+}
 
 }  // namespace
 
@@ -159,16 +161,9 @@ HRESULT Profiler::verifyBody() {
     ULONG localsLength = 0;
     HRESULT hr = context->getImport()->GetSigFromToken(localSigToken, &locals, &localsLength);
     if (FAILED(hr)) return hr;
-    VerifiedMethod method{newBody,
-                          builder->getTotalSize(),
-                          paramCount + (hasThis ? 1u : 0u),
-                          localCount,
-                          hasReturn,
-                          signature->getBytes(),
-                          signature->getLength(),
-                          locals,
-                          localsLength,
-                          context->getImport()};
+    VerifiedMethod method{newBody,      builder->getTotalSize(), paramCount + (hasThis ? 1u : 0u), localCount,
+                          hasReturn,    signature->getBytes(),   signature->getLength(),           locals,
+                          localsLength, context->getImport()};
     hr = BodyVerifier::verify(method, verifierReason, kVerifierReasonSize);
     if (hr == E_FAIL) lastError = verifierReason;
     return hr;
@@ -336,8 +331,10 @@ HRESULT Profiler::updateStartTrace() {
     if (hasThis && isValueType) boxedCopy(il);
     il.op(Opcode::call, traceTokens[kLoadToken]);
     if (paramCount != 0) {
-        il.label(LABEL_PUSH_TRACE).op(Opcode::ldloc, traceLocal).op(Opcode::ldc_i4, 2).jump(Opcode::blt_s,
-                                                                                             LABEL_PUSH_TRACE_END);
+        il.label(LABEL_PUSH_TRACE)
+            .op(Opcode::ldloc, traceLocal)
+            .op(Opcode::ldc_i4, 2)
+            .jump(Opcode::blt_s, LABEL_PUSH_TRACE_END);
         insertParameters(il);
         il.label(LABEL_PUSH_TRACE_END);
     }
@@ -349,7 +346,8 @@ HRESULT Profiler::updateStartTrace() {
 // The value of this, on the stack as its address, copied out and boxed.
 void Profiler::boxedCopy(ILEmitter& il) {
     unsigned int classToken = 0;
-    il.then([&] { return getClassToken(&classToken); }).op(Opcode::ldobj, classToken).op(Opcode::box, classToken);
+    il.then([&] { return getClassToken(&classToken); });
+    il.op(Opcode::ldobj, classToken).op(Opcode::box, classToken);
 }
 
 void Profiler::insertParameters(ILEmitter& il) {
@@ -456,7 +454,8 @@ void Profiler::insertResultBoxing(ILEmitter& il) {
     }
     if (returnType < ELEMENT_TYPE_BOOLEAN || returnType > ELEMENT_TYPE_R8) return;
     unsigned int token = 0;
-    il.then([&] { return getPrimativeToken(returnType, &token); }).op(Opcode::box, token);
+    il.then([&] { return getPrimativeToken(returnType, &token); });
+    il.op(Opcode::box, token);
 }
 
 // The exception is reported from a filter that always answers "continue

@@ -73,7 +73,8 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
         }
 
         if (SUCCEEDED(hr)) {
-            hr = emit->DefineTypeDef(SharedNames::kSyntheticAgentShimClass, tdPublic, corlibTypes[Object], nullptr, &shimType);
+            hr = emit->DefineTypeDef(SharedNames::kSyntheticAgentShimClass, tdPublic, corlibTypes[Object], nullptr,
+                                     &shimType);
         }
         for (unsigned int kind = 0; kind < DelegateKindCount && SUCCEEDED(hr); ++kind) {
             DelegateRecord& record = delegateRecords[kind];
@@ -143,11 +144,11 @@ HRESULT SyntheticAgentShim::DefineDelegateType(const char16_t* name, const COR_S
                                                ULONG signatureLength, mdTypeDef* outType, mdMethodDef* outInvoke,
                                                mdMethodDef* outCtor) {
     // The runtime supplies the code of every delegate member.
-    HRESULT hr = emit->DefineNestedType(name, kNestedDelegateFlags, corlibTypes[MulticastDelegate], nullptr,
-                                        shimType, outType);
+    HRESULT hr =
+        emit->DefineNestedType(name, kNestedDelegateFlags, corlibTypes[MulticastDelegate], nullptr, shimType, outType);
     if (SUCCEEDED(hr)) {
-        hr = emit->DefineMethod(*outType, u".ctor", kDelegateCtorFlags, kDelegateCtorSig, sizeof(kDelegateCtorSig),
-                                0, miRuntime, outCtor);
+        hr = emit->DefineMethod(*outType, u".ctor", kDelegateCtorFlags, kDelegateCtorSig, sizeof(kDelegateCtorSig), 0,
+                                miRuntime, outCtor);
     }
 
     ShimSignature invoke;
@@ -175,8 +176,8 @@ HRESULT SyntheticAgentShim::DefineDelegateType(const char16_t* name, const COR_S
     ShimSignature endInvoke;
     endInvoke.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).add(ELEMENT_TYPE_I4).addClass(corlibTypes[IAsyncResult]);
     if (SUCCEEDED(hr)) {
-        hr = emit->DefineMethod(*outType, u"EndInvoke", kDelegateMethodFlags, endInvoke.bytes(), endInvoke.length(),
-                                0, miRuntime, &unused);
+        hr = emit->DefineMethod(*outType, u"EndInvoke", kDelegateMethodFlags, endInvoke.bytes(), endInvoke.length(), 0,
+                                miRuntime, &unused);
     }
     return hr;
 }
@@ -184,8 +185,8 @@ HRESULT SyntheticAgentShim::DefineDelegateType(const char16_t* name, const COR_S
 HRESULT SyntheticAgentShim::DefineDelegateField(const char16_t* name, mdTypeDef delegateType, mdFieldDef* outField) {
     ShimSignature signature;
     signature.add(IMAGE_CEE_CS_CALLCONV_FIELD).addClass(delegateType);
-    return emit->DefineField(shimType, name, kFieldFlags, signature.bytes(), signature.length(), kNoConstant,
-                             nullptr, 0, outField);
+    return emit->DefineField(shimType, name, kFieldFlags, signature.bytes(), signature.length(), kNoConstant, nullptr,
+                             0, outField);
 }
 
 HRESULT SyntheticAgentShim::DefineShimMethod(const char16_t* name, mdFieldDef field, mdMethodDef invoke,
@@ -198,26 +199,21 @@ HRESULT SyntheticAgentShim::DefineShimMethod(const char16_t* name, mdFieldDef fi
         hr = E_OUTOFMEMORY;
     }
 
-    unsigned int index = 0;
-    if (SUCCEEDED(hr)) {
+    ILEmitter il(builder.get(), 0, hr);
+    if (il.ok()) {
         builder->getFatHeader()->MaxStack = 3;
-        hr = builder->insertIL(index++, Opcode::ldsfld, field, 0);
     }
-    if (SUCCEEDED(hr) && signature[1] > 0) {
-        hr = builder->insertIL(index++, Opcode::ldarg_0, 0, 0);
+    il.op(Opcode::ldsfld, field);
+    if (signature[1] > 0) {
+        il.op(Opcode::ldarg_0);
     }
-    if (SUCCEEDED(hr) && signature[1] > 1) {
-        hr = builder->insertIL(index++, Opcode::ldarg_1, 0, 0);
+    if (signature[1] > 1) {
+        il.op(Opcode::ldarg_1);
     }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(index++, Opcode::callvirt, invoke, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(index++, Opcode::ret, 0, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = AssignMethodBody(method, builder.get());
-    }
+    hr = il.op(Opcode::callvirt, invoke)
+             .op(Opcode::ret)
+             .then([&] { return AssignMethodBody(method, builder.get()); })
+             .status();
     if (SUCCEEDED(hr) && outMethod != nullptr) {
         *outMethod = method;
     }
@@ -232,21 +228,15 @@ HRESULT SyntheticAgentShim::DefineEmptyDelegateMethod(const char16_t* name, mdMe
         hr = E_OUTOFMEMORY;
     }
 
-    unsigned int index = 0;
-    if (SUCCEEDED(hr)) {
+    ILEmitter il(builder.get(), 0, hr);
+    if (il.ok()) {
         builder->getFatHeader()->MaxStack = 8;
-        // A stub of initTrace answers 0: this call is not traced.
-        if (signature[2] == ELEMENT_TYPE_I4) {
-            hr = builder->insertIL(index++, Opcode::ldc_i4_0, 0, 0);
-        }
     }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(index++, Opcode::ret, 0, 0);
+    // A stub of initTrace answers 0: this call is not traced.
+    if (signature[2] == ELEMENT_TYPE_I4) {
+        il.op(Opcode::ldc_i4_0);
     }
-    if (SUCCEEDED(hr)) {
-        hr = AssignMethodBody(*outMethod, builder.get());
-    }
-    return hr;
+    return il.op(Opcode::ret).then([&] { return AssignMethodBody(*outMethod, builder.get()); }).status();
 }
 
 HRESULT SyntheticAgentShim::AssignMethodBody(mdMethodDef method, IMethodBuilder* builder) {

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <string>
 
+#include "rewrite/ILEmitter.h"
 #include "rewrite/IMethodBuilder.h"
 #include "runtime/CorProfilerInfo.h"
 #include "runtime/MetaDataInterfaces.h"
@@ -69,15 +70,13 @@ private:
     // The members that the loader's failure handler calls to leave its line in
     // the native log; without them it fails quietly.
     void FindFailureLogMethods();
-    [[nodiscard]] HRESULT GenerateLoadFailureHandler(IMethodBuilder* builder, unsigned int& ilIndex);
+    void GenerateLoadFailureHandler(ILEmitter& il);
     [[nodiscard]] HRESULT AddLoaderClauses(IMethodBuilder* builder);
     [[nodiscard]] HRESULT DefineClassCtor();
     [[nodiscard]] HRESULT AssignMethodBody(mdMethodDef method, IMethodBuilder* builder);
-    [[nodiscard]] HRESULT GenerateAssignEmptyDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
-                                        mdMethodDef delegateCtor, mdMethodDef method);
-    [[nodiscard]] HRESULT GenerateAssignDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
-                                   mdTypeDef delegateType, const char16_t* methodName,
-                                   const COR_SIGNATURE* signature);
+    void GenerateAssignEmptyDelegate(ILEmitter& il, mdFieldDef field, mdMethodDef delegateCtor, mdMethodDef method);
+    void GenerateAssignDelegate(ILEmitter& il, mdFieldDef field, mdTypeDef delegateType, const char16_t* methodName,
+                                const COR_SIGNATURE* signature);
     [[nodiscard]] HRESULT DefineUserString(const char16_t* text, mdString* outToken);
     HRESULT DumpMethodsWithName(mdTypeDef type, const char16_t* name);
     HRESULT DumpSignature(const COR_SIGNATURE* signature, ULONG length);

@@ -16,18 +16,18 @@ constexpr COR_SIGNATURE kClassCtorSig[] = {0x00, 0x00, 0x01};  // void ()
 
 HRESULT SyntheticAgentShim::DefineClassCtor() {
     mdMethodDef cctor = 0;
-    HRESULT hr = emit->DefineMethod(shimType, u".cctor", kClassCtorFlags, kClassCtorSig, sizeof(kClassCtorSig), 0, 0,
-                                    &cctor);
+    HRESULT hr =
+        emit->DefineMethod(shimType, u".cctor", kClassCtorFlags, kClassCtorSig, sizeof(kClassCtorSig), 0, 0, &cctor);
     AutoPointer<IMethodBuilder> builder(IMethodBuilder::newInstance());
     if (SUCCEEDED(hr) && builder.get() == nullptr) {
         hr = E_OUTOFMEMORY;
     }
 
-    unsigned int index = 0;
-    if (SUCCEEDED(hr)) {
+    ILEmitter il(builder.get(), 0, hr);
+    if (il.ok()) {
         builder->getFatHeader()->MaxStack = 10;
     }
-    for (unsigned int i = 0; i < kFieldCount && SUCCEEDED(hr); ++i) {
+    for (unsigned int i = 0; i < kFieldCount; ++i) {
         const DelegateRecord& record = delegateRecords[fields[i].kind];
         mdMethodDef target = record.emptyMethod;
         // Without an attach, corInitTrace stays quiet until code outside the
@@ -36,33 +36,17 @@ HRESULT SyntheticAgentShim::DefineClassCtor() {
             (fields[i].initialTarget == InitialTarget::LoadInitTraceIfAttached && attached)) {
             target = loadInitTraceMethod;
         }
-        hr = GenerateAssignEmptyDelegate(builder.get(), index, delegateFields[i], record.ctor, target);
+        GenerateAssignEmptyDelegate(il, delegateFields[i], record.ctor, target);
     }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(index++, Opcode::ret, 0, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = AssignMethodBody(cctor, builder.get());
-    }
+    hr = il.op(Opcode::ret).then([&] { return AssignMethodBody(cctor, builder.get()); }).status();
     if (FAILED(hr)) {
         fprintf_8(log, "Failed to AssignMethodBody\n");
     }
     return hr;
 }
 
-HRESULT SyntheticAgentShim::GenerateAssignEmptyDelegate(IMethodBuilder* builder, unsigned int& ilIndex,
-                                                        mdFieldDef field, mdMethodDef delegateCtor,
-                                                        mdMethodDef method) {
+void SyntheticAgentShim::GenerateAssignEmptyDelegate(ILEmitter& il, mdFieldDef field, mdMethodDef delegateCtor,
+                                                     mdMethodDef method) {
     // field = new DelegateType(null, &method)
-    HRESULT hr = builder->insertIL(ilIndex++, Opcode::ldnull, 0, 0);
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::ldftn, method, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::newobj, delegateCtor, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::stsfld, field, 0);
-    }
-    return hr;
+    il.op(Opcode::ldnull).op(Opcode::ldftn, method).op(Opcode::newobj, delegateCtor).op(Opcode::stsfld, field);
 }

@@ -36,8 +36,8 @@ Opcode loadConstant(unsigned int value) {
 }  // namespace
 
 HRESULT SyntheticAgentShim::DefineLoadInitMethod() {
-    HRESULT hr = emit->DefineMethod(shimType, u"loadInitTrace", kShimMethodFlags, initTraceSig, sizeof(initTraceSig),
-                                    0, 0, &loadInitTraceMethod);
+    HRESULT hr = emit->DefineMethod(shimType, u"loadInitTrace", kShimMethodFlags, initTraceSig, sizeof(initTraceSig), 0,
+                                    0, &loadInitTraceMethod);
     mdString pathString = 0;
     mdString agentClassString = 0;
     hr = DefineLoaderStrings(hr, &pathString, &agentClassString);
@@ -107,65 +107,36 @@ HRESULT SyntheticAgentShim::SetLoaderLocals(IMethodBuilder* builder, HRESULT hr)
 // agent, and deliver the first initTrace; a failure anywhere answers 0.
 HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, mdString pathString,
                                            mdString agentClassString) {
-    unsigned int index = 0;
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(index++, Opcode::OPCODE_LABEL, kLoadTry, 0);
+    ILEmitter il(builder, 0, hr);
+    il.label(kLoadTry);
+    if (dotnetCore) {
+        il.op(Opcode::call, getDefaultMethod)
+            .op(Opcode::ldstr, pathString)
+            .op(Opcode::callvirt, loadFromAssemblyPathMethod);
+    } else {
+        il.op(Opcode::ldstr, pathString).op(Opcode::call, loadFromMethod);
     }
-    if (SUCCEEDED(hr)) {
-        if (dotnetCore) {
-            hr = builder->insertIL(index++, Opcode::call, getDefaultMethod, 0);
-            if (SUCCEEDED(hr)) {
-                hr = builder->insertIL(index++, Opcode::ldstr, pathString, 0);
-            }
-            if (SUCCEEDED(hr)) {
-                hr = builder->insertIL(index++, Opcode::callvirt, loadFromAssemblyPathMethod, 0);
-            }
-        } else {
-            hr = builder->insertIL(index++, Opcode::ldstr, pathString, 0);
-            if (SUCCEEDED(hr)) {
-                hr = builder->insertIL(index++, Opcode::call, loadFromMethod, 0);
-            }
-        }
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(index++, Opcode::ldstr, agentClassString, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(index++, Opcode::callvirt, getTypeMethod, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(index++, Opcode::stloc_0, 0, 0);
-    }
-
+    il.op(Opcode::ldstr, agentClassString).op(Opcode::callvirt, getTypeMethod).op(Opcode::stloc_0);
     // A field that cannot be pointed at the agent keeps its stub; the others
-    // still go over, so the results of these emissions are not kept.
-    if (SUCCEEDED(hr)) {
-        for (unsigned int i = 0; i < kFieldCount; ++i) {
-            const FieldShape& field = fields[i];
-            (void)GenerateAssignDelegate(builder, index, delegateFields[i], delegateRecords[field.kind].type,
-                                   field.methodName, delegates[field.kind].signature);
-        }
-        hr = builder->insertIL(index++, Opcode::leave, 0, kLoaded);
+    // still go over.
+    for (unsigned int i = 0; i < kFieldCount; ++i) {
+        const FieldShape& field = fields[i];
+        il.optional([&](ILEmitter& assignment) {
+            GenerateAssignDelegate(assignment, delegateFields[i], delegateRecords[field.kind].type, field.methodName,
+                                   delegates[field.kind].signature);
+        });
     }
-    if (SUCCEEDED(hr)) {
-        hr = GenerateLoadFailureHandler(builder, index);
-    }
+    il.jump(Opcode::leave, kLoaded);
+    GenerateLoadFailureHandler(il);
     // By now initTrace leads to the agent: the first call is delivered after all.
-    if (SUCCEEDED(hr)) {
-        const struct {
-            Opcode opcode;
-            unsigned long operand;
-        } tail[] = {{Opcode::OPCODE_LABEL, kLoaded}, {Opcode::ldarg_0, 0}, {Opcode::call, shimInitTraceMethod},
-                    {Opcode::ret, 0},  {Opcode::OPCODE_LABEL, kFailed}, {Opcode::ldc_i4_0, 0},
-                    {Opcode::ret, 0}};
-        for (size_t i = 0; i < std::size(tail) && SUCCEEDED(hr); ++i) {
-            hr = builder->insertIL(index++, tail[i].opcode, tail[i].operand, 0);
-        }
-    }
-    if (SUCCEEDED(hr)) {
-        hr = AddLoaderClauses(builder);
-    }
-    return hr;
+    il.label(kLoaded)
+        .op(Opcode::ldarg_0)
+        .op(Opcode::call, shimInitTraceMethod)
+        .op(Opcode::ret)
+        .label(kFailed)
+        .op(Opcode::ldc_i4_0)
+        .op(Opcode::ret);
+    return il.then([&] { return AddLoaderClauses(builder); }).status();
 }
 
 HRESULT SyntheticAgentShim::FindLoaderMethods(HRESULT hr) {
@@ -270,129 +241,71 @@ HRESULT SyntheticAgentShim::FindReflectionMethods(HRESULT hr) {
     return hr;
 }
 
-HRESULT SyntheticAgentShim::GenerateAssignDelegate(IMethodBuilder* builder, unsigned int& ilIndex, mdFieldDef field,
-                                                   mdTypeDef delegateType, const char16_t* methodName,
-                                                   const COR_SIGNATURE* signature) {
+void SyntheticAgentShim::GenerateAssignDelegate(ILEmitter& il, mdFieldDef field, mdTypeDef delegateType,
+                                                const char16_t* methodName, const COR_SIGNATURE* signature) {
     // field = (DelegateType) Delegate.CreateDelegate(typeof(DelegateType),
     //     agentType.GetMethod(methodName, new Type[] { parameter types }))
     mdString nameString = 0;
-    HRESULT hr = builder->insertIL(ilIndex++, Opcode::ldtoken, delegateType, 0);
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::call, getTypeFromHandleMethod, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::ldloc_0, 0, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = DefineUserString(methodName, &nameString);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::ldstr, nameString, 0);
-    }
-
+    il.op(Opcode::ldtoken, delegateType).op(Opcode::call, getTypeFromHandleMethod).op(Opcode::ldloc_0);
+    il.then([&] { return DefineUserString(methodName, &nameString); });
+    il.op(Opcode::ldstr, nameString);
+    // The delegate shapes have at most two parameters, each an int32 or an object.
     const unsigned int parameterCount = signature[1];
-    if (SUCCEEDED(hr)) {
-        if (parameterCount <= 2) {
-            hr = builder->insertIL(ilIndex++, loadConstant(parameterCount), 0, 0);
-        } else {
-            hr = S_FALSE;
+    if (parameterCount <= 2) {
+        il.op(loadConstant(parameterCount));
+    }
+    il.op(Opcode::newarr, corlibTypes[Type]);
+    for (unsigned int i = 0; i < parameterCount; ++i) {
+        il.op(Opcode::dup).op(loadConstant(i), i);
+        if (signature[i + 3] == ELEMENT_TYPE_I4) {
+            il.op(Opcode::ldtoken, corlibTypes[Int32]);
+        } else if (signature[i + 3] == ELEMENT_TYPE_OBJECT) {
+            il.op(Opcode::ldtoken, corlibTypes[Object]);
         }
+        il.op(Opcode::call, getTypeFromHandleMethod).op(Opcode::stelem_ref);
     }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::newarr, corlibTypes[Type], 0);
-    }
-    for (unsigned int i = 0; i < parameterCount && SUCCEEDED(hr); ++i) {
-        hr = builder->insertIL(ilIndex++, Opcode::dup, 0, 0);
-        if (SUCCEEDED(hr)) {
-            hr = builder->insertIL(ilIndex++, loadConstant(i), i, 0);
-        }
-        if (SUCCEEDED(hr)) {
-            switch (signature[i + 3]) {
-            case ELEMENT_TYPE_I4:
-                hr = builder->insertIL(ilIndex++, Opcode::ldtoken, corlibTypes[Int32], 0);
-                break;
-            case ELEMENT_TYPE_OBJECT:
-                hr = builder->insertIL(ilIndex++, Opcode::ldtoken, corlibTypes[Object], 0);
-                break;
-            default:
-                hr = S_FALSE;
-                break;
-            }
-        }
-        if (SUCCEEDED(hr)) {
-            hr = builder->insertIL(ilIndex++, Opcode::call, getTypeFromHandleMethod, 0);
-        }
-        if (SUCCEEDED(hr)) {
-            hr = builder->insertIL(ilIndex++, Opcode::stelem_ref, 0, 0);
-        }
-    }
-
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::callvirt, getMethodMethod, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::call, createDelegateMethod, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::castclass, delegateType, 0);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::stsfld, field, 0);
-    }
-    return hr;
+    il.op(Opcode::callvirt, getMethodMethod)
+        .op(Opcode::call, createDelegateMethod)
+        .op(Opcode::castclass, delegateType)
+        .op(Opcode::stsfld, field);
 }
 
 // Whatever loading the agent throws (no file, no access, no assembly, no
 // class, no method) ends here: the fields that lead to the loader go to their
 // stubs first, so that nothing calls the loader again, then one line goes to
 // the native log, and the call answers 0. The program runs on untraced.
-HRESULT SyntheticAgentShim::GenerateLoadFailureHandler(IMethodBuilder* builder, unsigned int& ilIndex) {
-    HRESULT hr = builder->insertIL(ilIndex++, Opcode::OPCODE_LABEL, kLoadHandler, 0);
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::stloc_1, 0, 0);
-    }
-    for (unsigned int i = 0; i < kFieldCount && SUCCEEDED(hr); ++i) {
+void SyntheticAgentShim::GenerateLoadFailureHandler(ILEmitter& il) {
+    il.label(kLoadHandler).op(Opcode::stloc_1);
+    for (unsigned int i = 0; i < kFieldCount; ++i) {
         if (fields[i].initialTarget == InitialTarget::LoadInitTrace ||
             (fields[i].initialTarget == InitialTarget::LoadInitTraceIfAttached && attached)) {
             const DelegateRecord& record = delegateRecords[fields[i].kind];
-            hr = GenerateAssignEmptyDelegate(builder, ilIndex, delegateFields[i], record.ctor, record.emptyMethod);
+            GenerateAssignEmptyDelegate(il, delegateFields[i], record.ctor, record.emptyMethod);
         }
-    }
-    mdString pathString = 0;
-    mdString prefixString = 0;
-    mdString endString = 0;
-    const bool logs = appendAllTextMethod != 0 && !logPath.empty();
-    if (SUCCEEDED(hr) && logs) {
-        hr = DefineUserString(logPath.c_str(), &pathString);
-        if (SUCCEEDED(hr)) hr = DefineUserString(u"Failed to load the agent: ", &prefixString);
-        if (SUCCEEDED(hr)) hr = DefineUserString(u"\n", &endString);
     }
     // A log that cannot be written to is no reason to fail the program.
-    if (SUCCEEDED(hr) && logs) {
-        const struct {
-            Opcode opcode;
-            unsigned long operand;
-            unsigned int target;
-        } steps[] = {
-            {Opcode::OPCODE_LABEL, kLogTry, 0},   {Opcode::ldstr, pathString, 0},
-            {Opcode::ldstr, prefixString, 0},     {Opcode::ldloc_1, 0, 0},
-            {Opcode::callvirt, getMessageMethod, 0}, {Opcode::ldstr, endString, 0},
-            {Opcode::call, concatMethod, 0},      {Opcode::call, appendAllTextMethod, 0},
-            {Opcode::leave, 0, kLogged},          {Opcode::OPCODE_LABEL, kLogHandler, 0},
-            {Opcode::pop, 0, 0},                  {Opcode::leave, 0, kLogged},
-            {Opcode::OPCODE_LABEL, kLogged, 0},
-        };
-        for (const auto& step : steps) {
-            if (SUCCEEDED(hr)) hr = builder->insertIL(ilIndex++, step.opcode, step.operand, step.target);
-        }
+    if (appendAllTextMethod != 0 && !logPath.empty()) {
+        mdString pathString = 0;
+        mdString prefixString = 0;
+        mdString endString = 0;
+        il.then([&] { return DefineUserString(logPath.c_str(), &pathString); })
+            .then([&] { return DefineUserString(u"Failed to load the agent: ", &prefixString); })
+            .then([&] { return DefineUserString(u"\n", &endString); });
+        il.label(kLogTry)
+            .op(Opcode::ldstr, pathString)
+            .op(Opcode::ldstr, prefixString)
+            .op(Opcode::ldloc_1)
+            .op(Opcode::callvirt, getMessageMethod)
+            .op(Opcode::ldstr, endString)
+            .op(Opcode::call, concatMethod)
+            .op(Opcode::call, appendAllTextMethod)
+            .jump(Opcode::leave, kLogged)
+            .label(kLogHandler)
+            .op(Opcode::pop)
+            .jump(Opcode::leave, kLogged)
+            .label(kLogged);
     }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::leave, 0, kFailed);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = builder->insertIL(ilIndex++, Opcode::OPCODE_LABEL, kHandlerEnd, 0);
-    }
-    return hr;
+    il.jump(Opcode::leave, kFailed).label(kHandlerEnd);
 }
 
 // The clause of the log line inside the clause of the loading, in that order.
@@ -419,16 +332,24 @@ HRESULT SyntheticAgentShim::AddLoaderClauses(IMethodBuilder* builder) {
 
 void SyntheticAgentShim::FindFailureLogMethods() {
     logPath.clear();
-    for (char c : SystemUtils::PathOfStream(log)) logPath.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
+    for (char c : SystemUtils::PathOfStream(log))
+        logPath.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
     mdTypeDef stringType = 0;
     mdTypeDef fileType = 0;
     ShimSignature concat;
-    concat.add(IMAGE_CEE_CS_CALLCONV_DEFAULT).add(3).add(ELEMENT_TYPE_STRING).add(ELEMENT_TYPE_STRING)
-        .add(ELEMENT_TYPE_STRING).add(ELEMENT_TYPE_STRING);
+    concat.add(IMAGE_CEE_CS_CALLCONV_DEFAULT)
+        .add(3)
+        .add(ELEMENT_TYPE_STRING)
+        .add(ELEMENT_TYPE_STRING)
+        .add(ELEMENT_TYPE_STRING)
+        .add(ELEMENT_TYPE_STRING);
     ShimSignature getMessage;
     getMessage.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(0).add(ELEMENT_TYPE_STRING);
     ShimSignature appendAllText;
-    appendAllText.add(IMAGE_CEE_CS_CALLCONV_DEFAULT).add(2).add(ELEMENT_TYPE_VOID).add(ELEMENT_TYPE_STRING)
+    appendAllText.add(IMAGE_CEE_CS_CALLCONV_DEFAULT)
+        .add(2)
+        .add(ELEMENT_TYPE_VOID)
+        .add(ELEMENT_TYPE_STRING)
         .add(ELEMENT_TYPE_STRING);
     if (FAILED(import->FindTypeDefByName(u"System.String", mdTypeDefNil, &stringType)) ||
         FAILED(import->FindTypeDefByName(u"System.IO.File", mdTypeDefNil, &fileType)) ||
