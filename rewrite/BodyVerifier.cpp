@@ -25,96 +25,27 @@ constexpr unsigned int kCheckedArguments = 64;
 // (a number, a value type, an address), or either.
 enum Kind : unsigned char { kUnknown, kObject, kValue };
 
-enum class Flow { Next, Branch, Conditional, Stop, Leave, Return, Call };
-
-struct Effect {
-    signed char pop;
-    signed char push;
-    Flow flow;
-};
-
-// How each opcode moves the stack and control, by its encoded value.
-constexpr Effect decideEffect(unsigned int value) {
-    if ((value & 0xFF) == 0xFE) {
-        switch (value >> 8) {
-        case 0x00: case 0x06: case 0x09: case 0x0A: case 0x0C: case 0x0D: case 0x1C: return {0, 1, Flow::Next};
-        case 0x01: case 0x02: case 0x03: case 0x04: case 0x05: return {2, 1, Flow::Next};
-        case 0x07: case 0x0F: case 0x1D: return {1, 1, Flow::Next};
-        case 0x0B: case 0x0E: case 0x15: return {1, 0, Flow::Next};
-        case 0x11: return {1, 0, Flow::Stop};
-        case 0x17: case 0x18: return {3, 0, Flow::Next};
-        case 0x1A: return {0, 0, Flow::Stop};
-        default: return {0, 0, Flow::Next};  // the prefixes
-        }
-    }
-    switch (value) {
-    case 0x25: return {1, 2, Flow::Next};
-    case 0x26: case 0x10: case 0x13: case 0x80: return {1, 0, Flow::Next};
-    case 0x27: return {0, 0, Flow::Stop};
-    case 0x28: case 0x29: case 0x6F: case 0x73: return {0, 0, Flow::Call};
-    case 0x2A: return {0, 0, Flow::Return};
-    case 0x2B: case 0x38: return {0, 0, Flow::Branch};
-    case 0x2C: case 0x2D: case 0x39: case 0x3A: case 0x45: return {1, 0, Flow::Conditional};
-    case 0x70: case 0x7D: case 0x81: case 0xDF: return {2, 0, Flow::Next};
-    case 0x7A: return {1, 0, Flow::Stop};
-    case 0xDC: return {0, 0, Flow::Stop};
-    case 0xDD: case 0xDE: return {0, 0, Flow::Leave};
-    case 0x8F: case 0xA3: return {2, 1, Flow::Next};
-    case 0xA4: return {3, 0, Flow::Next};
-    default: break;
-    }
-    if (value <= 0x01) return {0, 0, Flow::Next};
-    if (value <= 0x09 || (value >= 0x0E && value <= 0x24 && value != 0x10 && value != 0x13)) return {0, 1, Flow::Next};
-    if (value <= 0x0D) return {1, 0, Flow::Next};
-    if (value >= 0x2E && value <= 0x37) return {2, 0, Flow::Conditional};
-    if (value >= 0x3B && value <= 0x44) return {2, 0, Flow::Conditional};
-    if (value >= 0x51 && value <= 0x57) return {2, 0, Flow::Next};
-    if ((value >= 0x58 && value <= 0x64) || (value >= 0x90 && value <= 0x9A) || (value >= 0xD6 && value <= 0xDB)) {
-        return {2, 1, Flow::Next};
-    }
-    if (value >= 0x9B && value <= 0xA2) return {3, 0, Flow::Next};
-    if (value == 0x72 || value == 0x7E || value == 0x7F || value == 0xD0) return {0, 1, Flow::Next};
-    // The rest take one value and leave one: loads through addresses, unary
-    // operators, conversions, object and field access.
-    return {1, 1, Flow::Next};
+constexpr unsigned int op(Opcode opcode) {
+    return static_cast<unsigned int>(opcode);
 }
 
-// The same answers as a table, made when the library is compiled: one-byte
-// opcodes by their value, two-byte ones (0xFE first) by their second byte.
-struct EffectTable {
-    Effect oneByte[256];
-    Effect twoByte[256];
-};
-constexpr EffectTable kEffects = [] {
-    EffectTable table{};
-    for (unsigned int value = 0; value < 256; ++value) {
-        table.oneByte[value] = decideEffect(value);
-        table.twoByte[value] = decideEffect(0xFE | (value << 8));
-    }
-    return table;
-}();
-
-Effect effectOf(unsigned int value) {
-    if ((value & 0xFF) == 0xFE && (value >> 8) < 256) return kEffects.twoByte[value >> 8];
-    if (value < 256) return kEffects.oneByte[value];
-    return decideEffect(value);
+// Whether a value lies between two opcodes of one family, by value.
+constexpr bool within(unsigned int value, Opcode first, Opcode last) {
+    return value >= op(first) && value <= op(last);
 }
 
-// The kind an opcode leaves on the stack when the kind does not depend on its
-// operand; kUnknown otherwise.
+// What the opcode table says an opcode does to the stack and to control. The
+// decoder lets only the table's opcodes through.
+const OpcodeInfo& effectOf(unsigned int value) {
+    return *findOpcode(static_cast<Opcode>(value));
+}
+
 Kind producedKind(unsigned int value) {
-    if (value == 0x14 || value == 0x72 || value == 0x8C || value == 0x8D) return kObject;  // ldnull ldstr box newarr
-    if ((value >= 0x15 && value <= 0x23) || (value >= 0x46 && value <= 0x4F) || (value >= 0x58 && value <= 0x6E) ||
-        value == 0x76 || value == 0x79 || (value >= 0x82 && value <= 0x8B) || value == 0x8E || value == 0x8F ||
-        (value >= 0x90 && value <= 0x99) || (value >= 0xB3 && value <= 0xBA) || value == 0xC2 || value == 0xC3 ||
-        value == 0xC6 || value == 0xD0 || (value >= 0xD1 && value <= 0xDB) || value == 0xE0 || value == 0x0F ||
-        value == 0x12 || value == 0x7C || value == 0x7F) {
+    switch (effectOf(value).pushed) {
+    case PushedKind::Object:
+        return kObject;
+    case PushedKind::Value:
         return kValue;
-    }
-    switch (value >> 8) {
-    case 0x00: case 0x01: case 0x02: case 0x03: case 0x04: case 0x05: case 0x06: case 0x07: case 0x0A: case 0x0D:
-    case 0x0F: case 0x1C: case 0x1D:
-        return (value & 0xFF) == 0xFE ? kValue : kUnknown;
     default:
         return kUnknown;
     }
@@ -302,12 +233,24 @@ private:
             const OpcodeInfo* info = findOpcode(static_cast<Opcode>(value));
             unsigned int operandSize = 0;
             switch (info == nullptr ? OperandForm::Unsupported : info->form) {
-            case OperandForm::None: break;
-            case OperandForm::Byte: case OperandForm::ShortBranch: operandSize = 1; break;
-            case OperandForm::Variable: operandSize = 2; break;
-            case OperandForm::Word: case OperandForm::LongBranch: operandSize = 4; break;
-            case OperandForm::DoubleWord: operandSize = 8; break;
-            default: return fail("No opcode 0x%X at 0x%X.", value, offset);
+            case OperandForm::None:
+                break;
+            case OperandForm::Byte:
+            case OperandForm::ShortBranch:
+                operandSize = 1;
+                break;
+            case OperandForm::Variable:
+                operandSize = 2;
+                break;
+            case OperandForm::Word:
+            case OperandForm::LongBranch:
+                operandSize = 4;
+                break;
+            case OperandForm::DoubleWord:
+                operandSize = 8;
+                break;
+            default:
+                return fail("No opcode 0x%X at 0x%X.", value, offset);
             }
             unsigned int start = offset + length;
             if (operandSize > codeSize - start) return fail("Operand cut at 0x%X.", offset);
@@ -320,11 +263,12 @@ private:
                 targets.push_back(instruction.next + static_cast<unsigned int>(static_cast<signed char>(operand[0])));
             } else if (info->form == OperandForm::LongBranch) {
                 targets.push_back(instruction.next + instruction.operand);
-            } else if (value == 0x45) {
+            } else if (value == op(Opcode::switch_)) {
                 unsigned int count = instruction.operand;
                 if (count > (codeSize - instruction.next) / 4) return fail("Switch cut at 0x%X.", offset);
                 unsigned int end = instruction.next + 4 * count;
-                for (unsigned int i = 0; i < count; ++i) targets.push_back(end + read32(code + instruction.next + 4 * i));
+                for (unsigned int i = 0; i < count; ++i)
+                    targets.push_back(end + read32(code + instruction.next + 4 * i));
                 instruction.next = end;
             }
             instruction.targetCount = static_cast<unsigned int>(targets.size()) - instruction.firstTarget;
@@ -345,7 +289,8 @@ private:
         const unsigned char* section = method.body + position;
         if ((section[0] & CorILMethod_Sect_KindMask) != CorILMethod_Sect_EHTable) return fail("No clause table.");
         bool fat = (section[0] & CorILMethod_Sect_FatFormat) != 0;
-        unsigned int size = fat ? static_cast<unsigned int>(section[1] | section[2] << 8 | section[3] << 16) : section[1];
+        unsigned int size =
+            fat ? static_cast<unsigned int>(section[1] | section[2] << 8 | section[3] << 16) : section[1];
         unsigned int clauseSize = fat ? 24 : 12;
         if (size < 4 || (size - 4) % clauseSize != 0 || size > method.size - position) {
             return fail("Bad clause table size %u.", size);
@@ -438,7 +383,8 @@ private:
                 }
                 continue;
             }
-            if (effectOf(value).flow == Flow::Leave) return fail("leave at 0x%X inside a filter.", instruction.offset);
+            if (effectOf(value).flow == ControlFlow::Leave)
+                return fail("leave at 0x%X inside a filter.", instruction.offset);
             if (value == kRethrow) return fail("rethrow at 0x%X inside a filter.", instruction.offset);
             for (unsigned int t = 0; t < instruction.targetCount; ++t) {
                 if (!block->contains(targets[instruction.firstTarget + t])) {
@@ -463,11 +409,12 @@ private:
                 bool aInB = b.begin <= a.begin && a.end <= b.end;
                 bool bInA = a.begin <= b.begin && b.end <= a.end;
                 if (!disjoint && !aInB && !bInA) return fail("Clauses %u and %u overlap.", i / 2, j / 2);
-                if (j / 2 != i / 2 && bInA && !aInB) return fail("Clause %u holds clause %u that comes after it.", i / 2, j / 2);
+                if (j / 2 != i / 2 && bInA && !aInB)
+                    return fail("Clause %u holds clause %u that comes after it.", i / 2, j / 2);
             }
         }
         for (const Decoded& instruction : instructions) {
-            Effect effect = effectOf(instruction.value);
+            const OpcodeInfo& effect = effectOf(instruction.value);
             for (unsigned int t = 0; t < instruction.targetCount; ++t) {
                 unsigned int target = targets[instruction.firstTarget + t];
                 for (const Region& region : regions) {
@@ -476,12 +423,13 @@ private:
                     if (!from && to && !(region.isTry && target == region.begin)) {
                         return fail("Branch at 0x%X enters a block at 0x%X.", instruction.offset, target);
                     }
-                    if (from && !to && effect.flow != Flow::Leave) {
+                    if (from && !to && effect.flow != ControlFlow::Leave) {
                         return fail("Branch at 0x%X leaves a block without leave.", instruction.offset);
                     }
                 }
             }
-            bool fallsThrough = effect.flow == Flow::Next || effect.flow == Flow::Conditional || effect.flow == Flow::Call;
+            bool fallsThrough = effect.flow == ControlFlow::Next || effect.flow == ControlFlow::Conditional ||
+                                effect.flow == ControlFlow::Call;
             if (!fallsThrough) continue;
             if (instruction.next >= codeSize) return fail("Code falls off its end at 0x%X.", instruction.offset);
             for (const Region& region : regions) {
@@ -502,30 +450,33 @@ private:
             unsigned int value = instruction.value;
             unsigned int argument = kNone;
             unsigned int local = kNone;
-            if (value >= 0x02 && value <= 0x05) argument = value - 0x02;
-            if (value >= 0x06 && value <= 0x09) local = value - 0x06;
-            if (value >= 0x0A && value <= 0x0D) local = value - 0x0A;
-            if (value >= 0x0E && value <= 0x10) argument = instruction.operand;
-            if (value >= 0x11 && value <= 0x13) local = instruction.operand;
-            if (value == 0x09FE || value == 0x0AFE || value == 0x0BFE) argument = instruction.operand;
-            if (value == 0x0CFE || value == 0x0DFE || value == 0x0EFE) local = instruction.operand;
+            if (within(value, Opcode::ldarg_0, Opcode::ldarg_3)) argument = value - op(Opcode::ldarg_0);
+            if (within(value, Opcode::ldloc_0, Opcode::ldloc_3)) local = value - op(Opcode::ldloc_0);
+            if (within(value, Opcode::stloc_0, Opcode::stloc_3)) local = value - op(Opcode::stloc_0);
+            if (within(value, Opcode::ldarg_s, Opcode::starg_s) || within(value, Opcode::ldarg, Opcode::starg)) {
+                argument = instruction.operand;
+            }
+            if (within(value, Opcode::ldloc_s, Opcode::stloc_s) || within(value, Opcode::ldloc, Opcode::stloc)) {
+                local = instruction.operand;
+            }
             if (argument != kNone && argument >= method.argumentCount) {
                 return fail("Argument %u at 0x%X is out of range.", argument, instruction.offset);
             }
             if (local != kNone && local >= method.localCount) {
                 return fail("Local %u at 0x%X is out of range.", local, instruction.offset);
             }
-            if (value == 0x14FE) {
-                bool call = i + 1 < instructions.size() && (instructions[i + 1].value == 0x28 ||
-                                                            instructions[i + 1].value == 0x29 ||
-                                                            instructions[i + 1].value == 0x6F);
-                if (!call || i + 2 >= instructions.size() || instructions[i + 2].value != 0x2A) {
+            if (value == op(Opcode::tail)) {
+                bool call = i + 1 < instructions.size() && (instructions[i + 1].value == op(Opcode::call) ||
+                                                            instructions[i + 1].value == op(Opcode::calli) ||
+                                                            instructions[i + 1].value == op(Opcode::callvirt));
+                if (!call || i + 2 >= instructions.size() || instructions[i + 2].value != op(Opcode::ret)) {
                     return fail("tail. at 0x%X is not followed by a call and ret.", instruction.offset);
                 }
             }
-            if (effectOf(value).flow == Flow::Return) {
+            if (effectOf(value).flow == ControlFlow::Return) {
                 for (const Region& region : regions) {
-                    if (region.contains(instruction.offset)) return fail("ret at 0x%X inside a block.", instruction.offset);
+                    if (region.contains(instruction.offset))
+                        return fail("ret at 0x%X inside a block.", instruction.offset);
                 }
             }
         }
@@ -609,10 +560,10 @@ private:
     }
 
     bool step(const Decoded& instruction, std::vector<unsigned char>& stack) {
-        Effect effect = effectOf(instruction.value);
+        const OpcodeInfo& effect = effectOf(instruction.value);
         unsigned int depth = static_cast<unsigned int>(stack.size());
         Kind pushed = producedKind(instruction.value);
-        if (effect.flow == Flow::Call) {
+        if (effect.flow == ControlFlow::Call) {
             if (!applyCall(instruction, stack)) return false;
         } else if (instruction.value == kEndFilter) {
             // The filter's answer: one number, nothing else.
@@ -620,36 +571,39 @@ private:
                 return fail("endfilter at 0x%X without exactly one number on the stack.", instruction.offset);
             }
             return true;
-        } else if (effect.flow == Flow::Return) {
+        } else if (effect.flow == ControlFlow::Return) {
             unsigned int expected = method.returnsValue ? 1 : 0;
             if (depth != expected) return fail("ret at 0x%X with %u values on the stack.", instruction.offset, depth);
             return true;
         } else {
-            if (depth < static_cast<unsigned int>(effect.pop)) return fail("Stack underflow at 0x%X.", instruction.offset);
+            if (depth < static_cast<unsigned int>(effect.pop))
+                return fail("Stack underflow at 0x%X.", instruction.offset);
             unsigned char top = depth != 0 ? stack.back() : static_cast<unsigned char>(kUnknown);
             stack.resize(depth - effect.pop);
-            if (instruction.value == 0x25) {
+            if (instruction.value == op(Opcode::dup)) {
                 stack.push_back(top);
                 stack.push_back(top);
             } else if (effect.push != 0) {
                 stack.push_back(slotKind(instruction, pushed));
             }
         }
-        if (stack.size() > maxStack) return fail("Stack depth %zu above MaxStack %u at 0x%X.", stack.size(), maxStack, instruction.offset);
-        if (effect.flow == Flow::Leave) stack.clear();
+        if (stack.size() > maxStack)
+            return fail("Stack depth %zu above MaxStack %u at 0x%X.", stack.size(), maxStack, instruction.offset);
+        if (effect.flow == ControlFlow::Leave) stack.clear();
         for (unsigned int t = 0; t < instruction.targetCount; ++t) {
             if (!reach(targets[instruction.firstTarget + t], stack, "branch")) return false;
         }
-        bool fallsThrough = effect.flow == Flow::Next || effect.flow == Flow::Conditional || effect.flow == Flow::Call;
+        bool fallsThrough = effect.flow == ControlFlow::Next || effect.flow == ControlFlow::Conditional ||
+                            effect.flow == ControlFlow::Call;
         return !fallsThrough || reach(instruction.next, stack, "next");
     }
 
     unsigned char slotKind(const Decoded& instruction, Kind pushed) const {
         unsigned int value = instruction.value;
-        if (value >= 0x02 && value <= 0x05) return argumentKinds[value - 0x02];
-        if (value == 0x0E || value == 0x09FE) return argumentKinds[instruction.operand];
-        if (value >= 0x06 && value <= 0x09) return localKinds[value - 0x06];
-        if (value == 0x11 || value == 0x0CFE) return localKinds[instruction.operand];
+        if (within(value, Opcode::ldarg_0, Opcode::ldarg_3)) return argumentKinds[value - op(Opcode::ldarg_0)];
+        if (value == op(Opcode::ldarg_s) || value == op(Opcode::ldarg)) return argumentKinds[instruction.operand];
+        if (within(value, Opcode::ldloc_0, Opcode::ldloc_3)) return localKinds[value - op(Opcode::ldloc_0)];
+        if (value == op(Opcode::ldloc_s) || value == op(Opcode::ldloc)) return localKinds[instruction.operand];
         return pushed;
     }
 
@@ -658,9 +612,9 @@ private:
         if (FAILED(calleeOf(method.import, instruction.operand, &callee))) {
             return fail("No signature for the call at 0x%X.", instruction.offset);
         }
-        bool construct = instruction.value == 0x73;
+        bool construct = instruction.value == op(Opcode::newobj);
         unsigned int receiver = callee.hasThis && !callee.explicitThis && !construct ? 1 : 0;
-        unsigned int pointer = instruction.value == 0x29 ? 1 : 0;
+        unsigned int pointer = instruction.value == op(Opcode::calli) ? 1 : 0;
         unsigned int pop = callee.parameters + receiver + pointer;
         unsigned int depth = static_cast<unsigned int>(stack.size());
         if (depth < pop) return fail("Stack underflow at the call at 0x%X.", instruction.offset);
@@ -695,7 +649,7 @@ private:
     std::vector<unsigned int> targets;
     std::vector<int> indexAt;
     std::vector<IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT> clauses;
-    std::vector<Region> regions;  // per clause: its try block, then its handler (with its filter)
+    std::vector<Region> regions;       // per clause: its try block, then its handler (with its filter)
     std::vector<Region> filterBlocks;  // from a filter's start to its handler's
     std::vector<unsigned char> argumentKinds;
     std::vector<unsigned char> localKinds;

@@ -204,7 +204,6 @@ void MethodBuffer::printClauses(FILE* stream) {
 }
 
 int MethodBuffer::print(FILE* stream) {
-    initializeOpcodeMap();
     printHeader(stream);
     printCode(stream);
     if (hasEH() && eh != nullptr) printClauses(stream);

@@ -426,7 +426,6 @@ void MethodBuilder::printClauses(FILE* stream) {
 }
 
 int MethodBuilder::print(FILE* stream, unsigned int origin) {
-    initializeOpcodeMap();
     fprintf_8(stream, "HEADER\n");
     fprintf_8(stream, "%15s 0x%08X\n", "Flags", static_cast<unsigned int>(header.Flags));
     fprintf_8(stream, "%15s %10d\n", "Size", static_cast<int>(header.Size));
