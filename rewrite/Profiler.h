@@ -1,7 +1,8 @@
 // The instrumentation engine. One object per process, owned by the callback
 // hub; no lock of its own: the hub calls it under profilerLock, or on the
-// module-load path one scan at a time. The per-method fields below are
-// replaced for each method and make it unfit for concurrent use.
+// module-load path one scan at a time. What belongs to the method in hand is
+// one value (MethodRewrite), made anew for each method; one method is
+// rewritten at a time.
 #pragma once
 
 #include <cstdio>
@@ -80,7 +81,7 @@ public:
 
     Profiler(ICorProfilerInfo* info, unsigned int clrVersion);
 
-    IMethodBuilder* getBuilder() override { return builder.get(); }
+    IMethodBuilder* getBuilder() override { return current.builder.get(); }
     HRESULT hijackMethod(IMetaDataContext* context) override;
     HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) override;
     void clearHistoryForFunction(IMetaDataContext* context) override;
@@ -103,13 +104,13 @@ public:
     [[nodiscard]] HRESULT updateCatchTrace();
 
     // What the set-up decided and resolved, for the tests and the log.
-    bool isCoreLibraryMethod() const { return isCoreLibrary; }
-    bool isValueTypeMethod() const { return isValueType; }
-    unsigned int getLocalSigToken() const { return localSigToken; }
-    unsigned int getLocalCount() const { return localCount; }
-    unsigned int getResultLocal() const { return resultLocal; }
-    unsigned int getTraceLocal() const { return traceLocal; }
-    unsigned int getTraceToken(TraceToken which) const { return traceTokens[which]; }
+    bool isCoreLibraryMethod() const { return current.isCoreLibrary; }
+    bool isValueTypeMethod() const { return current.isValueType; }
+    unsigned int getLocalSigToken() const { return current.localSigToken; }
+    unsigned int getLocalCount() const { return current.localCount; }
+    unsigned int getResultLocal() const { return current.resultLocal; }
+    unsigned int getTraceLocal() const { return current.traceLocal; }
+    unsigned int getTraceToken(TraceToken which) const { return current.traceTokens[which]; }
     const char16_t* getCoreLibraryName() const { return coreLibraryName; }
     void setHijackToken(unsigned int index, unsigned int token) { hijackTokens[index] = token; }
     unsigned int getHijackToken(unsigned int index) const { return hijackTokens[index]; }
@@ -125,14 +126,15 @@ private:
     [[nodiscard]] HRESULT allocateBody(ModuleID module, unsigned int size, unsigned char** body);
     // The forwarders and the switch field in the desktop core library, once.
     [[nodiscard]] HRESULT updateHijacks();
-    [[nodiscard]] HRESULT defineForwardMethod(unsigned int typeDef, const char16_t* name, const unsigned char* signature,
-                                unsigned int signatureLength, const unsigned char* body, unsigned int bodyLength,
-                                unsigned int* token);
+    [[nodiscard]] HRESULT defineForwardMethod(unsigned int typeDef, const char16_t* name,
+                                              const unsigned char* signature, unsigned int signatureLength,
+                                              const unsigned char* body, unsigned int bodyLength, unsigned int* token);
     void mapOriginalOffsets();
-    [[nodiscard]] HRESULT readReturnType(IMethodBlobInputStream* stream, unsigned char* type, unsigned int* token, bool* reported);
+    [[nodiscard]] HRESULT readReturnType(IMethodBlobInputStream* stream, unsigned char* type, unsigned int* token,
+                                         bool* reported);
     [[nodiscard]] HRESULT checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwner);
-    [[nodiscard]] HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
-                                unsigned int* sigToken, unsigned int* count);
+    [[nodiscard]] HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult, unsigned int* sigToken,
+                                              unsigned int* count);
     [[nodiscard]] HRESULT getClassToken(unsigned int* token);
     [[nodiscard]] HRESULT refuseUnwrappableCode();
     [[nodiscard]] HRESULT findBaseConstructorCall(unsigned int* index);
@@ -153,8 +155,9 @@ private:
     [[nodiscard]] HRESULT getMVarTypeToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
     [[nodiscard]] HRESULT getGenInstToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token);
     [[nodiscard]] HRESULT getParameterTypeToken(IVarTypeSpecTokenGetter* getter, IMethodBlobInputStream* stream,
-                                  unsigned int index, unsigned int* token);
-    [[nodiscard]] static HRESULT resolveTypeSpecClassToken(IMetaDataImport* import, unsigned int typeSpec, unsigned int* token);
+                                                unsigned int index, unsigned int* token);
+    [[nodiscard]] static HRESULT resolveTypeSpecClassToken(IMetaDataImport* import, unsigned int typeSpec,
+                                                           unsigned int* token);
     [[nodiscard]] static HRESULT typeHasAttribute(IMetaDataImport* import, unsigned int typeDef, const char16_t* name);
 
     ICorProfilerInfo* info;
@@ -176,34 +179,42 @@ private:
     AutoPointer<IVarTypeSpecTokenGetter> varGetter;
     AutoPointer<IVarTypeSpecTokenGetter> mvarGetter;
     AutoPointer<IValueTypeSpecTokenGetter> valueTypeGetter;
-    IMetaDataContext* context = nullptr;
-    AutoPointer<IMethodBuilder> builder;
-    AutoPointer<IMethodBuffer> buffer;
-    unsigned char* newBody = nullptr;
-    bool isCoreLibrary = false;
     bool useSyntheticShim = false;
     bool isDotnetCore = false;
     const char16_t* coreLibraryName = nullptr;
     const char16_t* lastError = nullptr;
     static constexpr unsigned int kVerifierReasonSize = 160;
     char16_t verifierReason[kVerifierReasonSize] = {};
-    AutoPointer<IMethodBlobInputStream> signature;
-    bool isValueType = false;
-    bool hasThis = false;
-    bool hasReturn = false;
-    // Whether the result can go to the agent as an object; otherwise it is
-    // reported as null.
-    bool resultReported = false;
-    unsigned char returnType = 0;
-    unsigned int returnToken = 0;
-    unsigned int paramCount = 0;
-    unsigned int localSigToken = 0;
-    unsigned int localCount = 0;
-    unsigned int resultLocal = 0;
-    unsigned int traceLocal = 0;
-    unsigned int traceTokens[kTraceTokenCount] = {};
-    unsigned int minStack = 0;
-    unsigned int stackGrowth = 0;
     IProfilerController* controller = nullptr;
     FILE* log = nullptr;
+
+    // What the rewrite of the method in hand finds out and builds, stage by
+    // stage: made anew by the first stage of each method, read by the later
+    // ones, and left as it is until the next method, for the log and the
+    // tests.
+    struct MethodRewrite {
+        IMetaDataContext* context = nullptr;
+        AutoPointer<IMethodBuilder> builder;
+        AutoPointer<IMethodBuffer> buffer;
+        AutoPointer<IMethodBlobInputStream> signature;
+        unsigned char* newBody = nullptr;
+        bool isCoreLibrary = false;
+        bool isValueType = false;
+        bool hasThis = false;
+        bool hasReturn = false;
+        // Whether the result can go to the agent as an object; otherwise it
+        // is reported as null.
+        bool resultReported = false;
+        unsigned char returnType = 0;
+        unsigned int returnToken = 0;
+        unsigned int paramCount = 0;
+        unsigned int localSigToken = 0;
+        unsigned int localCount = 0;
+        unsigned int resultLocal = 0;
+        unsigned int traceLocal = 0;
+        unsigned int traceTokens[kTraceTokenCount] = {};
+        unsigned int minStack = 0;
+        unsigned int stackGrowth = 0;
+    };
+    MethodRewrite current;
 };

@@ -72,15 +72,16 @@ HRESULT Profiler::hijackMethod(IMetaDataContext* method) {
 
 HRESULT Profiler::updateHijacks() {
     if (isDotnetCore || hijackTokens[0] != 0) return S_OK;
-    IMetaDataImport* import = context->getImport();
-    const ModuleID module = context->getModuleID();
+    IMetaDataImport* import = current.context->getImport();
+    const ModuleID module = current.context->getModuleID();
     unsigned int tokens[kHijackTokenCount] = {};
 
     AutoCOMPointer<IMetaDataEmit> emit;
     HRESULT hr = import->QueryInterface(IID_IMetaDataEmit, reinterpret_cast<void**>(&emit));
     mdTypeDef host = 0;
     if (SUCCEEDED(hr)) hr = import->FindTypeDefByName(kHostClass, mdTokenNil, &host);
-    if (SUCCEEDED(hr)) hr = import->FindField(host, kSwitchField, kSwitchSignature, sizeof(kSwitchSignature), &tokens[0]);
+    if (SUCCEEDED(hr))
+        hr = import->FindField(host, kSwitchField, kSwitchSignature, sizeof(kSwitchSignature), &tokens[0]);
     // Reachable from every instrumented method of the library.
     if (SUCCEEDED(hr)) hr = emit->SetFieldProps(tokens[0], kPublicStatic, ELEMENT_TYPE_VOID, nullptr, 0);
     for (size_t i = 0; i < std::size(kForwarders) && SUCCEEDED(hr); ++i) {
@@ -101,7 +102,7 @@ HRESULT Profiler::updateHijacks() {
 HRESULT Profiler::defineForwardMethod(unsigned int typeDef, const char16_t* name, const unsigned char* signature,
                                       unsigned int signatureLength, const unsigned char* body, unsigned int bodyLength,
                                       unsigned int* token) {
-    const ModuleID module = context->getModuleID();
+    const ModuleID module = current.context->getModuleID();
     AutoCOMPointer<IMetaDataEmit> emit;
     HRESULT hr = info->GetModuleMetaData(module, ofWrite, IID_IMetaDataEmit, reinterpret_cast<IUnknown**>(&emit));
     mdMethodDef method = 0;

@@ -55,7 +55,8 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     }
     LPCBYTE body = nullptr;
     ULONG bodySize = 0;
-    if (SUCCEEDED(hr)) hr = info->GetILFunctionBody(newContext->getModuleID(), newContext->getMethodDef(), &body, &bodySize);
+    if (SUCCEEDED(hr))
+        hr = info->GetILFunctionBody(newContext->getModuleID(), newContext->getMethodDef(), &body, &bodySize);
     if (SUCCEEDED(hr) && keepingOriginals) {
         // Only the first sight is the method's own body.
         originalBodies.try_emplace(MethodKey(newContext->getModuleID(), newContext->getMethodDef()), body,
@@ -67,21 +68,20 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
         if (newBuffer.get() == nullptr) hr = E_OUTOFMEMORY;
     }
     if (SUCCEEDED(hr)) {
-        context = newContext;
-        isCoreLibrary = coreLibrary;
-        builder = std::move(newBuilder);
-        buffer = std::move(newBuffer);
-        minStack = 0;
-        stackGrowth = 0;
+        current = MethodRewrite{};
+        current.context = newContext;
+        current.isCoreLibrary = coreLibrary;
+        current.builder = std::move(newBuilder);
+        current.buffer = std::move(newBuffer);
     }
     return hr;
 }
 
 HRESULT Profiler::updateSignatures() {
-    IMetaDataImport* import = context->getImport();
+    IMetaDataImport* import = current.context->getImport();
     PCCOR_SIGNATURE bytes = nullptr;
     ULONG length = 0;
-    HRESULT hr = import->GetMethodProps(context->getMethodDef(), nullptr, nullptr, 0, nullptr, nullptr, &bytes,
+    HRESULT hr = import->GetMethodProps(current.context->getMethodDef(), nullptr, nullptr, 0, nullptr, nullptr, &bytes,
                                         &length, nullptr, nullptr);
     AutoPointer<IMethodBlobInputStream> stream;
     if (SUCCEEDED(hr)) {
@@ -122,18 +122,18 @@ HRESULT Profiler::updateSignatures() {
         hr = buildLocalSignature(stream.get(), newHasReturn, &newLocalSigToken, &count);
     }
     if (SUCCEEDED(hr)) {
-        signature = std::move(stream);
-        hasThis = (flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0;
-        returnType = newReturnType;
-        returnToken = newReturnToken;
-        paramCount = newParamCount;
-        hasReturn = newHasReturn;
-        resultReported = reported;
-        isValueType = newIsValueType;
-        localSigToken = newLocalSigToken;
-        localCount = count;
-        resultLocal = count - 2;
-        traceLocal = count - 1;
+        current.signature = std::move(stream);
+        current.hasThis = (flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0;
+        current.returnType = newReturnType;
+        current.returnToken = newReturnToken;
+        current.paramCount = newParamCount;
+        current.hasReturn = newHasReturn;
+        current.resultReported = reported;
+        current.isValueType = newIsValueType;
+        current.localSigToken = newLocalSigToken;
+        current.localCount = count;
+        current.resultLocal = count - 2;
+        current.traceLocal = count - 1;
     }
     return hr;
 }
@@ -184,7 +184,7 @@ HRESULT Profiler::readReturnType(IMethodBlobInputStream* stream, unsigned char* 
 HRESULT Profiler::checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwner) {
     char16_t* parentAssembly = nullptr;
     char16_t* parentClass = nullptr;
-    if (FAILED(context->getParentName(&parentAssembly, &parentClass)) ||
+    if (FAILED(current.context->getParentName(&parentAssembly, &parentClass)) ||
         !(sameText(parentClass, SharedNames::kValueType) || sameText(parentClass, u"System.Enum"))) {
         return S_OK;
     }
@@ -192,13 +192,13 @@ HRESULT Profiler::checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwne
     // reference, to be handed over as it is.
     char16_t* assembly = nullptr;
     char16_t* className = nullptr;
-    if (isCoreLibrary && SUCCEEDED(context->getClassName(&assembly, &className)) &&
+    if (current.isCoreLibrary && SUCCEEDED(current.context->getClassName(&assembly, &className)) &&
         sameText(className, u"System.Enum")) {
         return S_OK;
     }
     HRESULT hr = S_OK;
     *isValueTypeOwner = true;
-    if ((flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0 && isByRefLikeType(context->getTypeDef())) {
+    if ((flags & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0 && isByRefLikeType(current.context->getTypeDef())) {
         // Such a value lives on the stack only: it has no boxed copy for the agent.
         lastError = kByRefLikeThisMessage;
         hr = E_FAIL;
@@ -211,15 +211,15 @@ HRESULT Profiler::checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwne
 
 // The method's locals, unchanged, then the result local (when there is a
 // result) and the trace local.
-HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
-                                      unsigned int* sigToken, unsigned int* count) {
+HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult, unsigned int* sigToken,
+                                      unsigned int* count) {
     AutoPointer<IBlobOutputStream> blob(IBlobOutputStream::newInstance());
     if (blob.get() == nullptr) return E_OUTOFMEMORY;
     unsigned int added = hasResult ? 2 : 1;
     HRESULT hr = blob->writeByte(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG);
 
-    IMetaDataImport* import = context->getImport();
-    unsigned int incomingToken = buffer->isTinyHeader() ? 0 : buffer->getHeader()->Fat.LocalVarSigTok;
+    IMetaDataImport* import = current.context->getImport();
+    unsigned int incomingToken = current.buffer->isTinyHeader() ? 0 : current.buffer->getHeader()->Fat.LocalVarSigTok;
     if (SUCCEEDED(hr) && incomingToken != 0) {
         PCCOR_SIGNATURE bytes = nullptr;
         ULONG length = 0;
@@ -265,28 +265,28 @@ HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasRe
 HRESULT Profiler::updateTokens() {
     unsigned int tokens[kTraceTokenCount] = {};
     HRESULT hr = S_OK;
-    if (isCoreLibrary && !isDotnetCore) {
+    if (current.isCoreLibrary && !isDotnetCore) {
         // The forwarders that the hijack defined in the core library.
         tokens[kInitToken] = hijackTokens[1];
-        tokens[kLoadToken] = hasThis ? hijackTokens[3] : hijackTokens[2];
+        tokens[kLoadToken] = current.hasThis ? hijackTokens[3] : hijackTokens[2];
         tokens[kPushToken] = hijackTokens[4];
         tokens[kStartToken] = hijackTokens[5];
-        tokens[kFinishToken] = hasReturn ? hijackTokens[8] : hijackTokens[7];
+        tokens[kFinishToken] = current.hasReturn ? hijackTokens[8] : hijackTokens[7];
         tokens[kCatchToken] = hijackTokens[9];
     } else {
-        ModuleID module = context->getModuleID();
+        ModuleID module = current.context->getModuleID();
         auto resolve = [&](TraceMember member, TraceToken place) {
             if (SUCCEEDED(hr)) hr = memberGetters[member]->getToken(module, &tokens[place]);
         };
-        resolve(isCoreLibrary && useSyntheticShim ? kCorInitTrace : kInitTrace, kInitToken);
-        resolve(hasThis ? kLoadTraceObject : kLoadTrace, kLoadToken);
-        if (hasThis && isValueType) resolve(kFinishValueTypeTrace, kFinishValueTypeToken);
+        resolve(current.isCoreLibrary && useSyntheticShim ? kCorInitTrace : kInitTrace, kInitToken);
+        resolve(current.hasThis ? kLoadTraceObject : kLoadTrace, kLoadToken);
+        if (current.hasThis && current.isValueType) resolve(kFinishValueTypeTrace, kFinishValueTypeToken);
         resolve(kPushTrace, kPushToken);
         resolve(kStartTrace, kStartToken);
-        resolve(hasReturn ? kFinishTraceObject : kFinishTrace, kFinishToken);
+        resolve(current.hasReturn ? kFinishTraceObject : kFinishTrace, kFinishToken);
         resolve(kCatchTrace, kCatchToken);
     }
-    if (SUCCEEDED(hr)) hr = typeGetters[kException]->getToken(context->getModuleID(), &tokens[kExceptionToken]);
-    if (SUCCEEDED(hr)) std::copy(tokens, tokens + kTraceTokenCount, traceTokens);
+    if (SUCCEEDED(hr)) hr = typeGetters[kException]->getToken(current.context->getModuleID(), &tokens[kExceptionToken]);
+    if (SUCCEEDED(hr)) std::copy(tokens, tokens + kTraceTokenCount, current.traceTokens);
     return hr;
 }

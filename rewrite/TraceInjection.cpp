@@ -110,10 +110,10 @@ HRESULT Profiler::runStages(IMetaDataContext* newContext, unsigned int* counter)
         }
     }
     if (SUCCEEDED(hr)) {
-        IMAGE_COR_ILMETHOD_FAT* header = builder->getFatHeader();
+        IMAGE_COR_ILMETHOD_FAT* header = current.builder->getFatHeader();
         // The field has 16 bits; the addition wraps within them.
-        header->MaxStack = static_cast<unsigned short>(header->MaxStack + stackGrowth);
-        if (header->MaxStack < minStack) header->MaxStack = minStack;
+        header->MaxStack = static_cast<unsigned short>(header->MaxStack + current.stackGrowth);
+        if (header->MaxStack < current.minStack) header->MaxStack = current.minStack;
     }
     return hr;
 }
@@ -123,17 +123,17 @@ HRESULT Profiler::runStages(IMetaDataContext* newContext, unsigned int* counter)
 HRESULT Profiler::writeBody(unsigned int* counter, HRESULT hr) {
     if (FAILED(hr)) return hr;
     ++*counter;
-    hr = allocateBody(context->getModuleID(), builder->getTotalSize(), &newBody);
+    hr = allocateBody(current.context->getModuleID(), current.builder->getTotalSize(), &current.newBody);
     if (SUCCEEDED(hr)) {
         ++*counter;
-        hr = builder->writeToBuffer(newBody);
+        hr = current.builder->writeToBuffer(current.newBody);
     }
     // A body the runtime would refuse is never installed: the method keeps its
     // own, and the log says why.
     if (SUCCEEDED(hr)) hr = verifyBody();
     if (SUCCEEDED(hr)) {
         ++*counter;
-        hr = info->SetILFunctionBody(context->getModuleID(), context->getMethodDef(), newBody);
+        hr = info->SetILFunctionBody(current.context->getModuleID(), current.context->getMethodDef(), current.newBody);
     }
     if (SUCCEEDED(hr)) mapOriginalOffsets();
     return hr;
@@ -142,13 +142,13 @@ HRESULT Profiler::writeBody(unsigned int* counter, HRESULT hr) {
 // Stack traces and debuggers see the offsets of the method's own code. The
 // body stands without the map, so a failure here is no failure of the rewrite.
 void Profiler::mapOriginalOffsets() {
-    FunctionID function = context->getFunctionID();
+    FunctionID function = current.context->getFunctionID();
     if (function == 0) return;  // rewritten on module load, before it has one
     try {
         std::vector<COR_IL_MAP> map;
-        for (unsigned int i = 0; i < builder->getILCount(); ++i) {
-            unsigned int origin = builder->getIL(i)->origin();
-            if (origin != IILInstruction::kNoOrigin) map.push_back({origin, builder->getILByteIndex(i), TRUE});
+        for (unsigned int i = 0; i < current.builder->getILCount(); ++i) {
+            unsigned int origin = current.builder->getIL(i)->origin();
+            if (origin != IILInstruction::kNoOrigin) map.push_back({origin, current.builder->getILByteIndex(i), TRUE});
         }
         if (!map.empty()) info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
     } catch (const std::bad_alloc&) {
@@ -159,66 +159,74 @@ void Profiler::mapOriginalOffsets() {
 HRESULT Profiler::verifyBody() {
     PCCOR_SIGNATURE locals = nullptr;
     ULONG localsLength = 0;
-    HRESULT hr = context->getImport()->GetSigFromToken(localSigToken, &locals, &localsLength);
+    HRESULT hr = current.context->getImport()->GetSigFromToken(current.localSigToken, &locals, &localsLength);
     if (FAILED(hr)) return hr;
-    VerifiedMethod method{newBody,      builder->getTotalSize(), paramCount + (hasThis ? 1u : 0u), localCount,
-                          hasReturn,    signature->getBytes(),   signature->getLength(),           locals,
-                          localsLength, context->getImport()};
+    VerifiedMethod method{current.newBody,
+                          current.builder->getTotalSize(),
+                          current.paramCount + (current.hasThis ? 1u : 0u),
+                          current.localCount,
+                          current.hasReturn,
+                          current.signature->getBytes(),
+                          current.signature->getLength(),
+                          locals,
+                          localsLength,
+                          current.context->getImport()};
     hr = BodyVerifier::verify(method, verifierReason, kVerifierReasonSize);
     if (hr == E_FAIL) lastError = verifierReason;
     return hr;
 }
 
 HRESULT Profiler::updateOriginalCode() {
-    builder->copyHeader(buffer->getHeader());
-    HRESULT hr = builder->insertIL(0, buffer->getCode(), buffer->getCodeSize());
-    if (SUCCEEDED(hr) && buffer->hasEH()) {
-        IMAGE_COR_ILMETHOD_SECT_EH* section = buffer->getEH();
-        bool small = buffer->isSmallEH();
-        for (unsigned int i = 0; i < buffer->getEHClauses() && SUCCEEDED(hr); ++i) {
-            hr = small ? builder->insertEHClause(&section->Small.Clauses[i])
-                       : builder->insertEHClause(&section->Fat.Clauses[i]);
+    current.builder->copyHeader(current.buffer->getHeader());
+    HRESULT hr = current.builder->insertIL(0, current.buffer->getCode(), current.buffer->getCodeSize());
+    if (SUCCEEDED(hr) && current.buffer->hasEH()) {
+        IMAGE_COR_ILMETHOD_SECT_EH* section = current.buffer->getEH();
+        bool small = current.buffer->isSmallEH();
+        for (unsigned int i = 0; i < current.buffer->getEHClauses() && SUCCEEDED(hr); ++i) {
+            hr = small ? current.builder->insertEHClause(&section->Small.Clauses[i])
+                       : current.builder->insertEHClause(&section->Fat.Clauses[i]);
         }
     }
-    if (SUCCEEDED(hr)) hr = builder->insertIL(0, Opcode::OPCODE_LABEL, LABEL_METHOD_BODY, 0);
+    if (SUCCEEDED(hr)) hr = current.builder->insertIL(0, Opcode::OPCODE_LABEL, LABEL_METHOD_BODY, 0);
 
     if (SUCCEEDED(hr)) hr = refuseUnwrappableCode();
-    if (SUCCEEDED(hr) && context->isInstanceTypeInitializer()) {
+    if (SUCCEEDED(hr) && current.context->isInstanceTypeInitializer()) {
         unsigned int ctorBody = 1;
-        if (!isValueType) hr = findBaseConstructorCall(&ctorBody);
-        if (SUCCEEDED(hr)) hr = builder->insertIL(ctorBody, Opcode::OPCODE_LABEL, LABEL_CTOR_BODY, 0);
+        if (!current.isValueType) hr = findBaseConstructorCall(&ctorBody);
+        if (SUCCEEDED(hr)) hr = current.builder->insertIL(ctorBody, Opcode::OPCODE_LABEL, LABEL_CTOR_BODY, 0);
     }
 
     if (SUCCEEDED(hr)) {
         // The list ends in the end label of the decoded code.
-        int last = static_cast<int>(builder->getILCount()) - 1;
-        while (last >= 0 && builder->getIL(last)->opcode() == Opcode::OPCODE_LABEL) --last;
+        int last = static_cast<int>(current.builder->getILCount()) - 1;
+        while (last >= 0 && current.builder->getIL(last)->opcode() == Opcode::OPCODE_LABEL) --last;
         int scanFrom = 0;
-        if (last >= 0 && builder->getIL(last)->opcode() == Opcode::ret) {
+        if (last >= 0 && current.builder->getIL(last)->opcode() == Opcode::ret) {
             // That ret stays as the only one, behind the shared exit.
-            hr = builder->insertIL(last, Opcode::OPCODE_LABEL, LABEL_EXIT, 0);
+            hr = current.builder->insertIL(last, Opcode::OPCODE_LABEL, LABEL_EXIT, 0);
             scanFrom = last - 1;
         } else {
-            unsigned int end = builder->getILCount();
-            hr = builder->insertIL(end, Opcode::OPCODE_LABEL, LABEL_EXIT, 0);
-            if (SUCCEEDED(hr)) hr = builder->insertIL(end + 1, Opcode::ret, 0, 0);
+            unsigned int end = current.builder->getILCount();
+            hr = current.builder->insertIL(end, Opcode::OPCODE_LABEL, LABEL_EXIT, 0);
+            if (SUCCEEDED(hr)) hr = current.builder->insertIL(end + 1, Opcode::ret, 0, 0);
             scanFrom = static_cast<int>(end);
         }
         // Each other ret becomes a branch in place, so that a branch that
         // aimed at it reaches the shared exit with the value on the stack.
         for (int i = scanFrom; i >= 0 && SUCCEEDED(hr); --i) {
-            if (builder->getIL(i)->opcode() == Opcode::ret) hr = builder->replaceIL(i, Opcode::br, 0, LABEL_EXIT);
+            if (current.builder->getIL(i)->opcode() == Opcode::ret)
+                hr = current.builder->replaceIL(i, Opcode::br, 0, LABEL_EXIT);
         }
     }
-    if (SUCCEEDED(hr)) builder->getFatHeader()->LocalVarSigTok = localSigToken;
+    if (SUCCEEDED(hr)) current.builder->getFatHeader()->LocalVarSigTok = current.localSigToken;
     return hr;
 }
 
 // A tail call leaves the frame before the exit code could run, and a jmp may
 // not leave a protected block: such bodies cannot be wrapped.
 HRESULT Profiler::refuseUnwrappableCode() {
-    for (unsigned int i = 0; i < builder->getILCount(); ++i) {
-        Opcode opcode = builder->getIL(i)->opcode();
+    for (unsigned int i = 0; i < current.builder->getILCount(); ++i) {
+        Opcode opcode = current.builder->getIL(i)->opcode();
         if (opcode == Opcode::tail || opcode == Opcode::jmp) {
             lastError = opcode == Opcode::tail ? kTailCallMessage : kJumpMessage;
             return E_FAIL;
@@ -232,15 +240,15 @@ HRESULT Profiler::refuseUnwrappableCode() {
 // its base class (a struct's constructors on locals are other calls). Without
 // one, as in the root class, the entry code goes first.
 HRESULT Profiler::findBaseConstructorCall(unsigned int* index) {
-    IMetaDataImport* import = context->getImport();
+    IMetaDataImport* import = current.context->getImport();
     mdToken extends = 0;
-    HRESULT hr = import->GetTypeDefProps(context->getTypeDef(), nullptr, 0, nullptr, nullptr, &extends);
+    HRESULT hr = import->GetTypeDefProps(current.context->getTypeDef(), nullptr, 0, nullptr, nullptr, &extends);
     if (FAILED(hr)) return hr;
-    unsigned int own = context->getTypeDef();
+    unsigned int own = current.context->getTypeDef();
     unsigned int base = classOf(import, extends);
-    unsigned int count = builder->getILCount();
+    unsigned int count = current.builder->getILCount();
     for (unsigned int i = 0; i + 1 < count; ++i) {
-        IILInstruction* instruction = builder->getIL(i);
+        IILInstruction* instruction = current.builder->getIL(i);
         if (instruction->opcode() != Opcode::call) continue;
         unsigned int token = static_cast<unsigned int>(instruction->operand());
         char16_t name[kNameSize] = {};
@@ -285,30 +293,30 @@ static HRESULT entryIndex(IMethodBuilder* builder, bool constructor, unsigned in
 
 HRESULT Profiler::updateInitTrace() {
     unsigned int index = 0;
-    const HRESULT hr = entryIndex(builder.get(), context->isInstanceTypeInitializer(), &index);
-    ILEmitter il(builder.get(), index, hr);
+    const HRESULT hr = entryIndex(current.builder.get(), current.context->isInstanceTypeInitializer(), &index);
+    ILEmitter il(current.builder.get(), index, hr);
     il.label(LABEL_INIT_TRACE)
-        .op(Opcode::ldc_i4, context->getMethodID())
-        .op(Opcode::call, traceTokens[kInitToken])
-        .op(Opcode::stloc, traceLocal)
+        .op(Opcode::ldc_i4, current.context->getMethodID())
+        .op(Opcode::call, current.traceTokens[kInitToken])
+        .op(Opcode::stloc, current.traceLocal)
         .label(LABEL_INIT_TRACE_END);
-    minStack = atLeast(minStack, 1);
+    current.minStack = atLeast(current.minStack, 1);
     return il.status();
 }
 
 HRESULT Profiler::updateCorTrace() {
-    if (!isCoreLibrary || isDotnetCore) return S_OK;
+    if (!current.isCoreLibrary || isDotnetCore) return S_OK;
     // Until the agent has recorded its first operations the method stays
     // untraced: the field guards the call of initTrace.
     unsigned int index = 0;
-    const HRESULT hr = entryIndex(builder.get(), context->isInstanceTypeInitializer(), &index);
-    ILEmitter il(builder.get(), index, hr);
+    const HRESULT hr = entryIndex(current.builder.get(), current.context->isInstanceTypeInitializer(), &index);
+    ILEmitter il(current.builder.get(), index, hr);
     il.label(LABEL_COR_TRACE)
         .op(Opcode::ldsfld, hijackTokens[0])
         .op(Opcode::ldc_i4_1)
         .jump(Opcode::bgt_s, LABEL_COR_TRACE_READY)
         .op(Opcode::ldc_i4_0)
-        .op(Opcode::stloc_s, traceLocal)
+        .op(Opcode::stloc_s, current.traceLocal)
         .jump(Opcode::br_s, LABEL_INIT_TRACE_END)
         .label(LABEL_COR_TRACE_READY);
     return il.status();
@@ -316,30 +324,30 @@ HRESULT Profiler::updateCorTrace() {
 
 HRESULT Profiler::getClassToken(unsigned int* token) {
     if (clrVersion != 2 && clrVersion != 4) {
-        *token = context->getTypeDef();
+        *token = current.context->getTypeDef();
         return S_OK;
     }
-    return valueTypeGetter->getToken(context->getModuleID(), context->getTypeDef(), token);
+    return valueTypeGetter->getToken(current.context->getModuleID(), current.context->getTypeDef(), token);
 }
 
 HRESULT Profiler::updateStartTrace() {
-    int found = builder->findLabel(LABEL_INIT_TRACE_END);
+    int found = current.builder->findLabel(LABEL_INIT_TRACE_END);
     if (found < 0) return E_UNEXPECTED;
-    ILEmitter il(builder.get(), static_cast<unsigned int>(found) + 1);
-    il.label(LABEL_START_TRACE).op(Opcode::ldloc, traceLocal).jump(Opcode::brfalse, LABEL_START_TRACE_END);
-    if (hasThis) il.op(Opcode::ldarg_0);
-    if (hasThis && isValueType) boxedCopy(il);
-    il.op(Opcode::call, traceTokens[kLoadToken]);
-    if (paramCount != 0) {
+    ILEmitter il(current.builder.get(), static_cast<unsigned int>(found) + 1);
+    il.label(LABEL_START_TRACE).op(Opcode::ldloc, current.traceLocal).jump(Opcode::brfalse, LABEL_START_TRACE_END);
+    if (current.hasThis) il.op(Opcode::ldarg_0);
+    if (current.hasThis && current.isValueType) boxedCopy(il);
+    il.op(Opcode::call, current.traceTokens[kLoadToken]);
+    if (current.paramCount != 0) {
         il.label(LABEL_PUSH_TRACE)
-            .op(Opcode::ldloc, traceLocal)
+            .op(Opcode::ldloc, current.traceLocal)
             .op(Opcode::ldc_i4, 2)
             .jump(Opcode::blt_s, LABEL_PUSH_TRACE_END);
         insertParameters(il);
         il.label(LABEL_PUSH_TRACE_END);
     }
-    il.op(Opcode::call, traceTokens[kStartToken]).label(LABEL_START_TRACE_END);
-    minStack = atLeast(minStack, 2);
+    il.op(Opcode::call, current.traceTokens[kStartToken]).label(LABEL_START_TRACE_END);
+    current.minStack = atLeast(current.minStack, 2);
     return il.status();
 }
 
@@ -351,9 +359,9 @@ void Profiler::boxedCopy(ILEmitter& il) {
 }
 
 void Profiler::insertParameters(ILEmitter& il) {
-    signature->shiftToFirstParam();
-    unsigned int first = hasThis ? 1 : 0;
-    for (unsigned int argument = first; argument < paramCount + first && il.ok(); ++argument) {
+    current.signature->shiftToFirstParam();
+    unsigned int first = current.hasThis ? 1 : 0;
+    for (unsigned int argument = first; argument < current.paramCount + first && il.ok(); ++argument) {
         il.then([&] { return insertParameter(il, argument, first); });
     }
 }
@@ -362,11 +370,11 @@ void Profiler::insertParameters(ILEmitter& il) {
 // reference it is. What cannot be an object (addresses, typed references,
 // function and unmanaged pointers, byref-like values) is left out.
 HRESULT Profiler::insertParameter(ILEmitter& il, unsigned int argument, unsigned int first) {
-    signature->skipCustomMods();
-    unsigned int position = signature->getIndex();
+    current.signature->skipCustomMods();
+    unsigned int position = current.signature->getIndex();
     unsigned char type = 0;
     unsigned int typeToken = 0;
-    HRESULT hr = signature->readParam(&type, &typeToken);
+    HRESULT hr = current.signature->readParam(&type, &typeToken);
     if (FAILED(hr)) return hr;
 
     unsigned int boxToken = 0;
@@ -384,7 +392,7 @@ HRESULT Profiler::insertParameter(ILEmitter& il, unsigned int argument, unsigned
         box = true;
         break;
     case ELEMENT_TYPE_GENERICINST:
-        hr = getGenInstToken(signature.get(), position, &boxToken);
+        hr = getGenInstToken(current.signature.get(), position, &boxToken);
         if (FAILED(hr)) return hr;
         // Only a value-type instance is boxed; a class instance is a reference.
         box = hr == S_OK;
@@ -392,9 +400,9 @@ HRESULT Profiler::insertParameter(ILEmitter& il, unsigned int argument, unsigned
         break;
     case ELEMENT_TYPE_VAR:
     case ELEMENT_TYPE_MVAR:
-        if (mayBeByRefLike(type, signature.get(), position)) return S_OK;
-        hr = type == ELEMENT_TYPE_VAR ? getVarTypeToken(signature.get(), position, &boxToken)
-                                      : getMVarTypeToken(signature.get(), position, &boxToken);
+        if (mayBeByRefLike(type, current.signature.get(), position)) return S_OK;
+        hr = type == ELEMENT_TYPE_VAR ? getVarTypeToken(current.signature.get(), position, &boxToken)
+                                      : getMVarTypeToken(current.signature.get(), position, &boxToken);
         box = true;
         break;
     case ELEMENT_TYPE_I:
@@ -410,28 +418,28 @@ HRESULT Profiler::insertParameter(ILEmitter& il, unsigned int argument, unsigned
     if (FAILED(hr)) return hr;
     il.op(Opcode::ldc_i4, argument - first).op(Opcode::ldarg, argument);
     if (box) il.op(Opcode::box, boxToken);
-    return il.op(Opcode::call, traceTokens[kPushToken]).status();
+    return il.op(Opcode::call, current.traceTokens[kPushToken]).status();
 }
 
 HRESULT Profiler::updateFinishTrace() {
-    int found = builder->findLabel(LABEL_EXIT);
+    int found = current.builder->findLabel(LABEL_EXIT);
     if (found < 0) return E_UNEXPECTED;
-    ILEmitter il(builder.get(), static_cast<unsigned int>(found) + 1);
-    il.label(LABEL_FINISH_TRACE).op(Opcode::ldloc, traceLocal).jump(Opcode::brfalse, LABEL_FINISH_TRACE_END);
-    if (isValueType && hasThis) {
+    ILEmitter il(current.builder.get(), static_cast<unsigned int>(found) + 1);
+    il.label(LABEL_FINISH_TRACE).op(Opcode::ldloc, current.traceLocal).jump(Opcode::brfalse, LABEL_FINISH_TRACE_END);
+    if (current.isValueType && current.hasThis) {
         // A fresh copy of this value, as the body left it.
         il.op(Opcode::ldarg_0);
         boxedCopy(il);
-        il.op(Opcode::call, traceTokens[kFinishValueTypeToken]);
+        il.op(Opcode::call, current.traceTokens[kFinishValueTypeToken]);
     }
-    if (hasReturn && resultReported) {
+    if (current.hasReturn && current.resultReported) {
         insertResultBoxing(il.op(Opcode::dup));
-    } else if (hasReturn) {
+    } else if (current.hasReturn) {
         il.op(Opcode::ldnull);
     }
-    il.op(Opcode::call, traceTokens[kFinishToken]).label(LABEL_FINISH_TRACE_END);
-    minStack = atLeast(minStack, 2);
-    stackGrowth = atLeast(stackGrowth, 2);
+    il.op(Opcode::call, current.traceTokens[kFinishToken]).label(LABEL_FINISH_TRACE_END);
+    current.minStack = atLeast(current.minStack, 2);
+    current.stackGrowth = atLeast(current.stackGrowth, 2);
     return il.status();
 }
 
@@ -440,21 +448,21 @@ HRESULT Profiler::updateFinishTrace() {
 // an unboxed value in the object argument would be an invalid program. A result
 // that cannot be an object is reported as null instead (see resultReported).
 void Profiler::insertResultBoxing(ILEmitter& il) {
-    switch (returnType) {
+    switch (current.returnType) {
     case ELEMENT_TYPE_VALUETYPE:
     case ELEMENT_TYPE_VAR:
     case ELEMENT_TYPE_MVAR:
-        il.op(Opcode::box, returnToken);
+        il.op(Opcode::box, current.returnToken);
         return;
     case ELEMENT_TYPE_GENERICINST:
-        if (returnToken != 0) il.op(Opcode::box, returnToken);
+        if (current.returnToken != 0) il.op(Opcode::box, current.returnToken);
         return;
     default:
         break;
     }
-    if (returnType < ELEMENT_TYPE_BOOLEAN || returnType > ELEMENT_TYPE_R8) return;
+    if (current.returnType < ELEMENT_TYPE_BOOLEAN || current.returnType > ELEMENT_TYPE_R8) return;
     unsigned int token = 0;
-    il.then([&] { return getPrimativeToken(returnType, &token); });
+    il.then([&] { return getPrimativeToken(current.returnType, &token); });
     il.op(Opcode::box, token);
 }
 
@@ -465,29 +473,29 @@ void Profiler::insertResultBoxing(ILEmitter& il) {
 // with their number, and an exception thrown by the agent would replace the
 // program's own; the runtime swallows one thrown in a filter.
 HRESULT Profiler::updateCatchTrace() {
-    int found = builder->findLabel(LABEL_EXIT);
+    int found = current.builder->findLabel(LABEL_EXIT);
     if (found < 0) return E_UNEXPECTED;
     // All exits meet here: the value is parked across the leave, which empties
     // the stack, and reloaded behind the protected block.
-    ILEmitter exit(builder.get(), static_cast<unsigned int>(found) + 1);
-    if (hasReturn) exit.op(Opcode::stloc, resultLocal);
+    ILEmitter exit(current.builder.get(), static_cast<unsigned int>(found) + 1);
+    if (current.hasReturn) exit.op(Opcode::stloc, current.resultLocal);
     exit.jump(Opcode::leave, LABEL_TRY_END).label(LABEL_TRY_END);
-    if (hasReturn) exit.op(Opcode::ldloc, resultLocal);
+    if (current.hasReturn) exit.op(Opcode::ldloc, current.resultLocal);
     if (!exit.ok()) return exit.status();
-    builder->getFatHeader()->Flags |= CorILMethod_MoreSects;
+    current.builder->getFatHeader()->Flags |= CorILMethod_MoreSects;
 
     // The filter: what a catch of System.Exception would have caught goes to
     // the agent when the call is traced. Behind it, the handler the clause
     // format needs; the filter never lets the runtime in.
-    ILEmitter filterCode(builder.get(), builder->getILCount());
+    ILEmitter filterCode(current.builder.get(), current.builder->getILCount());
     filterCode.label(LABEL_CATCH_TRACE)
-        .op(Opcode::ldloc, traceLocal)
+        .op(Opcode::ldloc, current.traceLocal)
         .jump(Opcode::brfalse, LABEL_CATCH_TRACE_END)
-        .op(Opcode::isinst, traceTokens[kExceptionToken])
+        .op(Opcode::isinst, current.traceTokens[kExceptionToken])
         .op(Opcode::dup)
         .jump(Opcode::brfalse, LABEL_CATCH_TRACE_END)
         .op(Opcode::dup)
-        .op(Opcode::call, traceTokens[kCatchToken])
+        .op(Opcode::call, current.traceTokens[kCatchToken])
         .label(LABEL_CATCH_TRACE_END)
         .op(Opcode::pop)
         .op(Opcode::ldc_i4_0)
@@ -499,22 +507,23 @@ HRESULT Profiler::updateCatchTrace() {
     if (FAILED(hr)) return hr;
 
     // The added clause is the last one, so it encloses all incoming clauses.
-    int tryStart = builder->findLabel(context->isInstanceTypeInitializer() ? LABEL_CTOR_BODY : LABEL_METHOD_BODY);
-    int tryEnd = builder->findLabel(LABEL_TRY_END);
-    int filter = builder->findLabel(LABEL_CATCH_TRACE);
-    int handler = builder->findLabel(LABEL_FILTER_HANDLER);
-    int codeSize = static_cast<int>(builder->getCodeSize());
+    int tryStart =
+        current.builder->findLabel(current.context->isInstanceTypeInitializer() ? LABEL_CTOR_BODY : LABEL_METHOD_BODY);
+    int tryEnd = current.builder->findLabel(LABEL_TRY_END);
+    int filter = current.builder->findLabel(LABEL_CATCH_TRACE);
+    int handler = current.builder->findLabel(LABEL_FILTER_HANDLER);
+    int codeSize = static_cast<int>(current.builder->getCodeSize());
     if (tryStart < 0 || tryEnd < 0 || filter < 0 || handler < 0 || codeSize < 0) return E_UNEXPECTED;
-    int tryOffset = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(tryStart)));
-    int tryLength = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(tryEnd))) - tryOffset;
-    int filterOffset = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(filter)));
-    int handlerOffset = static_cast<int>(builder->getILByteIndex(static_cast<unsigned int>(handler)));
+    int tryOffset = static_cast<int>(current.builder->getILByteIndex(static_cast<unsigned int>(tryStart)));
+    int tryLength = static_cast<int>(current.builder->getILByteIndex(static_cast<unsigned int>(tryEnd))) - tryOffset;
+    int filterOffset = static_cast<int>(current.builder->getILByteIndex(static_cast<unsigned int>(filter)));
+    int handlerOffset = static_cast<int>(current.builder->getILByteIndex(static_cast<unsigned int>(handler)));
     if (tryOffset < 0 || tryLength < 0 || filterOffset < 0 || handlerOffset < filterOffset) return E_UNEXPECTED;
-    hr = builder->insertEHClause(0, COR_ILEXCEPTION_CLAUSE_FILTER, static_cast<unsigned int>(tryOffset),
-                                 static_cast<unsigned int>(tryLength), static_cast<unsigned int>(handlerOffset),
-                                 static_cast<unsigned int>(codeSize - handlerOffset),
-                                 static_cast<unsigned int>(filterOffset));
-    minStack = atLeast(minStack, 3);
-    stackGrowth = atLeast(stackGrowth, 2);
+    hr = current.builder->insertEHClause(0, COR_ILEXCEPTION_CLAUSE_FILTER, static_cast<unsigned int>(tryOffset),
+                                         static_cast<unsigned int>(tryLength), static_cast<unsigned int>(handlerOffset),
+                                         static_cast<unsigned int>(codeSize - handlerOffset),
+                                         static_cast<unsigned int>(filterOffset));
+    current.minStack = atLeast(current.minStack, 3);
+    current.stackGrowth = atLeast(current.stackGrowth, 2);
     return hr;
 }

@@ -25,9 +25,9 @@ using SharedNames::kIsReadOnlyAttribute;
 
 HRESULT Profiler::getPrimativeToken(unsigned char elementType, unsigned int* token) {
     if (elementType < ELEMENT_TYPE_BOOLEAN || elementType > ELEMENT_TYPE_R8) return E_INVALIDARG;
-    static const TraceType kClasses[] = {kBoolean, kChar,   kSByte,  kByte,   kInt16,  kUInt16,
-                                         kInt32,   kUInt32, kInt64,  kUInt64, kSingle, kDouble};
-    return typeGetters[kClasses[elementType - ELEMENT_TYPE_BOOLEAN]]->getToken(context->getModuleID(), token);
+    static const TraceType kClasses[] = {kBoolean, kChar,   kSByte, kByte,   kInt16,  kUInt16,
+                                         kInt32,   kUInt32, kInt64, kUInt64, kSingle, kDouble};
+    return typeGetters[kClasses[elementType - ELEMENT_TYPE_BOOLEAN]]->getToken(current.context->getModuleID(), token);
 }
 
 // The number of the generic parameter (VAR or MVAR) that starts at index.
@@ -46,7 +46,7 @@ HRESULT Profiler::getParameterTypeToken(IVarTypeSpecTokenGetter* getter, IMethod
     unsigned int number = 0;
     HRESULT hr = genericNumber(stream, index, &number);
     if (SUCCEEDED(hr) && number > 0xFF) hr = E_FAIL;
-    if (SUCCEEDED(hr)) hr = getter->getToken(context->getModuleID(), static_cast<unsigned char>(number), token);
+    if (SUCCEEDED(hr)) hr = getter->getToken(current.context->getModuleID(), static_cast<unsigned char>(number), token);
     if (FAILED(hr) && number >= IVarTypeSpecTokenGetter::kParameterLimit) lastError = kGenericNumberMessage;
     return hr;
 }
@@ -57,10 +57,10 @@ bool Profiler::mayBeByRefLike(unsigned char type, IMethodBlobInputStream* stream
     unsigned int number = 0;
     if (FAILED(genericNumber(stream, index, &number))) return true;
     AutoCOMPointer<IMetaDataImport2> import;
-    if (FAILED(context->getImport()->QueryInterface(IID_IMetaDataImport2, reinterpret_cast<void**>(&import)))) {
+    if (FAILED(current.context->getImport()->QueryInterface(IID_IMetaDataImport2, reinterpret_cast<void**>(&import)))) {
         return true;
     }
-    mdToken owner = type == ELEMENT_TYPE_VAR ? context->getTypeDef() : context->getMethodDef();
+    mdToken owner = type == ELEMENT_TYPE_VAR ? current.context->getTypeDef() : current.context->getMethodDef();
     HCORENUM enumerator = nullptr;
     mdGenericParam parameters[kGenericParamLimit];
     ULONG count = 0;
@@ -69,8 +69,8 @@ bool Profiler::mayBeByRefLike(unsigned char type, IMethodBlobInputStream* stream
         for (ULONG i = 0; i < count; ++i) {
             ULONG sequence = 0;
             DWORD flags = 0;
-            if (SUCCEEDED(import->GetGenericParamProps(parameters[i], &sequence, &flags, nullptr, nullptr, nullptr,
-                                                       0, nullptr)) &&
+            if (SUCCEEDED(import->GetGenericParamProps(parameters[i], &sequence, &flags, nullptr, nullptr, nullptr, 0,
+                                                       nullptr)) &&
                 sequence == number) {
                 allows = (flags & kAllowByRefLike) != 0;
             }
@@ -102,7 +102,7 @@ HRESULT Profiler::getGenInstToken(IMethodBlobInputStream* stream, unsigned int i
     }
     AutoPointer<ITypeSpecTokenGetter> getter(ITypeSpecTokenGetter::newTokenGetter(info, copy, length));
     if (getter.get() == nullptr) return E_OUTOFMEMORY;
-    HRESULT hr = getter->getToken(context->getModuleID(), token);
+    HRESULT hr = getter->getToken(current.context->getModuleID(), token);
     return SUCCEEDED(hr) ? S_OK : hr;
 }
 
@@ -163,9 +163,9 @@ HRESULT Profiler::typeHasAttribute(IMetaDataImport* import, unsigned int typeDef
 
 // The definition behind a TypeDef, TypeRef or TypeSpec token, in the scope that
 // defines it; false if it cannot be found.
-bool Profiler::findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport>& otherScope,
-                              IMetaDataImport** scope, unsigned int* definition) {
-    IMetaDataImport* import = context->getImport();
+bool Profiler::findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport>& otherScope, IMetaDataImport** scope,
+                              unsigned int* definition) {
+    IMetaDataImport* import = current.context->getImport();
     *scope = import;
     if (TypeFromToken(token) == mdtTypeSpec) {
         unsigned int resolved = 0;
@@ -194,7 +194,9 @@ bool Profiler::definitionHasAttribute(unsigned int token, const char16_t* attrib
            typeHasAttribute(scope, definition, attribute) == S_OK;
 }
 
-bool Profiler::isByRefLikeType(unsigned int token) { return definitionHasAttribute(token, kIsByRefLikeAttribute); }
+bool Profiler::isByRefLikeType(unsigned int token) {
+    return definitionHasAttribute(token, kIsByRefLikeAttribute);
+}
 
 // Ref structs cannot be boxed, and read-only structs are left out with them.
 bool Profiler::isStackOnlyType(unsigned int token) {
