@@ -26,7 +26,6 @@ const AssemblyIdentity kSystemRuntime = {
     u"System.Runtime", {0xb0, 0x3f, 0x5f, 0x7f, 0x11, 0xd5, 0x0a, 0x3a}, {4, 0, 0, 0}};
 
 
-static_assert(std::size(TraceMembers::kMembers) == Profiler::kTraceMemberCount);
 
 // In the order of Profiler::TraceType; all in the core library but the one
 // that names System.Runtime.
@@ -108,7 +107,7 @@ HRESULT Profiler::createGetters(bool isCoreCLR) {
     const AssemblyIdentity& shimAssembly = useSyntheticShim ? coreLibrary : kAgent;
     const char16_t* shimClass = useSyntheticShim ? SharedNames::kSyntheticAgentShimClass : SharedNames::kPreAgentShimClass;
     ASSEMBLYMETADATA shimVersion = versionOf(shimAssembly);
-    for (unsigned int i = 0; i < kTraceMemberCount; ++i) {
+    for (unsigned int i = 0; i < TraceMembers::kCount; ++i) {
         const TraceMembers::Member& member = TraceMembers::kMembers[i];
         unsigned char token[8];
         std::copy(shimAssembly.token, shimAssembly.token + 8, token);

@@ -23,23 +23,13 @@
 #include "rewrite/ITypeTokenGetter.h"
 #include "rewrite/IValueTypeSpecTokenGetter.h"
 #include "rewrite/IVarTypeSpecTokenGetter.h"
+#include "rewrite/TraceMembers.h"
 
 class Profiler : public IProfiler {
 public:
     // The trace functions, in the order of the member getters.
-    enum TraceMember : unsigned int {
-        kCorInitTrace,
-        kInitTrace,
-        kLoadTrace,
-        kLoadTraceObject,
-        kPushTrace,
-        kStartTrace,
-        kFinishValueTypeTrace,
-        kFinishTrace,
-        kFinishTraceObject,
-        kCatchTrace,
-        kTraceMemberCount,
-    };
+    using TraceMember = TraceMembers::Index;
+    using enum TraceMembers::Index;
     // The types that the injected code names, in the order of the type getters.
     enum TraceType : unsigned int {
         kException,
@@ -72,7 +62,9 @@ public:
         kExceptionToken,
         kTraceTokenCount,
     };
-    static constexpr unsigned int kHijackTokenCount = 10;
+    // The desktop hijack's switch field, then the forwarder of each trace
+    // function at its place (the place of corInitTrace is the field's).
+    static constexpr unsigned int kHijackTokenCount = TraceMembers::kCount;
 
     // IProfiler::newInstance with the concrete type; a null controller counts
     // as no setting and no log.
@@ -173,7 +165,7 @@ private:
     // runtime may later hand back the rewritten one.
     bool keepingOriginals = false;
     std::map<MethodKey, std::vector<unsigned char>> originalBodies;
-    AutoPointer<IMemberTokenGetter> memberGetters[kTraceMemberCount];
+    AutoPointer<IMemberTokenGetter> memberGetters[TraceMembers::kCount];
     unsigned int hijackTokens[kHijackTokenCount] = {};
     AutoPointer<ITypeTokenGetter> typeGetters[kTraceTypeCount];
     AutoPointer<IVarTypeSpecTokenGetter> varGetter;

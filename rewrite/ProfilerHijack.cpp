@@ -39,27 +39,11 @@ std::vector<unsigned char> forwarderBody(int arguments, unsigned int target) {
     }
 }
 
-// A forwarder of the agent's method, named and typed as the method, that calls
-// the method's target.
-struct Forwarder {
-    Profiler::TraceMember method;
-    Profiler::TraceMember target;
-};
-
-// In order of definition, which is the order of hijackTokens after the field:
-// every trace function calls itself, but initTrace, which calls corInitTrace.
-constexpr Forwarder kForwarders[] = {
-    {Profiler::kInitTrace, Profiler::kCorInitTrace},
-    {Profiler::kLoadTrace, Profiler::kLoadTrace},
-    {Profiler::kLoadTraceObject, Profiler::kLoadTraceObject},
-    {Profiler::kPushTrace, Profiler::kPushTrace},
-    {Profiler::kStartTrace, Profiler::kStartTrace},
-    {Profiler::kFinishValueTypeTrace, Profiler::kFinishValueTypeTrace},
-    {Profiler::kFinishTrace, Profiler::kFinishTrace},
-    {Profiler::kFinishTraceObject, Profiler::kFinishTraceObject},
-    {Profiler::kCatchTrace, Profiler::kCatchTrace},
-};
-static_assert(std::size(kForwarders) + 1 == Profiler::kHijackTokenCount);
+// The trace function a forwarder calls: itself, but initTrace, which calls
+// corInitTrace.
+TraceMembers::Index forwardedTo(TraceMembers::Index member) {
+    return member == TraceMembers::kInitTrace ? TraceMembers::kCorInitTrace : member;
+}
 
 }  // namespace
 
@@ -84,14 +68,15 @@ HRESULT Profiler::updateHijacks() {
         hr = import->FindField(host, kSwitchField, kSwitchSignature, sizeof(kSwitchSignature), &tokens[0]);
     // Reachable from every instrumented method of the library.
     if (SUCCEEDED(hr)) hr = emit->SetFieldProps(tokens[0], kPublicStatic, ELEMENT_TYPE_VOID, nullptr, 0);
-    for (size_t i = 0; i < std::size(kForwarders) && SUCCEEDED(hr); ++i) {
-        const TraceMembers::Member& method = TraceMembers::kMembers[kForwarders[i].method];
+    // A forwarder of every trace function but corInitTrace, at its place.
+    for (unsigned int i = kInitTrace; i < TraceMembers::kCount && SUCCEEDED(hr); ++i) {
+        const TraceMembers::Member& method = TraceMembers::kMembers[i];
         unsigned int target = 0;
-        hr = memberGetters[kForwarders[i].target]->getToken(module, &target);
+        hr = memberGetters[forwardedTo(static_cast<TraceMember>(i))]->getToken(module, &target);
         if (SUCCEEDED(hr)) {
             std::vector<unsigned char> body = forwarderBody(static_cast<int>(method.parameters()), target);
             hr = defineForwardMethod(host, method.name, method.signature, method.length, body.data(),
-                                     static_cast<unsigned int>(body.size()), &tokens[i + 1]);
+                                     static_cast<unsigned int>(body.size()), &tokens[i]);
         }
     }
     // All or nothing: a failed attempt leaves the next candidate to try again.

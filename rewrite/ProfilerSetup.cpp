@@ -265,27 +265,23 @@ HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasRe
 HRESULT Profiler::updateTokens() {
     unsigned int tokens[kTraceTokenCount] = {};
     HRESULT hr = S_OK;
-    if (current.isCoreLibrary && !isDotnetCore) {
-        // The forwarders that the hijack defined in the core library.
-        tokens[kInitToken] = hijackTokens[1];
-        tokens[kLoadToken] = current.hasThis ? hijackTokens[3] : hijackTokens[2];
-        tokens[kPushToken] = hijackTokens[4];
-        tokens[kStartToken] = hijackTokens[5];
-        tokens[kFinishToken] = current.hasReturn ? hijackTokens[8] : hijackTokens[7];
-        tokens[kCatchToken] = hijackTokens[9];
-    } else {
-        ModuleID module = current.context->getModuleID();
-        auto resolve = [&](TraceMember member, TraceToken place) {
-            if (SUCCEEDED(hr)) hr = memberGetters[member]->getToken(module, &tokens[place]);
-        };
-        resolve(current.isCoreLibrary && useSyntheticShim ? kCorInitTrace : kInitTrace, kInitToken);
-        resolve(current.hasThis ? kLoadTraceObject : kLoadTrace, kLoadToken);
-        if (current.hasThis && current.isValueType) resolve(kFinishValueTypeTrace, kFinishValueTypeToken);
-        resolve(kPushTrace, kPushToken);
-        resolve(kStartTrace, kStartToken);
-        resolve(current.hasReturn ? kFinishTraceObject : kFinishTrace, kFinishToken);
-        resolve(kCatchTrace, kCatchToken);
-    }
+    // The desktop core library calls the forwarders its hijack defined.
+    const bool forwarded = current.isCoreLibrary && !isDotnetCore;
+    const ModuleID module = current.context->getModuleID();
+    auto resolve = [&](TraceMember member, TraceToken place) {
+        if (forwarded) {
+            tokens[place] = hijackTokens[member];
+        } else if (SUCCEEDED(hr)) {
+            hr = memberGetters[member]->getToken(module, &tokens[place]);
+        }
+    };
+    resolve(current.isCoreLibrary && useSyntheticShim && !forwarded ? kCorInitTrace : kInitTrace, kInitToken);
+    resolve(current.hasThis ? kLoadTraceObject : kLoadTrace, kLoadToken);
+    if (current.hasThis && current.isValueType) resolve(kFinishValueTypeTrace, kFinishValueTypeToken);
+    resolve(kPushTrace, kPushToken);
+    resolve(kStartTrace, kStartToken);
+    resolve(current.hasReturn ? kFinishTraceObject : kFinishTrace, kFinishToken);
+    resolve(kCatchTrace, kCatchToken);
     if (SUCCEEDED(hr)) hr = typeGetters[kException]->getToken(current.context->getModuleID(), &tokens[kExceptionToken]);
     if (SUCCEEDED(hr)) std::copy(tokens, tokens + kTraceTokenCount, current.traceTokens);
     return hr;

@@ -10,7 +10,7 @@
 namespace TraceMembers {
 
 // Standard method signatures, default calling convention.
-inline constexpr COR_SIGNATURE kInt32OfInt32[] = {0x00, 0x01, 0x08, 0x08};            // int32 (int32)
+inline constexpr COR_SIGNATURE kInt32OfInt32[] = {0x00, 0x01, 0x08, 0x08};             // int32 (int32)
 inline constexpr COR_SIGNATURE kVoidOfInt32Object[] = {0x00, 0x02, 0x01, 0x08, 0x1C};  // void (int32, object)
 inline constexpr COR_SIGNATURE kVoid[] = {0x00, 0x00, 0x01};                           // void ()
 inline constexpr COR_SIGNATURE kVoidOfObject[] = {0x00, 0x01, 0x01, 0x1C};             // void (object)
@@ -28,8 +28,23 @@ constexpr Member member(const char16_t* name, const COR_SIGNATURE (&signature)[N
     return {name, signature, N};
 }
 
-// In the order of Profiler::TraceMember.
-inline constexpr Member kMembers[] = {
+// The trace functions by their place in kMembers. The desktop hijack keeps
+// the forwarder of each at the same place (see Profiler::hijackTokens).
+enum Index : unsigned int {
+    kCorInitTrace,
+    kInitTrace,
+    kLoadTrace,
+    kLoadTraceObject,
+    kPushTrace,
+    kStartTrace,
+    kFinishValueTypeTrace,
+    kFinishTrace,
+    kFinishTraceObject,
+    kCatchTrace,
+    kCount,
+};
+
+inline constexpr Member kMembers[kCount] = {
     member(SharedNames::kCorInitTrace, kInt32OfInt32),
     member(SharedNames::kInitTrace, kInt32OfInt32),
     member(SharedNames::kLoadTrace, kVoid),

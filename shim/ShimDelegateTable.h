@@ -1,8 +1,8 @@
-// The shape of the synthetic shim class: its four delegate types, and the ten
-// delegate fields with the shim method that calls through each, the stub the
-// class constructor points it at, and the agent method that replaces the stub.
-// The agent's class holds a public static method of the same name and
-// signature for every row: that is the contract with the managed agent.
+// The shape of the synthetic shim class: its four delegate types, and a
+// delegate field for each of the agent's trace functions (rewrite/TraceMembers.h)
+// with the shim method of the same name and signature that calls through it,
+// and the stub the class constructor points it at until the agent's method
+// replaces it.
 #pragma once
 
 #include "platform/SharedNames.h"
@@ -39,25 +39,42 @@ enum class InitialTarget { LoadInitTrace, LoadInitTraceIfAttached, EmptyStub };
 
 struct FieldShape {
     const char16_t* fieldName;
-    DelegateKind kind;
-    // The shim method, and the agent method of the same name.
-    const char16_t* methodName;
+    // The trace function the field leads to: the shim method of its name and
+    // signature calls through the field.
+    TraceMembers::Index member;
     InitialTarget initialTarget;
+
+    constexpr const char16_t* methodName() const { return TraceMembers::kMembers[member].name; }
+    // The delegate type of the function's signature.
+    constexpr DelegateKind kind() const {
+        const COR_SIGNATURE* signature = TraceMembers::kMembers[member].signature;
+        for (unsigned int kind = 0; kind < DelegateKindCount; ++kind) {
+            if (delegates[kind].signature == signature) return static_cast<DelegateKind>(kind);
+        }
+        return DelegateKindCount;
+    }
 };
 
-inline constexpr unsigned int kFieldCount = 10;
-
+inline constexpr unsigned int kFieldCount = TraceMembers::kCount;
 inline constexpr FieldShape fields[kFieldCount] = {
-    {u"InitTraceDelegate", InitTrace, SharedNames::kInitTrace, InitialTarget::LoadInitTrace},
-    {u"CorInitTraceDelegate", InitTrace, SharedNames::kCorInitTrace, InitialTarget::LoadInitTraceIfAttached},
-    {u"LoadTraceDelegate", Trace, SharedNames::kLoadTrace, InitialTarget::EmptyStub},
-    {u"LoadTraceObjDelegate", TraceObj, SharedNames::kLoadTrace, InitialTarget::EmptyStub},
-    {u"PushTraceDelegate", PushTrace, SharedNames::kPushTrace, InitialTarget::EmptyStub},
-    {u"StartTraceDelegate", Trace, SharedNames::kStartTrace, InitialTarget::EmptyStub},
-    {u"FinishValueTypeTraceDelegate", TraceObj, SharedNames::kFinishValueTypeTrace, InitialTarget::EmptyStub},
-    {u"FinishTraceDelegate", Trace, SharedNames::kFinishTrace, InitialTarget::EmptyStub},
-    {u"FinishTraceObjDelegate", TraceObj, SharedNames::kFinishTrace, InitialTarget::EmptyStub},
-    {u"CatchTraceDelegate", TraceObj, SharedNames::kCatchTrace, InitialTarget::EmptyStub},
+    {u"InitTraceDelegate", TraceMembers::kInitTrace, InitialTarget::LoadInitTrace},
+    {u"CorInitTraceDelegate", TraceMembers::kCorInitTrace, InitialTarget::LoadInitTraceIfAttached},
+    {u"LoadTraceDelegate", TraceMembers::kLoadTrace, InitialTarget::EmptyStub},
+    {u"LoadTraceObjDelegate", TraceMembers::kLoadTraceObject, InitialTarget::EmptyStub},
+    {u"PushTraceDelegate", TraceMembers::kPushTrace, InitialTarget::EmptyStub},
+    {u"StartTraceDelegate", TraceMembers::kStartTrace, InitialTarget::EmptyStub},
+    {u"FinishValueTypeTraceDelegate", TraceMembers::kFinishValueTypeTrace, InitialTarget::EmptyStub},
+    {u"FinishTraceDelegate", TraceMembers::kFinishTrace, InitialTarget::EmptyStub},
+    {u"FinishTraceObjDelegate", TraceMembers::kFinishTraceObject, InitialTarget::EmptyStub},
+    {u"CatchTraceDelegate", TraceMembers::kCatchTrace, InitialTarget::EmptyStub},
 };
+static_assert(
+    [] {
+        for (const FieldShape& field : fields) {
+            if (field.kind() == DelegateKindCount) return false;
+        }
+        return true;
+    }(),
+    "every trace function's signature has its delegate type");
 
 }  // namespace ShimDelegateTable

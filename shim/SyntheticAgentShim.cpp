@@ -82,7 +82,7 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
                                     delegates[kind].signatureLength, &record.type, &record.invoke, &record.ctor);
         }
         for (unsigned int i = 0; i < kFieldCount && SUCCEEDED(hr); ++i) {
-            hr = DefineDelegateField(fields[i].fieldName, delegateRecords[fields[i].kind].type, &delegateFields[i]);
+            hr = DefineDelegateField(fields[i].fieldName, delegateRecords[fields[i].kind()].type, &delegateFields[i]);
         }
         if (FAILED(hr)) {
             fprintf_8(log, "Failed to create delegate fields\n");
@@ -91,8 +91,8 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
         // Only initTrace is called by name from generated code: the loader
         // passes the first call on through it.
         for (unsigned int i = 0; i < kFieldCount && SUCCEEDED(hr); ++i) {
-            const DelegateShape& shape = delegates[fields[i].kind];
-            hr = DefineShimMethod(fields[i].methodName, delegateFields[i], delegateRecords[fields[i].kind].invoke,
+            const DelegateShape& shape = delegates[fields[i].kind()];
+            hr = DefineShimMethod(fields[i].methodName(), delegateFields[i], delegateRecords[fields[i].kind()].invoke,
                                   shape.signature, shape.signatureLength, i == 0 ? &shimInitTraceMethod : nullptr);
         }
         for (unsigned int i = 0; i < DelegateKindCount && SUCCEEDED(hr); ++i) {

@@ -28,7 +28,7 @@ HRESULT SyntheticAgentShim::DefineClassCtor() {
         builder->getFatHeader()->MaxStack = 10;
     }
     for (unsigned int i = 0; i < kFieldCount; ++i) {
-        const DelegateRecord& record = delegateRecords[fields[i].kind];
+        const DelegateRecord& record = delegateRecords[fields[i].kind()];
         mdMethodDef target = record.emptyMethod;
         // Without an attach, corInitTrace stays quiet until code outside the
         // core library has brought the agent in through initTrace.

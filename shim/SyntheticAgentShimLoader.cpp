@@ -122,8 +122,8 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
     for (unsigned int i = 0; i < kFieldCount; ++i) {
         const FieldShape& field = fields[i];
         il.optional([&](ILEmitter& assignment) {
-            GenerateAssignDelegate(assignment, delegateFields[i], delegateRecords[field.kind].type, field.methodName,
-                                   delegates[field.kind].signature);
+            GenerateAssignDelegate(assignment, delegateFields[i], delegateRecords[field.kind()].type, field.methodName(),
+                                   delegates[field.kind()].signature);
         });
     }
     il.jump(Opcode::leave, kLoaded);
@@ -279,7 +279,7 @@ void SyntheticAgentShim::GenerateLoadFailureHandler(ILEmitter& il) {
     for (unsigned int i = 0; i < kFieldCount; ++i) {
         if (fields[i].initialTarget == InitialTarget::LoadInitTrace ||
             (fields[i].initialTarget == InitialTarget::LoadInitTraceIfAttached && attached)) {
-            const DelegateRecord& record = delegateRecords[fields[i].kind];
+            const DelegateRecord& record = delegateRecords[fields[i].kind()];
             GenerateAssignEmptyDelegate(il, delegateFields[i], record.ctor, record.emptyMethod);
         }
     }
