@@ -86,12 +86,10 @@ public:
     // looked at.
     bool isDisabled() const { return disabled; }
     DWORD getEventMask() const { return eventMask; }
-    long getClrVersion() const { return clrVersion; }
     bool getSupportsReJIT() const { return supportsReJIT; }
     // Not owned; null after Shutdown.
     ICorProfilerInfo* getProfilerInfo() const override { return profilerInfo.get(); }
     TraceProfiler& getTraceProfiler() { return traceProfiler; }
-    const ProfilerAccount& getAccount() const { return account; }
 
     // Queues one method for the service thread; a revert brings back its own
     // body. The identifier of the batch it went into. Takes profilerLock.

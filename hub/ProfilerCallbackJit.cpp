@@ -5,11 +5,9 @@
 #include "platform/HeldLock.h"
 #include "hub/ProfilerCallback.h"
 #include "platform/FormattedOutput.h"
+#include "rewrite/TraceLabels.h"
 
 namespace {
-
-// The label at the first instruction of a method's own body in the builder.
-constexpr unsigned int kMethodBodyLabel = 0x80000008;
 
 // The method whose compile event last ended on this thread, and when: the
 // runtime's own compile of it runs until its finish event.
@@ -113,7 +111,7 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
         }
         if (SUCCEEDED(result) && logMethodBytes && step > 0) {
             IMethodBuilder* builder = profiler->getBuilder();
-            const int label = builder->findLabel(kMethodBodyLabel);
+            const int label = builder->findLabel(LABEL_METHOD_BODY);
             builder->print(nativeLog, builder->getILByteIndex(static_cast<unsigned int>(label)));
             fflush(nativeLog);
         }

@@ -100,7 +100,6 @@ public:
 
     const Text& getAgentDirectory() const { return agentDirectory; }
     const Text& getAgentProfilePath() const { return agentProfilePath; }
-    int getCacheSize() const { return cacheSize; }
 
 private:
     int shouldMonitorAppPool(FILE* log);

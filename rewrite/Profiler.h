@@ -98,14 +98,8 @@ public:
     // What the set-up decided and resolved, for the tests and the log.
     bool isCoreLibraryMethod() const { return current.isCoreLibrary; }
     bool isValueTypeMethod() const { return current.isValueType; }
-    unsigned int getLocalSigToken() const { return current.localSigToken; }
     unsigned int getLocalCount() const { return current.localCount; }
-    unsigned int getResultLocal() const { return current.resultLocal; }
-    unsigned int getTraceLocal() const { return current.traceLocal; }
     unsigned int getTraceToken(TraceToken which) const { return current.traceTokens[which]; }
-    const char16_t* getCoreLibraryName() const { return coreLibraryName; }
-    void setHijackToken(unsigned int index, unsigned int token) { hijackTokens[index] = token; }
-    unsigned int getHijackToken(unsigned int index) const { return hijackTokens[index]; }
 
 private:
     using MethodKey = std::pair<ModuleID, mdMethodDef>;

@@ -107,7 +107,7 @@ HRESULT OfflineProfilerInfo::GetRuntimeInformation(USHORT* pClrInstanceId, COR_P
                                                    ULONG* pcchVersionString, WCHAR szVersionString[]) {
     count("GetRuntimeInformation");
     if (pClrInstanceId != nullptr) *pClrInstanceId = 0;
-    if (pRuntimeType != nullptr) *pRuntimeType = runtimeType;
+    if (pRuntimeType != nullptr) *pRuntimeType = COR_PRF_CORE_CLR;
     if (pMajorVersion != nullptr) *pMajorVersion = version[0];
     if (pMinorVersion != nullptr) *pMinorVersion = version[1];
     if (pBuildNumber != nullptr) *pBuildNumber = version[2];

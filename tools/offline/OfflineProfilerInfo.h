@@ -20,8 +20,8 @@ public:
     // A module of this scope; with none, one whose metadata cannot be read yet.
     ModuleID addModule(const std::u16string& path, AutoCOMPointer<IMetaDataImport> import);
     IMetaDataImport* importOf(ModuleID module) const;
-    // What GetRuntimeInformation reports: Core, version 0.0.0, by default.
-    void setRuntimeType(COR_PRF_RUNTIME_TYPE type) { runtimeType = type; }
+    // What GetRuntimeInformation reports: a Core runtime, of version 0.0.0
+    // unless set.
     void setRuntimeVersion(USHORT major, USHORT minor, USHORT build) { version = {major, minor, build}; }
 
     HRESULT GetModuleInfo(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName, ULONG* pcchName,
@@ -45,6 +45,5 @@ private:
 
     std::map<ModuleID, Module> modules;
     ModuleID nextModule = 0x7e0000010000;
-    COR_PRF_RUNTIME_TYPE runtimeType = COR_PRF_CORE_CLR;
     std::array<USHORT, 3> version {};
 };
