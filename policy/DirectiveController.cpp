@@ -47,11 +47,12 @@ IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
         return nullptr;
     }
     indexStale = true;
-    std::unique_ptr<IDirectiveGroup>& group = groups[name];
-    if (group == nullptr) {
-        group = std::make_unique<MatchingDirectiveGroup>(name);
+    auto [entry, added] = groups.try_emplace(name);
+    if (added) {
+        // The group's name is its key in the map.
+        entry->second = std::make_unique<MatchingDirectiveGroup>(entry->first.c_str());
     }
-    return group.get();
+    return entry->second.get();
 }
 
 IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {

@@ -12,7 +12,8 @@
 
 class MatchingDirectiveGroup : public IDirectiveGroup {
 public:
-    // Neither active nor created; the name is copied.
+    // Neither active nor created. The name is not copied: it outlives the
+    // group (the controller files the group under it).
     explicit MatchingDirectiveGroup(const char16_t* name);
 
     bool isActive() override { return active; }
@@ -20,7 +21,7 @@ public:
     void setActive(bool value) override;
     bool isCreated() override { return created; }
     void setCreated() override { created = true; }
-    const char16_t* getName() override { return name.c_str(); }
+    const char16_t* getName() override { return name; }
     // Made at the first call: the loaders ask for the part they add a rule to.
     IClassMatcher* getClassMatcher() override;
     IClassMethodFilter* getClassMethodFilter() override;
@@ -39,7 +40,7 @@ private:
     bool active = false;
     bool created = false;
     bool activeSet = false;
-    std::u16string name;
+    const char16_t* name;
     // A group without rules of a kind holds no part for them: a large
     // directive file makes a group for each of its many flags.
     std::unique_ptr<ClassMatcher> classMatcher;

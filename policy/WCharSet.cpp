@@ -1,5 +1,17 @@
 #include "policy/WCharSet.h"
 
+#include <cstring>
+
+namespace {
+
+// One key under the set's ordering: neither sorts before the other.
+bool sameKey(const char16_t* a, const char16_t* b) {
+    const wcsless less;
+    return !less(a, b) && !less(b, a);
+}
+
+}  // namespace
+
 void WCharSet::insert(const char16_t* text) {
     if (text == nullptr) {
         return;
@@ -8,8 +20,19 @@ void WCharSet::insert(const char16_t* text) {
         holdsEmpty = true;
         return;
     }
+    if (!items && !single) {
+        const size_t length = strlen_u16(text);
+        single = std::make_unique<char16_t[]>(length + 1);
+        std::memcpy(single.get(), text, (length + 1) * sizeof(char16_t));
+        return;
+    }
     if (!items) {
+        if (sameKey(single.get(), text)) {
+            return;
+        }
         items = std::make_unique<std::set<std::u16string, wcsless>>();
+        items->emplace(single.get());
+        single.reset();
     }
     if (items->find(text) == items->end()) {
         items->emplace(text);
@@ -23,10 +46,14 @@ bool WCharSet::contains(const char16_t* text) const {
     if (*text == 0) {
         return holdsEmpty;
     }
+    if (single) {
+        return sameKey(single.get(), text);
+    }
     return items && items->find(text) != items->end();
 }
 
 void WCharSet::clear() {
+    single.reset();
     items.reset();
     holdsEmpty = false;
 }

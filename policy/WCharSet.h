@@ -25,7 +25,7 @@ public:
     // Copies text; a key equal to a member leaves the set as it is.
     void insert(const char16_t* text);
     bool contains(const char16_t* text) const;
-    size_t size() const { return (items ? items->size() : 0) + (holdsEmpty ? 1 : 0); }
+    size_t size() const { return (items ? items->size() : single ? 1 : 0) + (holdsEmpty ? 1 : 0); }
     bool empty() const { return size() == 0; }
     void clear();
 
@@ -35,6 +35,9 @@ public:
         if (holdsEmpty) {
             visit(u"");
         }
+        if (single) {
+            visit(static_cast<const char16_t*>(single.get()));
+        }
         if (items) {
             for (const std::u16string& item : *items) {
                 visit(item.c_str());
@@ -43,6 +46,10 @@ public:
     }
 
 private:
+    // A set of one member keeps it by itself. The tree is made at the second
+    // member, from the two in the order they came: the tree it would have
+    // been from the start.
+    std::unique_ptr<char16_t[]> single;
     std::unique_ptr<std::set<std::u16string, wcsless>> items;
     bool holdsEmpty = false;
 };
