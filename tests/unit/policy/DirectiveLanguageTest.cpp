@@ -63,6 +63,10 @@ TEST_F(DirectiveLanguage, GlobalSkipsVetoEveryFlag) {
 
     auto prefix = directives(std::string(kEverything) + "SkipAssemblyPrefix: Policy\n");
     EXPECT_FALSE(selects(*prefix, at({u"Shop.Order"}, u"GetName")));
+    // Names compare over the shorter one: a namespace that begins a skipped
+    // one is skipped with it.
+    auto longer = directives(std::string(kEverything) + "SkipNamespace: Billing.InternalAudit\n");
+    EXPECT_FALSE(selects(*longer, at({u"Billing.Internal.Ledger"}, u"Post")));
     auto exception = directives(std::string(kEverything) +
                                 "SkipAssembly: PolicyShapes\n"
                                 "DoNotSkipClass: Shop.Cart\n");
