@@ -1,12 +1,17 @@
 #include "policy/MethodMatcher.h"
 
+#include <string_view>
+
 #include "platform/FormattedOutput.h"
 
-MethodMatcher::MethodMatcher() {
-    // The web framework's own base controller carries action attributes on its
-    // helpers; they are never application actions.
-    annotationExclusions[u"Microsoft.AspNetCore.Mvc.Controller"] = u"Microsoft.AspNetCore.Mvc.ViewFeatures";
-}
+namespace {
+
+// The web framework's own base controller carries action attributes on its
+// helpers; they are never application actions.
+constexpr std::u16string_view kExcludedClass = u"Microsoft.AspNetCore.Mvc.Controller";
+constexpr std::u16string_view kExcludedClassAssembly = u"Microsoft.AspNetCore.Mvc.ViewFeatures";
+
+}  // namespace
 
 void MethodMatcher::addAllMethodsRule() {
     matchAll = true;
@@ -75,10 +80,6 @@ bool MethodMatcher::matchesPattern(std::u16string_view name) const {
 }
 
 bool MethodMatcher::matchFurtherVerifyAnnotationRule(char16_t* className, char16_t* assemblyName) {
-    if (className == nullptr || assemblyName == nullptr) {
-        return false;
-    }
-    auto found = annotationExclusions.find(className);
-    return found != annotationExclusions.end() && found->second == assemblyName;
+    return className != nullptr && assemblyName != nullptr && className == kExcludedClass &&
+           assemblyName == kExcludedClassAssembly;
 }
-

@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <list>
-#include <map>
 #include <string>
 #include <string_view>
 
@@ -14,8 +13,6 @@
 
 class MethodMatcher : public IMethodMatcher {
 public:
-    MethodMatcher();
-
     void addAllMethodsRule() override;
     void addMethodRule(const char16_t* method) override;
     void addMethodAnnotationRule(const char16_t* attribute) override;
@@ -37,5 +34,4 @@ private:
     WCharSet methods;
     ClassSet annotations;
     std::list<Glob> patterns;
-    std::map<std::u16string, std::u16string> annotationExclusions;
 };

@@ -154,3 +154,15 @@ TEST_F(DirectiveControllerOnAssemblies, ModuleScanByNameSelectsWhatTheScanByType
     fclose(log);
     EXPECT_GT(selected, 100u);
 }
+
+// An attribute selects the methods that carry it in any class but the web
+// framework's own base controller, whose helpers carry action attributes.
+TEST_F(DirectiveControllerOnAssemblies, AnnotatedHelpersOfTheFrameworkControllerAreLeftOut) {
+    const ModuleID views = module(RealAssemblies::aspNetCoreAssembly("Microsoft.AspNetCore.Mvc.ViewFeatures.dll"));
+    const ModuleID core = module(RealAssemblies::aspNetCoreAssembly("Microsoft.AspNetCore.Mvc.Core.dll"));
+    auto controller = directives("IdentifyAllClassesAs: All\n"
+                                 "TraceAnnotatedMethodsIfFlagged: All Microsoft.AspNetCore.Mvc.NonActionAttribute\n"
+                                 "TurnOn: All\n");
+    EXPECT_FALSE(selects(*controller, at(views, {u"Microsoft.AspNetCore.Mvc.Controller"}, u"View")));
+    EXPECT_TRUE(selects(*controller, at(core, {u"Microsoft.AspNetCore.Mvc.ControllerBase"}, u"Ok")));
+}
