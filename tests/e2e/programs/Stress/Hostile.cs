@@ -95,6 +95,43 @@ namespace Stress
             return Thrower(depth - 1) + 1;
         }
 
+        private static bool finallyRan;
+
+        [MethodImpl(MethodImplOptions.NoInlining)]
+        private static void ThrowThroughFinally()
+        {
+            try
+            {
+                throw new InvalidOperationException("filtered");
+            }
+            finally
+            {
+                finallyRan = true;
+            }
+        }
+
+        private static bool Observe(ref bool seen)
+        {
+            seen = finallyRan;
+            return true;
+        }
+
+        // An exception filter runs before the finally blocks of the frames the
+        // exception leaves: a rewriter that caught and rethrew would run them first.
+        public static string FilterOrder()
+        {
+            finallyRan = false;
+            bool seenInFilter = false;
+            try
+            {
+                ThrowThroughFinally();
+            }
+            catch (InvalidOperationException) when (Observe(ref seenInFilter))
+            {
+            }
+            return "the filter saw the finally block run: " + seenInFilter;
+        }
+
         // The frames of this file with their lines, as the runtime reports them.
         public static string Lines()
         {

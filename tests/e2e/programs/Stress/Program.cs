@@ -231,6 +231,7 @@ namespace Stress
             Run("pointers", () => Shapes.Pointers(37).ToString());
             Run("hostile", Hostile.Run);
             Run("lines", Hostile.Lines);
+            Run("filter-order", Hostile.FilterOrder);
             Run("tail-calls", Hostile.TailCalls);
             // The count read back includes what a rewriter added: only its size is printed.
             Run("wide", () => Wide.Many(3) + " more than 255 locals: " +
