@@ -23,13 +23,18 @@ bool anyInClassSet(ClassSet& set, char16_t** assemblies, char16_t** classes, uns
 
 }  // namespace
 
+ClassMatcher::Broad& ClassMatcher::broad() {
+    if (!more) more = std::make_unique<Broad>();
+    return *more;
+}
+
 void ClassMatcher::addAllClassesRule() {
     matchAll = true;
 }
 
 void ClassMatcher::addAssemblyRule(const char16_t* assembly) {
     if (!isBlank(assembly)) {
-        assemblies.insert(assembly);
+        broad().assemblies.insert(assembly);
     }
 }
 
@@ -41,33 +46,34 @@ void ClassMatcher::addClassRule(const char16_t* className) {
 
 void ClassMatcher::addParentClassRule(const char16_t* className) {
     if (!isBlank(className)) {
-        parents.insert(className);
+        broad().parents.insert(className);
     }
 }
 
 void ClassMatcher::addClassAnnotationRule(const char16_t* attribute) {
     if (!isBlank(attribute)) {
-        annotations.insert(attribute);
+        broad().annotations.insert(attribute);
     }
 }
 
 void ClassMatcher::addClassPatternRule(const char16_t* pattern) {
     if (pattern != nullptr) {
-        patterns.emplace_back(pattern);
+        broad().patterns.emplace_back(pattern);
     }
 }
 
 bool ClassMatcher::mayMatchAssembly(const char16_t* assembly) {
     // Parents, attributes and patterns may name classes of any assembly.
-    if (matchAll || !parents.empty() || !annotations.empty() || !patterns.empty() ||
-        assemblies.contains(assembly)) {
+    if (matchAll || (more && (!more->parents.empty() || !more->annotations.empty() || !more->patterns.empty() ||
+                              more->assemblies.contains(assembly)))) {
         return true;
     }
     return !classes.empty() && classes.mayHoldClassOf(assembly);
 }
 
 bool ClassMatcher::namedClassesOnly(const std::function<void(const char16_t*)>& visit) {
-    if (matchAll || !assemblies.empty() || !parents.empty() || !annotations.empty() || !patterns.empty()) {
+    if (matchAll || (more && (!more->assemblies.empty() || !more->parents.empty() || !more->annotations.empty() ||
+                              !more->patterns.empty()))) {
         return false;
     }
     classes.forEach(visit);
@@ -81,16 +87,21 @@ bool ClassMatcher::matchClass(IMetaDataContext* context) {
     char16_t* assembly = nullptr;
     char16_t* className = nullptr;
     if (SUCCEEDED(context->getClassName(&assembly, &className))) {
-        if (findInClassSets(classes, assembly, className) || assemblies.contains(assembly)) {
+        if (findInClassSets(classes, assembly, className) || (more && more->assemblies.contains(assembly))) {
             return true;
         }
     }
+    if (!more) {
+        return false;
+    }
+    ClassSet& parents = more->parents;
+    ClassSet& annotations = more->annotations;
+    const std::list<Glob>& patterns = more->patterns;
     char16_t** assemblyList = nullptr;
     char16_t** classList = nullptr;
     unsigned int count = 0;
     if (!parents.empty()) {
-        if (SUCCEEDED(context->getParentName(&assembly, &className)) &&
-            findInClassSets(parents, assembly, className)) {
+        if (SUCCEEDED(context->getParentName(&assembly, &className)) && findInClassSets(parents, assembly, className)) {
             return true;
         }
         if (SUCCEEDED(context->getInterfaces(&assemblyList, &classList, &count)) &&
@@ -124,4 +135,3 @@ bool ClassMatcher::matchClass(IMetaDataContext* context) {
     }
     return false;
 }
-

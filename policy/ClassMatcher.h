@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <list>
+#include <memory>
 
 #include "platform/Glob.h"
 #include "policy/ClassSet.h"
@@ -26,10 +27,17 @@ public:
     bool matchesAll() const { return matchAll; }
 
 private:
+    // The rules beyond named classes, made at the first of them: a large
+    // directive file makes groups by the hundred thousand that name one class.
+    struct Broad {
+        ClassSet parents;
+        ClassSet annotations;
+        WCharSet assemblies;
+        std::list<Glob> patterns;
+    };
+    Broad& broad();
+
     bool matchAll = false;
     ClassSet classes;
-    ClassSet parents;
-    ClassSet annotations;
-    WCharSet assemblies;
-    std::list<Glob> patterns;
+    std::unique_ptr<Broad> more;
 };

@@ -13,6 +13,11 @@ constexpr std::u16string_view kExcludedClassAssembly = u"Microsoft.AspNetCore.Mv
 
 }  // namespace
 
+MethodMatcher::Broad& MethodMatcher::broad() {
+    if (!more) more = std::make_unique<Broad>();
+    return *more;
+}
+
 void MethodMatcher::addAllMethodsRule() {
     matchAll = true;
 }
@@ -27,13 +32,13 @@ void MethodMatcher::addMethodRule(const char16_t* method) {
 
 void MethodMatcher::addMethodAnnotationRule(const char16_t* attribute) {
     if (attribute != nullptr && *attribute != 0) {
-        annotations.insert(attribute);
+        broad().annotations.insert(attribute);
     }
 }
 
 void MethodMatcher::addMethodPatternRule(const char16_t* pattern) {
     if (pattern != nullptr) {
-        patterns.emplace_back(pattern);
+        broad().patterns.emplace_back(pattern);
     }
 }
 
@@ -45,6 +50,10 @@ bool MethodMatcher::matchMethod(IMetaDataContext* context) {
     if (SUCCEEDED(context->getMethodName(&name)) && methods.contains(name)) {
         return true;
     }
+    if (!more) {
+        return false;
+    }
+    ClassSet& annotations = more->annotations;
     if (!annotations.empty()) {
         char16_t** assemblies = nullptr;
         char16_t** classes = nullptr;
@@ -63,15 +72,18 @@ bool MethodMatcher::matchMethod(IMetaDataContext* context) {
             }
         }
     }
-    return !patterns.empty() && SUCCEEDED(context->getMethodName(&name)) && matchesPattern(name);
+    return !more->patterns.empty() && SUCCEEDED(context->getMethodName(&name)) && matchesPattern(name);
 }
 
 bool MethodMatcher::mayMatchName(const char16_t* name) {
-    return matchAll || !annotations.empty() || methods.contains(name) || matchesPattern(name);
+    return matchAll || (more && !more->annotations.empty()) || methods.contains(name) || matchesPattern(name);
 }
 
 bool MethodMatcher::matchesPattern(std::u16string_view name) const {
-    for (const Glob& pattern : patterns) {
+    if (!more) {
+        return false;
+    }
+    for (const Glob& pattern : more->patterns) {
         if (pattern.match(name)) {
             return true;
         }

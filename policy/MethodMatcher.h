@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <list>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -30,8 +31,15 @@ public:
 private:
     bool matchesPattern(std::u16string_view name) const;
 
+    // The attribute and pattern rules, made at the first of them: most
+    // groups name their methods.
+    struct Broad {
+        ClassSet annotations;
+        std::list<Glob> patterns;
+    };
+    Broad& broad();
+
     bool matchAll = false;
     WCharSet methods;
-    ClassSet annotations;
-    std::list<Glob> patterns;
+    std::unique_ptr<Broad> more;
 };
