@@ -74,7 +74,6 @@ ProfilerCallback::~ProfilerCallback() {
     // Whichever object it points to: where two runtimes share the process, the
     // refused second callback takes it from the first.
     fpc = nullptr;
-    releaseRegistry();
     DeleteCriticalSection(&profilerLock);
     DeleteCriticalSection(&moduleLock);
 }

@@ -77,7 +77,8 @@ public:
 
     // ICorProfilerCallback4
     HRESULT ReJITCompilationStarted(FunctionID functionId, ReJITID rejitId, BOOL fIsSafeToBlock) override;
-    HRESULT ReJITCompilationFinished(FunctionID functionId, ReJITID rejitId, HRESULT hrStatus, BOOL fIsSafeToBlock) override;
+    HRESULT ReJITCompilationFinished(FunctionID functionId, ReJITID rejitId, HRESULT hrStatus,
+                                     BOOL fIsSafeToBlock) override;
 
     // The controller's native log once Initialize has succeeded; not owned.
     FILE* getNativeLog() const override { return nativeLog; }
@@ -171,8 +172,6 @@ private:
     friend class ProfilerCallbackTestAccess;
 
     PerThreadEnclosingData* hookSlot(FunctionData* function);
-    // Frees the records of the method trace registry.
-    void releaseRegistry();
     // Writes to the controller's log, if there is a controller.
     void logToController(const char* line);
     // The compile path of one method, under profilerLock and the re-entrance flag.
@@ -261,8 +260,17 @@ private:
     MultipleReaderSingleWriter functionLock;
     // The method trace registry. Keys of classIdentifiers compare as
     // pointers: each registration adds an entry.
+    struct ByAddress {
+        using is_transparent = void;
+        static const char16_t* address(const char16_t* name) { return name; }
+        static const char16_t* address(const std::unique_ptr<char16_t[]>& name) { return name.get(); }
+        template <typename A, typename B>
+        bool operator()(const A& a, const B& b) const {
+            return std::less<const char16_t*>()(address(a), address(b));
+        }
+    };
     std::map<ThreadID, std::unique_ptr<ThreadData>> threadData;
-    std::map<char16_t*, unsigned long> classIdentifiers;
+    std::map<std::unique_ptr<char16_t[]>, unsigned long, ByAddress> classIdentifiers;
     std::map<FunctionID, std::unique_ptr<FunctionData>> functionData;
     std::map<mdTypeDef, std::u16string> classNames;
     // What the profiler did and what it cost, written at shutdown.

@@ -39,14 +39,12 @@ private:
 
 int ProfilerCallback::RegisterClassIdentifier(char16_t* name, unsigned long classId) {
     const UINT length = SysStringLen(name);
-    auto* copy = new char16_t[length + 1];
-    std::memcpy(copy, name, length * sizeof(char16_t));
+    auto copy = std::make_unique<char16_t[]>(length + 1);
+    std::memcpy(copy.get(), name, length * sizeof(char16_t));
     copy[length] = 0;
     WriteHeld held(classLock);
     // A fresh pointer is never found: each registration adds an entry.
-    if (classIdentifiers.find(copy) == classIdentifiers.end()) {
-        classIdentifiers.emplace(copy, classId);
-    }
+    classIdentifiers.emplace(std::move(copy), classId);
     return 0;
 }
 
@@ -63,7 +61,7 @@ char16_t* ProfilerCallback::getRegisteredClassName(unsigned long classId) {
     ReadHeld held(classLock);
     for (const auto& [name, identifier] : classIdentifiers) {
         if (identifier == classId) {
-            return name;
+            return name.get();
         }
     }
     return nullptr;
@@ -228,8 +226,8 @@ FunctionData* ProfilerCallback::MapFunction(FunctionID functionId, BOOL* hookFun
             name = classNames.emplace(typeDef, className).first;
         }
         auto& made = functionData[functionId];
-        made.reset(new FunctionData {functionId, methodToken, name != classNames.end() ? name->second.c_str() : nullptr,
-                                     false, 0});
+        made.reset(new FunctionData{functionId, methodToken, name != classNames.end() ? name->second.c_str() : nullptr,
+                                    false, 0});
         data = made.get();
     } else {
         *hookFunction = FALSE;
@@ -261,8 +259,8 @@ void ProfilerCallback::FunctionEntered(FunctionData* function) {
         }
         record.index = slot->nextIndex++;
         record.depth = slot->depth++;
-        record.methodId =
-            GetUniqueClassMethodId(GetClassIdFromClassName(const_cast<char16_t*>(function->className)), function->methodToken);
+        record.methodId = GetUniqueClassMethodId(GetClassIdFromClassName(const_cast<char16_t*>(function->className)),
+                                                 function->methodToken);
         record.startTime = GetMillisecondTime(slot->startTime, slot->startTick);
         record.active = 1;
     } catch (...) {
@@ -290,13 +288,6 @@ void ProfilerCallback::FunctionLeft(FunctionData* function) {
     } catch (...) {
         // A hook never disturbs the method it times.
     }
-}
-
-// The registered class names go with the object (the other records are owned
-// by their maps); no hook can run once it is gone.
-void ProfilerCallback::releaseRegistry() {
-    for (auto& [name, classId] : classIdentifiers) delete[] name;
-    classIdentifiers.clear();
 }
 
 UINT_PTR TarnFunctionIDMapper(FunctionID functionId, BOOL* hookFunction) {
