@@ -580,12 +580,9 @@ private:
                 return fail("Stack underflow at 0x%X.", instruction.offset);
             unsigned char top = depth != 0 ? stack.back() : static_cast<unsigned char>(kUnknown);
             stack.resize(depth - effect.pop);
-            if (instruction.value == op(Opcode::dup)) {
-                stack.push_back(top);
-                stack.push_back(top);
-            } else if (effect.push != 0) {
-                stack.push_back(slotKind(instruction, pushed));
-            }
+            // dup pushes what it took, twice.
+            const unsigned char kind = instruction.value == op(Opcode::dup) ? top : slotKind(instruction, pushed);
+            stack.insert(stack.end(), static_cast<size_t>(effect.push), kind);
         }
         if (stack.size() > maxStack)
             return fail("Stack depth %zu above MaxStack %u at 0x%X.", stack.size(), maxStack, instruction.offset);
