@@ -76,6 +76,7 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
         {body({{3, 0x2A}}), "ret at 0x3 inside a block."},
         {body({{10, 0x00}}), "ret at 0xB with 0 values on the stack."},
         {body({}, 0), "Stack depth 1 above MaxStack 0 at 0xA."},
+        {body({{0, 0x26}}), "Stack underflow at 0x0."},
         {body({{3, 0x09}}), "Local 3 at 0x3 is out of range."},
         {body({{3, 0x03}}), "Argument 1 at 0x3 is out of range."},
         {body({{2, 0xFE}, {3, 0x14}}), "tail. at 0x2 is not followed by a call and ret."},
