@@ -18,16 +18,6 @@ inline constexpr char16_t kAgentAssembly[] = u"tarn.Agent";
 inline constexpr char16_t kPreAgentShimClass[] = u"com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim";
 inline constexpr char16_t kSyntheticAgentShimClass[] = u"com.tarn.harrowlite.fieldmark.dotnet.SyntheticAgentShim";
 
-// The trace functions of the agent's contract.
-inline constexpr char16_t kCorInitTrace[] = u"corInitTrace";
-inline constexpr char16_t kInitTrace[] = u"initTrace";
-inline constexpr char16_t kLoadTrace[] = u"loadTrace";
-inline constexpr char16_t kPushTrace[] = u"pushTrace";
-inline constexpr char16_t kStartTrace[] = u"startTrace";
-inline constexpr char16_t kFinishTrace[] = u"finishTrace";
-inline constexpr char16_t kFinishValueTypeTrace[] = u"finishValueTypeTrace";
-inline constexpr char16_t kCatchTrace[] = u"catchTrace";
-
 // Core library names.
 inline constexpr char16_t kCoreLibrary[] = u"System.Private.CoreLib";
 inline constexpr char16_t kDesktopCoreLibrary[] = u"mscorlib";

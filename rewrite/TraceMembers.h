@@ -4,7 +4,6 @@
 // data: nothing runs when the library loads.
 #pragma once
 
-#include "platform/SharedNames.h"
 #include "runtime/CorTypes.h"
 
 namespace TraceMembers {
@@ -45,16 +44,16 @@ enum Index : unsigned int {
 };
 
 inline constexpr Member kMembers[kCount] = {
-    member(SharedNames::kCorInitTrace, kInt32OfInt32),
-    member(SharedNames::kInitTrace, kInt32OfInt32),
-    member(SharedNames::kLoadTrace, kVoid),
-    member(SharedNames::kLoadTrace, kVoidOfObject),
-    member(SharedNames::kPushTrace, kVoidOfInt32Object),
-    member(SharedNames::kStartTrace, kVoid),
-    member(SharedNames::kFinishValueTypeTrace, kVoidOfObject),
-    member(SharedNames::kFinishTrace, kVoid),
-    member(SharedNames::kFinishTrace, kVoidOfObject),
-    member(SharedNames::kCatchTrace, kVoidOfObject),
+    member(u"corInitTrace", kInt32OfInt32),
+    member(u"initTrace", kInt32OfInt32),
+    member(u"loadTrace", kVoid),
+    member(u"loadTrace", kVoidOfObject),
+    member(u"pushTrace", kVoidOfInt32Object),
+    member(u"startTrace", kVoid),
+    member(u"finishValueTypeTrace", kVoidOfObject),
+    member(u"finishTrace", kVoid),
+    member(u"finishTrace", kVoidOfObject),
+    member(u"catchTrace", kVoidOfObject),
 };
 
 }  // namespace TraceMembers
