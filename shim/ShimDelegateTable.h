@@ -5,7 +5,6 @@
 // replaces it.
 #pragma once
 
-#include "platform/SharedNames.h"
 #include "rewrite/TraceMembers.h"
 #include "runtime/CorTypes.h"
 
