@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/AutoPointer.h"
+#include "platform/SharedNames.h"
 #include "runtime/Guids.h"
 #include "shim/SyntheticAgentShim.h"
 #include "support/CapturedStream.h"
