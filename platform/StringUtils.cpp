@@ -8,8 +8,13 @@ bool isTrimmed(char16_t c) {
     return c == u'\r' || c == u'\n' || c == u'\t' || c == u' ';
 }
 
+// Called for every unit of every directive line: the sets are a few units.
 bool isIn(char16_t c, const char16_t* set) {
-    return c != 0 && strchr_u16(set, c) != nullptr;
+    if (c == 0) return false;
+    for (; *set != 0; ++set) {
+        if (*set == c) return true;
+    }
+    return false;
 }
 
 }  // namespace

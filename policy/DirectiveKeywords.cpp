@@ -284,7 +284,9 @@ bool DirectiveKeywords::parse(char16_t* line, DirectiveLine& parsed) {
 
 const DirectiveKeywords::Keyword* DirectiveKeywords::find(const DirectiveLine& line) {
     for (const Keyword& keyword : kKeywords) {
-        if (line.count >= keyword.minimum && strcmp_u16(line.keyword, keyword.name) == 0) {
+        // The first unit turns most keywords away without a call.
+        if (line.count >= keyword.minimum && line.keyword[0] == keyword.name[0] &&
+            strcmp_u16(line.keyword, keyword.name) == 0) {
             return &keyword;
         }
     }

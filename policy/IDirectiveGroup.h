@@ -5,6 +5,7 @@
 // Contract: the matchers and the filter belong to the group. No lock inside.
 #pragma once
 
+#include <cstdint>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -54,8 +55,12 @@ struct CodeUnitOrder {
     bool operator()(const std::u16string& a, const std::u16string& b) const {
         const size_t common = a.size() < b.size() ? a.size() : b.size();
         size_t i = 0;
-        while (i + 4 <= common && std::memcmp(a.data() + i, b.data() + i, 4 * sizeof(char16_t)) == 0) {
-            i += 4;
+        for (; i + 4 <= common; i += 4) {
+            uint64_t left = 0;
+            uint64_t right = 0;
+            std::memcpy(&left, a.data() + i, sizeof(left));
+            std::memcpy(&right, b.data() + i, sizeof(right));
+            if (left != right) break;
         }
         for (; i < common; ++i) {
             if (a[i] != b[i]) return a[i] < b[i];
