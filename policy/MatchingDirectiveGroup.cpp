@@ -8,8 +8,7 @@ void MatchingDirectiveGroup::setActive(bool value) {
 }
 
 IClassMatcher* MatchingDirectiveGroup::getClassMatcher() {
-    if (!classMatcher) classMatcher = std::make_unique<ClassMatcher>();
-    return classMatcher.get();
+    return &classMatcher;
 }
 
 IClassMethodFilter* MatchingDirectiveGroup::getClassMethodFilter() {
@@ -18,11 +17,10 @@ IClassMethodFilter* MatchingDirectiveGroup::getClassMethodFilter() {
 }
 
 IMethodMatcher* MatchingDirectiveGroup::getMethodMatcher() {
-    if (!methodMatcher) methodMatcher = std::make_unique<MethodMatcher>();
-    return methodMatcher.get();
+    return &methodMatcher;
 }
 
-// A part that was never made holds no rule: it skips and matches nothing.
+// A skip filter that was never made holds no rule: it skips nothing.
 bool MatchingDirectiveGroup::skip(IMetaDataContext* context) {
     return classMethodFilter && classMethodFilter->skipClassMethod(context);
 }
@@ -40,22 +38,21 @@ bool MatchingDirectiveGroup::match(IMetaDataContext* context) {
 }
 
 bool MatchingDirectiveGroup::matchClass(IMetaDataContext* context) {
-    return classMatcher && classMatcher->matchClass(context);
+    return classMatcher.matchClass(context);
 }
 
 bool MatchingDirectiveGroup::matchMethod(IMetaDataContext* context) {
-    return methodMatcher && methodMatcher->matchMethod(context);
+    return methodMatcher.matchMethod(context);
 }
 
 bool MatchingDirectiveGroup::mayMatchAssembly(const char16_t* assembly) {
-    return classMatcher && classMatcher->mayMatchAssembly(assembly);
+    return classMatcher.mayMatchAssembly(assembly);
 }
 
 bool MatchingDirectiveGroup::namedClassesOnly(const std::function<void(const char16_t*)>& visit) {
-    return !classMatcher || classMatcher->namedClassesOnly(visit);
+    return classMatcher.namedClassesOnly(visit);
 }
 
 bool MatchingDirectiveGroup::mayMatchName(const char16_t* name) {
-    return methodMatcher && methodMatcher->mayMatchName(name);
+    return methodMatcher.mayMatchName(name);
 }
-

@@ -41,9 +41,9 @@ private:
     bool created = false;
     bool activeSet = false;
     const char16_t* name;
-    // A group without rules of a kind holds no part for them: a large
-    // directive file makes a group for each of its many flags.
-    std::unique_ptr<ClassMatcher> classMatcher;
+    // Without rules a matcher matches nothing and names no class; the skip
+    // filter, large and seldom used, is made at its first rule.
+    ClassMatcher classMatcher;
+    MethodMatcher methodMatcher;
     std::unique_ptr<ClassMethodFilter> classMethodFilter;
-    std::unique_ptr<MethodMatcher> methodMatcher;
 };
