@@ -28,11 +28,14 @@ std::string finalFormat8(const char* format) {
 }  // namespace
 
 int fprintf_u16(FILE* stream, const char16_t* format, ...) {
+    if (stream == nullptr) {
+        return 0;
+    }
     va_list args;
     va_start(args, format);
     CharPointers pointers;
     PatchPrintfArgs(pointers, format, args);
-    int result = vfprintf_8(stream, finalFormat16(format).c_str(), args);
+    int result = std::vfprintf(stream, finalFormat16(format).c_str(), args);
     va_end(args);
     return result;
 }
@@ -59,14 +62,9 @@ int vfprintf_8(FILE* stream, const char* format, va_list args) {
 }
 
 int fprintf_8(FILE* stream, const char* format, ...) {
-    if (stream == nullptr) {
-        return 0;
-    }
     va_list args;
     va_start(args, format);
-    CharPointers pointers;
-    PatchPrintfArgs8(pointers, format, args);
-    int result = vfprintf_8(stream, finalFormat8(format).c_str(), args);
+    int result = vfprintf_8(stream, format, args);
     va_end(args);
     return result;
 }

@@ -98,11 +98,8 @@ bool ClassSet::mayHoldClassOf(const char16_t* assembly) {
     if (qualifiedCount < static_cast<int>(size())) {
         return true;
     }
-    // Built as findInClassSets builds its key, which begins with this text.
+    // The key findInClassSets builds, without the class name: its beginning.
     char16_t prefix[IMetaDataContext::kNameSize];
-    size_t length = 0;
-    appendBounded(prefix, length, u"[");
-    appendBounded(prefix, length, assembly);
-    appendBounded(prefix, length, u"]");
+    qualifiedKey(assembly, u"", prefix);
     return contains(prefix);
 }

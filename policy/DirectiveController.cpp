@@ -194,11 +194,9 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
 
     const int64_t elapsed = Performance::GetTimeInMillis() - started;
     cumulativeMs += static_cast<uint64_t>(elapsed);
+    // Only a logged scan names its assembly.
     char16_t* assembly = nullptr;
-    if (SUCCEEDED(hr)) {
-        hr = context->getAssemblyName(&assembly);
-    }
-    if (SUCCEEDED(hr) && log != nullptr) {
+    if (SUCCEEDED(hr) && log != nullptr && SUCCEEDED(context->getAssemblyName(&assembly))) {
         fprintf_u16(log, u"[%s] (%llu/%llu)ms to process (%u/%u) types and (%u/%u) methods. Matched: (%u/%u)\n",
                     assembly, static_cast<unsigned long long>(elapsed),
                     static_cast<unsigned long long>(cumulativeMs), typeCount,

@@ -14,9 +14,9 @@ public:
     // The getter behind a caching wrapper; null if it cannot be made. The
     // arguments are copied.
     static IMemberTokenGetter* newTokenGetter(ICorProfilerInfo* info, const char16_t* assembly,
-                                              unsigned char* publicKeyToken, unsigned int length,
-                                              ASSEMBLYMETADATA* metadata, const char16_t* className,
-                                              const char16_t* memberName, unsigned char* signature,
+                                              const unsigned char* publicKeyToken, unsigned int length,
+                                              const ASSEMBLYMETADATA* metadata, const char16_t* className,
+                                              const char16_t* memberName, const unsigned char* signature,
                                               unsigned int signatureLength);
 
     virtual ~IMemberTokenGetter() = default;

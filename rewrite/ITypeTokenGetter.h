@@ -14,8 +14,8 @@ public:
     // The getter behind a caching wrapper; null if it cannot be made. The
     // arguments are copied.
     static ITypeTokenGetter* newTokenGetter(ICorProfilerInfo* info, const char16_t* assembly,
-                                            unsigned char* publicKeyToken, unsigned int length,
-                                            ASSEMBLYMETADATA* metadata, const char16_t* className);
+                                            const unsigned char* publicKeyToken, unsigned int length,
+                                            const ASSEMBLYMETADATA* metadata, const char16_t* className);
 
     virtual ~ITypeTokenGetter() = default;
 

@@ -109,20 +109,15 @@ HRESULT Profiler::createGetters(bool isCoreCLR) {
     ASSEMBLYMETADATA shimVersion = versionOf(shimAssembly);
     for (unsigned int i = 0; i < TraceMembers::kCount; ++i) {
         const TraceMembers::Member& member = TraceMembers::kMembers[i];
-        unsigned char token[8];
-        std::copy(shimAssembly.token, shimAssembly.token + 8, token);
-        unsigned char signature[8];
-        std::copy(member.signature, member.signature + member.length, signature);
-        memberGetters[i] = IMemberTokenGetter::newTokenGetter(info, shimAssembly.name, token, 8, &shimVersion,
-                                                              shimClass, member.name, signature, member.length);
+        memberGetters[i] = IMemberTokenGetter::newTokenGetter(info, shimAssembly.name, shimAssembly.token, 8,
+                                                              &shimVersion, shimClass, member.name, member.signature,
+                                                              member.length);
     }
     for (unsigned int i = 0; i < kTraceTypeCount; ++i) {
         const AssemblyIdentity& assembly = kTraceTypes[i].inSystemRuntime ? kSystemRuntime : coreLibrary;
         ASSEMBLYMETADATA version = versionOf(assembly);
-        unsigned char token[8];
-        std::copy(assembly.token, assembly.token + 8, token);
         typeGetters[i] =
-            ITypeTokenGetter::newTokenGetter(info, assembly.name, token, 8, &version, kTraceTypes[i].name);
+            ITypeTokenGetter::newTokenGetter(info, assembly.name, assembly.token, 8, &version, kTraceTypes[i].name);
     }
     varGetter = IVarTypeSpecTokenGetter::newTokenGetter(info, ELEMENT_TYPE_VAR);
     mvarGetter = IVarTypeSpecTokenGetter::newTokenGetter(info, ELEMENT_TYPE_MVAR);

@@ -125,6 +125,8 @@ private:
     [[nodiscard]] HRESULT refuseUnwrappableCode();
     [[nodiscard]] HRESULT findBaseConstructorCall(unsigned int* index);
     static unsigned int classOf(IMetaDataImport* import, unsigned int token);
+    ILEmitter behindLabel(unsigned int label);
+    ILEmitter atEntry();
     void boxedCopy(ILEmitter& il);
     void insertParameters(ILEmitter& il);
     [[nodiscard]] HRESULT insertParameter(ILEmitter& il, unsigned int argument, unsigned int first);

@@ -20,15 +20,15 @@ CachedTokenGetter* wrap(BaseTokenGetter* getter) {
 }  // namespace
 
 ITypeTokenGetter* ITypeTokenGetter::newTokenGetter(ICorProfilerInfo* info, const char16_t* assembly,
-                                                   unsigned char* publicKeyToken, unsigned int length,
-                                                   ASSEMBLYMETADATA* metadata, const char16_t* className) {
+                                                   const unsigned char* publicKeyToken, unsigned int length,
+                                                   const ASSEMBLYMETADATA* metadata, const char16_t* className) {
     return wrap(new TypeTokenGetter(info, assembly, publicKeyToken, length, metadata, className));
 }
 
 IMemberTokenGetter* IMemberTokenGetter::newTokenGetter(ICorProfilerInfo* info, const char16_t* assembly,
-                                                       unsigned char* publicKeyToken, unsigned int length,
-                                                       ASSEMBLYMETADATA* metadata, const char16_t* className,
-                                                       const char16_t* memberName, unsigned char* signature,
+                                                       const unsigned char* publicKeyToken, unsigned int length,
+                                                       const ASSEMBLYMETADATA* metadata, const char16_t* className,
+                                                       const char16_t* memberName, const unsigned char* signature,
                                                        unsigned int signatureLength) {
     return wrap(new MemberTokenGetter(info, assembly, publicKeyToken, length, metadata, className, memberName,
                                       signature, signatureLength));

@@ -281,20 +281,23 @@ unsigned int Profiler::classOf(IMetaDataImport* import, unsigned int token) {
     return token;
 }
 
-// Where the entry code goes: the start, or behind a constructor's base call.
-static HRESULT entryIndex(IMethodBuilder* builder, bool constructor, unsigned int* index) {
-    *index = 0;
-    if (!constructor) return S_OK;
-    int label = builder->findLabel(LABEL_CTOR_BODY);
-    if (label < 0) return E_UNEXPECTED;
-    *index = static_cast<unsigned int>(label) + 1;
-    return S_OK;
+// An emitter right behind a label of the new body; failed from the start
+// when the body has no such label.
+ILEmitter Profiler::behindLabel(unsigned int label) {
+    const int found = current.builder->findLabel(label);
+    return found < 0 ? ILEmitter(current.builder.get(), 0, E_UNEXPECTED)
+                     : ILEmitter(current.builder.get(), static_cast<unsigned int>(found) + 1);
+}
+
+// An emitter where the entry code goes: the start, or behind a constructor's
+// base call.
+ILEmitter Profiler::atEntry() {
+    return current.context->isInstanceTypeInitializer() ? behindLabel(LABEL_CTOR_BODY)
+                                                        : ILEmitter(current.builder.get(), 0);
 }
 
 HRESULT Profiler::updateInitTrace() {
-    unsigned int index = 0;
-    const HRESULT hr = entryIndex(current.builder.get(), current.context->isInstanceTypeInitializer(), &index);
-    ILEmitter il(current.builder.get(), index, hr);
+    ILEmitter il = atEntry();
     il.label(LABEL_INIT_TRACE)
         .op(Opcode::ldc_i4, current.context->getMethodID())
         .op(Opcode::call, current.traceTokens[kInitToken])
@@ -308,9 +311,7 @@ HRESULT Profiler::updateCorTrace() {
     if (!current.isCoreLibrary || isDotnetCore) return S_OK;
     // Until the agent has recorded its first operations the method stays
     // untraced: the field guards the call of initTrace.
-    unsigned int index = 0;
-    const HRESULT hr = entryIndex(current.builder.get(), current.context->isInstanceTypeInitializer(), &index);
-    ILEmitter il(current.builder.get(), index, hr);
+    ILEmitter il = atEntry();
     il.label(LABEL_COR_TRACE)
         .op(Opcode::ldsfld, hijackTokens[0])
         .op(Opcode::ldc_i4_1)
@@ -331,9 +332,7 @@ HRESULT Profiler::getClassToken(unsigned int* token) {
 }
 
 HRESULT Profiler::updateStartTrace() {
-    int found = current.builder->findLabel(LABEL_INIT_TRACE_END);
-    if (found < 0) return E_UNEXPECTED;
-    ILEmitter il(current.builder.get(), static_cast<unsigned int>(found) + 1);
+    ILEmitter il = behindLabel(LABEL_INIT_TRACE_END);
     il.label(LABEL_START_TRACE).op(Opcode::ldloc, current.traceLocal).jump(Opcode::brfalse, LABEL_START_TRACE_END);
     if (current.hasThis) il.op(Opcode::ldarg_0);
     if (current.hasThis && current.isValueType) boxedCopy(il);
@@ -422,9 +421,7 @@ HRESULT Profiler::insertParameter(ILEmitter& il, unsigned int argument, unsigned
 }
 
 HRESULT Profiler::updateFinishTrace() {
-    int found = current.builder->findLabel(LABEL_EXIT);
-    if (found < 0) return E_UNEXPECTED;
-    ILEmitter il(current.builder.get(), static_cast<unsigned int>(found) + 1);
+    ILEmitter il = behindLabel(LABEL_EXIT);
     il.label(LABEL_FINISH_TRACE).op(Opcode::ldloc, current.traceLocal).jump(Opcode::brfalse, LABEL_FINISH_TRACE_END);
     if (current.isValueType && current.hasThis) {
         // A fresh copy of this value, as the body left it.
@@ -473,11 +470,9 @@ void Profiler::insertResultBoxing(ILEmitter& il) {
 // with their number, and an exception thrown by the agent would replace the
 // program's own; the runtime swallows one thrown in a filter.
 HRESULT Profiler::updateCatchTrace() {
-    int found = current.builder->findLabel(LABEL_EXIT);
-    if (found < 0) return E_UNEXPECTED;
     // All exits meet here: the value is parked across the leave, which empties
     // the stack, and reloaded behind the protected block.
-    ILEmitter exit(current.builder.get(), static_cast<unsigned int>(found) + 1);
+    ILEmitter exit = behindLabel(LABEL_EXIT);
     if (current.hasReturn) exit.op(Opcode::stloc, current.resultLocal);
     exit.jump(Opcode::leave, LABEL_TRY_END).label(LABEL_TRY_END);
     if (current.hasReturn) exit.op(Opcode::ldloc, current.resultLocal);

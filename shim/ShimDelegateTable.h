@@ -44,6 +44,11 @@ struct FieldShape {
     InitialTarget initialTarget;
 
     constexpr const char16_t* methodName() const { return TraceMembers::kMembers[member].name; }
+    // Whether the class constructor points the field at the loader.
+    constexpr bool startsAtLoader(bool attached) const {
+        return initialTarget == InitialTarget::LoadInitTrace ||
+               (initialTarget == InitialTarget::LoadInitTraceIfAttached && attached);
+    }
     // The delegate type of the function's signature.
     constexpr DelegateKind kind() const {
         const COR_SIGNATURE* signature = TraceMembers::kMembers[member].signature;

@@ -32,8 +32,7 @@ HRESULT SyntheticAgentShim::DefineClassCtor() {
         mdMethodDef target = record.emptyMethod;
         // Without an attach, corInitTrace stays quiet until code outside the
         // core library has brought the agent in through initTrace.
-        if (fields[i].initialTarget == InitialTarget::LoadInitTrace ||
-            (fields[i].initialTarget == InitialTarget::LoadInitTraceIfAttached && attached)) {
+        if (fields[i].startsAtLoader(attached)) {
             target = loadInitTraceMethod;
         }
         GenerateAssignEmptyDelegate(il, delegateFields[i], record.ctor, target);

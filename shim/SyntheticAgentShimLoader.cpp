@@ -122,8 +122,8 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
     for (unsigned int i = 0; i < kFieldCount; ++i) {
         const FieldShape& field = fields[i];
         il.optional([&](ILEmitter& assignment) {
-            GenerateAssignDelegate(assignment, delegateFields[i], delegateRecords[field.kind()].type, field.methodName(),
-                                   delegates[field.kind()].signature);
+            GenerateAssignDelegate(assignment, delegateFields[i], delegateRecords[field.kind()].type,
+                                   field.methodName(), delegates[field.kind()].signature);
         });
     }
     il.jump(Opcode::leave, kLoaded);
@@ -277,8 +277,7 @@ void SyntheticAgentShim::GenerateAssignDelegate(ILEmitter& il, mdFieldDef field,
 void SyntheticAgentShim::GenerateLoadFailureHandler(ILEmitter& il) {
     il.label(kLoadHandler).op(Opcode::stloc_1);
     for (unsigned int i = 0; i < kFieldCount; ++i) {
-        if (fields[i].initialTarget == InitialTarget::LoadInitTrace ||
-            (fields[i].initialTarget == InitialTarget::LoadInitTraceIfAttached && attached)) {
+        if (fields[i].startsAtLoader(attached)) {
             const DelegateRecord& record = delegateRecords[fields[i].kind()];
             GenerateAssignEmptyDelegate(il, delegateFields[i], record.ctor, record.emptyMethod);
         }
