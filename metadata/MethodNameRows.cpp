@@ -69,9 +69,13 @@ ULONG MethodNameRows::nameIndex(ULONG row) {
     return SUCCEEDED(tables->GetColumn(kMethodTable, kNameColumn, row, &index)) ? index : 0;
 }
 
-HRESULT MethodNameRows::name(ULONG row, ULONG index, char16_t* buffer, ULONG size) {
+const char* MethodNameRows::text(ULONG index) {
     const char* text = nullptr;
-    if (index != 0 && SUCCEEDED(tables->GetString(index, &text)) && text != nullptr) {
+    return index != 0 && SUCCEEDED(tables->GetString(index, &text)) ? text : nullptr;
+}
+
+HRESULT MethodNameRows::name(ULONG row, ULONG index, char16_t* buffer, ULONG size) {
+    if (const char* text = this->text(index)) {
         ULONG length = 0;
         for (; length + 1 < size && text[length] != 0 && static_cast<unsigned char>(text[length]) < 0x80; ++length) {
             buffer[length] = static_cast<char16_t>(text[length]);

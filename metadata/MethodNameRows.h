@@ -26,6 +26,8 @@ public:
     // The name of a row, whose index nameIndex gave, in buffer, cut to size
     // units with the terminator. The running status.
     [[nodiscard]] HRESULT name(ULONG row, ULONG index, char16_t* buffer, ULONG size);
+    // The name at a string-heap index as the heap holds it (UTF-8), or null.
+    const char* text(ULONG index);
 
 private:
     void findBlock(ULONG rowSize);

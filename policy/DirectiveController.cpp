@@ -337,7 +337,12 @@ HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchCon
     // A class's methods stand together in the table.
     for (ULONG row = 1; SUCCEEDED(hr) && row <= rows.count() && !match.getGroups().empty(); ++row) {
         ++methodCount;
-        hr = rows.name(row, rows.nameIndex(row), name, IMetaDataContext::kNameSize);
+        const ULONG index = rows.nameIndex(row);
+        const char* text = rows.text(index);
+        if (text != nullptr && text[0] != 0 && !match.mayStartWith(static_cast<unsigned char>(text[0]))) {
+            continue;
+        }
+        hr = rows.name(row, index, name, IMetaDataContext::kNameSize);
         if (FAILED(hr) || !match.mayMatchName(name)) {
             continue;
         }

@@ -43,6 +43,7 @@ public:
     // IClassMatcher::mayMatchAssembly and IMethodMatcher::mayMatchName).
     virtual bool mayMatchAssembly(const char16_t* assembly) = 0;
     virtual bool mayMatchName(const char16_t* name) = 0;
+    virtual bool addFirstUnits(FirstUnits& units) const = 0;
     // See IClassMatcher::namedClassesOnly; a group without class rules names
     // no class and matches none.
     virtual bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) = 0;

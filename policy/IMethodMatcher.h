@@ -4,7 +4,12 @@
 // Contract: the context stands on the method in hand. No lock inside.
 #pragma once
 
+#include <bitset>
+
 #include "metadata/IMetaDataContext.h"
+
+// ASCII code units that a name may start with.
+using FirstUnits = std::bitset<128>;
 
 class IMethodMatcher {
 public:
@@ -21,4 +26,7 @@ public:
     // False only when the rules can tell from the name alone that the method
     // does not match: a module scan looks no further at such a method.
     virtual bool mayMatchName(const char16_t* name) = 0;
+    // Adds the first unit of every name the rules can take, all of them ASCII;
+    // false if a name may start with any unit.
+    virtual bool addFirstUnits(FirstUnits& units) const = 0;
 };

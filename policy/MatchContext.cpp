@@ -17,9 +17,12 @@ void MatchContext::selectGroups(const DirectiveGroupIndex::Candidates& groups, c
     anyAssembly = moduleAssembly == nullptr;
     assembly = anyAssembly ? u"" : moduleAssembly;
     selected.clear();
+    firstUnits.reset();
+    anyFirstUnit = false;
     for (const DirectiveGroupIndex::Entry* entry : groups) {
         if (accepts(entry->second.get())) {
             selected.push_back(entry->second.get());
+            anyFirstUnit = !entry->second->addFirstUnits(firstUnits) || anyFirstUnit;
         }
     }
 }

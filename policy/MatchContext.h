@@ -27,6 +27,11 @@ public:
     const std::vector<IDirectiveGroup*>& getGroups() const { return selected; }
     // Some selected group may take a method of this name.
     bool mayMatchName(const char16_t* name) const;
+    // Some selected group may take a name whose first byte in the metadata's
+    // own encoding is this one: a scan turns most names away before reading them.
+    bool mayStartWith(unsigned char unit) const {
+        return unit >= firstUnits.size() || anyFirstUnit || firstUnits[unit];
+    }
 
 private:
     AutoCOMPointer<IMetaDataImport> import;
@@ -34,4 +39,6 @@ private:
     std::vector<IDirectiveGroup*> selected;
     std::u16string assembly;
     bool anyAssembly = true;
+    FirstUnits firstUnits;
+    bool anyFirstUnit = false;
 };

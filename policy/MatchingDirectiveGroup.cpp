@@ -56,3 +56,7 @@ bool MatchingDirectiveGroup::namedClassesOnly(const std::function<void(const cha
 bool MatchingDirectiveGroup::mayMatchName(const char16_t* name) {
     return methodMatcher.mayMatchName(name);
 }
+
+bool MatchingDirectiveGroup::addFirstUnits(FirstUnits& units) const {
+    return methodMatcher.addFirstUnits(units);
+}

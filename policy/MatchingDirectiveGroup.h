@@ -34,6 +34,7 @@ public:
     bool matchMethod(IMetaDataContext* context) override;
     bool mayMatchAssembly(const char16_t* assembly) override;
     bool mayMatchName(const char16_t* name) override;
+    bool addFirstUnits(FirstUnits& units) const override;
     bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) override;
 
 private:

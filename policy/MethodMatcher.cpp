@@ -79,6 +79,20 @@ bool MethodMatcher::mayMatchName(const char16_t* name) {
     return matchAll || (more && !more->annotations.empty()) || methods.contains(name) || matchesPattern(name);
 }
 
+bool MethodMatcher::addFirstUnits(FirstUnits& units) const {
+    // Names are compared as prefixes of each other: a name shares its first
+    // unit with the rule it meets, and only the empty rule meets the empty name.
+    bool bounded = !matchAll && !more;
+    methods.forEach([&](const char16_t* name) {
+        if (name[0] == 0 || name[0] >= units.size()) {
+            bounded = false;
+        } else {
+            units.set(name[0]);
+        }
+    });
+    return bounded;
+}
+
 bool MethodMatcher::matchesPattern(std::u16string_view name) const {
     if (!more) {
         return false;

@@ -23,6 +23,7 @@ public:
     // the answer no without trying the pattern rules.
     bool matchMethod(IMetaDataContext* context) override;
     bool mayMatchName(const char16_t* name) override;
+    bool addFirstUnits(FirstUnits& units) const override;
 
     // True if the attribute rule must not select methods of this class in this
     // assembly. Both names are compared exactly.

@@ -132,15 +132,20 @@ TEST_F(DirectiveControllerOnAssemblies, ModuleScanByNameSelectsWhatTheScanByType
     FILE* log = tmpfile();
     ASSERT_NE(log, nullptr);
     // Groups decided by the method's name alone, as the built-in entry-point
-    // group is, and one bound to an assembly by a bracketed class.
-    const char* const byName = "IdentifyAllClassesAs: Named\n"
-                               "TraceOneMethodIfFlagged: Named Mai\n"
-                               "TraceOneMethodIfFlagged: Named .cto\n"
-                               "TraceMatchingMethodsWithParametersIfFlagged: Named *Async\n"
-                               "TurnOn: Named\n"
-                               "TraceAllMethodsOfClass: [PolicyShapes]Shop.Order\n";
+    // group is, and one bound to an assembly by a bracketed class. Names alone
+    // let the scan turn a method away by the first letter of its name.
+    const char* const byName =
+        "IdentifyAllClassesAs: Named\n"
+        "TraceOneMethodIfFlagged: Named Mai\n"
+        "TraceOneMethodIfFlagged: Named .cto\n"
+        "TurnOn: Named\n"
+        "TraceAllMethodsOfClass: [PolicyShapes]Shop.Order\n";
+    const char* const byPattern =
+        "IdentifyAllClassesAs: Async\n"
+        "TraceMatchingMethodsWithParametersIfFlagged: Async *Async\n"
+        "TurnOn: Async\n";
     size_t selected = 0;
-    for (const char* text : {kDirectiveSets[0], kDirectiveSets[1], kDirectiveSets[2], byName}) {
+    for (const char* text : {kDirectiveSets[0], kDirectiveSets[1], kDirectiveSets[2], byName, byPattern}) {
         auto controller = directives(text, nullptr, log);
         for (ModuleID where : modules) {
             std::set<mdMethodDef> byType;
