@@ -1,6 +1,9 @@
 #include "policy/DirectiveController.h"
 
+#include <algorithm>
+#include <charconv>
 #include <new>
+#include <string_view>
 
 #include "metadata/MethodNameRows.h"
 #include "platform/File16.h"
@@ -56,10 +59,14 @@ IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
 }
 
 IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
-    char16_t name[kLineSize];
-    if (snprintf_u16(name, kLineSize, u"Anonymous_%d", anonymousCount++) <= 0) {
-        return nullptr;
-    }
+    // "Anonymous_" and the count, made for every one-method line of a
+    // generated file: written here rather than through the formatter.
+    constexpr std::u16string_view kPrefix = u"Anonymous_";
+    char16_t name[kPrefix.size() + 12];
+    char digits[12];
+    const char* end = std::to_chars(digits, digits + sizeof(digits), anonymousCount++).ptr;
+    char16_t* at = std::copy(kPrefix.begin(), kPrefix.end(), name);
+    *std::copy(static_cast<const char*>(digits), end, at) = 0;
     IDirectiveGroup* group = addDirectiveGroup(name);
     if (group != nullptr) {
         group->setActive(true);
@@ -279,49 +286,76 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
 HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type,
                                       Meeting meeting, FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
                                       unsigned int& methodCount) {
-    IMetaDataImport* import = match.getImport();
     std::vector<IDirectiveGroup*> matched;
     HRESULT hr = matchClass(context, match, type, meeting, log, logClasses, matched);
+    std::vector<mdMethodDef> concrete;
+    if (SUCCEEDED(hr) && !matched.empty()) {
+        ULONG listed = 0;
+        hr = listConcreteMethods(match.getImport(), type, concrete, listed);
+        // Counted as often as a group looks at them.
+        methodCount += listed * static_cast<unsigned int>(matched.size());
+    }
+    if (log == nullptr) {
+        // Each method is met by all the groups at once: its name is read once.
+        for (auto method = concrete.begin(); SUCCEEDED(hr) && method != concrete.end(); ++method) {
+            hr = context->setMethodDef(*method);
+            for (auto group = matched.begin(); SUCCEEDED(hr) && group != matched.end(); ++group) {
+                if ((*group)->matchMethod(context)) {
+                    methods.insert(*method);
+                    break;
+                }
+            }
+        }
+        return hr;
+    }
+    // A logged scan names what each group selects, group by group.
     for (auto group = matched.begin(); SUCCEEDED(hr) && group != matched.end(); ++group) {
-        IDirectiveGroup* candidate = *group;
-        HCORENUM methodEnum = nullptr;
-        mdMethodDef tokens[kMethodBatch];
-        ULONG count = kMethodBatch;
-        while (SUCCEEDED(hr) && count == kMethodBatch) {
-            count = 0;
-            hr = import->EnumMethods(&methodEnum, type, tokens, kMethodBatch, &count);
+        for (auto method = concrete.begin(); SUCCEEDED(hr) && method != concrete.end(); ++method) {
+            hr = context->setMethodDef(*method);
+            if (FAILED(hr) || !(*group)->matchMethod(context)) {
+                continue;
+            }
+            methods.insert(*method);
+            char16_t* assembly = nullptr;
+            char16_t* className = nullptr;
+            char16_t* name = nullptr;
+            hr = context->getMethodName(&name);
             if (SUCCEEDED(hr)) {
-                methodCount += count;
+                hr = context->getClassName(&assembly, &className);
             }
-            for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
-                DWORD attributes = 0;
-                hr = import->GetMethodProps(tokens[i], nullptr, nullptr, 0, nullptr, &attributes, nullptr, nullptr,
-                                            nullptr, nullptr);
-                if (FAILED(hr) || (attributes & mdAbstract) != 0) {
-                    continue;
-                }
-                hr = context->setMethodDef(tokens[i]);
-                if (FAILED(hr) || !candidate->matchMethod(context)) {
-                    continue;
-                }
-                methods.insert(tokens[i]);
-                char16_t* assembly = nullptr;
-                char16_t* className = nullptr;
-                char16_t* method = nullptr;
-                hr = context->getMethodName(&method);
-                if (SUCCEEDED(hr)) {
-                    hr = context->getClassName(&assembly, &className);
-                }
-                if (SUCCEEDED(hr) && log != nullptr) {
-                    fprintf_u16(log, u"Matched method [%s]%s::%s (%s) mdef:0x%x\n", assembly, className, method,
-                                candidate->getName(), tokens[i]);
-                    fflush(log);
-                }
+            if (SUCCEEDED(hr)) {
+                fprintf_u16(log, u"Matched method [%s]%s::%s (%s) mdef:0x%x\n", assembly, className, name,
+                            (*group)->getName(), *method);
+                fflush(log);
             }
         }
-        if (methodEnum != nullptr) {
-            import->CloseEnum(methodEnum);
+    }
+    return hr;
+}
+
+HRESULT DirectiveController::listConcreteMethods(IMetaDataImport* import, mdTypeDef type,
+                                                 std::vector<mdMethodDef>& concrete, ULONG& listed) {
+    HCORENUM methodEnum = nullptr;
+    mdMethodDef tokens[kMethodBatch];
+    ULONG count = kMethodBatch;
+    HRESULT hr = S_OK;
+    while (SUCCEEDED(hr) && count == kMethodBatch) {
+        count = 0;
+        hr = import->EnumMethods(&methodEnum, type, tokens, kMethodBatch, &count);
+        if (SUCCEEDED(hr)) {
+            listed += count;
         }
+        for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
+            DWORD attributes = 0;
+            hr = import->GetMethodProps(tokens[i], nullptr, nullptr, 0, nullptr, &attributes, nullptr, nullptr,
+                                        nullptr, nullptr);
+            if (SUCCEEDED(hr) && (attributes & mdAbstract) == 0) {
+                concrete.push_back(tokens[i]);
+            }
+        }
+    }
+    if (methodEnum != nullptr) {
+        import->CloseEnum(methodEnum);
     }
     return hr;
 }

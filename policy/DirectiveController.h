@@ -65,6 +65,9 @@ private:
     [[nodiscard]] HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, Meeting meeting,
                                    FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
                                    unsigned int& methodCount);
+    // The type's methods that have a body, and how many it has in all.
+    [[nodiscard]] static HRESULT listConcreteMethods(IMetaDataImport* import, mdTypeDef type,
+                                                     std::vector<mdMethodDef>& concrete, ULONG& listed);
     // What the general groups select, found by walking the method table: a
     // method whose name no group can take is passed over before its class is
     // looked at.
