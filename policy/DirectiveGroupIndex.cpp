@@ -16,6 +16,16 @@ bool before(std::u16string_view a, std::u16string_view b) {
     return bytes != 0 ? bytes < 0 : a.size() < b.size();
 }
 
+// The first eight bytes of a name as a number that orders as before() orders
+// them (zeros past its end): most comparisons of a sort end there.
+uint64_t headOf(std::u16string_view name) {
+    unsigned char bytes[8] = {};
+    memcpy(bytes, name.data(), std::min(name.size() * sizeof(char16_t), sizeof(bytes)));
+    uint64_t head = 0;
+    for (unsigned char byte : bytes) head = head << 8 | byte;
+    return head;
+}
+
 }  // namespace
 
 void DirectiveGroupIndex::rebuild(DirectiveGroupMap& groups) {
@@ -28,7 +38,7 @@ void DirectiveGroupIndex::rebuild(DirectiveGroupMap& groups) {
         const auto ordinal = static_cast<uint32_t>(byOrdinal.size());
         byOrdinal.push_back(&entry);
         const bool named = entry.second->namedClassesOnly([&](const char16_t* name) {
-            filed.push_back({name, ordinal});
+            filed.push_back({name, headOf(name), ordinal});
             bracketed = bracketed || name[0] == u'[';
         });
         if (!named) {
@@ -36,7 +46,9 @@ void DirectiveGroupIndex::rebuild(DirectiveGroupMap& groups) {
             generalOrdinals.push_back(ordinal);
         }
     }
-    std::sort(filed.begin(), filed.end(), [](const Filed& a, const Filed& b) { return before(a.name, b.name); });
+    std::sort(filed.begin(), filed.end(), [](const Filed& a, const Filed& b) {
+        return a.head != b.head ? a.head < b.head : before(a.name, b.name);
+    });
 }
 
 void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<uint32_t>& ordinals) const {

@@ -34,6 +34,7 @@ public:
 private:
     struct Filed {
         std::u16string_view name;
+        uint64_t head;  // its first bytes, for sorting
         uint32_t ordinal;  // the group's place in the map
     };
     void collectAgreeing(std::u16string_view name, std::vector<uint32_t>& ordinals) const;
