@@ -40,18 +40,22 @@ void CopyChar8To16(const char* src, char16_t* dst, unsigned long n) {
     if (n == 0) {
         return;
     }
-    std::basic_string<char16_t> wide;
-    FromChar8(src, wide);
-    std::copy_n(wide.data(), std::min<unsigned long>(wide.size(), n), dst);
-    dst[std::min<unsigned long>(wide.size(), n - 1)] = 0;
+    requireText(src);
+    unsigned long i = 0;
+    for (; i + 1 < n && src[i] != 0; ++i) {
+        dst[i] = static_cast<char16_t>(static_cast<signed char>(src[i]));
+    }
+    dst[i] = 0;
 }
 
 void CopyChar16To8(const char16_t* src, char* dst, unsigned long n) {
     if (n == 0) {
         return;
     }
-    std::string narrow;
-    FromChar16(src, narrow);
-    std::copy_n(narrow.data(), std::min<unsigned long>(narrow.size(), n), dst);
-    dst[std::min<unsigned long>(narrow.size(), n - 1)] = 0;
+    requireText(src);
+    unsigned long i = 0;
+    for (; i + 1 < n && src[i] != 0; ++i) {
+        dst[i] = static_cast<char>(src[i] & 0xFF);
+    }
+    dst[i] = 0;
 }
