@@ -1,29 +1,58 @@
 #include "policy/DirectiveGroupIndex.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "metadata/IMetaDataContext.h"
 #include "policy/ClassSet.h"
 
 namespace {
 
-// Names in the order of their bytes, which compares without a loop over code
-// units. Any order of units serves: names with a common beginning stand
-// together, and a name stands before its extensions.
+// Names in the order of their code units, as the group map orders its own.
+// Any order would serve that keeps names with a common beginning together
+// and puts a name before its extensions.
 bool before(std::u16string_view a, std::u16string_view b) {
-    const int bytes = memcmp(a.data(), b.data(), std::min(a.size(), b.size()) * sizeof(char16_t));
-    return bytes != 0 ? bytes < 0 : a.size() < b.size();
+    return CodeUnitOrder{}(a, b);
 }
 
-// The first eight bytes of a name as a number that orders as before() orders
-// them (zeros past its end): most comparisons of a sort end there.
-uint64_t headOf(std::u16string_view name) {
-    unsigned char bytes[8] = {};
-    memcpy(bytes, name.data(), std::min(name.size() * sizeof(char16_t), sizeof(bytes)));
-    uint64_t head = 0;
-    for (unsigned char byte : bytes) head = head << 8 | byte;
-    return head;
+// Four units of a name from a position on, as a number that orders as the
+// names do: zeros past its end, where no name holds a zero unit.
+uint64_t chunkAt(std::u16string_view name, size_t position) {
+    uint64_t chunk = 0;
+    for (size_t i = position; i < position + 4; ++i) {
+        chunk = chunk << 16 | (i < name.size() ? name[i] : 0u);
+    }
+    return chunk;
+}
+
+// Sorts the names four units at a time: each name of a range is read once for
+// its next four units, and the range is sorted on those as numbers. A
+// generated file's names share long beginnings, which a comparison of whole
+// names would read again at every step. Ranges still to sort wait on the heap.
+template <typename Entry>
+void sortByChunks(std::vector<Entry>& entries) {
+    struct Range {
+        size_t first;
+        size_t count;
+        size_t depth;  // units that every name of the range shares
+    };
+    std::vector<Range> pending{{0, entries.size(), 0}};
+    while (!pending.empty()) {
+        const Range range = pending.back();
+        pending.pop_back();
+        const auto begin = entries.begin() + static_cast<long>(range.first);
+        const auto end = begin + static_cast<long>(range.count);
+        for (auto entry = begin; entry != end; ++entry) entry->chunk = chunkAt(entry->name, range.depth);
+        std::sort(begin, end, [](const Entry& a, const Entry& b) { return a.chunk < b.chunk; });
+        for (auto run = begin; run != end;) {
+            const auto runEnd = std::find_if(run, end, [&](const Entry& entry) { return entry.chunk != run->chunk; });
+            // Names that end within these units are equal.
+            if (runEnd - run > 1 && (run->chunk & 0xFFFF) != 0) {
+                pending.push_back({static_cast<size_t>(run - entries.begin()), static_cast<size_t>(runEnd - run),
+                                   range.depth + 4});
+            }
+            run = runEnd;
+        }
+    }
 }
 
 }  // namespace
@@ -38,7 +67,7 @@ void DirectiveGroupIndex::rebuild(DirectiveGroupMap& groups) {
         const auto ordinal = static_cast<uint32_t>(byOrdinal.size());
         byOrdinal.push_back(&entry);
         const bool named = entry.second->namedClassesOnly([&](const char16_t* name) {
-            filed.push_back({name, headOf(name), ordinal});
+            filed.push_back({name, ordinal, 0});
             bracketed = bracketed || name[0] == u'[';
         });
         if (!named) {
@@ -46,9 +75,7 @@ void DirectiveGroupIndex::rebuild(DirectiveGroupMap& groups) {
             generalOrdinals.push_back(ordinal);
         }
     }
-    std::sort(filed.begin(), filed.end(), [](const Filed& a, const Filed& b) {
-        return a.head != b.head ? a.head < b.head : before(a.name, b.name);
-    });
+    sortByChunks(filed);
 }
 
 void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<uint32_t>& ordinals) const {

@@ -34,8 +34,8 @@ public:
 private:
     struct Filed {
         std::u16string_view name;
-        uint64_t head;  // its first bytes, for sorting
         uint32_t ordinal;  // the group's place in the map
+        uint64_t chunk;    // scratch of the sort
     };
     void collectAgreeing(std::u16string_view name, std::vector<uint32_t>& ordinals) const;
 

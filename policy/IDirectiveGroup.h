@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "metadata/IMetaDataContext.h"
 #include "policy/IClassMatcher.h"
@@ -53,7 +54,7 @@ public:
 // passed over four units at a time: a large directive file makes tens of
 // thousands of names that share their first ten units ("Anonymous_").
 struct CodeUnitOrder {
-    bool operator()(const std::u16string& a, const std::u16string& b) const {
+    bool operator()(std::u16string_view a, std::u16string_view b) const {
         const size_t common = a.size() < b.size() ? a.size() : b.size();
         size_t i = 0;
         for (; i + 4 <= common; i += 4) {
