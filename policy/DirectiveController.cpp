@@ -49,8 +49,12 @@ IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
     if (name == nullptr) {
         return nullptr;
     }
-    indexStale = true;
     auto [entry, added] = groups.try_emplace(name);
+    return groupAt(entry, added);
+}
+
+IDirectiveGroup* DirectiveController::groupAt(DirectiveGroupMap::iterator entry, bool added) {
+    indexStale = true;
     if (added) {
         // The group's name is its key in the map.
         entry->second = std::make_unique<MatchingDirectiveGroup>(entry->first.c_str());
@@ -67,7 +71,12 @@ IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
     const char* end = std::to_chars(digits, digits + sizeof(digits), anonymousCount++).ptr;
     char16_t* at = std::copy(kPrefix.begin(), kPrefix.end(), name);
     *std::copy(static_cast<const char*>(digits), end, at) = 0;
-    IDirectiveGroup* group = addDirectiveGroup(name);
+    // Counting up, a name sorts right behind the one made before it, but for
+    // the first of each length: the map is told where to look first.
+    const size_t count = groups.size();
+    const auto entry = groups.try_emplace(anonymousHint, name);
+    anonymousHint = std::next(entry);
+    IDirectiveGroup* group = groupAt(entry, groups.size() != count);
     if (group != nullptr) {
         group->setActive(true);
         group->setCreated();

@@ -38,6 +38,7 @@ public:
     // The caller may change the map: the index is made again before its next use.
     DirectiveGroupMap& getGroups() {
         indexStale = true;
+        anonymousHint = groups.end();
         return groups;
     }
     // The index of the groups as they are now.
@@ -51,6 +52,9 @@ private:
     // The groups a module scan meets a class with: the general groups the
     // scan selected, the groups filed under the class's names, or both.
     enum class Meeting { General, Filed, All };
+
+    // The group of a map entry, made if the entry was just added.
+    IDirectiveGroup* groupAt(DirectiveGroupMap::iterator entry, bool added);
 
     // The groups, met as said, whose class test passes for the type; none for
     // an interface or a skipped class. The class is named in log when
@@ -79,6 +83,8 @@ private:
     ClassMethodFilter dynamicInstrumentationSkips;
     DirectiveGroupMap groups;
     int anonymousCount = 0;
+    // Where the next anonymous group is likely filed: behind the last one.
+    DirectiveGroupMap::iterator anonymousHint = groups.end();
     AutoPointer<DirectiveMatchingCache> cache;
     DirectiveGroupIndex index;
     bool indexStale = true;
