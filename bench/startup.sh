@@ -6,17 +6,21 @@
 # and only the hidden directives, and with it and the program's own classes
 # selected. Runs are interleaved so that drift of the machine spreads over all.
 #
-# Usage: bench/startup.sh <build directory> [runs per configuration] [other library]
+# Usage: bench/startup.sh <build directory> [runs per configuration] [other library] [large]
 # With another build of the library (an earlier one, say), its runs with the
 # program's own classes selected are interleaved too: a before and after.
+# With "large", only hello runs, with generated directive files of 5 and 50 MB
+# of one-method lines beside its own small one (and the other library's runs
+# take the large files).
 # Prints the median, minimum and maximum wall time, and the median's ratio to
 # the run without the profiler, and the profiler's account of its last run with
 # the program's own classes selected.
 set -euo pipefail
 
-build=${1:?usage: $0 <build directory> [runs] [other library]}
+build=${1:?usage: $0 <build directory> [runs] [other library] [large]}
 runs=${2:-9}
 other=${3:-}
+large=${4:-}
 build=$(cd "$build" && pwd)
 profiler=$build/tarn.NativeProfiler.so
 agent=$build/e2e/agent
@@ -34,7 +38,7 @@ install() {
     mkdir -p "$dir/bin/netcore"
     cp "$agent"/* "$dir/bin/netcore/"
     printf 'harrowlite.fieldmark.enable=true\nharrowlite.nativeprofiler.logfile=native.log\n' >"$dir/default.properties"
-    if [[ -n ${2:-} ]]; then
+    if [[ $# -gt 1 ]]; then
         printf '%s' "$2" >"$dir/program.fmd"
         echo "harrowlite.fieldmark.directivesFile=program.fmd" >>"$dir/default.properties"
     fi
@@ -56,9 +60,40 @@ profiled() {  # installation [library]
         CORECLR_PROFILER_PATH="${2:-$profiler}" TMSENV_AGENT_PROFILE="$work/$1/default.properties"
 }
 
+# A directive file of about the given megabytes of one-method lines, as large
+# users generate them: a fifth on classes of the core library, the rest on
+# classes that no program has.
+generated() {
+    awk -v limit=$(($1 << 20)) 'BEGIN {
+        n = split("System.String System.Console System.Object System.Array System.Enum System.Math System.Buffer " \
+                  "System.Convert System.DateTime System.Guid System.Int32 System.Text.StringBuilder " \
+                  "System.Collections.Generic.List`1 System.Collections.Generic.Dictionary`2 " \
+                  "System.Threading.Tasks.Task System.Threading.Monitor System.IO.File System.IO.Path " \
+                  "System.IO.Stream System.Runtime.CompilerServices.RuntimeHelpers System.Type System.Delegate", core, " ")
+        split("Invoke Execute Send Receive Read Write", names, " ")
+        for (i = 0; size < limit; i++) {
+            class = i % 5 == 0 ? core[(i * 7919) % n + 1] : sprintf("Company%d.Service%d.Endpoint%d", i % 97, i % 1013, i)
+            line = "TraceOneMethodOfClass: " class " " names[i % 6 + 1]
+            print line
+            size += length(line) + 1
+        }
+    }'
+}
+
 configurations=("1 no profiler" "2 no profiler, DOTNET_ReadyToRun=0" "3 profiler, hidden directives only"
                 "4 profiler, the program's own classes")
 [[ -n $other ]] && configurations+=("5 other library, the program's own classes")
+if [[ -n $large ]]; then
+    programs=(Hello)
+    configurations=("1 no profiler" "4 profiler, the program's own classes" "6 profiler, 5 MB of one-method lines"
+                    "7 profiler, 50 MB of one-method lines")
+    [[ -n $other ]] && configurations+=("8 other library, 5 MB of one-method lines"
+                                        "9 other library, 50 MB of one-method lines")
+    for megabytes in 5 50; do
+        install "large$megabytes" ""
+        generated "$megabytes" >"$work/large$megabytes/program.fmd"
+    done
+fi
 environment() {  # configuration program
     case $1 in
     1*) echo "" ;;
@@ -66,6 +101,10 @@ environment() {  # configuration program
     3*) profiled hidden ;;
     4*) profiled "own-$2" ;;
     5*) profiled "other-$2" "$other" ;;
+    6*) profiled large5 ;;
+    7*) profiled large50 ;;
+    8*) profiled large5 "$other" ;;
+    9*) profiled large50 "$other" ;;
     esac
 }
 
