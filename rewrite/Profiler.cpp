@@ -76,10 +76,18 @@ Profiler* Profiler::newInstance(ICorProfilerInfo* info, unsigned int clrVersion,
     int setting = controller != nullptr ? controller->shouldUseSyntheticShim() : E_FAIL;
     bool synthetic = false;
     if (clrVersion != 2) {
-        if (setting >= 0) {
-            synthetic = setting == 0;
-        } else if (isCoreCLR) {
+        if (isCoreCLR) {
+            // A Core runtime finds the agent's assembly by name only among the
+            // application's own: referenced directly from a traced method, it
+            // would fail that method's compile and end the program. The agent
+            // is reached through the shim, whatever the setting says.
             synthetic = true;
+            if (setting > 0 && log != nullptr) {
+                fprintf_8(log, "The synthetic shim cannot be switched off on .NET Core: "
+                               "harrowlite.nativeprofiler.synthetic.shim.enabled is ignored\n");
+            }
+        } else if (setting >= 0) {
+            synthetic = setting == 0;
         } else {
             synthetic = agentMissingFromGAC(log);
         }

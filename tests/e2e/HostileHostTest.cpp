@@ -77,6 +77,16 @@ TEST(HostileHost, ProgramsRunUnchangedAndTheLogSaysWhatHappened) {
              return copyHello(folder, "Hello");
          },
          "Instrumented [Hello]Program::Fibonacci"},
+        {"the synthetic shim switched off, which would leave the agent's assembly unresolved",
+         [&](AgentInstall& install, e2e::RunOptions&) {
+             install.set("harrowlite.nativeprofiler.synthetic.shim.enabled", "false");
+             return hello;
+         },
+         "The synthetic shim cannot be switched off on .NET Core: harrowlite.nativeprofiler.synthetic.shim.enabled "
+         "is ignored",
+         [](AgentInstall& install, const e2e::Comparison& run) {
+             EXPECT_NE(install.logText().find("Instrumented [Hello]Program::Main"), std::string::npos) << run.why;
+         }},
         {"a log file that cannot be opened",
          [&](AgentInstall& install, e2e::RunOptions&) {
              install.set("harrowlite.nativeprofiler.logfile", "/dev/null/logs/native.log");
