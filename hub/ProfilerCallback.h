@@ -219,6 +219,9 @@ private:
     bool attached;
     bool firstAttachMethodSeen;
     bool jitEnabled;
+    // Methods are rewritten when their module loads; a compile only brings
+    // the rewritten body's offset map.
+    bool rewritesOnLoad = false;
     std::atomic<ULONG> referenceCount;
     // 1, 2 or 4 by the highest info interface obtained.
     long clrVersion;

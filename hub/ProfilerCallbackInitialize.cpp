@@ -196,8 +196,10 @@ HRESULT ProfilerCallback::setEventMask(FILE* log, HRESULT hr, bool& stop) {
     const bool onModuleLoad = controller->shouldInstrumentOnModuleLoad() == 0;
     if (onModuleLoad) {
         controller->initializeDirectives();
-        // The module load does the rewriting; compile events are not needed.
-        eventMask &= ~static_cast<DWORD>(COR_PRF_MONITOR_JIT_COMPILATION);
+        // The module load does the rewriting. Compile events stay: each tells
+        // the runtime how the rewritten body's offsets map to the method's own,
+        // without which stack traces would show the lines of other statements.
+        rewritesOnLoad = true;
         eventMask |= COR_PRF_MONITOR_CACHE_SEARCHES;
     }
     if (!attached && controller->shouldMonitorNgenModules() == 0) {

@@ -32,7 +32,11 @@ HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsS
             explicit ReentranceMark(bool& flag) : mark(flag) { mark = true; }
             ~ReentranceMark() { mark = false; }
         } reentrance(inJITCallback);
-        compileMethod(functionId);
+        if (rewritesOnLoad) {
+            if (profiler != nullptr) profiler->mapRewrittenOnLoad(functionId);
+        } else {
+            compileMethod(functionId);
+        }
     } catch (...) {
         // The runtime compiles the method's own body.
     }

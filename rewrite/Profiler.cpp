@@ -142,6 +142,8 @@ void Profiler::forgetModule(ModuleID module) {
                         methodHistory.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
     originalBodies.erase(originalBodies.lower_bound(MethodKey(module, 0)),
                          originalBodies.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
+    loadTimeMaps.erase(loadTimeMaps.lower_bound(MethodKey(module, 0)),
+                       loadTimeMaps.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
     valueTypeGetter->forgetModule(module);
     for (AutoPointer<IMemberTokenGetter>& getter : memberGetters) {
         if (getter.get() != nullptr) getter->forgetModule(module);

@@ -79,6 +79,7 @@ public:
     void clearHistoryForFunction(IMetaDataContext* context) override;
     bool usingSyntheticShim() override { return useSyntheticShim; }
     const char16_t* getLastError() override { return lastError; }
+    void mapRewrittenOnLoad(FunctionID function) override;
     void forgetModule(ModuleID module) override;
     void keepOriginalBodies() override { keepingOriginals = true; }
     HRESULT restoreOriginalBody(IMetaDataContext* context) override;
@@ -161,6 +162,9 @@ private:
     // runtime may later hand back the rewritten one.
     bool keepingOriginals = false;
     std::map<MethodKey, std::vector<unsigned char>> originalBodies;
+    // The offset maps of the bodies rewritten on module load, handed to the
+    // runtime when each method compiles (it has no function id before).
+    std::map<MethodKey, std::vector<COR_IL_MAP>> loadTimeMaps;
     AutoPointer<IMemberTokenGetter> memberGetters[TraceMembers::kCount];
     unsigned int hijackTokens[kHijackTokenCount] = {};
     AutoPointer<ITypeTokenGetter> typeGetters[kTraceTypeCount];

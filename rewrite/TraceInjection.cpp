@@ -141,18 +141,37 @@ HRESULT Profiler::writeBody(unsigned int* counter, HRESULT hr) {
 
 // Stack traces and debuggers see the offsets of the method's own code. The
 // body stands without the map, so a failure here is no failure of the rewrite.
+// A method rewritten on module load has no function id yet: its map waits
+// until the method compiles.
 void Profiler::mapOriginalOffsets() {
     FunctionID function = current.context->getFunctionID();
-    if (function == 0) return;  // rewritten on module load, before it has one
     try {
         std::vector<COR_IL_MAP> map;
         for (unsigned int i = 0; i < current.builder->getILCount(); ++i) {
             unsigned int origin = current.builder->getIL(i)->origin();
             if (origin != IILInstruction::kNoOrigin) map.push_back({origin, current.builder->getILByteIndex(i), TRUE});
         }
-        if (!map.empty()) info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
+        if (map.empty()) return;
+        if (function == 0) {
+            loadTimeMaps[MethodKey(current.context->getModuleID(), current.context->getMethodDef())] = std::move(map);
+        } else {
+            info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
+        }
     } catch (const std::bad_alloc&) {
         // Stack traces then show offsets of the new body.
+    }
+}
+
+void Profiler::mapRewrittenOnLoad(FunctionID function) {
+    ClassID type = 0;
+    ModuleID module = 0;
+    mdToken method = 0;
+    if (FAILED(info->GetFunctionInfo(function, &type, &module, &method))) return;
+    // Each instantiation of a generic method compiles the body anew: the map stays.
+    auto found = loadTimeMaps.find(MethodKey(module, method));
+    if (found != loadTimeMaps.end()) {
+        std::vector<COR_IL_MAP>& map = found->second;
+        info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
     }
 }
 

@@ -48,4 +48,16 @@ TEST(DeepException, ReportedOncePerFrameAndOtherwiseUntouched) {
     EXPECT_EQ(entered, ended);
 }
 
+// Rewritten when its module loads, each method gets its offset map when it
+// compiles: the stack traces still name the lines of the program's own code.
+TEST(DeepException, StackTracesKeepTheirLinesWhenRewrittenOnModuleLoad) {
+    AgentInstall install;
+    install.set("harrowlite.nativeprofiler.instrumentOnModuleLoad", "true");
+    install.directives(
+        "IdentifyAssemblyAs: Deep Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n");
+    const e2e::Comparison compared = install.compare("Deep", install.options());
+    EXPECT_TRUE(compared.unchanged());
+    EXPECT_FALSE(linesStartingWith(compared.log, "[Deep] Instrumented ").empty()) << compared.why;
+}
+
 }  // namespace

@@ -18,8 +18,9 @@ namespace {
 
 using e2e::AgentInstall;
 
-// Rewriting at module load: compile events are off, the program's module is
-// instrumented in one go with its summary line, and the traces still arrive.
+// Rewriting at module load: the program's module is instrumented in one go
+// with its summary line, compile events only bring the offset maps, and the
+// traces still arrive.
 TEST(Startup, InstrumentationOnModuleLoad) {
     AgentInstall install;
     install.set("harrowlite.nativeprofiler.instrumentOnModuleLoad", "true");
@@ -35,7 +36,7 @@ TEST(Startup, InstrumentationOnModuleLoad) {
     EXPECT_EQ(summaries[0].rfind("[Traced] Instrumented 8 methods in (", 0), 0u) << summaries[0];
     EXPECT_FALSE(linesStartingWith(log, "[System.Private.CoreLib] Instrumented 0 methods in (").empty()) << run.why;
     EXPECT_EQ(linesStartingWith(log, "Instrumented [Traced]Traced.Subject::Scalars").size(), 1u) << run.why;
-    // No compile event came: no line of the compile path.
+    // No compile event took the compile path: none of its lines.
     for (const auto& line : log) {
         EXPECT_EQ(line.find("functionID"), std::string::npos) << line;
     }

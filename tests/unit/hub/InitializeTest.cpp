@@ -34,13 +34,14 @@ TEST(Initialize, EventMaskOfEachConfiguration) {
          false, 10, 0x5006022C},
         {"dynamic instrumentation on", {{"harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true"}}, false,
          10, 0x1006122C},
+        // Compile events stay on: they bring each rewritten body's offset map.
         {"instrumentation on module load", {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}}, false, 10,
-         0x1006020C},
+         0x1006022C},
         {"precompiled code off", {{"harrowlite.nativeprofiler.precompiledCode.disabled", "true"}}, false, 10,
          0xB006022C},
         {"attach, defaults", {}, true, 10, 0x1004022C},
         {"attach, instrumentation on module load", {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}},
-         true, 10, 0x1006020C},
+         true, 10, 0x1006022C},
     };
     for (const Case& c : cases) {
         StartupSetup setup;
