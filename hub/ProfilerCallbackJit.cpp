@@ -17,6 +17,11 @@ thread_local int64_t compileStart = 0;
 } // namespace
 
 HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsSafeToBlock) {
+    // Rewritten when its module loaded, a method only needs its offset map.
+    return startCompile(functionId, fIsSafeToBlock, !rewritesOnLoad);
+}
+
+HRESULT ProfilerCallback::startCompile(FunctionID functionId, BOOL fIsSafeToBlock, bool decide) {
     // A method compiled where the profiler may not block is left untouched.
     if (!fIsSafeToBlock || disabled || !jitEnabled) {
         return S_OK;
@@ -32,10 +37,10 @@ HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsS
             explicit ReentranceMark(bool& flag) : mark(flag) { mark = true; }
             ~ReentranceMark() { mark = false; }
         } reentrance(inJITCallback);
-        if (rewritesOnLoad) {
-            if (profiler != nullptr) profiler->mapRewrittenOnLoad(functionId);
-        } else {
+        if (decide) {
             compileMethod(functionId);
+        } else if (profiler != nullptr) {
+            profiler->mapRewrittenOnLoad(functionId);
         }
     } catch (...) {
         // The runtime compiles the method's own body.

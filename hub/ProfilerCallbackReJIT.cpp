@@ -243,7 +243,7 @@ HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID
         return S_OK;
     }
     if (state == kNotMonitored || (state == kMonitored && attached)) {
-        return JITCompilationStarted(functionId, fIsSafeToBlock);
+        return startCompile(functionId, fIsSafeToBlock, true);
     }
     return S_OK;
 }
