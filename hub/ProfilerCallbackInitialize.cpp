@@ -193,8 +193,12 @@ HRESULT ProfilerCallback::setEventMask(FILE* log, HRESULT hr, bool& stop) {
         stop = true;
         return CORPROF_E_PROFILER_CANCEL_ACTIVATION;
     }
+    // An attach finds its modules loaded, and the runtime refuses the cache
+    // searches that rewriting on load needs: the methods are compiled again.
     const bool onModuleLoad = controller->shouldInstrumentOnModuleLoad() == 0;
-    if (onModuleLoad) {
+    if (onModuleLoad && attached) {
+        fprintf_8(log, "Instrumentation on module load does not apply to an attach: methods are compiled again\n");
+    } else if (onModuleLoad) {
         controller->initializeDirectives();
         // The module load does the rewriting. Compile events stay: each tells
         // the runtime how the rewritten body's offsets map to the method's own,

@@ -95,7 +95,7 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
             logModuleAndPatchAgent(moduleId, names);
         }
 
-        const bool onModuleLoad = controller->shouldInstrumentOnModuleLoad() == 0;
+        const bool onModuleLoad = rewritesOnLoad;
         if (firstModule.exchange(false)) {
             result = prepareFirstModule(moduleId, result, onModuleLoad);
         }

@@ -40,8 +40,9 @@ TEST(Initialize, EventMaskOfEachConfiguration) {
         {"precompiled code off", {{"harrowlite.nativeprofiler.precompiledCode.disabled", "true"}}, false, 10,
          0xB006022C},
         {"attach, defaults", {}, true, 10, 0x1004022C},
+        // The runtime refuses cache searches to an attach: methods are compiled again.
         {"attach, instrumentation on module load", {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}},
-         true, 10, 0x1006022C},
+         true, 10, 0x1004022C},
     };
     for (const Case& c : cases) {
         StartupSetup setup;
