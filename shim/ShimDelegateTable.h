@@ -49,11 +49,15 @@ struct FieldShape {
         return initialTarget == InitialTarget::LoadInitTrace ||
                (initialTarget == InitialTarget::LoadInitTraceIfAttached && attached);
     }
-    // The delegate type of the function's signature.
+    // The delegate type of the function's signature, told by its bytes: a
+    // constant expression may not compare the addresses of two tables.
     constexpr DelegateKind kind() const {
-        const COR_SIGNATURE* signature = TraceMembers::kMembers[member].signature;
+        const TraceMembers::Member& traced = TraceMembers::kMembers[member];
         for (unsigned int kind = 0; kind < DelegateKindCount; ++kind) {
-            if (delegates[kind].signature == signature) return static_cast<DelegateKind>(kind);
+            const DelegateShape& shape = delegates[kind];
+            bool same = shape.signatureLength == traced.length;
+            for (unsigned int i = 0; same && i < traced.length; ++i) same = shape.signature[i] == traced.signature[i];
+            if (same) return static_cast<DelegateKind>(kind);
         }
         return DelegateKindCount;
     }
