@@ -26,6 +26,25 @@ constexpr int kLineSize = 2048;
 constexpr ULONG kTypeBatch = 1024;
 constexpr ULONG kMethodBatch = 512;
 
+// Every token that an enumeration of the import lists, batch by batch:
+// enumerate fills a batch, and visit takes each token and gives the running
+// status. listed counts the tokens of all batches.
+template <ULONG Batch, typename Enumerate, typename Visit>
+HRESULT forEachListed(IMetaDataImport* import, Enumerate enumerate, ULONG& listed, Visit visit) {
+    HCORENUM handle = nullptr;
+    mdToken tokens[Batch];
+    ULONG count = Batch;
+    HRESULT hr = S_OK;
+    while (SUCCEEDED(hr) && count == Batch) {
+        count = 0;
+        hr = enumerate(&handle, tokens, Batch, &count);
+        if (SUCCEEDED(hr)) listed += count;
+        for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) hr = visit(tokens[i]);
+    }
+    if (handle != nullptr) import->CloseEnum(handle);
+    return hr;
+}
+
 }  // namespace
 
 IDirectiveController* IDirectiveController::newInstance(FILE* log) {
@@ -227,23 +246,14 @@ HRESULT DirectiveController::scanTypes(IMetaDataContext* context, MatchContext& 
                                        bool logClasses, std::set<mdMethodDef>& methods, unsigned int& typeCount,
                                        unsigned int& methodCount) {
     IMetaDataImport* import = match.getImport();
-    HCORENUM typeEnum = nullptr;
-    mdTypeDef types[kTypeBatch];
-    ULONG count = kTypeBatch;
-    HRESULT hr = S_OK;
-    while (SUCCEEDED(hr) && count == kTypeBatch) {
-        count = 0;
-        hr = import->EnumTypeDefs(&typeEnum, types, kTypeBatch, &count);
-        if (SUCCEEDED(hr)) {
-            typeCount += count;
-        }
-        for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
-            hr = scanType(context, match, types[i], meeting, log, logClasses, methods, methodCount);
-        }
-    }
-    if (typeEnum != nullptr) {
-        import->CloseEnum(typeEnum);
-    }
+    ULONG listed = 0;
+    const HRESULT hr = forEachListed<kTypeBatch>(
+        import,
+        [&](HCORENUM* handle, mdToken* types, ULONG size, ULONG* count) {
+            return import->EnumTypeDefs(handle, types, size, count);
+        },
+        listed, [&](mdTypeDef type) { return scanType(context, match, type, meeting, log, logClasses, methods, methodCount); });
+    typeCount += listed;
     return hr;
 }
 
@@ -344,29 +354,21 @@ HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& m
 
 HRESULT DirectiveController::listConcreteMethods(IMetaDataImport* import, mdTypeDef type,
                                                  std::vector<mdMethodDef>& concrete, ULONG& listed) {
-    HCORENUM methodEnum = nullptr;
-    mdMethodDef tokens[kMethodBatch];
-    ULONG count = kMethodBatch;
-    HRESULT hr = S_OK;
-    while (SUCCEEDED(hr) && count == kMethodBatch) {
-        count = 0;
-        hr = import->EnumMethods(&methodEnum, type, tokens, kMethodBatch, &count);
-        if (SUCCEEDED(hr)) {
-            listed += count;
-        }
-        for (ULONG i = 0; SUCCEEDED(hr) && i < count; ++i) {
+    return forEachListed<kMethodBatch>(
+        import,
+        [&](HCORENUM* handle, mdToken* methods, ULONG size, ULONG* count) {
+            return import->EnumMethods(handle, type, methods, size, count);
+        },
+        listed,
+        [&](mdMethodDef method) {
             DWORD attributes = 0;
-            hr = import->GetMethodProps(tokens[i], nullptr, nullptr, 0, nullptr, &attributes, nullptr, nullptr,
-                                        nullptr, nullptr);
+            const HRESULT hr = import->GetMethodProps(method, nullptr, nullptr, 0, nullptr, &attributes, nullptr,
+                                                      nullptr, nullptr, nullptr);
             if (SUCCEEDED(hr) && (attributes & mdAbstract) == 0) {
-                concrete.push_back(tokens[i]);
+                concrete.push_back(method);
             }
-        }
-    }
-    if (methodEnum != nullptr) {
-        import->CloseEnum(methodEnum);
-    }
-    return hr;
+            return hr;
+        });
 }
 
 HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchContext& match,
