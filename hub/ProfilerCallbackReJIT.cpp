@@ -129,10 +129,19 @@ void ProfilerCallback::ServiceReJITRequests() {
         return;
     }
     AutoCOMPointer<ICorProfilerInfo4> info4;
+    AutoCOMPointer<ICorProfilerInfo10> info10;
     if ((!rejitRequests.empty() || !revertRequests.empty()) &&
         SUCCEEDED(profilerInfo->QueryInterface(IID_ICorProfilerInfo4, reinterpret_cast<void**>(&info4)))) {
+        if (FAILED(profilerInfo->QueryInterface(IID_ICorProfilerInfo10, reinterpret_cast<void**>(&info10)))) {
+            info10 = nullptr;
+        }
         for (rejit_requests& batch : rejitRequests) {
-            HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
+            // The methods that inlined one of these when they were compiled
+            // are compiled again too: a newly selected method reaches the agent
+            // also from its callers.
+            HRESULT hr = info10 != nullptr ? info10->RequestReJITWithInliners(COR_PRF_REJIT_BLOCK_INLINING, batch.count,
+                                                                               batch.modules, batch.methods)
+                                           : info4->RequestReJIT(batch.count, batch.modules, batch.methods);
             account.rejitRequested(batch.count, hr);
             if (hr != S_OK) {
                 fprintf_8(nativeLog, "RequestReJIT error: 0x%x\n", static_cast<unsigned int>(hr));

@@ -23,9 +23,12 @@ std::string select(const std::string& methods) {
     return lines;
 }
 
-TEST(HotReload, ARunningProgramFollowsItsDirectives) {
+// With precompiled code off, the callers that inlined a newly selected method
+// were compiled at run time, and are compiled again with it.
+void followsItsDirectives(bool precompiledOff) {
     AgentInstall install;
     install.directives(select("Alpha"));
+    if (precompiledOff) install.set("harrowlite.nativeprofiler.precompiledCode.disabled", "true");
     const e2e::RunResult reference = e2e::runPlain("Reload", {"once"});
     ASSERT_EQ(reference.out, "done: True\n") << reference.describe();
 
@@ -65,19 +68,27 @@ TEST(HotReload, ARunningProgramFollowsItsDirectives) {
     EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") > alphaStopped + 100; })) << why();
     EXPECT_GT(lastCall(install, "beta"), switched + 100) << why();
 
-    // A method of the core library that precompiled callers inlined: those
-    // callers are compiled again, and the method's calls reach the agent.
+    // A method of the core library that its callers inlined: those callers
+    // are compiled again, and the method's calls reach the agent.
     auto coreCalls = [&] { return linesStartingWith(install.record(), "corInitTrace ").size(); };
     ASSERT_EQ(coreCalls(), 0u) << why();
     install.directives(select("Alpha Beta") + "TraceOneMethodOfClass: System.String IsNullOrEmpty\n");
     touch("reload");
     EXPECT_TRUE(waitUntil([&] { return coreCalls() > 100; })) << why();
-    EXPECT_NE(install.logText().find("Hot Reload recompiling "), std::string::npos) << why();
+    EXPECT_EQ(install.logText().find("Hot Reload recompiling ") != std::string::npos, !precompiledOff) << why();
 
     const e2e::RunResult& run = program.stop();
     EXPECT_EQ(run.exitCode, 0) << run.describe() << why();
     EXPECT_EQ(run.out, reference.out) << run.describe() << why();
     EXPECT_EQ(run.err, "") << run.describe();
+}
+
+TEST(HotReload, ARunningProgramFollowsItsDirectives) {
+    followsItsDirectives(false);
+}
+
+TEST(HotReload, WithPrecompiledCodeOffTheCallersThatInlinedANewMethodFollow) {
+    followsItsDirectives(true);
 }
 
 }  // namespace
