@@ -39,8 +39,10 @@ HRESULT ProfilerCallback::startCompile(FunctionID functionId, BOOL fIsSafeToBloc
         } reentrance(inJITCallback);
         if (decide) {
             compileMethod(functionId);
-        } else if (profiler != nullptr) {
-            profiler->mapRewrittenOnLoad(functionId);
+        } else if (profiler != nullptr && controller != nullptr) {
+            // Remembered as decided, so that a hot reload compares it too.
+            const bool rewritten = profiler->mapRewrittenOnLoad(functionId);
+            controller->getCompiledMethods().emplace(functionId, rewritten ? S_OK : S_FALSE);
         }
     } catch (...) {
         // The runtime compiles the method's own body.

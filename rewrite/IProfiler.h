@@ -37,9 +37,10 @@ public:
     // Installs the kept body of the method in hand again. E_FAIL if none was
     // kept.
     [[nodiscard]] virtual HRESULT restoreOriginalBody(IMetaDataContext* context) = 0;
-    // A method rewritten when its module loaded is being compiled: the runtime
-    // learns which offsets of the new body stand for which of the method's own.
-    virtual void mapRewrittenOnLoad(FunctionID function) = 0;
+    // A method is compiled while methods are rewritten when their module
+    // loads: if it was, the runtime learns which offsets of the new body stand
+    // for which of the method's own. Whether it was rewritten.
+    virtual bool mapRewrittenOnLoad(FunctionID function) = 0;
     virtual bool usingSyntheticShim() = 0;
     // The message of the last failure, or null. Owned by the engine.
     virtual const char16_t* getLastError() = 0;

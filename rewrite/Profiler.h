@@ -79,7 +79,7 @@ public:
     void clearHistoryForFunction(IMetaDataContext* context) override;
     bool usingSyntheticShim() override { return useSyntheticShim; }
     const char16_t* getLastError() override { return lastError; }
-    void mapRewrittenOnLoad(FunctionID function) override;
+    bool mapRewrittenOnLoad(FunctionID function) override;
     void forgetModule(ModuleID module) override;
     void keepOriginalBodies() override { keepingOriginals = true; }
     HRESULT restoreOriginalBody(IMetaDataContext* context) override;

@@ -162,17 +162,17 @@ void Profiler::mapOriginalOffsets() {
     }
 }
 
-void Profiler::mapRewrittenOnLoad(FunctionID function) {
+bool Profiler::mapRewrittenOnLoad(FunctionID function) {
     ClassID type = 0;
     ModuleID module = 0;
     mdToken method = 0;
-    if (FAILED(info->GetFunctionInfo(function, &type, &module, &method))) return;
+    if (FAILED(info->GetFunctionInfo(function, &type, &module, &method))) return false;
     // Each instantiation of a generic method compiles the body anew: the map stays.
     auto found = loadTimeMaps.find(MethodKey(module, method));
-    if (found != loadTimeMaps.end()) {
-        std::vector<COR_IL_MAP>& map = found->second;
-        info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
-    }
+    if (found == loadTimeMaps.end()) return false;
+    std::vector<COR_IL_MAP>& map = found->second;
+    info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
+    return true;
 }
 
 HRESULT Profiler::verifyBody() {

@@ -23,12 +23,14 @@ std::string select(const std::string& methods) {
     return lines;
 }
 
-// With precompiled code off, the callers that inlined a newly selected method
-// were compiled at run time, and are compiled again with it.
-void followsItsDirectives(bool precompiledOff) {
+// A switch set to true for the run, or none. With precompiled code off, the
+// callers that inlined a newly selected method were compiled at run time, and
+// are compiled again with it.
+void followsItsDirectives(const std::string& setting = "") {
+    const bool precompiledOff = setting == "harrowlite.nativeprofiler.precompiledCode.disabled";
     AgentInstall install;
     install.directives(select("Alpha"));
-    if (precompiledOff) install.set("harrowlite.nativeprofiler.precompiledCode.disabled", "true");
+    if (!setting.empty()) install.set(setting, "true");
     const e2e::RunResult reference = e2e::runPlain("Reload", {"once"});
     ASSERT_EQ(reference.out, "done: True\n") << reference.describe();
 
@@ -84,11 +86,17 @@ void followsItsDirectives(bool precompiledOff) {
 }
 
 TEST(HotReload, ARunningProgramFollowsItsDirectives) {
-    followsItsDirectives(false);
+    followsItsDirectives();
 }
 
 TEST(HotReload, WithPrecompiledCodeOffTheCallersThatInlinedANewMethodFollow) {
-    followsItsDirectives(true);
+    followsItsDirectives("harrowlite.nativeprofiler.precompiledCode.disabled");
+}
+
+// Methods rewritten when their module loaded are compared with the new
+// directives as compiled ones are.
+TEST(HotReload, MethodsRewrittenOnModuleLoadFollowToo) {
+    followsItsDirectives("harrowlite.nativeprofiler.instrumentOnModuleLoad");
 }
 
 }  // namespace

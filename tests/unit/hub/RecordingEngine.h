@@ -43,7 +43,7 @@ public:
     }
     void clearHistoryForFunction(IMetaDataContext*) override { ++calls; }
     void forgetModule(ModuleID) override { ++calls; }
-    void mapRewrittenOnLoad(FunctionID) override { ++calls; }
+    bool mapRewrittenOnLoad(FunctionID) override { ++calls; return false; }
     void keepOriginalBodies() override { ++calls; }
     HRESULT restoreOriginalBody(IMetaDataContext*) override { ++calls; return S_OK; }
     bool usingSyntheticShim() override { ++calls; return false; }
