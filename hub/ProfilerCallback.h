@@ -174,10 +174,10 @@ private:
     PerThreadEnclosingData* hookSlot(FunctionData* function);
     // Writes to the controller's log, if there is a controller.
     void logToController(const char* line);
-    // The compile path of one method, under profilerLock and the re-entrance flag.
     // A compile under profilerLock, passed over when our own work set it off:
     // decided and rewritten, or only given its offset map (decide false).
     HRESULT startCompile(FunctionID functionId, BOOL fIsSafeToBlock, bool decide);
+    // The compile path of one method, under profilerLock and the re-entrance flag.
     void compileMethod(FunctionID functionId);
     // Assembly, class and method of the method in hand; false if one cannot be read.
     bool methodNames(char16_t** assembly, char16_t** className, char16_t** method);
