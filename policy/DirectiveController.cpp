@@ -252,7 +252,8 @@ HRESULT DirectiveController::scanTypes(IMetaDataContext* context, MatchContext& 
         [&](HCORENUM* handle, mdToken* types, ULONG size, ULONG* count) {
             return import->EnumTypeDefs(handle, types, size, count);
         },
-        listed, [&](mdTypeDef type) { return scanType(context, match, type, meeting, log, logClasses, methods, methodCount); });
+        listed,
+        [&](mdTypeDef type) { return scanType(context, match, type, meeting, log, logClasses, methods, methodCount); });
     typeCount += listed;
     return hr;
 }
@@ -302,8 +303,8 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
     return hr;
 }
 
-HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type,
-                                      Meeting meeting, FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
+HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, Meeting meeting,
+                                      FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
                                       unsigned int& methodCount) {
     std::vector<IDirectiveGroup*> matched;
     HRESULT hr = matchClass(context, match, type, meeting, log, logClasses, matched);
