@@ -136,9 +136,10 @@ std::string generatedDirectives(const CoreLibrary& library, size_t bytes) {
 // A controller that has read the text; the number of lines in rules, and the
 // heap it took in heap when asked (the count walks the allocator's lists).
 std::unique_ptr<IDirectiveController> readDirectives(const std::string& narrow, size_t& rules, size_t* heap) {
+    std::u16string text = RealAssemblies::widen(narrow);
+    // Counted from here: the widened text is the file's, not the controller's.
     const size_t before = heap != nullptr ? mallinfo2().uordblks : 0;
     std::unique_ptr<IDirectiveController> controller(IDirectiveController::newInstance(nullptr));
-    std::u16string text = RealAssemblies::widen(narrow);
     rules = 0;
     for (size_t start = 0; start < text.size();) {
         size_t end = text.find(u'\n', start);

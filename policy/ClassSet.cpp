@@ -103,3 +103,24 @@ bool ClassSet::mayHoldClassOf(const char16_t* assembly) {
     qualifiedKey(assembly, u"", prefix);
     return contains(prefix);
 }
+
+bool classAgrees(const char16_t* member, const char16_t* assembly, const char16_t* className) {
+    if (WCharSet::agrees(member, className)) {
+        return true;
+    }
+    if (member[0] != u'[') {
+        return false;
+    }
+    char16_t qualified[IMetaDataContext::kNameSize];
+    qualifiedKey(assembly, className, qualified);
+    return WCharSet::agrees(member, qualified);
+}
+
+bool mayNameClassOf(const char16_t* member, const char16_t* assembly) {
+    if (member[0] != u'[') {
+        return true;
+    }
+    char16_t prefix[IMetaDataContext::kNameSize];
+    qualifiedKey(assembly, u"", prefix);
+    return WCharSet::agrees(member, prefix);
+}

@@ -45,3 +45,7 @@ size_t qualifiedKey(const char16_t* assembly, const char16_t* className,
 // className is a member, or "[assembly]className" is, the latter tried only
 // if the set holds a bracketed entry.
 bool findInClassSets(ClassSet& set, const char16_t* assembly, const char16_t* className);
+// What findInClassSets and ClassSet::mayHoldClassOf answer for a set that
+// holds member alone, a class that is not blank.
+bool classAgrees(const char16_t* member, const char16_t* assembly, const char16_t* className);
+bool mayNameClassOf(const char16_t* member, const char16_t* assembly);

@@ -1,7 +1,6 @@
 #include "policy/DirectiveController.h"
 
 #include <algorithm>
-#include <charconv>
 #include <new>
 #include <string_view>
 
@@ -60,6 +59,9 @@ IDirectiveGroup* DirectiveController::getDirectiveGroup(const char16_t* name) {
     if (name == nullptr) {
         return nullptr;
     }
+    if (ClassLineGroup* line = lineGroups.find(name)) {
+        return line;
+    }
     auto found = groups.find(name);
     return found == groups.end() ? nullptr : found->second.get();
 }
@@ -67,6 +69,11 @@ IDirectiveGroup* DirectiveController::getDirectiveGroup(const char16_t* name) {
 IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
     if (name == nullptr) {
         return nullptr;
+    }
+    // The caller may change the group: the index is made again before its next use.
+    indexStale = true;
+    if (ClassLineGroup* line = lineGroups.find(name)) {
+        return line;
     }
     auto [entry, added] = groups.try_emplace(name);
     return groupAt(entry, added);
@@ -82,20 +89,9 @@ IDirectiveGroup* DirectiveController::groupAt(DirectiveGroupMap::iterator entry,
 }
 
 IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
-    // "Anonymous_" and the count, made for every one-method line of a
-    // generated file: written here rather than through the formatter.
-    constexpr std::u16string_view kPrefix = u"Anonymous_";
-    char16_t name[kPrefix.size() + 12];
-    char digits[12];
-    const char* end = std::to_chars(digits, digits + sizeof(digits), anonymousCount++).ptr;
-    char16_t* at = std::copy(kPrefix.begin(), kPrefix.end(), name);
-    *std::copy(static_cast<const char*>(digits), end, at) = 0;
-    // Counting up, a name sorts right behind the one made before it, but for
-    // the first of each length: the map is told where to look first.
-    const size_t count = groups.size();
-    const auto entry = groups.try_emplace(anonymousHint, name);
-    anonymousHint = std::next(entry);
-    IDirectiveGroup* group = groupAt(entry, groups.size() != count);
+    char16_t name[ClassLineGroups::kNameSize];
+    ClassLineGroups::nameOf(static_cast<uint32_t>(anonymousCount++), name);
+    IDirectiveGroup* group = addDirectiveGroup(name);
     if (group != nullptr) {
         group->setActive(true);
         group->setCreated();
@@ -103,9 +99,36 @@ IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
     return group;
 }
 
+ClassLineGroup* DirectiveController::addClassLineGroup(const char16_t* className, const char16_t* method) {
+    char16_t name[ClassLineGroups::kNameSize];
+    ClassLineGroups::nameOf(static_cast<uint32_t>(anonymousCount), name);
+    if (className == nullptr || *className == 0 || groups.find(name) != groups.end()) {
+        return nullptr;
+    }
+    indexStale = true;
+    return lineGroups.add(static_cast<uint32_t>(anonymousCount++), className, method);
+}
+
+DirectiveGroupIndex::Candidates DirectiveController::groupsInOrder() {
+    DirectiveGroupIndex::Candidates ordered;
+    ordered.reserve(groups.size() + lineGroups.size());
+    auto entry = groups.begin();
+    for (ClassLineGroup* line : lineGroups.byName()) {
+        const std::u16string_view name(line->getName());
+        for (; entry != groups.end() && CodeUnitOrder{}(entry->first, name); ++entry) {
+            ordered.push_back(entry->second.get());
+        }
+        ordered.push_back(line);
+    }
+    for (; entry != groups.end(); ++entry) {
+        ordered.push_back(entry->second.get());
+    }
+    return ordered;
+}
+
 const DirectiveGroupIndex& DirectiveController::groupIndex() {
     if (indexStale) {
-        index.rebuild(groups);
+        index.rebuild(groupsInOrder());
         indexStale = false;
     }
     return index;
@@ -135,16 +158,16 @@ IDirectiveMatchResult* DirectiveController::shouldMonitorResult(IMetaDataContext
     DirectiveMatchResult::Groups unmatched;
     const bool skippedGlobally = skips.skipClassMethod(context);
     if (!skippedGlobally) {
-        for (auto& [name, group] : groups) {
+        for (IDirectiveGroup* group : allGroups()) {
             if (!group->isCreated() || !group->isActive()) {
                 continue;
             }
             if (group->skip(context)) {
-                skipped.push_back(group.get());
+                skipped.push_back(group);
             } else if (group->match(context)) {
-                matched.push_back(group.get());
+                matched.push_back(group);
             } else {
-                unmatched.push_back(group.get());
+                unmatched.push_back(group);
             }
         }
     }
@@ -295,9 +318,9 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
     }
     DirectiveGroupIndex::Candidates candidates;
     groupIndex().candidates(assembly, className, candidates, meeting == Meeting::All);
-    for (DirectiveGroupIndex::Entry* candidate : candidates) {
-        if (match.accepts(candidate->second.get()) && candidate->second->matchClass(context)) {
-            matched.push_back(candidate->second.get());
+    for (IDirectiveGroup* candidate : candidates) {
+        if (match.accepts(candidate) && candidate->matchClass(context)) {
+            matched.push_back(candidate);
         }
     }
     return hr;

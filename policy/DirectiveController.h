@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/AutoPointer.h"
+#include "policy/ClassLineGroups.h"
 #include "policy/ClassMethodFilter.h"
 #include "policy/DirectiveGroupIndex.h"
 #include "policy/DirectiveMatchingCache.h"
@@ -35,12 +36,12 @@ public:
 
     // A new group "Anonymous_<n>", active and created; null if it cannot be had.
     IDirectiveGroup* addAnonymousDirectiveGroup();
-    // The caller may change the map: the index is made again before its next use.
-    DirectiveGroupMap& getGroups() {
-        indexStale = true;
-        anonymousHint = groups.end();
-        return groups;
-    }
+    // The same as a compact group with a rule for the class and one for the
+    // method (null: all methods), as a line that names both makes it; null
+    // where the group must be a full one: its name is taken, or the class blank.
+    ClassLineGroup* addClassLineGroup(const char16_t* className, const char16_t* method);
+    // Every group, in the order in which they are asked.
+    const DirectiveGroupIndex::Candidates& allGroups() { return groupIndex().all(); }
     // The index of the groups as they are now.
     const DirectiveGroupIndex& groupIndex();
     // The groups that can meet the class in hand, in the order of the map.
@@ -55,6 +56,8 @@ private:
 
     // The group of a map entry, made if the entry was just added.
     IDirectiveGroup* groupAt(DirectiveGroupMap::iterator entry, bool added);
+    // The named groups and the class-line groups, merged in the order of names.
+    DirectiveGroupIndex::Candidates groupsInOrder();
 
     // The groups, met as said, whose class test passes for the type; none for
     // an interface or a skipped class. The class is named in log when
@@ -82,9 +85,9 @@ private:
     ClassMethodFilter skips;
     ClassMethodFilter dynamicInstrumentationSkips;
     DirectiveGroupMap groups;
+    // Kept apart from the map, but for a name that the map already holds.
+    ClassLineGroups lineGroups;
     int anonymousCount = 0;
-    // Where the next anonymous group is likely filed: behind the last one.
-    DirectiveGroupMap::iterator anonymousHint = groups.end();
     AutoPointer<DirectiveMatchingCache> cache;
     DirectiveGroupIndex index;
     bool indexStale = true;

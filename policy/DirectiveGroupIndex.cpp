@@ -28,8 +28,13 @@ uint64_t chunkAt(std::u16string_view name, size_t position) {
 // its next four units, and the range is sorted on those as numbers. A
 // generated file's names share long beginnings, which a comparison of whole
 // names would read again at every step. Ranges still to sort wait on the heap.
-template <typename Entry>
-void sortByChunks(std::vector<Entry>& entries) {
+struct Sortable {
+    std::u16string_view name;
+    uint32_t ordinal;
+    uint64_t chunk;
+};
+
+void sortByChunks(std::vector<Sortable>& entries) {
     struct Range {
         size_t first;
         size_t count;
@@ -42,9 +47,10 @@ void sortByChunks(std::vector<Entry>& entries) {
         const auto begin = entries.begin() + static_cast<long>(range.first);
         const auto end = begin + static_cast<long>(range.count);
         for (auto entry = begin; entry != end; ++entry) entry->chunk = chunkAt(entry->name, range.depth);
-        std::sort(begin, end, [](const Entry& a, const Entry& b) { return a.chunk < b.chunk; });
+        std::sort(begin, end, [](const Sortable& a, const Sortable& b) { return a.chunk < b.chunk; });
         for (auto run = begin; run != end;) {
-            const auto runEnd = std::find_if(run, end, [&](const Entry& entry) { return entry.chunk != run->chunk; });
+            const auto runEnd =
+                std::find_if(run, end, [&](const Sortable& entry) { return entry.chunk != run->chunk; });
             // Names that end within these units are equal.
             if (runEnd - run > 1 && (run->chunk & 0xFFFF) != 0) {
                 pending.push_back({static_cast<size_t>(run - entries.begin()), static_cast<size_t>(runEnd - run),
@@ -57,32 +63,36 @@ void sortByChunks(std::vector<Entry>& entries) {
 
 }  // namespace
 
-void DirectiveGroupIndex::rebuild(DirectiveGroupMap& groups) {
-    byOrdinal.clear();
+void DirectiveGroupIndex::rebuild(Candidates ordered) {
+    byOrdinal = std::move(ordered);
     generalGroups.clear();
     generalOrdinals.clear();
-    filed.clear();
     bracketed = false;
-    for (Entry& entry : groups) {
-        const auto ordinal = static_cast<uint32_t>(byOrdinal.size());
-        byOrdinal.push_back(&entry);
-        const bool named = entry.second->namedClassesOnly([&](const char16_t* name) {
-            filed.push_back({name, ordinal, 0});
+    std::vector<Sortable> names;
+    for (uint32_t ordinal = 0; ordinal < byOrdinal.size(); ++ordinal) {
+        IDirectiveGroup* group = byOrdinal[ordinal];
+        const bool named = group->namedClassesOnly([&](const char16_t* name) {
+            names.push_back({name, ordinal, 0});
             bracketed = bracketed || name[0] == u'[';
         });
         if (!named) {
-            generalGroups.push_back(&entry);
+            generalGroups.push_back(group);
             generalOrdinals.push_back(ordinal);
         }
     }
-    sortByChunks(filed);
+    sortByChunks(names);
+    filed.clear();
+    filed.reserve(names.size());
+    for (const Sortable& name : names) {
+        filed.push_back({name.name.data(), static_cast<uint32_t>(name.name.size()), name.ordinal});
+    }
 }
 
 void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<uint32_t>& ordinals) const {
-    const auto byName = [](const Filed& a, std::u16string_view b) { return before(a.name, b); };
+    const auto byName = [](const Filed& a, std::u16string_view b) { return before(a.name(), b); };
     // Filed names that begin with the class name...
     for (auto at = std::lower_bound(filed.begin(), filed.end(), name, byName);
-         at != filed.end() && at->name.substr(0, name.size()) == name; ++at) {
+         at != filed.end() && at->name().substr(0, name.size()) == name; ++at) {
         ordinals.push_back(at->ordinal);
     }
     // ...and those the class name begins with: each is the greatest filed
@@ -90,15 +100,15 @@ void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<
     std::u16string_view rest = name.substr(0, name.size() - (name.empty() ? 0 : 1));
     while (!name.empty() && !filed.empty()) {
         auto at = std::upper_bound(filed.begin(), filed.end(), rest,
-                                   [](std::u16string_view a, const Filed& b) { return before(a, b.name); });
+                                   [](std::u16string_view a, const Filed& b) { return before(a, b.name()); });
         if (at == filed.begin()) {
             break;
         }
-        const std::u16string_view below = (--at)->name;
+        const std::u16string_view below = (--at)->name();
         const size_t common = static_cast<size_t>(
             std::mismatch(below.begin(), below.end(), rest.begin(), rest.end()).first - below.begin());
         if (common == below.size()) {
-            for (; at->name == below; --at) {
+            for (; at->name() == below; --at) {
                 ordinals.push_back(at->ordinal);
                 if (at == filed.begin()) {
                     break;

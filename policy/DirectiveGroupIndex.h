@@ -20,22 +20,26 @@
 
 class DirectiveGroupIndex {
 public:
-    using Entry = DirectiveGroupMap::value_type;
-    using Candidates = std::vector<Entry*>;
+    using Candidates = std::vector<IDirectiveGroup*>;
 
-    void rebuild(DirectiveGroupMap& groups);
+    // Files every group, given in the order in which they are asked.
+    void rebuild(Candidates ordered);
     // The groups filed under a name that agrees with the class, plain or with
     // its assembly in brackets, and the general groups if asked for; none
     // filed for a null class name.
     void candidates(const char16_t* assembly, const char16_t* className, Candidates& out, bool withGeneral) const;
     const Candidates& general() const { return generalGroups; }
+    const Candidates& all() const { return byOrdinal; }
     bool empty() const { return filed.empty(); }
 
 private:
+    // A name and the place of its group among all; a generated file files
+    // hundreds of thousands.
     struct Filed {
-        std::u16string_view name;
-        uint32_t ordinal;  // the group's place in the map
-        uint64_t chunk;    // scratch of the sort
+        const char16_t* text;
+        uint32_t length;
+        uint32_t ordinal;
+        std::u16string_view name() const { return {text, length}; }
     };
     void collectAgreeing(std::u16string_view name, std::vector<uint32_t>& ordinals) const;
 

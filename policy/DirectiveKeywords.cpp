@@ -134,27 +134,35 @@ HRESULT methods(DirectiveController& controller, const DirectiveLine& line) {
 }
 
 // Class and method in one line, each in a group of its own that is live at once.
+// A class rule makes a compact group where it can; a parent rule always makes
+// a full one. No method stands for all methods.
 
 template <ClassRule rule>
-HRESULT allMethodsOf(DirectiveController& controller, const DirectiveLine& line) {
+HRESULT lineGroup(DirectiveController& controller, const char16_t* className, const char16_t* method) {
+    if (rule == &IClassMatcher::addClassRule && controller.addClassLineGroup(className, method) != nullptr) {
+        return S_OK;
+    }
     IDirectiveGroup* group = controller.addAnonymousDirectiveGroup();
     if (group == nullptr) {
         return E_FAIL;
     }
-    (group->getClassMatcher()->*rule)(line.arguments[0]);
-    group->getMethodMatcher()->addAllMethodsRule();
+    (group->getClassMatcher()->*rule)(className);
+    if (method != nullptr) {
+        group->getMethodMatcher()->addMethodRule(method);
+    } else {
+        group->getMethodMatcher()->addAllMethodsRule();
+    }
     return S_OK;
 }
 
 template <ClassRule rule>
+HRESULT allMethodsOf(DirectiveController& controller, const DirectiveLine& line) {
+    return lineGroup<rule>(controller, line.arguments[0], nullptr);
+}
+
+template <ClassRule rule>
 HRESULT oneMethodOf(DirectiveController& controller, const DirectiveLine& line) {
-    IDirectiveGroup* group = controller.addAnonymousDirectiveGroup();
-    if (group == nullptr) {
-        return E_FAIL;
-    }
-    (group->getClassMatcher()->*rule)(line.arguments[0]);
-    group->getMethodMatcher()->addMethodRule(line.arguments[1]);
-    return S_OK;
+    return lineGroup<rule>(controller, line.arguments[0], line.arguments[1]);
 }
 
 // Class, method, label and flag; the label is dropped. A line without the flag

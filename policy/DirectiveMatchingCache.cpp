@@ -43,7 +43,7 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
 
 bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMetaData& known) {
     for (; known.next < known.candidates.size(); ++known.next) {
-        IDirectiveGroup* group = known.candidates[known.next]->second.get();
+        IDirectiveGroup* group = known.candidates[known.next];
         if (!group->isCreated() || !group->isActive()) {
             continue;
         }
@@ -68,8 +68,7 @@ bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMe
 
 bool DirectiveMatchingCache::matchWithoutCache(IMetaDataContext* context, DirectiveController& controller) {
     controller.candidatesFor(context, candidates);
-    for (const DirectiveGroupIndex::Entry* candidate : candidates) {
-        IDirectiveGroup* group = candidate->second.get();
+    for (IDirectiveGroup* group : candidates) {
         if (group->isCreated() && group->isActive() && !group->skip(context) && group->match(context)) {
             return true;
         }

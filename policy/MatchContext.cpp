@@ -19,10 +19,10 @@ void MatchContext::selectGroups(const DirectiveGroupIndex::Candidates& groups, c
     selected.clear();
     firstUnits.reset();
     anyFirstUnit = false;
-    for (const DirectiveGroupIndex::Entry* entry : groups) {
-        if (accepts(entry->second.get())) {
-            selected.push_back(entry->second.get());
-            anyFirstUnit = !entry->second->addFirstUnits(firstUnits) || anyFirstUnit;
+    for (IDirectiveGroup* group : groups) {
+        if (accepts(group)) {
+            selected.push_back(group);
+            anyFirstUnit = !group->addFirstUnits(firstUnits) || anyFirstUnit;
         }
     }
 }

@@ -26,8 +26,12 @@ void MethodMatcher::addMethodRule(const char16_t* method) {
     if (method == nullptr) {
         return;
     }
-    const std::u16string text(method);
-    methods.insert(text.substr(0, text.find(u';')).c_str());
+    methods.insert(std::u16string(ruleName(method)).c_str());
+}
+
+std::u16string_view MethodMatcher::ruleName(const char16_t* method) {
+    const std::u16string_view text(method);
+    return text.substr(0, text.find(u';'));
 }
 
 void MethodMatcher::addMethodAnnotationRule(const char16_t* attribute) {

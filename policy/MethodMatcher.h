@@ -29,6 +29,9 @@ public:
     // assembly. Both names are compared exactly.
     bool matchFurtherVerifyAnnotationRule(char16_t* className, char16_t* assemblyName);
 
+    // The name a method rule takes: what stands before the first ';'.
+    static std::u16string_view ruleName(const char16_t* method);
+
 private:
     bool matchesPattern(std::u16string_view name) const;
 

@@ -52,6 +52,16 @@ bool WCharSet::contains(const char16_t* text) const {
     return items && items->find(text) != items->end();
 }
 
+bool WCharSet::agrees(const char16_t* member, const char16_t* text) {
+    if (text == nullptr) {
+        return false;
+    }
+    if (*text == 0 || *member == 0) {
+        return *text == *member;
+    }
+    return sameKey(member, text);
+}
+
 void WCharSet::clear() {
     single.reset();
     items.reset();

@@ -25,6 +25,8 @@ public:
     // Copies text; a key equal to a member leaves the set as it is.
     void insert(const char16_t* text);
     bool contains(const char16_t* text) const;
+    // What contains answers for a set that holds member alone.
+    static bool agrees(const char16_t* member, const char16_t* text);
     size_t size() const { return (items ? items->size() : single ? 1 : 0) + (holdsEmpty ? 1 : 0); }
     bool empty() const { return size() == 0; }
     void clear();

@@ -16,8 +16,8 @@ namespace {
 
 std::vector<std::string> groupNames(IDirectiveController& controller) {
     std::vector<std::string> all;
-    for (auto& [name, group] : static_cast<DirectiveController&>(controller).getGroups()) {
-        all.push_back(RealAssemblies::narrow(name.c_str()));
+    for (IDirectiveGroup* group : static_cast<DirectiveController&>(controller).allGroups()) {
+        all.push_back(RealAssemblies::narrow(group->getName()));
     }
     return all;
 }
@@ -263,6 +263,74 @@ TEST_F(DirectiveLanguage, OneLineFormsMakeLiveAnonymousGroups) {
                 ElementsAre("Anonymous_0", "Anonymous_1", "Anonymous_10", "Anonymous_11", "Anonymous_2",
                             "Anonymous_3", "Anonymous_4", "Anonymous_5", "Anonymous_6", "Anonymous_7",
                             "Anonymous_8", "Anonymous_9"));
+}
+
+// A one-line group is kept compact; it must answer every question as the full
+// group with the same rules would, quirks of the name sets included.
+TEST_F(DirectiveLanguage, CompactOneLineGroupsAnswerAsFullGroups) {
+    const char* const rules[][2] = {
+        {"Shop.Order", "GetName"},      {"Shop.Ord", "Get"},  {"[PolicyShapes]Shop.Order", "Place;int"},
+        {"[Other]Shop.Order", "Place"}, {"Shop.Order", ";x"}, {"[PolicyShapes]Shop", nullptr},
+        {"Shop.Order.Line", "Touch"},   {"Order", "G"},
+    };
+    const char16_t* const assemblies[] = {u"PolicyShapes", u"Other", u"PolicyShape", u""};
+    const char16_t* const names[] = {u"Get", u"GetName", u"G", u"", u"Place", u"Placed", u"\u00e9t\u00e9"};
+    for (const auto& [className, method] : rules) {
+        const std::string what = std::string(className) + " " + (method != nullptr ? method : "(all)");
+        auto compact =
+            directives(method != nullptr ? std::string("TraceOneMethodOfClass: ") + className + " " + method + "\n"
+                                         : std::string("TraceAllMethodsOfClass: ") + className + "\n");
+        auto full = directives(std::string("IdentifyClassAs: ") + className + " F\nTurnOn: F\n" +
+                               (method != nullptr ? std::string("TraceOneMethodIfFlagged: F ") + method
+                                                  : std::string("TraceAllMethodsIfFlagged: F")) +
+                               "\n");
+        IDirectiveGroup* line = compact->getDirectiveGroup(u"Anonymous_0");
+        IDirectiveGroup* group = full->getDirectiveGroup(u"F");
+        ASSERT_TRUE(line != nullptr && group != nullptr) << what;
+        EXPECT_TRUE(line->isActive() && line->isCreated() && line->wasActiveSet()) << what;
+        forEachMethod(shop, [&](IMetaDataContext* method) {
+            EXPECT_EQ(line->matchClass(method), group->matchClass(method)) << what;
+            EXPECT_EQ(line->match(method), group->match(method)) << what;
+        });
+        for (const char16_t* assembly : assemblies) {
+            EXPECT_EQ(line->mayMatchAssembly(assembly), group->mayMatchAssembly(assembly)) << what;
+        }
+        for (const char16_t* name : names) {
+            EXPECT_EQ(line->mayMatchName(name), group->mayMatchName(name)) << what;
+        }
+        FirstUnits lineUnits;
+        FirstUnits groupUnits;
+        EXPECT_EQ(line->addFirstUnits(lineUnits), group->addFirstUnits(groupUnits)) << what;
+        EXPECT_EQ(lineUnits, groupUnits) << what;
+        std::vector<std::string> lineNames;
+        std::vector<std::string> groupNames;
+        EXPECT_TRUE(
+            line->namedClassesOnly([&](const char16_t* name) { lineNames.push_back(RealAssemblies::narrow(name)); }));
+        EXPECT_TRUE(
+            group->namedClassesOnly([&](const char16_t* name) { groupNames.push_back(RealAssemblies::narrow(name)); }));
+        EXPECT_EQ(lineNames, groupNames) << what;
+    }
+
+    // A later line that names the group changes it; a name that only looks
+    // like it is another group.
+    const std::string placed = "TraceOneMethodOfClass: Shop.Order Place\n";
+    EXPECT_FALSE(selects(*directives(placed + "TurnOff: Anonymous_0\n"), at({u"Shop.Order"}, u"Place")));
+    EXPECT_FALSE(
+        selects(*directives(placed + "SkipMethodForFlag: Anonymous_0 Place\n"), at({u"Shop.Order"}, u"Place")));
+    auto lookalike = directives(placed + "TurnOff: Anonymous_00\nTurnOff: Anonymous_+0\n");
+    EXPECT_TRUE(selects(*lookalike, at({u"Shop.Order"}, u"Place")));
+    EXPECT_THAT(groupNames(*lookalike), ElementsAre("Anonymous_+0", "Anonymous_0", "Anonymous_00"));
+    auto extended =
+        directives(placed + "TraceOneMethodIfFlagged: Anonymous_0 Cancel\nIdentifyClassAs: Shop.Invoice Anonymous_0\n");
+    EXPECT_TRUE(selects(*extended, at({u"Shop.Invoice"}, u"Cancel")));
+    EXPECT_TRUE(selects(*extended, at({u"Shop.Order"}, u"Place")));
+    // A flag named before the line is the line's group.
+    auto early = directives(
+        "SkipMethodForFlag: Anonymous_1 Issue\nTraceAllMethodsOfClass: Shop.Order\n"
+        "TraceAllMethodsOfClass: Shop.Invoice\n");
+    EXPECT_TRUE(selects(*early, at({u"Shop.Invoice"}, u"Cancel")));
+    EXPECT_FALSE(selects(*early, at({u"Shop.Invoice"}, u"Issue")));
+    EXPECT_THAT(groupNames(*early), ElementsAre("Anonymous_0", "Anonymous_1"));
 }
 
 TEST_F(DirectiveLanguage, IgnoredKeywordsBuildNothing) {

@@ -28,10 +28,9 @@ protected:
     }
 
     MatchingDirectiveGroup* group(const char16_t* name) {
-        auto* made = new MatchingDirectiveGroup(name);
+        auto* made = static_cast<MatchingDirectiveGroup*>(controller->addDirectiveGroup(name));
         made->setActive(true);
         made->setCreated();
-        controller->getGroups()[name].reset(made);
         return made;
     }
 

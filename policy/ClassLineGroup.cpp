@@ -1,0 +1,63 @@
+#include "policy/ClassLineGroup.h"
+
+#include "policy/ClassSet.h"
+
+MatchingDirectiveGroup& ClassLineGroup::full() {
+    if (!changed) {
+        changed = std::make_unique<MatchingDirectiveGroup>(text);
+        changed->getClassMatcher()->addClassRule(className());
+        if (methodAt != 0) {
+            changed->getMethodMatcher()->addMethodRule(method());
+        } else {
+            changed->getMethodMatcher()->addAllMethodsRule();
+        }
+        changed->setActive(true);
+        changed->setCreated();
+    }
+    return *changed;
+}
+
+bool ClassLineGroup::matchClass(IMetaDataContext* context) {
+    if (changed) {
+        return changed->matchClass(context);
+    }
+    char16_t* assembly = nullptr;
+    char16_t* name = nullptr;
+    return SUCCEEDED(context->getClassName(&assembly, &name)) && classAgrees(className(), assembly, name);
+}
+
+bool ClassLineGroup::matchMethod(IMetaDataContext* context) {
+    if (changed) {
+        return changed->matchMethod(context);
+    }
+    char16_t* name = nullptr;
+    return methodAt == 0 || (SUCCEEDED(context->getMethodName(&name)) && WCharSet::agrees(method(), name));
+}
+
+bool ClassLineGroup::mayMatchAssembly(const char16_t* assembly) {
+    return changed ? changed->mayMatchAssembly(assembly) : mayNameClassOf(className(), assembly);
+}
+
+bool ClassLineGroup::mayMatchName(const char16_t* name) {
+    return changed ? changed->mayMatchName(name) : methodAt == 0 || WCharSet::agrees(method(), name);
+}
+
+bool ClassLineGroup::addFirstUnits(FirstUnits& units) const {
+    if (changed) {
+        return changed->addFirstUnits(units);
+    }
+    const char16_t first = methodAt != 0 ? *method() : 0;
+    if (first == 0 || first >= units.size()) {
+        return false;
+    }
+    units.set(first);
+    return true;
+}
+
+bool ClassLineGroup::namedClassesOnly(const std::function<void(const char16_t*)>& visit) {
+    if (changed) {
+        return changed->namedClassesOnly(visit);
+    }
+    visit(className());
+    return true;
+}

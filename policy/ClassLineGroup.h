@@ -1,0 +1,57 @@
+// The group that a line naming a class and one of its methods, or all of
+// them, makes ("TraceOneMethodOfClass: N.C Run"): live from the start, with
+// one class rule and one method rule and no skip filter. A generated directive
+// file makes such groups by the hundred thousand, so one is a few words beside
+// its text. A later line that names the group to change it turns it into a
+// full group first, which answers from then on.
+//
+// Contract: the text belongs to the group's store. No lock inside.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "policy/IDirectiveGroup.h"
+#include "policy/MatchingDirectiveGroup.h"
+
+class ClassLineGroup final : public IDirectiveGroup {
+public:
+    // text holds the name, the class and the method one behind the other, each
+    // ending in a zero; a method at 0 stands for all methods.
+    ClassLineGroup(const char16_t* text, uint32_t number, uint16_t classAt, uint16_t methodAt)
+        : text(text), number(number), classAt(classAt), methodAt(methodAt) {}
+
+    uint32_t getNumber() const { return number; }
+
+    bool isActive() override { return changed ? changed->isActive() : true; }
+    bool wasActiveSet() override { return changed ? changed->wasActiveSet() : true; }
+    void setActive(bool value) override { full().setActive(value); }
+    bool isCreated() override { return changed ? changed->isCreated() : true; }
+    void setCreated() override { full().setCreated(); }
+    const char16_t* getName() override { return text; }
+    IClassMatcher* getClassMatcher() override { return full().getClassMatcher(); }
+    IClassMethodFilter* getClassMethodFilter() override { return full().getClassMethodFilter(); }
+    IMethodMatcher* getMethodMatcher() override { return full().getMethodMatcher(); }
+    bool skip(IMetaDataContext* context) override { return changed && changed->skip(context); }
+    bool skipClass(IMetaDataContext* context) override { return changed && changed->skipClass(context); }
+    bool skipMethod(IMetaDataContext* context) override { return changed && changed->skipMethod(context); }
+    bool match(IMetaDataContext* context) override { return matchClass(context) && matchMethod(context); }
+    bool matchClass(IMetaDataContext* context) override;
+    bool matchMethod(IMetaDataContext* context) override;
+    bool mayMatchAssembly(const char16_t* assembly) override;
+    bool mayMatchName(const char16_t* name) override;
+    bool addFirstUnits(FirstUnits& units) const override;
+    bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) override;
+
+private:
+    // The full group with the same rules and state, made at the first call.
+    MatchingDirectiveGroup& full();
+    const char16_t* className() const { return text + classAt; }
+    const char16_t* method() const { return methodAt != 0 ? text + methodAt : nullptr; }
+
+    const char16_t* text;
+    uint32_t number;
+    uint16_t classAt;
+    uint16_t methodAt;
+    std::unique_ptr<MatchingDirectiveGroup> changed;
+};

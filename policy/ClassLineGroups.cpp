@@ -1,0 +1,109 @@
+#include "policy/ClassLineGroups.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+#include "platform/Text16.h"
+#include "policy/MethodMatcher.h"
+
+namespace {
+
+constexpr std::u16string_view kPrefix = u"Anonymous_";
+
+// Calls visit with 0 to count - 1 in the order of their decimal text.
+template <typename Visit>
+void inTextOrder(uint32_t count, Visit visit) {
+    if (count == 0) {
+        return;
+    }
+    visit(0u);
+    const uint64_t last = count - 1;
+    uint64_t number = 1;
+    for (uint64_t visited = 1; visited < count; ++visited) {
+        visit(static_cast<uint32_t>(number));
+        if (number * 10 <= last) {
+            number *= 10;
+            continue;
+        }
+        if (number >= last) {
+            number /= 10;
+        }
+        ++number;
+        while (number % 10 == 0) {
+            number /= 10;
+        }
+    }
+}
+
+}  // namespace
+
+size_t ClassLineGroups::nameOf(uint32_t number, char16_t (&name)[kNameSize]) {
+    char digits[12];
+    const char* end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
+    char16_t* at = std::copy(kPrefix.begin(), kPrefix.end(), name);
+    at = std::copy(static_cast<const char*>(digits), end, at);
+    *at = 0;
+    return static_cast<size_t>(at - name);
+}
+
+ClassLineGroup* ClassLineGroups::add(uint32_t number, const char16_t* className, const char16_t* method) {
+    char16_t name[kNameSize];
+    const size_t nameLength = nameOf(number, name);
+    const size_t classLength = strlen_u16(className);
+    const std::u16string_view methodName = method != nullptr ? MethodMatcher::ruleName(method) : u"";
+    // A line is shorter than 2048 units: the offsets fit.
+    const auto classAt = static_cast<uint16_t>(nameLength + 1);
+    const auto methodAt = static_cast<uint16_t>(method != nullptr ? classAt + classLength + 1 : 0);
+    char16_t* room = text.allocate(classAt + classLength + 1 + (method != nullptr ? methodName.size() + 1 : 0));
+    std::copy_n(name, nameLength + 1, room);
+    std::copy_n(className, classLength + 1, room + classAt);
+    if (method != nullptr) {
+        *std::copy(methodName.begin(), methodName.end(), room + methodAt) = 0;
+    }
+    return &groups.emplace_back(room, number, classAt, methodAt);
+}
+
+ClassLineGroup* ClassLineGroups::find(const char16_t* name) {
+    if (groups.empty() || name == nullptr) {
+        return nullptr;
+    }
+    const std::u16string_view text(name);
+    if (!text.starts_with(kPrefix) || text.size() == kPrefix.size() || text.size() > kPrefix.size() + 10) {
+        return nullptr;
+    }
+    // The digits as the name gives them: no sign, no leading zero.
+    const std::u16string_view digits = text.substr(kPrefix.size());
+    if (digits.size() > 1 && digits[0] == u'0') {
+        return nullptr;
+    }
+    uint64_t number = 0;
+    for (char16_t unit : digits) {
+        if (unit < u'0' || unit > u'9') {
+            return nullptr;
+        }
+        number = number * 10 + static_cast<uint64_t>(unit - u'0');
+    }
+    if (number > std::numeric_limits<uint32_t>::max()) {
+        return nullptr;
+    }
+    const auto found =
+        std::lower_bound(groups.begin(), groups.end(), number,
+                         [](const ClassLineGroup& group, uint64_t wanted) { return group.getNumber() < wanted; });
+    return found != groups.end() && found->getNumber() == number ? &*found : nullptr;
+}
+
+std::vector<ClassLineGroup*> ClassLineGroups::byName() {
+    std::vector<ClassLineGroup*> ordered;
+    if (groups.empty()) {
+        return ordered;
+    }
+    // Numbers that went to other groups have no entry.
+    std::vector<ClassLineGroup*> byNumber(groups.back().getNumber() + size_t{1}, nullptr);
+    for (ClassLineGroup& group : groups) byNumber[group.getNumber()] = &group;
+    ordered.reserve(groups.size());
+    inTextOrder(static_cast<uint32_t>(byNumber.size()), [&](uint32_t number) {
+        if (byNumber[number] != nullptr) ordered.push_back(byNumber[number]);
+    });
+    return ordered;
+}

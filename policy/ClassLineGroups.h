@@ -1,0 +1,37 @@
+// The class-line groups of a directive controller ("Anonymous_<n>") with
+// their text, by number, which is also the order in which they were read.
+//
+// Contract: filled while directives load, then only read; no lock inside.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string_view>
+#include <vector>
+
+#include "policy/ClassLineGroup.h"
+#include "policy/TextArena.h"
+
+class ClassLineGroups {
+public:
+    // Longest name of an anonymous group, its terminating zero included.
+    static constexpr size_t kNameSize = 24;
+
+    // "Anonymous_<number>" in name; its length.
+    static size_t nameOf(uint32_t number, char16_t (&name)[kNameSize]);
+
+    // A new group above every number so far, for a class that is not blank and
+    // a method rule as written (null: all methods).
+    ClassLineGroup* add(uint32_t number, const char16_t* className, const char16_t* method);
+    // The group of that name, or null.
+    ClassLineGroup* find(const char16_t* name);
+    size_t size() const { return groups.size(); }
+
+    // The groups in the order of their names' code units ("Anonymous_10"
+    // before "Anonymous_2").
+    std::vector<ClassLineGroup*> byName();
+
+private:
+    TextArena text;
+    std::deque<ClassLineGroup> groups;
+};
