@@ -49,7 +49,14 @@ char16_t* StringUtils::strtok_u16(char16_t* s, const char16_t* delims, char16_t*
         *context = nullptr;
         return nullptr;
     }
-    while (isIn(*s, delims)) {
+    // Every unit of a directive file passes here, and delimiters are low
+    // units: one comparison turns most units away.
+    char16_t highest = 0;
+    for (const char16_t* delim = delims; *delim != 0; ++delim) {
+        highest = *delim > highest ? *delim : highest;
+    }
+    const auto isDelimiter = [&](char16_t c) { return c <= highest && isIn(c, delims); };
+    while (isDelimiter(*s)) {
         ++s;
     }
     if (*s == 0) {
@@ -57,7 +64,7 @@ char16_t* StringUtils::strtok_u16(char16_t* s, const char16_t* delims, char16_t*
         return nullptr;
     }
     char16_t* end = s;
-    while (*end != 0 && !isIn(*end, delims)) {
+    while (*end != 0 && !isDelimiter(*end)) {
         ++end;
     }
     if (*end == 0) {

@@ -190,7 +190,13 @@ HRESULT DirectiveController::readDirective(char16_t* line) {
         if (!DirectiveKeywords::parse(line, parsed)) {
             return S_OK;
         }
-        const DirectiveKeywords::Keyword* keyword = DirectiveKeywords::find(parsed);
+        // A generated file repeats one keyword line after line.
+        if (parsed.count != lastKeyword.count || lastKeyword.text != parsed.keyword) {
+            lastKeyword.text = parsed.keyword;
+            lastKeyword.count = parsed.count;
+            lastKeyword.found = DirectiveKeywords::find(parsed);
+        }
+        const DirectiveKeywords::Keyword* keyword = lastKeyword.found;
         return keyword != nullptr && keyword->apply != nullptr ? keyword->apply(*this, parsed) : S_OK;
     } catch (const std::bad_alloc&) {
         // The rules read so far stand; the reader stops here.

@@ -5,6 +5,7 @@
 #include "policy/ClassLineGroups.h"
 #include "policy/ClassMethodFilter.h"
 #include "policy/DirectiveGroupIndex.h"
+#include "policy/DirectiveKeywords.h"
 #include "policy/DirectiveMatchingCache.h"
 #include "policy/IDirectiveController.h"
 #include "policy/MatchContext.h"
@@ -88,6 +89,13 @@ private:
     // Kept apart from the map, but for a name that the map already holds.
     ClassLineGroups lineGroups;
     int anonymousCount = 0;
+    // The keyword of the last line read, with its number of arguments, and
+    // the entry that they found.
+    struct {
+        std::u16string text;
+        int count = -1;
+        const DirectiveKeywords::Keyword* found = nullptr;
+    } lastKeyword;
     AutoPointer<DirectiveMatchingCache> cache;
     DirectiveGroupIndex index;
     bool indexStale = true;

@@ -24,16 +24,17 @@ uint64_t chunkAt(std::u16string_view name, size_t position) {
     return chunk;
 }
 
-// Sorts the names four units at a time: each name of a range is read once for
-// its next four units, and the range is sorted on those as numbers. A
-// generated file's names share long beginnings, which a comparison of whole
-// names would read again at every step. Ranges still to sort wait on the heap.
 struct Sortable {
     std::u16string_view name;
     uint32_t ordinal;
     uint64_t chunk;
 };
 
+// Sorts the names four units at a time: each name of a range is read once for
+// its next four units, and the range is sorted on those as numbers. A
+// generated file's names share long beginnings, which a comparison of whole
+// names would read again at every step; a range whose units are all alike is
+// not sorted at all. Ranges still to sort wait on the heap.
 void sortByChunks(std::vector<Sortable>& entries) {
     struct Range {
         size_t first;
@@ -46,8 +47,14 @@ void sortByChunks(std::vector<Sortable>& entries) {
         pending.pop_back();
         const auto begin = entries.begin() + static_cast<long>(range.first);
         const auto end = begin + static_cast<long>(range.count);
-        for (auto entry = begin; entry != end; ++entry) entry->chunk = chunkAt(entry->name, range.depth);
-        std::sort(begin, end, [](const Sortable& a, const Sortable& b) { return a.chunk < b.chunk; });
+        bool alike = true;
+        for (auto entry = begin; entry != end; ++entry) {
+            entry->chunk = chunkAt(entry->name, range.depth);
+            alike = alike && entry->chunk == begin->chunk;
+        }
+        if (!alike) {
+            std::sort(begin, end, [](const Sortable& a, const Sortable& b) { return a.chunk < b.chunk; });
+        }
         for (auto run = begin; run != end;) {
             const auto runEnd =
                 std::find_if(run, end, [&](const Sortable& entry) { return entry.chunk != run->chunk; });
@@ -69,6 +76,7 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     generalOrdinals.clear();
     bracketed = false;
     std::vector<Sortable> names;
+    names.reserve(byOrdinal.size());
     for (uint32_t ordinal = 0; ordinal < byOrdinal.size(); ++ordinal) {
         IDirectiveGroup* group = byOrdinal[ordinal];
         const bool named = group->namedClassesOnly([&](const char16_t* name) {
