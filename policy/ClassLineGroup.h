@@ -42,6 +42,7 @@ public:
     bool mayMatchName(const char16_t* name) override;
     bool addFirstUnits(FirstUnits& units) const override;
     bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) override;
+    const char16_t* soleMethod() override { return changed ? nullptr : method(); }
 
 private:
     // The full group with the same rules and state, made at the first call.

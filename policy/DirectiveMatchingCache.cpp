@@ -1,6 +1,9 @@
 #include "policy/DirectiveMatchingCache.h"
 
+#include <cstdint>
+
 #include "platform/FormattedOutput.h"
+#include "policy/WCharSet.h"
 #include "policy/DirectiveController.h"
 
 DirectiveMatchingCache::DirectiveMatchingCache(int maxSize) : maxSize(maxSize) {}
@@ -16,15 +19,9 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
     auto entry = entries.find(classId);
     if (entry != entries.end()) {
         DirectiveMatchingMetaData& known = *entry->second;
-        for (IDirectiveGroup* group : known.matchedGroups) {
-            if (group->skipMethod(context)) {
-                return false;
-            }
-            if (group->matchMethod(context)) {
-                return true;
-            }
-        }
-        return !known.complete && walk(context, known);
+        bool spoke = false;
+        const bool answer = askMatched(context, known, spoke);
+        return spoke ? answer : !known.complete && walk(context, known);
     }
     if (classId != 0 && static_cast<int64_t>(entries.size()) < maxSize) {
         entry = entries.emplace(classId, std::make_unique<DirectiveMatchingMetaData>()).first;
@@ -39,6 +36,44 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
         return walk(context, *entry->second);
     }
     return matchWithoutCache(context, controller);
+}
+
+bool DirectiveMatchingCache::askMatched(IMetaDataContext* context, DirectiveMatchingMetaData& known, bool& spoke) {
+    for (; known.split < known.matchedGroups.size(); ++known.split) {
+        const auto place = static_cast<uint32_t>(known.split);
+        if (const char16_t* method = known.matchedGroups[place]->soleMethod()) {
+            known.soleMethods.push_back({method, place, method[0]});
+        } else {
+            known.others.push_back(place);
+        }
+    }
+    // The first name that agrees is the first group of its kind to match.
+    uint32_t firstMatch = UINT32_MAX;
+    char16_t* name = nullptr;
+    if (!known.soleMethods.empty() && SUCCEEDED(context->getMethodName(&name))) {
+        for (const DirectiveMatchingMetaData::SoleMethod& method : known.soleMethods) {
+            // Names that agree have the same first unit, or one of them is empty.
+            if ((method.first == name[0] || method.first == 0 || name[0] == 0) && WCharSet::agrees(method.name, name)) {
+                firstMatch = method.place;
+                break;
+            }
+        }
+    }
+    spoke = true;
+    for (uint32_t place : known.others) {
+        if (place > firstMatch) {
+            break;
+        }
+        IDirectiveGroup* group = known.matchedGroups[place];
+        if (group->skipMethod(context)) {
+            return false;
+        }
+        if (group->matchMethod(context)) {
+            return true;
+        }
+    }
+    spoke = firstMatch != UINT32_MAX;
+    return spoke;
 }
 
 bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMetaData& known) {

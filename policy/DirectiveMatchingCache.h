@@ -37,6 +37,18 @@ struct DirectiveMatchingMetaData {
     // Groups whose class test has passed so far, in the order of the map;
     // not owned.
     std::vector<IDirectiveGroup*> matchedGroups;
+    // The same groups split for the later methods of the class: the sole
+    // method names, and the other groups, each with its place among them. A
+    // class that a generated file names a hundred times is then decided by a
+    // run over the names rather than a call to each group.
+    struct SoleMethod {
+        const char16_t* name;
+        uint32_t place;
+        char16_t first;  // turns most names away without reading the text
+    };
+    std::vector<SoleMethod> soleMethods;
+    std::vector<uint32_t> others;
+    size_t split = 0;
 };
 
 class DirectiveMatchingCache {
@@ -63,6 +75,9 @@ private:
     // every group whose class test passes, until a group selects the method;
     // the entry is complete when none does.
     bool walk(IMetaDataContext* context, DirectiveMatchingMetaData& known);
+    // What the groups the class is known to meet say of the method in hand,
+    // in their order: a skip says no, a match yes, and false if none speaks.
+    static bool askMatched(IMetaDataContext* context, DirectiveMatchingMetaData& known, bool& spoke);
 
     int maxSize;
     Entries entries;

@@ -36,6 +36,7 @@ public:
     bool mayMatchName(const char16_t* name) override;
     bool addFirstUnits(FirstUnits& units) const override;
     bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) override;
+    const char16_t* soleMethod() override { return nullptr; }
 
 private:
     bool active = false;

@@ -59,7 +59,10 @@ bool WCharSet::agrees(const char16_t* member, const char16_t* text) {
     if (*text == 0 || *member == 0) {
         return *text == *member;
     }
-    return sameKey(member, text);
+    // One key: one is a leading part of the other.
+    for (; *member != 0 && *member == *text; ++member, ++text) {
+    }
+    return *member == 0 || *text == 0;
 }
 
 void WCharSet::clear() {
