@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
@@ -92,4 +93,29 @@ TEST_F(DirectiveMatchingCacheOnShop, SaturationIsLoggedOnceAndLaterClassesGoWith
     EXPECT_TRUE(ask(u"Shop.OrderItem", u"GetName"));
     EXPECT_EQ(controller->getCache().size(), 2u);
     EXPECT_EQ(streamText(log), "Directive Matching Cache is saturated, Size = 1\n");
+}
+
+// The cache answers a known class from the sole method names of its one-line
+// groups; the answers, vetoes and their order of arrival included, are those
+// of full groups with the same rules.
+TEST_F(DirectiveMatchingCacheOnShop, OneLineGroupsAnswerInTheirPlaceAmongTheOthers) {
+    const std::string text =
+        "SkipMethodForFlag: A Dispose\nIdentifyClassAs: Shop.Order A\nTraceOneMethodIfFlagged: A Place\nTurnOn: A\n"
+        "TraceOneMethodOfClass: Shop.Order GetName\nTraceOneMethodOfClass: Shop.Order Get\n"
+        "SkipMethodForFlag: Z Get\nIdentifyClassAs: Shop.Order Z\nTraceOneMethodIfFlagged: Z Dispose\nTurnOn: Z\n";
+    auto compact = directives(text);
+    // Named by a later line, a one-line group becomes a full one.
+    auto full = directives(text + "SetFlag: Anonymous_0\nSetFlag: Anonymous_1\n");
+    std::vector<const char16_t*> methods = {u"Dispose", u"G", u"Get", u"GetName", u"Place"};
+    do {
+        compact->clearCache();
+        full->clearCache();
+        for (int round = 0; round < 2; ++round) {
+            for (const char16_t* method : methods) {
+                const bool expected = full->shouldMonitor(at({u"Shop.Order"}, method));
+                EXPECT_EQ(compact->shouldMonitor(at({u"Shop.Order"}, method)), expected)
+                    << RealAssemblies::narrow(method);
+            }
+        }
+    } while (std::next_permutation(methods.begin(), methods.end()));
 }
