@@ -172,10 +172,63 @@ struct Region {
     bool contains(unsigned int offset) const { return begin <= offset && offset < end; }
 };
 
+// The lists a check fills, kept by each compiling thread from one method to
+// the next: a check then allocates nothing once the thread has seen a method
+// of the size.
+struct Scratch {
+    std::vector<Decoded> instructions;
+    std::vector<unsigned int> targets;
+    std::vector<int> indexAt;
+    std::vector<IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT> clauses;
+    std::vector<Region> regions;
+    std::vector<Region> filterBlocks;
+    std::vector<unsigned char> argumentKinds;
+    std::vector<unsigned char> localKinds;
+    std::vector<int> depthAt;
+    std::vector<unsigned int> kindsAt;
+    std::vector<unsigned char> pool;
+    std::vector<unsigned int> work;
+
+    void clear() {
+        instructions.clear();
+        targets.clear();
+        clauses.clear();
+        regions.clear();
+        filterBlocks.clear();
+        pool.clear();
+        work.clear();
+    }
+    // Every compiling thread keeps its lists: a method far above the usual
+    // size leaves none of its size behind.
+    void trim() {
+        if (instructions.capacity() > kKept || indexAt.capacity() > 4 * kKept || pool.capacity() > 4 * kKept) {
+            *this = Scratch();
+        }
+    }
+
+    static constexpr size_t kKept = 1024;
+};
+
 class Check {
 public:
-    Check(const VerifiedMethod& method, char16_t* reason, unsigned int reasonSize)
-        : method(method), reason(reason), reasonSize(reasonSize) {}
+    Check(const VerifiedMethod& method, char16_t* reason, unsigned int reasonSize, Scratch& scratch)
+        : method(method),
+          reason(reason),
+          reasonSize(reasonSize),
+          instructions(scratch.instructions),
+          targets(scratch.targets),
+          indexAt(scratch.indexAt),
+          clauses(scratch.clauses),
+          regions(scratch.regions),
+          filterBlocks(scratch.filterBlocks),
+          argumentKinds(scratch.argumentKinds),
+          localKinds(scratch.localKinds),
+          depthAt(scratch.depthAt),
+          kindsAt(scratch.kindsAt),
+          pool(scratch.pool),
+          work(scratch.work) {
+        scratch.clear();
+    }
 
     HRESULT run() {
         if (!readHeader() || !decode() || !readClauses() || !checkPlaces() || !checkRegions() || !checkFilterBlocks() ||
@@ -642,27 +695,39 @@ private:
     unsigned int codeSize = 0;
     unsigned int maxStack = 0;
     unsigned int flags = 0;
-    std::vector<Decoded> instructions;
-    std::vector<unsigned int> targets;
-    std::vector<int> indexAt;
-    std::vector<IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT> clauses;
-    std::vector<Region> regions;       // per clause: its try block, then its handler (with its filter)
-    std::vector<Region> filterBlocks;  // from a filter's start to its handler's
-    std::vector<unsigned char> argumentKinds;
-    std::vector<unsigned char> localKinds;
-    std::vector<int> depthAt;
-    std::vector<unsigned int> kindsAt;
-    std::vector<unsigned char> pool;
-    std::vector<unsigned int> work;
+    std::vector<Decoded>& instructions;
+    std::vector<unsigned int>& targets;
+    std::vector<int>& indexAt;
+    std::vector<IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT>& clauses;
+    std::vector<Region>& regions;       // per clause: its try block, then its handler (with its filter)
+    std::vector<Region>& filterBlocks;  // from a filter's start to its handler's
+    std::vector<unsigned char>& argumentKinds;
+    std::vector<unsigned char>& localKinds;
+    std::vector<int>& depthAt;
+    std::vector<unsigned int>& kindsAt;
+    std::vector<unsigned char>& pool;
+    std::vector<unsigned int>& work;
 };
 
 }  // namespace
 
 HRESULT BodyVerifier::verify(const VerifiedMethod& method, char16_t* reason, unsigned int reasonSize) {
     if (reasonSize != 0) reason[0] = 0;
+    thread_local Scratch kept;
+    thread_local bool inUse = false;
+    // A check within a check, were the runtime ever to compile while one
+    // runs on this thread, takes lists of its own.
+    Scratch own;
+    Scratch& scratch = inUse ? own : kept;
+    const bool outer = !inUse;
+    inUse = true;
+    HRESULT hr = E_OUTOFMEMORY;
     try {
-        return Check(method, reason, reasonSize).run();
+        hr = Check(method, reason, reasonSize, scratch).run();
     } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
+        scratch = Scratch();
     }
+    scratch.trim();
+    if (outer) inUse = false;
+    return hr;
 }
