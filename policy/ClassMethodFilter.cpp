@@ -121,10 +121,18 @@ bool ClassMethodFilter::skipAssembly(IMetaDataContext* context) {
 }
 
 bool ClassMethodFilter::skipClassMethod(IMetaDataContext* context) {
-    return skipClass(context) || skipMethod(context);
+    return skipClassMethod(context, skipsWholeClass(context));
+}
+
+bool ClassMethodFilter::skipClassMethod(IMetaDataContext* context, bool wholeClass) {
+    return (wholeClass && !checkMethodForClass(methodForClassExceptions, context)) || skipMethod(context);
 }
 
 bool ClassMethodFilter::skipClass(IMetaDataContext* context) {
+    return skipsWholeClass(context) && !checkMethodForClass(methodForClassExceptions, context);
+}
+
+bool ClassMethodFilter::skipsWholeClass(IMetaDataContext* context) {
     // Exceptions only ever keep a class in: without a skip rule no name is
     // fetched. Every decision passes here, most of them with no rule at all.
     if (assemblies.empty() && assemblyPrefixes.empty() && classes.empty() && namespaces.empty() &&
@@ -133,14 +141,7 @@ bool ClassMethodFilter::skipClass(IMetaDataContext* context) {
     }
     char16_t* assembly = nullptr;
     char16_t* className = nullptr;
-    if (SUCCEEDED(context->getClassName(&assembly, &className)) &&
-        findInClassSets(classExceptions, assembly, className)) {
-        return false;
-    }
-    if (checkMethodForClass(methodForClassExceptions, context)) {
-        return false;
-    }
-    if (FAILED(context->getClassName(&assembly, &className))) {
+    if (FAILED(context->getClassName(&assembly, &className)) || findInClassSets(classExceptions, assembly, className)) {
         return false;
     }
     if (assemblies.contains(assembly) || findInClassSets(classes, assembly, className)) {

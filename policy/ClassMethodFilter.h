@@ -28,10 +28,16 @@ public:
 
     bool skipAssembly(IMetaDataContext* context) override;
     bool skipClassMethod(IMetaDataContext* context) override;
-    // Exceptions first; then assembly, namespace and class sets; the linear
-    // prefix lists last.
+    // skipsWholeClass, unless a method-of-class exception keeps the method in.
     bool skipClass(IMetaDataContext* context) override;
     bool skipMethod(IMetaDataContext* context) override;
+
+    // What skipClass decides from the class alone, the same for all its
+    // methods: a class exception keeps it in; then assembly, class and
+    // namespace sets; the linear prefix lists last.
+    bool skipsWholeClass(IMetaDataContext* context);
+    // skipClassMethod with skipsWholeClass known for the method's class.
+    bool skipClassMethod(IMetaDataContext* context, bool wholeClass);
 
     // Adds methodName to the matcher of className, made on first use.
     void addMethodForClass(ClassMethodMatcherMap& map, const char16_t* className, const char16_t* methodName);

@@ -146,9 +146,6 @@ void DirectiveController::candidatesFor(IMetaDataContext* context, DirectiveGrou
 }
 
 bool DirectiveController::shouldMonitor(IMetaDataContext* context) {
-    if (skips.skipClassMethod(context)) {
-        return false;
-    }
     return cache->shouldMonitor(context, *this);
 }
 

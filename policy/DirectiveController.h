@@ -23,6 +23,7 @@ public:
     ~DirectiveController() override;
 
     IClassMethodFilter* getSkips() override { return &skips; }
+    ClassMethodFilter& getSkipFilter() { return skips; }
     IDirectiveGroup* getDirectiveGroup(const char16_t* name) override;
     IDirectiveGroup* addDirectiveGroup(const char16_t* name) override;
     IDirectiveMatchResult* shouldMonitorResult(IMetaDataContext* context) override;

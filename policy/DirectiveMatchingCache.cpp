@@ -3,8 +3,8 @@
 #include <cstdint>
 
 #include "platform/FormattedOutput.h"
-#include "policy/WCharSet.h"
 #include "policy/DirectiveController.h"
+#include "policy/WCharSet.h"
 
 DirectiveMatchingCache::DirectiveMatchingCache(int maxSize) : maxSize(maxSize) {}
 
@@ -17,14 +17,23 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
     // cache is mostly decided by the method's name alone.
     const ClassID classId = context->getClassID();
     auto entry = entries.find(classId);
+    ClassMethodFilter& skips = controller.getSkipFilter();
     if (entry != entries.end()) {
         DirectiveMatchingMetaData& known = *entry->second;
+        if (skips.skipClassMethod(context, known.wholeClassSkipped)) {
+            return false;
+        }
         bool spoke = false;
         const bool answer = askMatched(context, known, spoke);
         return spoke ? answer : !known.complete && walk(context, known);
     }
+    const bool wholeClassSkipped = skips.skipsWholeClass(context);
+    if (skips.skipClassMethod(context, wholeClassSkipped)) {
+        return false;
+    }
     if (classId != 0 && static_cast<int64_t>(entries.size()) < maxSize) {
         entry = entries.emplace(classId, std::make_unique<DirectiveMatchingMetaData>()).first;
+        entry->second->wholeClassSkipped = wholeClassSkipped;
         if (static_cast<int64_t>(entries.size()) == maxSize) {
             FILE* log = controller.getLog();
             if (log != nullptr) {

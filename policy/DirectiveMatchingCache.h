@@ -49,6 +49,8 @@ struct DirectiveMatchingMetaData {
     std::vector<SoleMethod> soleMethods;
     std::vector<uint32_t> others;
     size_t split = 0;
+    // What the global filter decides from the class alone.
+    bool wholeClassSkipped = false;
 };
 
 class DirectiveMatchingCache {
@@ -64,8 +66,7 @@ public:
     void clear();
     size_t size() const { return entries.size(); }
 
-    // The groups' part of the decision for the method in hand; the global
-    // filter has been asked before.
+    // The decision for the method in hand: the global filter, then the groups.
     bool shouldMonitor(IMetaDataContext* context, DirectiveController& controller);
     // The plain walk: some live group not skipping the method matches it.
     bool matchWithoutCache(IMetaDataContext* context, DirectiveController& controller);

@@ -2,16 +2,6 @@
 
 #include <cstring>
 
-namespace {
-
-// One key under the set's ordering: neither sorts before the other.
-bool sameKey(const char16_t* a, const char16_t* b) {
-    const wcsless less;
-    return !less(a, b) && !less(b, a);
-}
-
-}  // namespace
-
 void WCharSet::insert(const char16_t* text) {
     if (text == nullptr) {
         return;
@@ -27,7 +17,7 @@ void WCharSet::insert(const char16_t* text) {
         return;
     }
     if (!items) {
-        if (sameKey(single.get(), text)) {
+        if (agrees(single.get(), text)) {
             return;
         }
         items = std::make_unique<std::set<std::u16string, wcsless>>();
@@ -47,7 +37,7 @@ bool WCharSet::contains(const char16_t* text) const {
         return holdsEmpty;
     }
     if (single) {
-        return sameKey(single.get(), text);
+        return agrees(single.get(), text);
     }
     return items && items->find(text) != items->end();
 }

@@ -119,3 +119,18 @@ TEST_F(DirectiveMatchingCacheOnShop, OneLineGroupsAnswerInTheirPlaceAmongTheOthe
         }
     } while (std::next_permutation(methods.begin(), methods.end()));
 }
+
+// The global filter's verdict on a class is kept in its entry; the exceptions
+// and skips of single methods are still asked method by method.
+TEST_F(DirectiveMatchingCacheOnShop, GlobalSkipsHoldForEveryMethodOfAKnownClass) {
+    auto skipping = directives(
+        "IdentifyAllClassesAs: All\nTraceAllMethodsIfFlagged: All\nTurnOn: All\n"
+        "SkipClass: Shop.Order\nDoNotSkipMethodForClass: Shop.Order Place\nSkipMethodForClass: Shop.Invoice Cancel\n");
+    // The second round meets both classes in the cache.
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_TRUE(skipping->shouldMonitor(at({u"Shop.Order"}, u"Place"))) << round;
+        EXPECT_FALSE(skipping->shouldMonitor(at({u"Shop.Order"}, u"Dispose"))) << round;
+        EXPECT_FALSE(skipping->shouldMonitor(at({u"Shop.Invoice"}, u"Cancel"))) << round;
+        EXPECT_TRUE(skipping->shouldMonitor(at({u"Shop.Invoice"}, u"Issue"))) << round;
+    }
+}
