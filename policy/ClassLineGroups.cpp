@@ -52,7 +52,6 @@ ClassLineGroup* ClassLineGroups::add(uint32_t number, const char16_t* className,
     const size_t nameLength = nameOf(number, name);
     const size_t classLength = strlen_u16(className);
     const std::u16string_view methodName = method != nullptr ? MethodMatcher::ruleName(method) : u"";
-    // A line is shorter than 2048 units: the offsets fit.
     const auto classAt = static_cast<uint16_t>(nameLength + 1);
     const auto methodAt = static_cast<uint16_t>(method != nullptr ? classAt + classLength + 1 : 0);
     char16_t* room = text.allocate(classAt + classLength + 1 + (method != nullptr ? methodName.size() + 1 : 0));

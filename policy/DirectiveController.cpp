@@ -102,7 +102,8 @@ IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
 ClassLineGroup* DirectiveController::addClassLineGroup(const char16_t* className, const char16_t* method) {
     char16_t name[ClassLineGroups::kNameSize];
     ClassLineGroups::nameOf(static_cast<uint32_t>(anonymousCount), name);
-    if (className == nullptr || *className == 0 || groups.find(name) != groups.end()) {
+    if (className == nullptr || *className == 0 || strlen_u16(className) > ClassLineGroups::kLongestClass ||
+        groups.find(name) != groups.end()) {
         return nullptr;
     }
     indexStale = true;

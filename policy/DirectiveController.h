@@ -40,7 +40,8 @@ public:
     IDirectiveGroup* addAnonymousDirectiveGroup();
     // The same as a compact group with a rule for the class and one for the
     // method (null: all methods), as a line that names both makes it; null
-    // where the group must be a full one: its name is taken, or the class blank.
+    // where the group must be a full one: its name is taken, or the class blank
+    // or very long.
     ClassLineGroup* addClassLineGroup(const char16_t* className, const char16_t* method);
     // Every group, in the order in which they are asked.
     const DirectiveGroupIndex::Candidates& allGroups() { return groupIndex().all(); }

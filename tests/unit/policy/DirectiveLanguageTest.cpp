@@ -311,6 +311,15 @@ TEST_F(DirectiveLanguage, CompactOneLineGroupsAnswerAsFullGroups) {
         EXPECT_EQ(lineNames, groupNames) << what;
     }
 
+    // A line given at run time may name a class longer than any file line.
+    auto longClass = directives("");
+    const std::string longName(70000, 'C');
+    EXPECT_EQ(line(*longClass, "TraceOneMethodOfClass: " + longName + " Run"), S_OK);
+    IDirectiveGroup* longGroup = longClass->getDirectiveGroup(u"Anonymous_0");
+    ASSERT_NE(longGroup, nullptr);
+    EXPECT_TRUE(longGroup->mayMatchName(u"Run"));
+    EXPECT_TRUE(longGroup->namedClassesOnly([&](const char16_t* name) { EXPECT_EQ(strlen_u16(name), 70000u); }));
+
     // A later line that names the group changes it; a name that only looks
     // like it is another group.
     const std::string placed = "TraceOneMethodOfClass: Shop.Order Place\n";
