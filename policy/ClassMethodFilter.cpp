@@ -88,20 +88,36 @@ void ClassMethodFilter::addMethodForClass(ClassMethodMatcherMap& map, const char
     matcher->addMethodRule(methodName);
 }
 
-bool ClassMethodFilter::checkMethodForClass(ClassMethodMatcherMap& map, IMetaDataContext* context) {
+void ClassMethodFilter::matchersFor(ClassMethodMatcherMap& map, IMetaDataContext* context, Matchers& found) {
+    found = {};
     char16_t* assembly = nullptr;
     char16_t* className = nullptr;
     if (map.empty() || FAILED(context->getClassName(&assembly, &className))) {
-        return false;
+        return;
     }
     if (map.hasQualified()) {
-        auto* matcher = map.find(makeFullySpecifiedClassString(assembly, className).c_str());
-        if (matcher != nullptr && *matcher != nullptr && (*matcher)->matchMethod(context)) {
+        if (auto* matcher = map.find(makeFullySpecifiedClassString(assembly, className).c_str())) {
+            found[0] = matcher->get();
+        }
+    }
+    if (auto* matcher = map.find(className)) {
+        found[1] = matcher->get();
+    }
+}
+
+bool ClassMethodFilter::anyMatches(const Matchers& matchers, IMetaDataContext* context) {
+    for (IMethodMatcher* matcher : matchers) {
+        if (matcher != nullptr && matcher->matchMethod(context)) {
             return true;
         }
     }
-    auto* matcher = map.find(className);
-    return matcher != nullptr && *matcher != nullptr && (*matcher)->matchMethod(context);
+    return false;
+}
+
+bool ClassMethodFilter::checkMethodForClass(ClassMethodMatcherMap& map, IMetaDataContext* context) {
+    Matchers found;
+    matchersFor(map, context, found);
+    return anyMatches(found, context);
 }
 
 bool ClassMethodFilter::skipAssembly(IMetaDataContext* context) {
@@ -121,11 +137,27 @@ bool ClassMethodFilter::skipAssembly(IMetaDataContext* context) {
 }
 
 bool ClassMethodFilter::skipClassMethod(IMetaDataContext* context) {
-    return skipClassMethod(context, skipsWholeClass(context));
+    return skipClassMethod(context, rulesFor(context));
 }
 
-bool ClassMethodFilter::skipClassMethod(IMetaDataContext* context, bool wholeClass) {
-    return (wholeClass && !checkMethodForClass(methodForClassExceptions, context)) || skipMethod(context);
+ClassMethodFilter::ClassRules ClassMethodFilter::rulesFor(IMetaDataContext* context) {
+    ClassRules rules;
+    rules.wholeClass = skipsWholeClass(context);
+    matchersFor(methodsForClass, context, rules.skipping);
+    matchersFor(methodForClassExceptions, context, rules.keeping);
+    return rules;
+}
+
+bool ClassMethodFilter::skipClassMethod(IMetaDataContext* context, const ClassRules& rules) {
+    // skipClass or skipMethod: an exception for the method keeps it in from both.
+    if ((!rules.wholeClass && methodsForClass.empty() && methods.empty()) || anyMatches(rules.keeping, context)) {
+        return false;
+    }
+    if (rules.wholeClass || anyMatches(rules.skipping, context)) {
+        return true;
+    }
+    char16_t* name = nullptr;
+    return !methods.empty() && SUCCEEDED(context->getMethodName(&name)) && methods.contains(name);
 }
 
 bool ClassMethodFilter::skipClass(IMetaDataContext* context) {

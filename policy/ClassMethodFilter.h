@@ -1,6 +1,7 @@
 // The skip filter.
 #pragma once
 
+#include <array>
 #include <cstdio>
 #include <list>
 #include <string>
@@ -36,8 +37,19 @@ public:
     // methods: a class exception keeps it in; then assembly, class and
     // namespace sets; the linear prefix lists last.
     bool skipsWholeClass(IMetaDataContext* context);
-    // skipClassMethod with skipsWholeClass known for the method's class.
-    bool skipClassMethod(IMetaDataContext* context, bool wholeClass);
+
+    // The method matchers of a class's method-of-class rules, qualified and
+    // plain; null where the filter has none.
+    using Matchers = std::array<IMethodMatcher*, 2>;
+    // All that skipClassMethod takes from the class, the same for all its
+    // methods: a decision asks the rest method by method.
+    struct ClassRules {
+        bool wholeClass = false;
+        Matchers skipping{};
+        Matchers keeping{};
+    };
+    ClassRules rulesFor(IMetaDataContext* context);
+    bool skipClassMethod(IMetaDataContext* context, const ClassRules& rules);
 
     // Adds methodName to the matcher of className, made on first use.
     void addMethodForClass(ClassMethodMatcherMap& map, const char16_t* className, const char16_t* methodName);
@@ -48,6 +60,9 @@ public:
     void logFilter(FILE* stream);
 
 private:
+    static void matchersFor(ClassMethodMatcherMap& map, IMetaDataContext* context, Matchers& found);
+    static bool anyMatches(const Matchers& matchers, IMetaDataContext* context);
+
     std::list<std::u16string> assemblyPrefixes;
     WCharSet assemblies;
     std::list<std::u16string> namespacePrefixes;

@@ -20,20 +20,20 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
     ClassMethodFilter& skips = controller.getSkipFilter();
     if (entry != entries.end()) {
         DirectiveMatchingMetaData& known = *entry->second;
-        if (skips.skipClassMethod(context, known.wholeClassSkipped)) {
+        if (skips.skipClassMethod(context, known.globalRules)) {
             return false;
         }
         bool spoke = false;
         const bool answer = askMatched(context, known, spoke);
         return spoke ? answer : !known.complete && walk(context, known);
     }
-    const bool wholeClassSkipped = skips.skipsWholeClass(context);
-    if (skips.skipClassMethod(context, wholeClassSkipped)) {
+    const ClassMethodFilter::ClassRules rules = skips.rulesFor(context);
+    if (skips.skipClassMethod(context, rules)) {
         return false;
     }
     if (classId != 0 && static_cast<int64_t>(entries.size()) < maxSize) {
         entry = entries.emplace(classId, std::make_unique<DirectiveMatchingMetaData>()).first;
-        entry->second->wholeClassSkipped = wholeClassSkipped;
+        entry->second->globalRules = rules;
         if (static_cast<int64_t>(entries.size()) == maxSize) {
             FILE* log = controller.getLog();
             if (log != nullptr) {

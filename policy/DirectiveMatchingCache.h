@@ -22,6 +22,7 @@
 #include <unordered_map>
 #include <string>
 
+#include "policy/ClassMethodFilter.h"
 #include "policy/DirectiveGroupIndex.h"
 
 class DirectiveController;
@@ -49,8 +50,8 @@ struct DirectiveMatchingMetaData {
     std::vector<SoleMethod> soleMethods;
     std::vector<uint32_t> others;
     size_t split = 0;
-    // What the global filter decides from the class alone.
-    bool wholeClassSkipped = false;
+    // What the global filter takes from the class alone.
+    ClassMethodFilter::ClassRules globalRules;
 };
 
 class DirectiveMatchingCache {
