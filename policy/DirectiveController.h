@@ -47,7 +47,7 @@ public:
     const DirectiveGroupIndex::Candidates& allGroups() { return groupIndex().all(); }
     // The index of the groups as they are now.
     const DirectiveGroupIndex& groupIndex();
-    // The groups that can meet the class in hand, in the order of the map.
+    // The groups that can meet the class in hand, in the order of their names.
     void candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out);
     FILE* getLog() const { return log; }
     DirectiveMatchingCache& getCache() { return *cache; }

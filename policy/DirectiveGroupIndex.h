@@ -6,9 +6,9 @@
 //
 // Names agree as the class sets compare them: one is a prefix of the other.
 // The candidates are thus a superset of the groups whose class test can pass,
-// in the order of the group map; callers still ask each of them.
+// in the order of the groups' names; callers still ask each of them.
 //
-// Contract: the names belong to the groups' class sets, which do not change
+// Contract: the names belong to the groups, whose class rules do not change
 // between a rebuild and the next change of the rules. No lock inside.
 #pragma once
 

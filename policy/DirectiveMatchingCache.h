@@ -29,13 +29,13 @@ class DirectiveController;
 
 // What is known of one class.
 struct DirectiveMatchingMetaData {
-    // The groups that can meet the class, in the order of the group map.
+    // The groups that can meet the class, in the order of their names.
     DirectiveGroupIndex::Candidates candidates;
     // Where the next walk starts: the group the last walk stopped at.
     size_t next = 0;
     // The walk over the groups has reached the end for this class.
     bool complete = false;
-    // Groups whose class test has passed so far, in the order of the map;
+    // Groups whose class test has passed so far, in the order of their names;
     // not owned.
     std::vector<IDirectiveGroup*> matchedGroups;
     // The same groups split for the later methods of the class: the sole
