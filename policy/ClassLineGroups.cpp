@@ -47,15 +47,17 @@ size_t ClassLineGroups::nameOf(uint32_t number, char16_t (&name)[kNameSize]) {
     return static_cast<size_t>(at - name);
 }
 
-ClassLineGroup* ClassLineGroups::add(uint32_t number, const char16_t* className, const char16_t* method) {
-    char16_t name[kNameSize];
-    const size_t nameLength = nameOf(number, name);
+ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view name, const char16_t* className,
+                                     const char16_t* method) {
     const size_t classLength = strlen_u16(className);
+    if (name.size() + classLength + 2 > std::numeric_limits<uint16_t>::max()) {
+        return nullptr;
+    }
     const std::u16string_view methodName = method != nullptr ? MethodMatcher::ruleName(method) : u"";
-    const auto classAt = static_cast<uint16_t>(nameLength + 1);
+    const auto classAt = static_cast<uint16_t>(name.size() + 1);
     const auto methodAt = static_cast<uint16_t>(method != nullptr ? classAt + classLength + 1 : 0);
     char16_t* room = text.allocate(classAt + classLength + 1 + (method != nullptr ? methodName.size() + 1 : 0));
-    std::copy_n(name, nameLength + 1, room);
+    *std::copy(name.begin(), name.end(), room) = 0;
     std::copy_n(className, classLength + 1, room + classAt);
     if (method != nullptr) {
         *std::copy(methodName.begin(), methodName.end(), room + methodAt) = 0;

@@ -17,17 +17,14 @@ public:
     // Longest name of an anonymous group, its terminating zero included.
     static constexpr size_t kNameSize = 24;
 
-    // Longest class a compact group takes: its text is reached through
-    // 16-bit offsets. A line of a file is far shorter; one given at run time
-    // need not be.
-    static constexpr size_t kLongestClass = 32767;
-
     // "Anonymous_<number>" in name; its length.
     static size_t nameOf(uint32_t number, char16_t (&name)[kNameSize]);
 
-    // A new group above every number so far, for a class that is not blank nor
-    // longer than kLongestClass and a method rule as written (null: all methods).
-    ClassLineGroup* add(uint32_t number, const char16_t* className, const char16_t* method);
+    // A new group named so, its number above every number so far, for a class
+    // that is not blank and a method rule as written (null: all methods). Null
+    // for a class too long for the group's 16-bit offsets: a line of a file is
+    // far shorter, one given at run time need not be.
+    ClassLineGroup* add(uint32_t number, std::u16string_view name, const char16_t* className, const char16_t* method);
     // The group of that name, or null.
     ClassLineGroup* find(const char16_t* name);
     size_t size() const { return groups.size(); }

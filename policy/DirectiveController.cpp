@@ -101,13 +101,17 @@ IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
 
 ClassLineGroup* DirectiveController::addClassLineGroup(const char16_t* className, const char16_t* method) {
     char16_t name[ClassLineGroups::kNameSize];
-    ClassLineGroups::nameOf(static_cast<uint32_t>(anonymousCount), name);
-    if (className == nullptr || *className == 0 || strlen_u16(className) > ClassLineGroups::kLongestClass ||
-        groups.find(name) != groups.end()) {
+    const auto number = static_cast<uint32_t>(anonymousCount);
+    const size_t length = ClassLineGroups::nameOf(number, name);
+    if (className == nullptr || *className == 0 || groups.find(name) != groups.end()) {
         return nullptr;
     }
-    indexStale = true;
-    return lineGroups.add(static_cast<uint32_t>(anonymousCount++), className, method);
+    ClassLineGroup* group = lineGroups.add(number, {name, length}, className, method);
+    if (group != nullptr) {
+        ++anonymousCount;
+        indexStale = true;
+    }
+    return group;
 }
 
 DirectiveGroupIndex::Candidates DirectiveController::groupsInOrder() {
