@@ -130,7 +130,8 @@ void VerifyRewrittenBody(benchmark::State& state) {
         ULONG at = 1 + ((method.signature[0] & 0x10) != 0 ? CorSigUncompressData(method.signature + 1, 4, &generic) : 0);
         CorSigUncompressData(method.signature + at, method.signatureLength - at, &parameters);
         method.argumentCount = parameters + ((method.signature[0] & 0x20) != 0 ? 1 : 0);
-        method.returnsValue = returnsValue({method.signature, method.signature + method.signatureLength});
+        method.returnsValue =
+            returnType({method.signature, method.signature + method.signatureLength}) != ELEMENT_TYPE_VOID;
         methods.push_back(method);
     }
     unsigned int refused = 0;

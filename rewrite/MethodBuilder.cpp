@@ -16,6 +16,8 @@ constexpr unsigned int kTinyMaxStack = 8;
 constexpr unsigned int kSectionHeaderSize = 4;
 constexpr unsigned int kFatClauseSize = 24;
 constexpr unsigned int kNoByteIndex = 0xFFFFFFFF;
+constexpr unsigned int kFirstTraceLabel = 0x80000000;
+constexpr unsigned int kLabelRun = 1u << 16;
 
 // Pending places of a clause while insertEHClause looks for them.
 enum PendingPlace : unsigned int {
@@ -297,7 +299,7 @@ void MethodBuilder::updateOffsetsAndLabels() {
     for (unsigned int i = 0; i < instructions.size(); ++i) {
         Instruction& instruction = *instructions[i];
         instruction.setOffset(position);
-        if (isLabel(instruction)) labels[static_cast<unsigned int>(instruction.operand())] = i;
+        if (isLabel(instruction)) placeLabel(static_cast<unsigned int>(instruction.operand()), i);
         position += instruction.size();
     }
     offsetsValid = true;
@@ -316,10 +318,27 @@ unsigned int MethodBuilder::getILByteIndex(unsigned int index) {
     return getCurrentILByteIndex(index);
 }
 
+void MethodBuilder::placeLabel(unsigned int label, unsigned int index) {
+    std::vector<int>* places = label < kLabelRun                      ? &builderLabels
+                               : label - kFirstTraceLabel < kLabelRun ? &traceLabels
+                                                                      : nullptr;
+    if (places == nullptr) {
+        otherLabels[label] = index;
+        return;
+    }
+    const unsigned int slot = label < kLabelRun ? label : label - kFirstTraceLabel;
+    if (slot >= places->size()) places->resize(slot + 1, -1);
+    (*places)[slot] = static_cast<int>(index);
+}
+
 int MethodBuilder::findLabel(unsigned int label) {
     updateOffsetsAndLabels();
-    auto found = labels.find(label);
-    return found == labels.end() ? -1 : static_cast<int>(found->second);
+    if (label < kLabelRun) return label < builderLabels.size() ? builderLabels[label] : -1;
+    if (label - kFirstTraceLabel < kLabelRun) {
+        return label - kFirstTraceLabel < traceLabels.size() ? traceLabels[label - kFirstTraceLabel] : -1;
+    }
+    auto found = otherLabels.find(label);
+    return found == otherLabels.end() ? -1 : static_cast<int>(found->second);
 }
 
 HRESULT MethodBuilder::settleBranch(unsigned int index, unsigned int end) {

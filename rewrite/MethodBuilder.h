@@ -45,6 +45,7 @@ private:
     unsigned int getLabel(unsigned int index);
     bool areEntryStarts(const unsigned long* positions, unsigned int count);
     void updateOffsetsAndLabels();
+    void placeLabel(unsigned int label, unsigned int index);
     [[nodiscard]] HRESULT updateTargets();
     [[nodiscard]] HRESULT updateClauses();
     [[nodiscard]] HRESULT settleBranch(unsigned int index, unsigned int end);
@@ -55,7 +56,12 @@ private:
     std::vector<InstructionPtr> instructions;
     IMAGE_COR_ILMETHOD_SECT_FAT ehHeader;
     std::vector<MethodBuilderEHClause> clauses;
-    std::unordered_map<unsigned int, unsigned int> labels;
+    // Where each label stands, by number. The builder counts its own labels up
+    // from 1 and the trace labels count up from 0x80000000: both runs sit in
+    // arrays (-1 for none), any other number in the map.
+    std::vector<int> builderLabels;
+    std::vector<int> traceLabels;
+    std::unordered_map<unsigned int, unsigned int> otherLabels;
     bool offsetsValid = false;
     bool targetsValid = false;
     unsigned int nextLabel = 1;

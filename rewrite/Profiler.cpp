@@ -144,6 +144,7 @@ void Profiler::forgetModule(ModuleID module) {
                          originalBodies.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
     loadTimeMaps.erase(loadTimeMaps.lower_bound(MethodKey(module, 0)),
                        loadTimeMaps.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
+    localSignatureTokens.erase(module);
     valueTypeGetter->forgetModule(module);
     for (AutoPointer<IMemberTokenGetter>& getter : memberGetters) {
         if (getter.get() != nullptr) getter->forgetModule(module);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -165,6 +166,9 @@ private:
     // The offset maps of the bodies rewritten on module load, handed to the
     // runtime when each method compiles (it has no function id before).
     std::map<MethodKey, std::vector<COR_IL_MAP>> loadTimeMaps;
+    // Local signatures already turned into tokens, by module and bytes: the
+    // runtime would find the equal blob too, at a far greater cost.
+    std::map<ModuleID, std::unordered_map<std::string, unsigned int>> localSignatureTokens;
     AutoPointer<IMemberTokenGetter> memberGetters[TraceMembers::kCount];
     unsigned int hijackTokens[kHijackTokenCount] = {};
     AutoPointer<ITypeTokenGetter> typeGetters[kTraceTypeCount];

@@ -255,10 +255,18 @@ HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasRe
         hr = blob->writeType(stream);
     }
     if (SUCCEEDED(hr)) hr = blob->writeByte(ELEMENT_TYPE_I4);
+    if (FAILED(hr)) return hr;
 
+    std::string bytes(reinterpret_cast<const char*>(blob->getBytes()), blob->getLength());
+    std::unordered_map<std::string, unsigned int>& known = localSignatureTokens[current.context->getModuleID()];
+    if (auto found = known.find(bytes); found != known.end()) {
+        *sigToken = found->second;
+        return S_OK;
+    }
     AutoCOMPointer<IMetaDataEmit> emit;
-    if (SUCCEEDED(hr)) hr = import->QueryInterface(IID_IMetaDataEmit, reinterpret_cast<void**>(&emit));
+    hr = import->QueryInterface(IID_IMetaDataEmit, reinterpret_cast<void**>(&emit));
     if (SUCCEEDED(hr)) hr = emit->GetTokenFromSig(blob->getBytes(), blob->getLength(), sigToken);
+    if (SUCCEEDED(hr)) known.emplace(std::move(bytes), *sigToken);
     return hr;
 }
 
