@@ -52,13 +52,15 @@ std::vector<DecodedBody::Clause> DecodedBody::clausesOf(IMethodBuffer& buffer) {
     return clauses;
 }
 
-unsigned int DecodedBody::count(uint32_t opcode) const {
+unsigned int DecodedBody::count(uint32_t opcode, std::optional<uint64_t> operand) const {
     unsigned int n = 0;
-    for (const Instruction& instruction : instructions) n += instruction.opcode == opcode ? 1 : 0;
+    for (const Instruction& instruction : instructions) {
+        n += instruction.opcode == opcode && operand.value_or(instruction.operand) == instruction.operand ? 1 : 0;
+    }
     return n;
 }
 
-bool returnsValue(std::span<const unsigned char> signature) {
+unsigned char returnType(std::span<const unsigned char> signature) {
     const unsigned char* p = signature.data() + 1;
     const unsigned char* end = signature.data() + signature.size();
     ULONG skipped = 0;
@@ -69,5 +71,5 @@ bool returnsValue(std::span<const unsigned char> signature) {
         ++p;
         p += CorSigUncompressData(p, static_cast<ULONG>(end - p), &skipped);
     }
-    return *p != ELEMENT_TYPE_VOID;
+    return *p;
 }

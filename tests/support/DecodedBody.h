@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -38,9 +39,9 @@ struct DecodedBody {
     static DecodedBody read(const unsigned char* body);
     static std::vector<Clause> clausesOf(IMethodBuffer& buffer);
     bool ok() const { return error.empty(); }
-    // Instructions with that opcode.
-    unsigned int count(uint32_t opcode) const;
+    // Instructions with that opcode (and that operand, if given).
+    unsigned int count(uint32_t opcode, std::optional<uint64_t> operand = std::nullopt) const;
 };
 
-// Whether a method signature returns something other than void.
-bool returnsValue(std::span<const unsigned char> signature);
+// The element type a method signature returns, behind its custom modifiers.
+unsigned char returnType(std::span<const unsigned char> signature);

@@ -41,15 +41,16 @@ mdTypeDef RealAssemblies::findType(IMetaDataImport* import, const char16_t* name
     return SUCCEEDED(import->FindTypeDefByName(name, enclosing, &token)) ? token : 0;
 }
 
-mdMethodDef RealAssemblies::findMethod(IMetaDataImport* import, mdTypeDef type, const char16_t* name) {
+mdMethodDef RealAssemblies::findMethod(IMetaDataImport* import, mdTypeDef type, const char16_t* name, int parameters) {
     HCORENUM enumerator = nullptr;
-    mdMethodDef token = 0;
+    mdMethodDef tokens[16];
     ULONG count = 0;
-    HRESULT hr = import->EnumMethodsWithName(&enumerator, type, name, &token, 1, &count);
-    if (enumerator != nullptr) {
-        import->CloseEnum(enumerator);
+    import->EnumMethodsWithName(&enumerator, type, name, tokens, 16, &count);
+    import->CloseEnum(enumerator);
+    for (ULONG i = 0; i < count; ++i) {
+        if (parameters < 0 || signatureOf(import, tokens[i])[1] == parameters) return tokens[i];
     }
-    return SUCCEEDED(hr) && count == 1 ? token : 0;
+    return 0;
 }
 
 std::span<const unsigned char> RealAssemblies::signatureOf(IMetaDataImport* import, mdMethodDef method) {

@@ -27,8 +27,9 @@ public:
     static mdTypeDef findType(IMetaDataImport* import, const char16_t* name, mdTypeDef enclosing = 0);
     // The type at the end of a path of nested names, from the top-level type in.
     static mdTypeDef findNestedType(IMetaDataImport* import, std::initializer_list<const char16_t*> path);
-    // The first method of that name in the type; 0 if absent.
-    static mdMethodDef findMethod(IMetaDataImport* import, mdTypeDef type, const char16_t* name);
+    // The first method of that name in the type, or the first with that many
+    // parameters; 0 if there is none.
+    static mdMethodDef findMethod(IMetaDataImport* import, mdTypeDef type, const char16_t* name, int parameters = -1);
     // The signature of a method definition; empty if it has none.
     static std::span<const unsigned char> signatureOf(IMetaDataImport* import, mdMethodDef method);
     // The name of a method definition or member reference.

@@ -11,12 +11,6 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-std::string narrow(const char16_t* text) {
-    std::string out;
-    for (; *text != 0; ++text) out += static_cast<char>(*text);
-    return out;
-}
-
 void put32(Bytes& out, unsigned int value) {
     for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(value >> (8 * i)));
 }
@@ -51,7 +45,7 @@ protected:
                               import != nullptr ? import : info->importOf(shapes)};
         char16_t reason[160] = {};
         HRESULT hr = BodyVerifier::verify(method, reason, 160);
-        return hr == S_OK ? "ok" : narrow(reason);
+        return hr == S_OK ? "ok" : RealAssemblies::narrow(reason);
     }
 };
 

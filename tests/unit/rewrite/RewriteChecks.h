@@ -37,8 +37,8 @@ inline LocalSignature localSignature(IMetaDataImport* import, uint32_t token) {
 }  // namespace rewrite_checks
 
 // Returns the decoded body for further checks by the caller.
-inline DecodedBody checkRewritten(ProfilerInfoDouble& info, Profiler& profiler, ModuleID module,
-                                         mdMethodDef method, const unsigned char* body, bool returnsValue) {
+inline DecodedBody checkRewritten(ProfilerInfoDouble& info, Profiler& profiler, ModuleID module, mdMethodDef method,
+                                  const unsigned char* body) {
     using namespace rewrite_checks;
     IMetaDataImport* import = info.importOf(module);
     DecodedBody verified = DecodedBody::read(body);
@@ -91,6 +91,7 @@ inline DecodedBody checkRewritten(ProfilerInfoDouble& info, Profiler& profiler, 
                                                               static_cast<uint32_t>(original[11]) << 24);
     LocalSignature before = localSignature(import, incomingToken);
     LocalSignature after = localSignature(import, verified.localSigToken);
+    const bool returnsValue = returnType(RealAssemblies::signatureOf(import, method)) != ELEMENT_TYPE_VOID;
     EXPECT_EQ(after.count, before.count + (returnsValue ? 2 : 1));
     EXPECT_EQ(after.count, profiler.getLocalCount());
     EXPECT_GE(after.types.size(), before.types.size() + 1);

@@ -61,17 +61,10 @@ protected:
     // A method by type and name, in the shapes module; several overloads
     // (constructors) are told apart by their parameter count.
     mdMethodDef method(const char16_t* typeName, const char16_t* name, int parameters = -1) {
-        IMetaDataImport* import = info->importOf(shapes);
-        HCORENUM enumerator = nullptr;
-        mdMethodDef tokens[16];
-        ULONG count = 0;
-        import->EnumMethodsWithName(&enumerator, typeIn(shapes, {typeName}), name, tokens, 16, &count);
-        import->CloseEnum(enumerator);
-        for (ULONG i = 0; i < count; ++i) {
-            if (parameters < 0 || RealAssemblies::signatureOf(import, tokens[i])[1] == parameters) return tokens[i];
-        }
-        ADD_FAILURE() << "no method " << RealAssemblies::narrow(name);
-        return 0;
+        const mdMethodDef token =
+            RealAssemblies::findMethod(info->importOf(shapes), typeIn(shapes, {typeName}), name, parameters);
+        EXPECT_NE(token, 0u) << "no method " << RealAssemblies::narrow(name);
+        return token;
     }
 
     Rewrite rewrite(ModuleID module, mdMethodDef token) {
@@ -85,10 +78,6 @@ protected:
 
     Rewrite rewrite(const char16_t* typeName, const char16_t* name, int parameters = -1) {
         return rewrite(shapes, method(typeName, name, parameters));
-    }
-
-    bool returnsValue(ModuleID module, mdMethodDef token) {
-        return ::returnsValue(RealAssemblies::signatureOf(info->importOf(module), token));
     }
 
     ModuleID shapes = 0;

@@ -15,15 +15,6 @@ constexpr uint32_t kCall = 0x28;
 constexpr uint32_t kBox = 0x8C;
 constexpr uint32_t kLdobj = 0x71;
 
-// Calls of one token in order.
-unsigned int callsOf(const DecodedBody& verified, uint32_t token) {
-    unsigned int n = 0;
-    for (const DecodedBody::Instruction& instruction : verified.instructions) {
-        n += instruction.opcode == kCall && instruction.operand == token ? 1 : 0;
-    }
-    return n;
-}
-
 // The method's signature has a native integer where the engine refuses one.
 bool hasNativeInteger(IMetaDataImport* import, mdMethodDef method) {
     const auto signature = RealAssemblies::signatureOf(import, method);
@@ -32,17 +23,8 @@ bool hasNativeInteger(IMetaDataImport* import, mdMethodDef method) {
 
 // A ref or typed-reference return, which the engine leaves as it is.
 bool returnsByRef(IMetaDataImport* import, mdMethodDef method) {
-    const auto signature = RealAssemblies::signatureOf(import, method);
-    const unsigned char* p = signature.data() + 1;
-    ULONG skipped = 0;
-    auto skipNumber = [&] { p += CorSigUncompressData(p, static_cast<ULONG>(signature.data() + signature.size() - p), &skipped); };
-    if ((signature[0] & 0x10) != 0) skipNumber();  // generic parameter count
-    skipNumber();                                  // parameter count
-    while (*p == 0x1F || *p == 0x20) {
-        ++p;
-        skipNumber();
-    }
-    return p[0] == ELEMENT_TYPE_BYREF || p[0] == ELEMENT_TYPE_TYPEDBYREF;
+    const unsigned char type = returnType(RealAssemblies::signatureOf(import, method));
+    return type == ELEMENT_TYPE_BYREF || type == ELEMENT_TYPE_TYPEDBYREF;
 }
 
 }  // namespace
@@ -57,8 +39,7 @@ protected:
             refused.error = "not rewritten";
             return refused;
         }
-        return checkRewritten(*info, *profiler, shapes, outcome.method, outcome.body,
-                              returnsValue(shapes, outcome.method));
+        return checkRewritten(*info, *profiler, shapes, outcome.method, outcome.body);
     }
 };
 
@@ -89,7 +70,7 @@ TEST_F(TraceInjection, EveryShapeIsRewrittenOrRefusedAtItsStage) {
             EXPECT_EQ(profiler->getLastError(), nullptr);
             ASSERT_NE(outcome.body, nullptr);
             EXPECT_EQ(info->lastAllocation(), profiler->getBuilder()->getTotalSize());
-            checkRewritten(*info, *profiler, shapes, token, outcome.body, returnsValue(shapes, token));
+            checkRewritten(*info, *profiler, shapes, token, outcome.body);
             continue;
         }
         ++refused;
@@ -154,7 +135,7 @@ TEST_F(TraceInjection, ConstructorsTraceBehindTheBaseCallAndStructsBoxCopiesOfTh
         }
     }
     EXPECT_EQ(copies, 2u);
-    EXPECT_EQ(callsOf(boxed, profiler->getTraceToken(Profiler::kFinishValueTypeToken)), 1u);
+    EXPECT_EQ(boxed.count(kCall, profiler->getTraceToken(Profiler::kFinishValueTypeToken)), 1u);
     EXPECT_EQ(RealAssemblies::nameOf(info->importOf(shapes), profiler->getTraceToken(Profiler::kFinishValueTypeToken)),
               "finishValueTypeTrace");
 
@@ -237,8 +218,7 @@ TEST_P(FrameworkRewrite, EveryBodyVerifiesOrIsRefusedForNativeIntegers) {
         Rewrite outcome = rewrite(module, token);
         if (outcome.hr == S_OK) {
             ++rewritten;
-            DecodedBody verified =
-                checkRewritten(*info, *profiler, module, token, outcome.body, returnsValue(module, token));
+            DecodedBody verified = checkRewritten(*info, *profiler, module, token, outcome.body);
             if (!verified.ok() || HasFailure()) {
                 ADD_FAILURE() << info->bodiesOf(module).methodName(body.methodRow);
                 return;
