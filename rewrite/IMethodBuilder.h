@@ -40,6 +40,12 @@ public:
     [[nodiscard]] virtual HRESULT insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,
                                    unsigned int tryLength, unsigned int handlerOffset, unsigned int handlerLength,
                                    unsigned int filterOffset) = 0;
+    // Adds a filter clause between labels already in the code: the protected
+    // block from tryStart to tryEnd, the filter from filter, and the handler
+    // from handler to the end of the code. E_UNEXPECTED if a label is missing
+    // or a block would end before it starts.
+    [[nodiscard]] virtual HRESULT insertFilterClause(unsigned int tryStart, unsigned int tryEnd, unsigned int filter,
+                                                     unsigned int handler) = 0;
     virtual IMAGE_COR_ILMETHOD_SECT_FAT* getExceptionHeader() = 0;
     // No bounds check.
     virtual MethodBuilderEHClause* getExceptionClause(int index) = 0;

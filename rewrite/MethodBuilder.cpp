@@ -229,9 +229,6 @@ HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFl
     // A clause that names a place where no entry begins is refused before
     // anything changes.
     if (!areEntryStarts(positions, std::size(positions))) return E_UNEXPECTED;
-    header.Flags |= CorILMethod_MoreSects;
-    ehHeader.Kind |= CorILMethod_Sect_EHTable | CorILMethod_Sect_FatFormat;
-    ehHeader.DataSize += ehHeader.DataSize == 0 ? kSectionHeaderSize + kFatClauseSize : kFatClauseSize;
 
     MethodBuilderEHClause record{};
     record.clause.Flags = flags;
@@ -265,11 +262,36 @@ HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFl
         if (i < getILCount()) position += instructions[i]->size();
     }
     if (pending != 0) return E_UNEXPECTED;
+    return addClause(record);
+}
+
+HRESULT MethodBuilder::insertFilterClause(unsigned int tryStart, unsigned int tryEnd, unsigned int filter,
+                                          unsigned int handler) {
+    MethodBuilderEHClause record{};
+    record.clause.Flags = COR_ILEXCEPTION_CLAUSE_FILTER;
+    record.tryStartLabel = tryStart;
+    record.tryEndLabel = tryEnd;
+    record.filterLabel = filter;
+    record.handlerStartLabel = handler;
+    const int places[] = {findLabel(tryStart), findLabel(tryEnd), findLabel(filter), findLabel(handler)};
+    for (int place : places) {
+        if (place < 0) return E_UNEXPECTED;
+    }
+    if (places[1] < places[0] || places[3] < places[2]) return E_UNEXPECTED;
+    record.handlerEndLabel = getLabel(getILCount());
+    return record.handlerEndLabel == 0 ? E_OUTOFMEMORY : addClause(record);
+}
+
+HRESULT MethodBuilder::addClause(const MethodBuilderEHClause& record) {
     try {
         clauses.push_back(record);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
+    header.Flags |= CorILMethod_MoreSects;
+    ehHeader.Kind |= CorILMethod_Sect_EHTable | CorILMethod_Sect_FatFormat;
+    ehHeader.DataSize += ehHeader.DataSize == 0 ? kSectionHeaderSize + kFatClauseSize : kFatClauseSize;
+    // Labels placed on the way reach the label map at the next layout.
     offsetsValid = false;
     targetsValid = false;
     return S_OK;

@@ -21,6 +21,8 @@ public:
     HRESULT insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,
                            unsigned int tryLength, unsigned int handlerOffset, unsigned int handlerLength,
                            unsigned int filterOffset) override;
+    HRESULT insertFilterClause(unsigned int tryStart, unsigned int tryEnd, unsigned int filter,
+                               unsigned int handler) override;
     IMAGE_COR_ILMETHOD_SECT_FAT* getExceptionHeader() override;
     MethodBuilderEHClause* getExceptionClause(int index) override;
     unsigned int getHeaderSize() override;
@@ -41,6 +43,7 @@ public:
 private:
     [[nodiscard]] HRESULT insertInstruction(unsigned int index, InstructionPtr instruction);
     [[nodiscard]] HRESULT createBranchLabel(unsigned int index);
+    [[nodiscard]] HRESULT addClause(const MethodBuilderEHClause& record);
     int findInstruction(unsigned int index, int distance);
     unsigned int getLabel(unsigned int index);
     bool areEntryStarts(const unsigned long* positions, unsigned int count);

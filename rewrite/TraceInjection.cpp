@@ -521,22 +521,9 @@ HRESULT Profiler::updateCatchTrace() {
     if (FAILED(hr)) return hr;
 
     // The added clause is the last one, so it encloses all incoming clauses.
-    int tryStart =
-        current.builder->findLabel(current.context->isInstanceTypeInitializer() ? LABEL_CTOR_BODY : LABEL_METHOD_BODY);
-    int tryEnd = current.builder->findLabel(LABEL_TRY_END);
-    int filter = current.builder->findLabel(LABEL_CATCH_TRACE);
-    int handler = current.builder->findLabel(LABEL_FILTER_HANDLER);
-    int codeSize = static_cast<int>(current.builder->getCodeSize());
-    if (tryStart < 0 || tryEnd < 0 || filter < 0 || handler < 0 || codeSize < 0) return E_UNEXPECTED;
-    int tryOffset = static_cast<int>(current.builder->getILByteIndex(static_cast<unsigned int>(tryStart)));
-    int tryLength = static_cast<int>(current.builder->getILByteIndex(static_cast<unsigned int>(tryEnd))) - tryOffset;
-    int filterOffset = static_cast<int>(current.builder->getILByteIndex(static_cast<unsigned int>(filter)));
-    int handlerOffset = static_cast<int>(current.builder->getILByteIndex(static_cast<unsigned int>(handler)));
-    if (tryOffset < 0 || tryLength < 0 || filterOffset < 0 || handlerOffset < filterOffset) return E_UNEXPECTED;
-    hr = current.builder->insertEHClause(0, COR_ILEXCEPTION_CLAUSE_FILTER, static_cast<unsigned int>(tryOffset),
-                                         static_cast<unsigned int>(tryLength), static_cast<unsigned int>(handlerOffset),
-                                         static_cast<unsigned int>(codeSize - handlerOffset),
-                                         static_cast<unsigned int>(filterOffset));
+    hr = current.builder->insertFilterClause(
+        current.context->isInstanceTypeInitializer() ? LABEL_CTOR_BODY : LABEL_METHOD_BODY, LABEL_TRY_END,
+        LABEL_CATCH_TRACE, LABEL_FILTER_HANDLER);
     current.minStack = atLeast(current.minStack, 3);
     current.stackGrowth = atLeast(current.stackGrowth, 2);
     return hr;
