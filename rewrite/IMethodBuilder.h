@@ -7,10 +7,12 @@
 #pragma once
 
 #include <cstdio>
+#include <vector>
 
 #include "rewrite/IILInstruction.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorILMethod.h"
+#include "runtime/ProfilerStructs.h"
 
 // One exception clause as the builder keeps it: the clause as written out, and
 // the labels of its places, from which the offsets are refilled at each layout.
@@ -72,6 +74,9 @@ public:
     virtual unsigned int getILByteIndex(unsigned int index) = 0;
     // Entries, labels and switch entries included.
     virtual unsigned int getILCount() = 0;
+    // For each entry decoded from incoming code, its offset there beside its
+    // byte index once the branches are settled: what stack traces map back.
+    [[nodiscard]] virtual HRESULT mapOrigins(std::vector<COR_IL_MAP>& map) = 0;
     // Instruction index of the label as of the last layout, -1 if absent.
     virtual int findLabel(unsigned int label) = 0;
     // Listing in 8-bit text; origin is the byte index where the method's own

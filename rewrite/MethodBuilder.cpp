@@ -353,6 +353,18 @@ void MethodBuilder::placeLabel(unsigned int label, unsigned int index) {
     (*places)[slot] = static_cast<int>(index);
 }
 
+HRESULT MethodBuilder::mapOrigins(std::vector<COR_IL_MAP>& map) {
+    HRESULT hr = updateTargets();
+    if (FAILED(hr)) return hr;
+    updateOffsetsAndLabels();
+    for (const InstructionPtr& instruction : instructions) {
+        if (instruction->origin() != IILInstruction::kNoOrigin) {
+            map.push_back({instruction->origin(), instruction->offset(), TRUE});
+        }
+    }
+    return S_OK;
+}
+
 int MethodBuilder::findLabel(unsigned int label) {
     updateOffsetsAndLabels();
     if (label < kLabelRun) return label < builderLabels.size() ? builderLabels[label] : -1;

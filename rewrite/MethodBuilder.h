@@ -37,6 +37,7 @@ public:
     HRESULT insertIL(unsigned int index, const unsigned char* code, unsigned int length) override;
     unsigned int getILByteIndex(unsigned int index) override;
     unsigned int getILCount() override;
+    HRESULT mapOrigins(std::vector<COR_IL_MAP>& map) override;
     int findLabel(unsigned int label) override;
     int print(FILE* stream, unsigned int origin) override;
 

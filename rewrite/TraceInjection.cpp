@@ -147,11 +147,7 @@ void Profiler::mapOriginalOffsets() {
     FunctionID function = current.context->getFunctionID();
     try {
         std::vector<COR_IL_MAP> map;
-        for (unsigned int i = 0; i < current.builder->getILCount(); ++i) {
-            unsigned int origin = current.builder->getIL(i)->origin();
-            if (origin != IILInstruction::kNoOrigin) map.push_back({origin, current.builder->getILByteIndex(i), TRUE});
-        }
-        if (map.empty()) return;
+        if (FAILED(current.builder->mapOrigins(map)) || map.empty()) return;
         if (function == 0) {
             loadTimeMaps[MethodKey(current.context->getModuleID(), current.context->getMethodDef())] = std::move(map);
         } else {
