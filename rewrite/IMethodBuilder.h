@@ -32,6 +32,10 @@ public:
 
     virtual ~IMethodBuilder() = default;
 
+    // Empty again, as newInstance makes it, keeping the lists it grew (up to
+    // a bound) for the next body.
+    virtual void clear() = 0;
+
     // The header to be written; callers change flags, MaxStack and
     // LocalVarSigTok through it. CodeSize is filled by writeToBuffer.
     virtual IMAGE_COR_ILMETHOD_FAT* getFatHeader() = 0;

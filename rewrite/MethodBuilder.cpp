@@ -18,6 +18,7 @@ constexpr unsigned int kFatClauseSize = 24;
 constexpr unsigned int kNoByteIndex = 0xFFFFFFFF;
 constexpr unsigned int kFirstTraceLabel = 0x80000000;
 constexpr unsigned int kLabelRun = 1u << 16;
+constexpr size_t kKeptEntries = 4096;
 
 // Pending places of a clause while insertEHClause looks for them.
 enum PendingPlace : unsigned int {
@@ -49,6 +50,26 @@ HRESULT IMethodBuilder::insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_F
 MethodBuilder::MethodBuilder() : header{}, ehHeader{} {
     header.Flags = CorILMethod_FatFormat;
     header.Size = kFatSizeInWords;
+}
+
+void MethodBuilder::clear() {
+    // A body far above the usual size leaves none of its lists behind.
+    if (instructions.capacity() > kKeptEntries) {
+        *this = MethodBuilder();
+        return;
+    }
+    instructions.clear();
+    clauses.clear();
+    builderLabels.clear();
+    traceLabels.clear();
+    otherLabels.clear();
+    header = IMAGE_COR_ILMETHOD_FAT{};
+    header.Flags = CorILMethod_FatFormat;
+    header.Size = kFatSizeInWords;
+    ehHeader = IMAGE_COR_ILMETHOD_SECT_FAT{};
+    offsetsValid = false;
+    targetsValid = false;
+    nextLabel = 1;
 }
 
 IMAGE_COR_ILMETHOD_FAT* MethodBuilder::getFatHeader() { return &header; }

@@ -16,6 +16,7 @@ public:
     using IMethodBuilder::insertEHClause;
     using IMethodBuilder::insertIL;
 
+    void clear() override;
     IMAGE_COR_ILMETHOD_FAT* getFatHeader() override;
     void copyHeader(const IMAGE_COR_ILMETHOD* source) override;
     HRESULT insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,

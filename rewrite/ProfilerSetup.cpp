@@ -48,11 +48,6 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
         hr = E_FAIL;
     }
 
-    AutoPointer<IMethodBuilder> newBuilder;
-    if (SUCCEEDED(hr)) {
-        newBuilder = IMethodBuilder::newInstance();
-        if (newBuilder.get() == nullptr) hr = E_OUTOFMEMORY;
-    }
     LPCBYTE body = nullptr;
     ULONG bodySize = 0;
     if (SUCCEEDED(hr))
@@ -66,6 +61,14 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     if (SUCCEEDED(hr)) {
         newBuffer = IMethodBuffer::newInstance(body);
         if (newBuffer.get() == nullptr) hr = E_OUTOFMEMORY;
+    }
+    // The builder of the last method serves again, with the lists it grew.
+    AutoPointer<IMethodBuilder> newBuilder;
+    if (SUCCEEDED(hr)) {
+        newBuilder = std::move(current.builder);
+        if (newBuilder.get() != nullptr) newBuilder->clear();
+        if (newBuilder.get() == nullptr) newBuilder = IMethodBuilder::newInstance();
+        if (newBuilder.get() == nullptr) hr = E_OUTOFMEMORY;
     }
     if (SUCCEEDED(hr)) {
         current = MethodRewrite{};
