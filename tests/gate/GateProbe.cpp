@@ -18,11 +18,7 @@ namespace {
 using Text = std::basic_string<char16_t>;
 
 void printText(const char* key, bool present, const Text& value) {
-    if (present) {
-        printf_8("%s=%S\n", key, value.c_str());
-    } else {
-        printf_8("%s=-\n", key);
-    }
+    printf_8(present ? "%s=%S\n" : "%s=-\n", key, value.c_str());
 }
 
 void printFlag(const char* key, bool value) { printf_8("%s=%d\n", key, value ? 1 : 0); }

@@ -13,9 +13,11 @@ GateInstallation::GateInstallation() {
     writeProfile();
 }
 
-std::vector<std::string> GateInstallation::environment() const {
-    return {"com.tarn.harrowlite.agentProfile=" + profilePath(), "TMS_DIAGNOSTICS_ENABLED=1",
-            "LD_PRELOAD=" + library()};
+std::vector<std::string> GateInstallation::environment(const std::vector<std::string>& extra) const {
+    std::vector<std::string> entries{"com.tarn.harrowlite.agentProfile=" + profilePath(), "TMS_DIAGNOSTICS_ENABLED=1",
+                                     "LD_PRELOAD=" + library()};
+    entries.insert(entries.end(), extra.begin(), extra.end());
+    return entries;
 }
 
 ProbeProcess GateInstallation::run(const std::string& hostName, const std::vector<std::string>& arguments,

@@ -20,8 +20,9 @@ public:
     std::string host(const std::string& name) const { return scratch.path("bin/" + name); }
 
     // The environment most runs start from: the default profile, the
-    // diagnostic log on, and the stand-in library mapped into the process.
-    std::vector<std::string> environment() const;
+    // diagnostic log on, and the stand-in library mapped into the process;
+    // then the entries of extra.
+    std::vector<std::string> environment(const std::vector<std::string>& extra = {}) const;
 
     // Runs the host link name with these arguments after it, in the scratch
     // root as working directory.

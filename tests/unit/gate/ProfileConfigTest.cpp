@@ -9,18 +9,12 @@
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-using ::testing::Not;
 
 namespace {
 
 // An installation with two existing profiles beside the default one.
 class ProfileConfig : public ::testing::Test {
 protected:
-    void SetUp() override {
-        shop = installation.write("shop.properties", "agent.name=shop\n");
-        billing = installation.write("billing.properties", "agent.name=billing\n");
-    }
-
     ProbeProcess runWithConfig(const std::string& config, const std::string& host, const std::vector<std::string>& arguments) {
         installation.write("AgentProfile.config", config);
         return installation.run(host, arguments, installation.environment());
@@ -31,31 +25,12 @@ protected:
         return linesAfterDump(installation.diagnosticLog(program));
     }
 
-    std::string configPath() const { return installation.profiles() + "/AgentProfile.config"; }
-
     GateInstallation installation;
-    std::string shop;
-    std::string billing;
+    const std::string shop = installation.write("shop.properties", "agent.name=shop\n");
+    const std::string billing = installation.write("billing.properties", "agent.name=billing\n");
 };
 
 } // namespace
-
-TEST_F(ProfileConfig, MissingProfileLetsTheNextRuleTry) {
-    const ProbeProcess run = runWithConfig("ForProcess app.exe\n"
-                                       "use missing.properties\n"
-                                       "ForProcess app.*\n"
-                                       "use billing.properties\n",
-                                       "app.exe", {});
-    EXPECT_EQ(run["custom.config"], billing) << run.describe();
-    const std::string missing = installation.profiles() + "/missing.properties";
-    EXPECT_THAT(words("app"), ElementsAre("app pool: ", "process name: app.exe", "dll name: ",
-                                          "parsed command: ForProcess value: app.exe",
-                                          "parsed command: use value: missing.properties",
-                                          "Matched for profile: " + missing, "Profile not found: " + missing,
-                                          "parsed command: ForProcess value: app.*",
-                                          "parsed command: use value: billing.properties",
-                                          "Matched for profile: " + billing, "Opening " + billing));
-}
 
 TEST_F(ProfileConfig, RulesChooseTheFirstProfileThatFits) {
     struct Case {
@@ -105,13 +80,21 @@ TEST_F(ProfileConfig, RulesChooseTheFirstProfileThatFits) {
     }
 }
 
-TEST_F(ProfileConfig, MalformedLayoutsStopReading) {
+TEST_F(ProfileConfig, RuleWalksAreLoggedAndMalformedLayoutsStopReading) {
     struct Case {
         std::string config;
-        std::vector<std::string> parsed; // the words after the three subject lines
+        std::vector<std::string> parsed;  // the words after the three subject lines
+        std::string chosen = "";          // "" for none: the default profile is opened
     };
     const std::string shopLine = "parsed command: use value: shop.properties";
-    const std::vector<Case> cases {
+    const std::string missing = installation.profiles() + "/missing.properties";
+    const std::vector<Case> cases{
+        // A missing profile lets the next rule try.
+        {"ForProcess app.exe\nuse missing.properties\nForProcess app.*\nuse billing.properties\n",
+         {"parsed command: ForProcess value: app.exe", "parsed command: use value: missing.properties",
+          "Matched for profile: " + missing, "Profile not found: " + missing, "parsed command: ForProcess value: app.*",
+          "parsed command: use value: billing.properties", "Matched for profile: " + billing},
+         billing},
         {"use shop.properties\nForProcess app.exe\nuse shop.properties\n",
          {shopLine, "Invalid match command  on line: 1"}},
         {"Whatever app.exe\nForProcess app.exe\nuse shop.properties\n",
@@ -127,16 +110,15 @@ TEST_F(ProfileConfig, MalformedLayoutsStopReading) {
     };
     for (const Case& c : cases) {
         const ProbeProcess run = runWithConfig(c.config, "app.exe", {});
-        EXPECT_EQ(run["custom.config"], "") << c.config << run.describe();
+        EXPECT_EQ(run["custom.config"], c.chosen) << c.config << run.describe();
         std::vector<std::string> expected {"app pool: ", "process name: app.exe", "dll name: "};
         expected.insert(expected.end(), c.parsed.begin(), c.parsed.end());
-        expected.push_back("Opening " + installation.profilePath());
+        expected.push_back("Opening " + (c.chosen.empty() ? installation.profilePath() : c.chosen));
         EXPECT_THAT(words("app"), ElementsAreArray(expected)) << c.config;
     }
 }
 
-TEST_F(ProfileConfig, ProfileFolderAndConfigFileProblems) {
-    // A profile given without any '/' is found in the working directory.
+TEST_F(ProfileConfig, AProfileWithoutASlashIsFoundInTheWorkingDirectory) {
     installation.files().write("plain.properties", "a=b\n");
     const ProbeProcess plain = installation.run(
         "app.exe", {}, {"com.tarn.harrowlite.agentProfile=plain.properties", "TMS_DIAGNOSTICS_ENABLED=1", "LD_PRELOAD=" + installation.library()});
@@ -145,11 +127,4 @@ TEST_F(ProfileConfig, ProfileFolderAndConfigFileProblems) {
     EXPECT_EQ(plain["agent.profile"], installation.files().path("plain.properties"));
     EXPECT_THAT(words("app"), ElementsAre("invalid agent profile: plain.properties",
                                           "Opening " + installation.files().path("plain.properties")));
-
-    // No AgentProfile.config: the default profile stands.
-    const ProbeProcess noConfig = installation.run("app.exe", {}, installation.environment());
-    EXPECT_EQ(noConfig["custom.config"], "") << noConfig.describe();
-    EXPECT_EQ(noConfig["agent.profile"], installation.profilePath());
-    EXPECT_THAT(words("app"), ElementsAre("failed to open: " + configPath(), "Opening " + installation.profilePath()));
 }
-

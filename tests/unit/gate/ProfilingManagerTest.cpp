@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -9,7 +8,6 @@
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::Not;
 
 namespace {
@@ -30,11 +28,9 @@ struct CommandLine {
 
 TEST(ProfilingManager, AnalysesTheDotnetCommandLine) {
     GateInstallation installation;
-    const std::vector<CommandLine> cases {
+    const std::vector<CommandLine> cases{
         {"dotnet", {"build"}, "1", "dotnet.cmd", "-", "1"},
-        {"dotnet", {"run", "--project", "app.csproj"}, "1", "dotnet.cmd", "-", "1"},
         {"dotnet", {}, "1", "dotnet.cmd", "-", "1"},
-        {"dotnet", {"exec", "app.dll"}, "0", "app", "app.dll", "1"},
         {"dotnet", {"exec", "--runtimeconfig", "x.json", "bin/app.dll"}, "0", "app", "bin/app.dll", "1"},
         {"dotnet", {"--fx-version", "6.0", "app.dll"}, "0", "app", "app.dll", "1"},
         {"dotnet", {"/opt/MSBuild.dll"}, "1", "MSBuild", "/opt/MSBuild.dll", "1"},
@@ -67,16 +63,14 @@ TEST(ProfilingManager, PickFirstLetsExactlyOneRuntimeThrough) {
     EXPECT_EQ(run["clr.0.v4"], kPass);
     EXPECT_EQ(run["clr.1.v4"], kCancel);
 
-    std::vector<std::string> environment = installation.environment();
-    environment.push_back("GATE_PROBE_RUNTIMES=1,4,2");
-    const ProbeProcess withVersionOne = installation.run("dotnet", {"app.dll"}, environment);
+    const ProbeProcess withVersionOne =
+        installation.run("dotnet", {"app.dll"}, installation.environment({"GATE_PROBE_RUNTIMES=1,4,2"}));
     EXPECT_EQ(withVersionOne["clr.0.v1"], kCancel) << withVersionOne.describe(); // version 1 never passes
     EXPECT_EQ(withVersionOne["clr.1.v4"], kPass);
     EXPECT_EQ(withVersionOne["clr.2.v2"], kCancel);
 
-    environment = installation.environment();
-    environment.push_back("GATE_PROBE_CONCURRENT=1");
-    const ProbeProcess concurrent = installation.run("dotnet", {"app.dll"}, environment);
+    const ProbeProcess concurrent =
+        installation.run("dotnet", {"app.dll"}, installation.environment({"GATE_PROBE_CONCURRENT=1"}));
     const std::string results = concurrent["clr.concurrent"];
     EXPECT_TRUE(results == std::string(kPass) + "," + kCancel || results == std::string(kCancel) + "," + kPass)
         << concurrent.describe();
@@ -84,57 +78,45 @@ TEST(ProfilingManager, PickFirstLetsExactlyOneRuntimeThrough) {
 
 TEST(ProfilingManager, MultipleRuntimesKeyCountsTokensNotWords) {
     GateInstallation installation;
-    struct Case {
-        std::string value;
-        std::string pick;
-        std::string first;
-        std::string second;
-    };
     // The two-argument tokenizer yields empty tokens for any word, and an empty
     // token names both versions; only delimiters alone keep pick first.
-    const std::vector<Case> cases {
-        {"V4", "many", kPass, kPass},
-        {"v4.0.30319, v2.0.50727", "many", kPass, kPass},
-        {"v2.0.50727", "many", kPass, kPass},
-        {"anything", "many", kPass, kPass},
-        {",", "first", kPass, kCancel},
-        {", ,\t,", "first", kPass, kCancel},
+    const std::pair<std::string, std::string> cases[] = {
+        {"V4", "many"},
+        {"v4.0.30319, v2.0.50727", "many"},
+        {"v2.0.50727", "many"},
+        {"anything", "many"},
+        {",", "first"},
+        {", ,\t,", "first"},
+        // An empty value can only come from the environment: the file reader stores no empty value.
+        {"", "many"},
     };
-    for (const Case& c : cases) {
-        installation.write("default.properties",
-                                  "com.tarn.harrowlite.nativeprofiler.monitor.inprocsxs.multiple.clrs=" + c.value + "\n");
-        std::vector<std::string> environment = installation.environment();
-        environment.push_back("GATE_PROBE_RUNTIMES=4,2,4");
+    for (const auto& [value, pick] : cases) {
+        const std::string key = "com.tarn.harrowlite.nativeprofiler.monitor.inprocsxs.multiple.clrs";
+        installation.write("default.properties", value.empty() ? "agent.name=default\n" : key + "=" + value + "\n");
+        std::vector<std::string> environment = installation.environment({"GATE_PROBE_RUNTIMES=4,2,4"});
+        if (value.empty())
+            environment.push_back("TMSENV_COM_TARN_HARROWLITE_NATIVEPROFILER_MONITOR_INPROCSXS_MULTIPLE_CLRS=");
         const ProbeProcess run = installation.run("dotnet", {"app.dll"}, environment);
-        const std::string label = "value '" + c.value + "'\n" + run.describe();
-        EXPECT_EQ(run["pick"], c.pick) << label;
-        EXPECT_EQ(run["clr.0.v4"], c.first) << label;
-        EXPECT_EQ(run["clr.1.v2"], c.second) << label;
-        // Pick many: both versions' bits are in the mask, so a version asks again with success.
-        EXPECT_EQ(run["clr.2.v4"], c.pick == "many" ? kPass : kCancel) << label;
+        const std::string label = "value '" + value + "'\n" + run.describe();
+        EXPECT_EQ(run["pick"], pick) << label;
+        // The first runtime always passes. Pick many: both versions' bits are
+        // in the mask, so the other version passes, and a version that asks
+        // again passes too.
+        const char* others = pick == "many" ? kPass : kCancel;
+        EXPECT_EQ(run["clr.0.v4"], kPass) << label;
+        EXPECT_EQ(run["clr.1.v2"], others) << label;
+        EXPECT_EQ(run["clr.2.v4"], others) << label;
     }
-
-    // An empty value can only come from the environment: the file reader stores no empty value.
-    installation.write("default.properties", "agent.name=default\n");
-    std::vector<std::string> environment = installation.environment();
-    environment.push_back("TMSENV_COM_TARN_HARROWLITE_NATIVEPROFILER_MONITOR_INPROCSXS_MULTIPLE_CLRS=");
-    environment.push_back("GATE_PROBE_RUNTIMES=4,2");
-    const ProbeProcess empty = installation.run("dotnet", {"app.dll"}, environment);
-    EXPECT_EQ(empty["pick"], "many") << empty.describe();
-    EXPECT_EQ(empty["clr.0.v4"], kPass);
-    EXPECT_EQ(empty["clr.1.v2"], kPass);
 }
 
 TEST(ProfilingManager, PropertiesCanRefuseTheProcess) {
     GateInstallation installation;
-    installation.write("default.properties",
-                              "TMS_ENABLED=false\n");
+    installation.write("default.properties", "TMS_ENABLED=false\n");
     const ProbeProcess disabled = installation.run("dotnet", {"app.dll"}, installation.environment());
     EXPECT_EQ(disabled["properties"], "1") << disabled.describe();
     EXPECT_EQ(disabled["clr.0.v4"], kCancel);
 
-    installation.write("default.properties",
-                              "harrowlite.agent.dotnet.monitorApplications.exclude=Other, MyApp\n");
+    installation.write("default.properties", "harrowlite.agent.dotnet.monitorApplications.exclude=Other, MyApp\n");
     const ProbeProcess excluded = installation.run("dotnet", {"exec", "/srv/myapp.dll"}, installation.environment());
     EXPECT_EQ(excluded["clr.0.v4"], kCancel) << excluded.describe();
     EXPECT_THAT(installation.diagnosticLog("dotnet"), Contains("Ignoring dotnet application myapp"));
@@ -145,7 +127,7 @@ TEST(ProfilingManager, PropertiesCanRefuseTheProcess) {
 
     // Another host has no application name: the exclude list is not looked at.
     installation.write("default.properties",
-                              "harrowlite.agent.dotnet.monitorApplications.exclude=myhost,myapp,dotnet\n");
+                       "harrowlite.agent.dotnet.monitorApplications.exclude=myhost,myapp,dotnet\n");
     const ProbeProcess otherHost = installation.run("myhost", {"myapp.dll"}, installation.environment());
     EXPECT_EQ(otherHost["clr.0.v4"], kPass) << otherHost.describe();
 }
@@ -174,19 +156,17 @@ TEST(ProfilingManager, AgentProfileComesFromTheFirstSourceAndIsMadeCanonical) {
     const std::string canonical = installation.profilePath();
     const std::string relative = "agent/profiles/../profiles/default.properties";
     const std::string other = installation.write("other.properties", "a=b\n");
-    struct Case {
-        std::vector<std::string> environment;
-        std::string expected;
+    const std::vector<std::vector<std::string>> environments{
+        {"TMSENV_AGENT_PROFILE=" + relative},
+        {"com.tarn.harrowlite.AgentProfile=" + relative},
+        {"com.tarn.harrowlite.agentProfile=" + canonical, "TMSENV_AGENT_PROFILE=" + other},
+        {"TMSENV_AGENT_PROFILE=" + canonical, "com.tarn.harrowlite.AgentProfile=" + other},
     };
-    const std::vector<Case> cases {
-        {{"TMSENV_AGENT_PROFILE=" + relative}, canonical},
-        {{"com.tarn.harrowlite.AgentProfile=" + relative}, canonical},
-        {{"com.tarn.harrowlite.agentProfile=" + canonical, "TMSENV_AGENT_PROFILE=" + other}, canonical},
-        {{"TMSENV_AGENT_PROFILE=" + canonical, "com.tarn.harrowlite.AgentProfile=" + other}, canonical},
-    };
-    for (const Case& c : cases) {
-        const ProbeProcess run = installation.run("dotnet", {"app.dll"}, c.environment);
-        EXPECT_EQ(run["agent.profile"], c.expected) << ::testing::PrintToString(c.environment) << run.describe();
+    for (const std::vector<std::string>& environment : environments) {
+        const ProbeProcess run = installation.run("dotnet", {"app.dll"}, environment);
+        EXPECT_EQ(run["agent.profile"], canonical) << ::testing::PrintToString(environment) << run.describe();
+        // Without an AgentProfile.config no custom profile is chosen.
+        EXPECT_EQ(run["custom.config"], "");
         EXPECT_EQ(run["properties"], "1");
         EXPECT_EQ(run["clr.0.v4"], kPass);
     }

@@ -28,22 +28,16 @@ protected:
         return info->addFunction(module, token);
     }
 
-    // Class and assembly of the cached getter, as text.
-    std::pair<std::string, std::string> className() {
+    // A cached class, or base class, and its assembly, as text.
+    using NameGetter = HRESULT (IMetaDataContext::*)(char16_t**, char16_t**);
+    std::pair<std::string, std::string> names(NameGetter getter) {
         char16_t* assembly = nullptr;
         char16_t* name = nullptr;
-        HRESULT hr = context->getClassName(&assembly, &name);
-        EXPECT_EQ(hr, S_OK);
+        EXPECT_EQ(((*context).*getter)(&assembly, &name), S_OK);
         return {RealAssemblies::narrow(assembly), RealAssemblies::narrow(name)};
     }
-
-    // Base class and its assembly, as text; hr receives the result.
-    std::pair<std::string, std::string> parentName(HRESULT& hr) {
-        char16_t* assembly = nullptr;
-        char16_t* name = nullptr;
-        hr = context->getParentName(&assembly, &name);
-        return {RealAssemblies::narrow(assembly), RealAssemblies::narrow(name)};
-    }
+    std::pair<std::string, std::string> className() { return names(&IMetaDataContext::getClassName); }
+    std::pair<std::string, std::string> parentName() { return names(&IMetaDataContext::getParentName); }
 
     std::string methodName() {
         char16_t* name = nullptr;
@@ -54,12 +48,13 @@ protected:
     using NameList = std::vector<std::pair<std::string, std::string>>;
     using ListGetter = HRESULT (IMetaDataContext::*)(char16_t***, char16_t***, unsigned int*);
 
-    // A cached list as (assembly, class) pairs; hr receives the result.
-    NameList list(ListGetter getter, HRESULT& hr) {
+    // A cached list as (assembly, class) pairs.
+    NameList list(ListGetter getter) {
         char16_t** assemblies = nullptr;
         char16_t** classes = nullptr;
         unsigned int count = 0;
-        hr = ((*context).*getter)(&assemblies, &classes, &count);
+        HRESULT hr = ((*context).*getter)(&assemblies, &classes, &count);
+        EXPECT_EQ(hr, S_OK);
         NameList names;
         for (unsigned int i = 0; SUCCEEDED(hr) && i < count; ++i) {
             names.emplace_back(RealAssemblies::narrow(assemblies[i]), RealAssemblies::narrow(classes[i]));

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "platform/Text16.h"
 #include "support/RealAssemblies.h"
@@ -89,12 +90,8 @@ TEST(Text16, StrchrNeverFindsTheTerminatorButStrrchrDoes) {
     EXPECT_EQ(strchr_u16(text, 0), nullptr);
     EXPECT_EQ(strrchr_u16(text, u'b'), text + 4);
     EXPECT_EQ(strrchr_u16(text, 0), text + 6);
-
-}
-
-TEST(Text16, StrrchrWalksBelowTheStartForAMissingUnit) {
-    // The unit is absent from the string that starts at index 2: the walk
-    // leaves the string and stops at the first one in memory below it.
+    // A unit absent from the string that starts at index 2: the walk leaves
+    // the string and stops at the first one in memory below it.
     const char16_t storage[] = {u'x', u'y', u'a', u'b', 0};
     EXPECT_EQ(strrchr_u16(storage + 2, u'x'), storage);
     EXPECT_EQ(strrchr_u16(storage + 2, u'y'), storage + 1);
@@ -116,34 +113,23 @@ TEST(Text16, AtoiAndIsdigitLookAtLowBytes) {
     // U+0134 has the low byte '4'.
     EXPECT_EQ(atoi_u16(u"1\x0134"), 14);
 
-    EXPECT_TRUE(isdigit_u16(u'7'));
-    EXPECT_TRUE(isdigit_u16(u'\x0137'));
-    EXPECT_TRUE(isdigit_u16(u'\x4530'));
-    EXPECT_FALSE(isdigit_u16(u'\x0660'));
-    EXPECT_FALSE(isdigit_u16(0));
-    EXPECT_FALSE(isdigit_u16(u'a'));
+    for (char16_t digit : {u'7', u'\x0137', u'\x4530'}) EXPECT_TRUE(isdigit_u16(digit)) << int(digit);
+    for (char16_t other : {u'\x0660', u'\0', u'a'}) EXPECT_FALSE(isdigit_u16(other)) << int(other);
 }
 
 TEST(Text16, StrtokWalksOverDelimitersNotTokens) {
-    // A string that begins with an ordinary unit: an empty token, and the
-    // first unit is overwritten.
+    // A string that begins with an ordinary unit gives an empty token, that
+    // unit overwritten; the next call loses 'b' the same way. A run of
+    // delimiters comes back as a token, losing the unit behind it; then only
+    // the terminator is left.
     char16_t text[] = u"ab,c";
-    char16_t* first = strtok_u16(text, u",");
-    EXPECT_EQ(first, text);
-    EXPECT_EQ(u16(first), u"");
-    EXPECT_EQ(text[0], 0);
-    // The next call starts behind it, and loses 'b' the same way.
-    char16_t* second = strtok_u16(nullptr, u",");
-    EXPECT_EQ(second, text + 1);
-    EXPECT_EQ(u16(second), u"");
-    // A run of delimiters comes back as a token, losing the unit behind it.
-    char16_t* third = strtok_u16(nullptr, u",");
-    EXPECT_EQ(third, text + 2);
-    EXPECT_EQ(u16(third), u",");
-    // Only the terminator is left.
-    char16_t* fourth = strtok_u16(nullptr, u",");
-    EXPECT_EQ(fourth, text + 4);
-    EXPECT_EQ(u16(fourth), u"");
+    const std::pair<long, u16> tokens[] = {{0, u""}, {1, u""}, {2, u","}, {4, u""}};
+    char16_t* from = text;
+    for (const auto& [at, token] : tokens) {
+        char16_t* found = strtok_u16(std::exchange(from, nullptr), u",");
+        ASSERT_EQ(found, text + at);
+        EXPECT_EQ(u16(found), token) << "token at " << at;
+    }
     EXPECT_EQ(strtok_u16(nullptr, u","), nullptr);
 
     char16_t onlyDelimiters[] = u";;";

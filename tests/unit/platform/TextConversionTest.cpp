@@ -9,10 +9,7 @@ using u16 = std::basic_string<char16_t>;
 TEST(TextConversion, WideningSignExtendsAndNarrowingKeepsTheLowByte) {
     u16 wide;
     FromChar8("a\xE9z", wide);
-    ASSERT_EQ(wide.size(), 3u);
-    EXPECT_EQ(wide[0], u'a');
-    EXPECT_EQ(wide[1], 0xFFE9);
-    EXPECT_EQ(wide[2], u'z');
+    EXPECT_EQ(wide, u"a\xFFE9z");
 
     std::string narrow;
     FromChar16(wide.c_str(), narrow);
@@ -20,10 +17,7 @@ TEST(TextConversion, WideningSignExtendsAndNarrowingKeepsTheLowByte) {
 
     // U+0141 narrows to 'A'; a unit with low byte 0 stays as an embedded 0.
     FromChar16(u"\x0141\x0100x", narrow);
-    ASSERT_EQ(narrow.size(), 3u);
-    EXPECT_EQ(narrow[0], 'A');
-    EXPECT_EQ(narrow[1], '\0');
-    EXPECT_EQ(narrow[2], 'x');
+    EXPECT_EQ(narrow, std::string("A\0x", 3));
 
     // The output is replaced, not appended to.
     FromChar8("", wide);

@@ -7,20 +7,14 @@
 #include "policy/Properties.h"
 #include "sampling/TraceProfiler.h"
 
-namespace {
-
-// A thread session on a managed thread that is already known.
-int startOnThread(TraceProfiler& profiler, ThreadID thread) {
-    trace_profiler_session session;
-    session.nativeThread = 7;
-    session.thread = thread;
-    return profiler.StartProfilingWithSession(session);
-}
-
 TEST(TraceProfiler, ReadersAnswerOnlyBetweenStopAndClose) {
     TraceProfiler profiler(nullptr);
     profiler.PushSamplingInterval(1);
-    const int index = startOnThread(profiler, 0x1234);
+    // A thread session on a managed thread that is already known.
+    trace_profiler_session session;
+    session.nativeThread = 7;
+    session.thread = 0x1234;
+    const int index = profiler.StartProfilingWithSession(session);
     unsigned long functions[1], parents[1];
     int depths[1], counts[1];
     EXPECT_EQ(profiler.ReadStackSampleCount(index), -1);
@@ -74,5 +68,3 @@ TEST(TraceProfiler, ConfigurationFromProperties) {
     EXPECT_FALSE(profiler.isEnabled());
     EXPECT_TRUE(profiler.usesClassCache());
 }
-
-}  // namespace

@@ -9,9 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/AutoPointer.h"
 #include "platform/SharedNames.h"
-#include "runtime/Guids.h"
 #include "shim/SyntheticAgentShim.h"
 #include "support/CapturedStream.h"
 #include "support/LookupFaults.h"
