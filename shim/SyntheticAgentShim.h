@@ -15,6 +15,7 @@
 #include "rewrite/IMethodBuilder.h"
 #include "runtime/CorProfilerInfo.h"
 #include "runtime/MetaDataInterfaces.h"
+#include "shim/AgentTokens.h"
 #include "shim/ShimDelegateTable.h"
 
 class SyntheticAgentShim {
@@ -67,6 +68,9 @@ private:
     [[nodiscard]] HRESULT FindLoaderMethods(HRESULT hr);
     [[nodiscard]] HRESULT FindAssemblyLoadMethods(HRESULT hr);
     [[nodiscard]] HRESULT FindReflectionMethods(HRESULT hr);
+    // Assembly.ManifestModule and Module.ResolveMethod, for binding the agent
+    // by token; without them the loader binds by name.
+    void FindTokenMethods();
     // The members that the loader's failure handler calls to leave its line in
     // the native log; without them it fails quietly.
     void FindFailureLogMethods();
@@ -77,6 +81,7 @@ private:
     void GenerateAssignEmptyDelegate(ILEmitter& il, mdFieldDef field, mdMethodDef delegateCtor, mdMethodDef method);
     void GenerateAssignDelegate(ILEmitter& il, mdFieldDef field, mdTypeDef delegateType, const char16_t* methodName,
                                 const COR_SIGNATURE* signature);
+    void GenerateAssignDelegateByToken(ILEmitter& il, mdFieldDef field, mdTypeDef delegateType, mdMethodDef method);
     [[nodiscard]] HRESULT DefineUserString(const char16_t* text, mdString* outToken);
     HRESULT DumpMethodsWithName(mdTypeDef type, const char16_t* name);
     HRESULT DumpSignature(const COR_SIGNATURE* signature, ULONG length);
@@ -95,6 +100,13 @@ private:
     mdMethodDef createDelegateMethod = 0;
     mdMethodDef loadFromMethod = 0;
     mdMethodDef getTypeMethod = 0;
+
+    // The agent's functions by token, when its file could be read ahead of
+    // the runtime (Core only).
+    AgentTokens agentTokens;
+    mdTypeDef moduleType = 0;
+    mdMethodDef getManifestModuleMethod = 0;
+    mdMethodDef resolveMethodMethod = 0;
 
     std::u16string logPath;
     mdMethodDef concatMethod = 0;

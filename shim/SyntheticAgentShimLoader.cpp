@@ -75,6 +75,7 @@ HRESULT SyntheticAgentShim::DefineLoaderStrings(HRESULT hr, mdString* pathString
         } else {
             fprintf_8(log, "Looking for agent at %S\n", path.c_str());
             warnIfWorldWritable(log, path.c_str());
+            if (dotnetCore) agentTokens = AgentTokens::read(path);
         }
     }
     if (SUCCEEDED(hr)) {
@@ -86,10 +87,14 @@ HRESULT SyntheticAgentShim::DefineLoaderStrings(HRESULT hr, mdString* pathString
     return hr;
 }
 
-// The loader's two locals: the agent's class, and what the loading threw.
+// The loader's two locals: the agent's class (or, bound by token, its
+// module), and what the loading threw.
 HRESULT SyntheticAgentShim::SetLoaderLocals(IMethodBuilder* builder, HRESULT hr) {
     ShimSignature locals;
-    locals.add(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG).add(2).addClass(corlibTypes[Type]).addClass(corlibTypes[Exception]);
+    locals.add(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG)
+        .add(2)
+        .addClass(agentTokens.found() ? moduleType : corlibTypes[Type])
+        .addClass(corlibTypes[Exception]);
     mdSignature localsToken = 0;
     if (SUCCEEDED(hr)) {
         builder->getFatHeader()->MaxStack = 10;
@@ -116,14 +121,23 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
     } else {
         il.op(Opcode::ldstr, pathString).op(Opcode::call, loadFromMethod);
     }
-    il.op(Opcode::ldstr, agentClassString).op(Opcode::callvirt, getTypeMethod).op(Opcode::stloc_0);
+    if (agentTokens.found()) {
+        il.op(Opcode::callvirt, getManifestModuleMethod).op(Opcode::stloc_0);
+    } else {
+        il.op(Opcode::ldstr, agentClassString).op(Opcode::callvirt, getTypeMethod).op(Opcode::stloc_0);
+    }
     // A field that cannot be pointed at the agent keeps its stub; the others
     // still go over.
     for (unsigned int i = 0; i < kFieldCount; ++i) {
         const FieldShape& field = fields[i];
+        const mdTypeDef delegateType = delegateRecords[field.kind()].type;
         il.optional([&](ILEmitter& assignment) {
-            GenerateAssignDelegate(assignment, delegateFields[i], delegateRecords[field.kind()].type,
-                                   field.methodName(), delegates[field.kind()].signature);
+            if (agentTokens.found()) {
+                GenerateAssignDelegateByToken(assignment, delegateFields[i], delegateType, agentTokens.methods[i]);
+            } else {
+                GenerateAssignDelegate(assignment, delegateFields[i], delegateType, field.methodName(),
+                                       delegates[field.kind()].signature);
+            }
         });
     }
     il.jump(Opcode::leave, kLoaded);
@@ -140,7 +154,28 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
 }
 
 HRESULT SyntheticAgentShim::FindLoaderMethods(HRESULT hr) {
-    return FindReflectionMethods(FindAssemblyLoadMethods(hr));
+    hr = FindReflectionMethods(FindAssemblyLoadMethods(hr));
+    if (SUCCEEDED(hr) && agentTokens.found()) FindTokenMethods();
+    return hr;
+}
+
+void SyntheticAgentShim::FindTokenMethods() {
+    mdTypeDef methodBaseType = 0;
+    if (SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.Module", mdTypeDefNil, &moduleType)) &&
+        SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.MethodBase", mdTypeDefNil, &methodBaseType))) {
+        ShimSignature manifestModule;
+        manifestModule.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(0).addClass(moduleType);
+        ShimSignature resolveMethod;
+        resolveMethod.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).addClass(methodBaseType).add(ELEMENT_TYPE_I4);
+        if (SUCCEEDED(import->FindMethod(corlibTypes[Assembly], u"get_ManifestModule", manifestModule.bytes(),
+                                         manifestModule.length(), &getManifestModuleMethod)) &&
+            SUCCEEDED(import->FindMethod(moduleType, u"ResolveMethod", resolveMethod.bytes(), resolveMethod.length(),
+                                         &resolveMethodMethod))) {
+            return;
+        }
+    }
+    fprintf_8(log, "Failed to locate Module.ResolveMethod: the agent is bound by name\n");
+    agentTokens = AgentTokens();
 }
 
 // How the agent's assembly is loaded: through the default load context on
@@ -265,6 +300,21 @@ void SyntheticAgentShim::GenerateAssignDelegate(ILEmitter& il, mdFieldDef field,
         il.op(Opcode::call, getTypeFromHandleMethod).op(Opcode::stelem_ref);
     }
     il.op(Opcode::callvirt, getMethodMethod)
+        .op(Opcode::call, createDelegateMethod)
+        .op(Opcode::castclass, delegateType)
+        .op(Opcode::stsfld, field);
+}
+
+void SyntheticAgentShim::GenerateAssignDelegateByToken(ILEmitter& il, mdFieldDef field, mdTypeDef delegateType,
+                                                       mdMethodDef method) {
+    // field = (DelegateType) Delegate.CreateDelegate(typeof(DelegateType),
+    //     (MethodInfo) agentModule.ResolveMethod(method))
+    il.op(Opcode::ldtoken, delegateType)
+        .op(Opcode::call, getTypeFromHandleMethod)
+        .op(Opcode::ldloc_0)
+        .op(Opcode::ldc_i4, method)
+        .op(Opcode::callvirt, resolveMethodMethod)
+        .op(Opcode::castclass, corlibTypes[MethodInfo])
         .op(Opcode::call, createDelegateMethod)
         .op(Opcode::castclass, delegateType)
         .op(Opcode::stsfld, field);

@@ -1,0 +1,56 @@
+// How the loader binds the agent's trace functions: by token when the agent's
+// file can be read ahead of the runtime, by name otherwise.
+#include <gtest/gtest.h>
+
+#include "ShimFixture.h"
+#include "support/DecodedBody.h"
+
+namespace {
+
+constexpr uint32_t kCallvirt = 0x6F;
+
+class SyntheticAgentShimLoader : public ShimFixture {
+protected:
+    // The loader's body once the shim is defined with the agent at path.
+    DecodedBody loaderFor(const std::string& path) {
+        environment.set("com.tarn.harrowlite.agentLocation", path.c_str());
+        EXPECT_EQ(define(true, false), S_OK) << logText;
+        const unsigned char* body = info->installedBody(coreLib, methodNamed(shimType(), u"loadInitTrace"));
+        return body != nullptr ? DecodedBody::read(body) : DecodedBody{"no loader"};
+    }
+
+    mdMethodDef corlibMethod(const char16_t* type, const char16_t* name) {
+        return RealAssemblies::findMethod(import, corlibType(type), name, 1);
+    }
+};
+
+TEST_F(SyntheticAgentShimLoader, BindsEachFunctionByItsTokenWhenTheAgentCanBeRead) {
+    const std::string agent = RealAssemblies::testAsset("AgentShapes");
+    const DecodedBody loader = loaderFor(agent);
+    ASSERT_TRUE(loader.ok()) << loader.error;
+    const mdMethodDef resolve = corlibMethod(u"System.Reflection.Module", u"ResolveMethod");
+    EXPECT_EQ(loader.count(kCallvirt, corlibMethod(u"System.Reflection.Assembly", u"GetType")), 0u);
+    // Each field's token is the agent's function of the same name and signature.
+    AutoCOMPointer<IMetaDataImport> agentScope = RealAssemblies::open(agent);
+    const mdTypeDef agentClass = RealAssemblies::findType(agentScope, SharedNames::kPreAgentShimClass);
+    unsigned int field = 0;
+    for (size_t i = 1; i < loader.instructions.size(); ++i) {
+        if (loader.instructions[i].opcode != kCallvirt || loader.instructions[i].operand != resolve) continue;
+        ASSERT_LT(field, ShimDelegateTable::kFieldCount);
+        const TraceMembers::Member& member = TraceMembers::kMembers[ShimDelegateTable::fields[field++].member];
+        mdMethodDef expected = 0;
+        ASSERT_EQ(agentScope->FindMethod(agentClass, member.name, member.signature, member.length, &expected), S_OK);
+        EXPECT_EQ(loader.instructions[i - 1].operand, expected) << RealAssemblies::narrow(member.name);
+    }
+    EXPECT_EQ(field, ShimDelegateTable::kFieldCount);
+}
+
+// An assembly without the agent's class leaves the lookups by name.
+TEST_F(SyntheticAgentShimLoader, BindsByNameWhenTheAgentsClassIsNotFound) {
+    const mdMethodDef resolve = corlibMethod(u"System.Reflection.Module", u"ResolveMethod");
+    const DecodedBody byName = loaderFor(RealAssemblies::testAsset("PolicyShapes"));
+    EXPECT_EQ(byName.count(kCallvirt, corlibMethod(u"System.Reflection.Assembly", u"GetType")), 1u);
+    EXPECT_EQ(byName.count(kCallvirt, resolve), 0u);
+}
+
+}  // namespace
