@@ -1,19 +1,14 @@
 #include "AgentInstallation.h"
 
 #include <filesystem>
-#include <unistd.h>
 
 #include "policy/Properties.h"
 #include "support/RealAssemblies.h"
 
-namespace {
-
-std::string executableName() {
+std::string AgentInstallation::executableName() {
     const std::string exe = std::filesystem::read_symlink("/proc/self/exe").string();
     return exe.substr(exe.rfind('/') + 1);
 }
-
-} // namespace
 
 AgentInstallation::AgentInstallation() {
     set("harrowlite.nativeprofiler.logfile", "logs/native.log");

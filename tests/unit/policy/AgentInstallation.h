@@ -5,7 +5,6 @@
 // agent/profiles/default.properties, read as a properties file.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,6 +24,8 @@ public:
 
     // The lines of the native log of the last controller so far.
     std::vector<std::string> log() const;
+    // The name of this process's executable, which names its native log.
+    static std::string executableName();
     // Where the native log of this process lands.
     std::string logPath() const;
 

@@ -11,19 +11,6 @@ namespace {
 
 class DirectiveLoading : public PolicyFixture {
 protected:
-    // Loads the directives of the installation as it stands.
-    std::unique_ptr<ProfilerController> load(int* status = nullptr) {
-        std::unique_ptr<ProfilerController> controller = installation->controller(info);
-        EXPECT_NE(controller, nullptr);
-        if (controller != nullptr) {
-            const int result = controller->initializeDirectives();
-            if (status != nullptr) {
-                *status = result;
-            }
-        }
-        return controller;
-    }
-
     // The loading lines of the log, with the agent directory shortened to "~".
     std::vector<std::string> loadLines() {
         std::vector<std::string> lines;
@@ -42,24 +29,8 @@ protected:
         return controller.shouldMonitorMethod(at({className}, method));
     }
 
-    // Another installation; the old one gives the environment back first.
-    void fresh() {
-        installation.reset();
-        installation = std::make_unique<AgentInstallation>();
-    }
-
-    // The same function compiled again: the context goes back to its id.
-    int decideAgain(ProfilerController& controller, FunctionID function) {
-        EXPECT_EQ(context->setFunction(function), S_OK);
-        return controller.shouldMonitorMethod(context.get());
-    }
-
     std::unique_ptr<AgentInstallation> installation = std::make_unique<AgentInstallation>();
 };
-
-std::string select(const std::string& className, const std::string& method) {
-    return "TraceOneMethodOfClass: " + className + " " + method + "\n";
-}
 
 } // namespace
 
@@ -116,17 +87,18 @@ TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLo
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        fresh();
+        // Another installation; the old one gives the environment back first.
+        installation.reset();
+        installation = std::make_unique<AgentInstallation>();
         for (const auto& [key, value] : c.properties) {
             installation->set(key, value);
         }
         for (const auto& [file, text] : c.files) {
             installation->write(file, text.find('\n') != std::string::npos ? text : "TraceOneMethodOfClass: " + text + "\n");
         }
-        int status = -1;
-        std::unique_ptr<ProfilerController> controller = load(&status);
+        std::unique_ptr<ProfilerController> controller = installation->controller(info);
         ASSERT_NE(controller, nullptr);
-        EXPECT_EQ(status, c.status);
+        EXPECT_EQ(controller->initializeDirectives(), c.status);
         // Loaded once, failed or not: the next question finds the directives in place.
         EXPECT_EQ(controller->initializeDirectives(), 0);
         EXPECT_EQ(loadLines(), c.lines) << joinLines(installation->log());
@@ -144,20 +116,23 @@ TEST_F(DirectiveLoading, EachSourceIsReadOnlyWhereItsSwitchesSayAndSelectsWhenLo
 
 TEST_F(DirectiveLoading, ReloadReadsAgainAndKeepsTheMemo) {
     installation->set("harrowlite.fieldmark.directivesFile", "a.fmd");
-    installation->write("a.fmd", select("Shop.Order", "Place"));
-    std::unique_ptr<ProfilerController> controller = load();
+    installation->write("a.fmd", "TraceOneMethodOfClass: Shop.Order Place\n");
+    std::unique_ptr<ProfilerController> controller = installation->controller(info);
     ASSERT_NE(controller, nullptr);
+    EXPECT_EQ(controller->initializeDirectives(), 0);
     EXPECT_EQ(decide(*controller, u"Shop.Order", u"Place"), 0);
     EXPECT_EQ(decide(*controller, u"Shop.Order", u"Get"), 1);
     const FunctionID get = context->getFunctionID();
 
-    installation->write("a.fmd", select("Shop.Order", "Get"));
+    installation->write("a.fmd", "TraceOneMethodOfClass: Shop.Order Get\n");
     EXPECT_EQ(controller->reloadDirectives(), 0);
     const std::vector<std::string> lines = loadLines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "Loaded ~/a.fmd"), 2) << joinLines(lines);
-    // Decided before the reload: the memo answers until it is cleared.
-    EXPECT_EQ(decideAgain(*controller, get), 1);
+    // Decided before the reload, the same function compiled again: the memo
+    // answers until it is cleared.
+    ASSERT_EQ(context->setFunction(get), S_OK);
+    EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 1);
     controller->clearCacheForFunction(get);
-    EXPECT_EQ(decideAgain(*controller, get), 0);
+    EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 0);
     EXPECT_EQ(controller->shouldMonitorMethodUncached(at({u"Shop.Order"}, u"Place")), 1);
 }

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "runtime/CorErrors.h"
-#include "support/CapturedStream.h"
 
 void PolicyFixture::forEachMethod(ModuleID where, const std::function<void(IMetaDataContext*)>& visit,
                                   bool withClassIds) {
@@ -46,12 +45,6 @@ std::unique_ptr<IDirectiveController> PolicyFixture::directives(const std::strin
         *status = result;
     }
     return controller;
-}
-
-std::string PolicyFixture::written(const std::function<void(FILE*)>& write) {
-    CapturedStream out;
-    write(out.get());
-    return out.text();
 }
 
 namespace {

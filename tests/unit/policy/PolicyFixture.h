@@ -20,10 +20,6 @@
 #include "support/TextFiles.h"
 
 class PolicyFixture : public RealMetadataFixture {
-public:
-    // What write puts into a fresh temporary file.
-    static std::string written(const std::function<void(FILE*)>& write);
-
 protected:
     void SetUp() override {
         RealMetadataFixture::SetUp();

@@ -2,10 +2,8 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <unistd.h>
 
 #include "AgentInstallation.h"
-#include "runtime/CorErrors.h"
 #include "support/ProfilerInfoDouble.h"
 #include "support/RealAssemblies.h"
 
@@ -14,14 +12,12 @@ namespace {
 class ProfilerControllerTest : public ::testing::Test {
 protected:
     AutoCOMPointer<ProfilerInfoDouble> info {ProfilerInfoDouble::newInstance()};
+    AgentInstallation installation;
 };
-
-std::string executableName() { return std::filesystem::read_symlink("/proc/self/exe").filename().string(); }
 
 } // namespace
 
 TEST_F(ProfilerControllerTest, RelativeProfileIsMadeAbsoluteFromTheWorkingDirectory) {
-    AgentInstallation installation;
     const std::string cwd = std::filesystem::current_path().string();
     setenv("com.tarn.harrowlite.agentProfile", "profiles/agent.properties", 1);
     std::unique_ptr<ProfilerController> controller = installation.controller(info);
@@ -30,11 +26,7 @@ TEST_F(ProfilerControllerTest, RelativeProfileIsMadeAbsoluteFromTheWorkingDirect
     EXPECT_EQ(RealAssemblies::narrow(controller->getAgentDirectory().c_str()), cwd + "/profiles");
 }
 
-
-
-
 TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrAStandardStream) {
-    AgentInstallation installation;
     std::unique_ptr<ProfilerController> controller = installation.controller(info);
     ASSERT_NE(controller, nullptr);
     FILE* log = controller->getNativeLog();
@@ -50,11 +42,10 @@ TEST_F(ProfilerControllerTest, NativeLogIsAFileOfThisProcessOrAStandardStream) {
     std::unique_ptr<ProfilerController> absolute = installation.controller(info);
     ASSERT_NE(absolute, nullptr);
     ASSERT_NE(absolute->getNativeLog(), stdout);
-    EXPECT_TRUE(std::filesystem::exists(folder + "/trace_" + executableName() + ".log"));
+    EXPECT_TRUE(std::filesystem::exists(folder + "/trace_" + AgentInstallation::executableName() + ".log"));
 
     installation.unset("harrowlite.nativeprofiler.logfile");
     std::unique_ptr<ProfilerController> unset = installation.controller(info);
     ASSERT_NE(unset, nullptr);
     EXPECT_EQ(unset->getNativeLog(), stdout);
-
 }
