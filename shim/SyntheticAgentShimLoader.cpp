@@ -26,6 +26,9 @@ enum LoaderLabel : unsigned int {
     kHandlerEnd,
     kLoaded,
     kFailed,
+    // One a delegate field, where a function bound by token was found to be
+    // the one named.
+    kBoundByToken,
 };
 
 // ldc.i4.<n> in its shortest form.
@@ -133,7 +136,7 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
         const mdTypeDef delegateType = delegateRecords[field.kind()].type;
         il.optional([&](ILEmitter& assignment) {
             if (agentTokens.found()) {
-                GenerateAssignDelegateByToken(assignment, delegateFields[i], delegateType, agentTokens.methods[i]);
+                GenerateAssignDelegateByToken(assignment, i, delegateType, agentTokens.methods[i]);
             } else {
                 GenerateAssignDelegate(assignment, delegateFields[i], delegateType, field.methodName(),
                                        delegates[field.kind()].signature);
@@ -161,16 +164,32 @@ HRESULT SyntheticAgentShim::FindLoaderMethods(HRESULT hr) {
 
 void SyntheticAgentShim::FindTokenMethods() {
     mdTypeDef methodBaseType = 0;
+    mdTypeDef memberInfoType = 0;
+    mdTypeDef stringType = 0;
     if (SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.Module", mdTypeDefNil, &moduleType)) &&
-        SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.MethodBase", mdTypeDefNil, &methodBaseType))) {
+        SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.MethodBase", mdTypeDefNil, &methodBaseType)) &&
+        SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.MemberInfo", mdTypeDefNil, &memberInfoType)) &&
+        SUCCEEDED(import->FindTypeDefByName(u"System.String", mdTypeDefNil, &stringType))) {
         ShimSignature manifestModule;
         manifestModule.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(0).addClass(moduleType);
         ShimSignature resolveMethod;
         resolveMethod.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).addClass(methodBaseType).add(ELEMENT_TYPE_I4);
+        ShimSignature getName;
+        getName.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(0).add(ELEMENT_TYPE_STRING);
+        ShimSignature equals;
+        equals.add(IMAGE_CEE_CS_CALLCONV_DEFAULT)
+            .add(2)
+            .add(ELEMENT_TYPE_BOOLEAN)
+            .add(ELEMENT_TYPE_STRING)
+            .add(ELEMENT_TYPE_STRING);
         if (SUCCEEDED(import->FindMethod(corlibTypes[Assembly], u"get_ManifestModule", manifestModule.bytes(),
                                          manifestModule.length(), &getManifestModuleMethod)) &&
             SUCCEEDED(import->FindMethod(moduleType, u"ResolveMethod", resolveMethod.bytes(), resolveMethod.length(),
-                                         &resolveMethodMethod))) {
+                                         &resolveMethodMethod)) &&
+            SUCCEEDED(
+                import->FindMethod(memberInfoType, u"get_Name", getName.bytes(), getName.length(), &getNameMethod)) &&
+            SUCCEEDED(
+                import->FindMethod(stringType, u"op_Equality", equals.bytes(), equals.length(), &stringEqualsMethod))) {
             return;
         }
     }
@@ -305,19 +324,33 @@ void SyntheticAgentShim::GenerateAssignDelegate(ILEmitter& il, mdFieldDef field,
         .op(Opcode::stsfld, field);
 }
 
-void SyntheticAgentShim::GenerateAssignDelegateByToken(ILEmitter& il, mdFieldDef field, mdTypeDef delegateType,
+void SyntheticAgentShim::GenerateAssignDelegateByToken(ILEmitter& il, unsigned int index, mdTypeDef delegateType,
                                                        mdMethodDef method) {
+    // MethodInfo found = (MethodInfo) agentModule.ResolveMethod(method);
     // field = (DelegateType) Delegate.CreateDelegate(typeof(DelegateType),
-    //     (MethodInfo) agentModule.ResolveMethod(method))
+    //     found.Name == methodName ? found : null)
+    // An agent file replaced since its tokens were read may give another
+    // function: null makes CreateDelegate throw, and the loading fails as a
+    // whole, as for any agent that cannot be loaded.
+    mdString nameString = 0;
+    il.then([&] { return DefineUserString(fields[index].methodName(), &nameString); });
     il.op(Opcode::ldtoken, delegateType)
         .op(Opcode::call, getTypeFromHandleMethod)
         .op(Opcode::ldloc_0)
         .op(Opcode::ldc_i4, method)
         .op(Opcode::callvirt, resolveMethodMethod)
         .op(Opcode::castclass, corlibTypes[MethodInfo])
+        .op(Opcode::dup)
+        .op(Opcode::callvirt, getNameMethod)
+        .op(Opcode::ldstr, nameString)
+        .op(Opcode::call, stringEqualsMethod)
+        .jump(Opcode::brtrue, kBoundByToken + index)
+        .op(Opcode::pop)
+        .op(Opcode::ldnull)
+        .label(kBoundByToken + index)
         .op(Opcode::call, createDelegateMethod)
         .op(Opcode::castclass, delegateType)
-        .op(Opcode::stsfld, field);
+        .op(Opcode::stsfld, delegateFields[index]);
 }
 
 // Whatever loading the agent throws (no file, no access, no assembly, no

@@ -16,7 +16,9 @@ protected:
         environment.set("com.tarn.harrowlite.agentLocation", path.c_str());
         EXPECT_EQ(define(true, false), S_OK) << logText;
         const unsigned char* body = info->installedBody(coreLib, methodNamed(shimType(), u"loadInitTrace"));
-        return body != nullptr ? DecodedBody::read(body) : DecodedBody{"no loader"};
+        DecodedBody none;
+        none.error = "no loader";
+        return body != nullptr ? DecodedBody::read(body) : none;
     }
 
     mdMethodDef corlibMethod(const char16_t* type, const char16_t* name) {
