@@ -35,6 +35,7 @@ AgentTokens AgentTokens::read(const std::u16string& path) {
         return {};
     }
     AgentTokens tokens;
+    if (FAILED(agent->GetScopeProps(nullptr, 0, nullptr, &tokens.moduleVersion))) return {};
     for (unsigned int i = 0; i < ShimDelegateTable::kFieldCount; ++i) {
         const TraceMembers::Member& member = TraceMembers::kMembers[ShimDelegateTable::fields[i].member];
         if (FAILED(agent->FindMethod(agentClass, member.name, member.signature, member.length, &tokens.methods[i]))) {

@@ -13,6 +13,8 @@
 struct AgentTokens {
     // Of each delegate field's function, in the order of the fields.
     mdMethodDef methods[ShimDelegateTable::kFieldCount] = {};
+    // The assembly's module version id: tokens hold for that build only.
+    GUID moduleVersion = {};
 
     // All of them, or none: a file that is not a regular file or cannot be
     // read as an assembly, or that lacks the class or one of its functions,

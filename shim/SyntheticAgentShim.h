@@ -68,9 +68,9 @@ private:
     [[nodiscard]] HRESULT FindLoaderMethods(HRESULT hr);
     [[nodiscard]] HRESULT FindAssemblyLoadMethods(HRESULT hr);
     [[nodiscard]] HRESULT FindReflectionMethods(HRESULT hr);
-    // Assembly.ManifestModule, Module.ResolveMethod, MemberInfo.Name and
-    // string equality, for binding the agent by token; without them the
-    // loader binds by name.
+    // Assembly.ManifestModule, Module.ResolveMethod and what the check of the
+    // module's version takes, for binding the agent by token; without them
+    // the loader binds by name.
     void FindTokenMethods();
     // The members that the loader's failure handler calls to leave its line in
     // the native log; without them it fails quietly.
@@ -82,7 +82,8 @@ private:
     void GenerateAssignEmptyDelegate(ILEmitter& il, mdFieldDef field, mdMethodDef delegateCtor, mdMethodDef method);
     void GenerateAssignDelegate(ILEmitter& il, mdFieldDef field, mdTypeDef delegateType, const char16_t* methodName,
                                 const COR_SIGNATURE* signature);
-    void GenerateAssignDelegateByToken(ILEmitter& il, unsigned int index, mdTypeDef delegateType, mdMethodDef method);
+    void GenerateModuleVersionCheck(ILEmitter& il);
+    void GenerateAssignDelegateByToken(ILEmitter& il, mdFieldDef field, mdTypeDef delegateType, mdMethodDef method);
     [[nodiscard]] HRESULT DefineUserString(const char16_t* text, mdString* outToken);
     HRESULT DumpMethodsWithName(mdTypeDef type, const char16_t* name);
     HRESULT DumpSignature(const COR_SIGNATURE* signature, ULONG length);
@@ -108,8 +109,10 @@ private:
     mdTypeDef moduleType = 0;
     mdMethodDef getManifestModuleMethod = 0;
     mdMethodDef resolveMethodMethod = 0;
-    mdMethodDef getNameMethod = 0;
-    mdMethodDef stringEqualsMethod = 0;
+    mdMethodDef getModuleVersionMethod = 0;
+    mdMethodDef guidCtorMethod = 0;
+    mdMethodDef guidEqualsMethod = 0;
+    mdMethodDef exceptionCtorMethod = 0;
 
     std::u16string logPath;
     mdMethodDef concatMethod = 0;

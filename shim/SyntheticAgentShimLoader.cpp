@@ -26,9 +26,7 @@ enum LoaderLabel : unsigned int {
     kHandlerEnd,
     kLoaded,
     kFailed,
-    // One a delegate field, where a function bound by token was found to be
-    // the one named.
-    kBoundByToken,
+    kSameAgent,
 };
 
 // ldc.i4.<n> in its shortest form.
@@ -100,7 +98,8 @@ HRESULT SyntheticAgentShim::SetLoaderLocals(IMethodBuilder* builder, HRESULT hr)
         .addClass(corlibTypes[Exception]);
     mdSignature localsToken = 0;
     if (SUCCEEDED(hr)) {
-        builder->getFatHeader()->MaxStack = 10;
+        // The deepest stack: a module version and the eleven parts of another.
+        builder->getFatHeader()->MaxStack = 12;
         hr = emit->GetTokenFromSig(locals.bytes(), locals.length(), &localsToken);
     }
     if (FAILED(hr)) {
@@ -126,6 +125,7 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
     }
     if (agentTokens.found()) {
         il.op(Opcode::callvirt, getManifestModuleMethod).op(Opcode::stloc_0);
+        GenerateModuleVersionCheck(il);
     } else {
         il.op(Opcode::ldstr, agentClassString).op(Opcode::callvirt, getTypeMethod).op(Opcode::stloc_0);
     }
@@ -136,7 +136,7 @@ HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, 
         const mdTypeDef delegateType = delegateRecords[field.kind()].type;
         il.optional([&](ILEmitter& assignment) {
             if (agentTokens.found()) {
-                GenerateAssignDelegateByToken(assignment, i, delegateType, agentTokens.methods[i]);
+                GenerateAssignDelegateByToken(assignment, delegateFields[i], delegateType, agentTokens.methods[i]);
             } else {
                 GenerateAssignDelegate(assignment, delegateFields[i], delegateType, field.methodName(),
                                        delegates[field.kind()].signature);
@@ -164,32 +164,40 @@ HRESULT SyntheticAgentShim::FindLoaderMethods(HRESULT hr) {
 
 void SyntheticAgentShim::FindTokenMethods() {
     mdTypeDef methodBaseType = 0;
-    mdTypeDef memberInfoType = 0;
-    mdTypeDef stringType = 0;
+    mdTypeDef guidType = 0;
     if (SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.Module", mdTypeDefNil, &moduleType)) &&
         SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.MethodBase", mdTypeDefNil, &methodBaseType)) &&
-        SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.MemberInfo", mdTypeDefNil, &memberInfoType)) &&
-        SUCCEEDED(import->FindTypeDefByName(u"System.String", mdTypeDefNil, &stringType))) {
+        SUCCEEDED(import->FindTypeDefByName(u"System.Guid", mdTypeDefNil, &guidType))) {
         ShimSignature manifestModule;
         manifestModule.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(0).addClass(moduleType);
         ShimSignature resolveMethod;
         resolveMethod.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).addClass(methodBaseType).add(ELEMENT_TYPE_I4);
-        ShimSignature getName;
-        getName.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(0).add(ELEMENT_TYPE_STRING);
-        ShimSignature equals;
-        equals.add(IMAGE_CEE_CS_CALLCONV_DEFAULT)
+        ShimSignature moduleVersion;
+        moduleVersion.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(0).addValueType(guidType);
+        // Guid(int, short, short, byte, byte, byte, byte, byte, byte, byte, byte)
+        ShimSignature guidCtor;
+        guidCtor.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(11).add(ELEMENT_TYPE_VOID).add(ELEMENT_TYPE_I4);
+        guidCtor.add(ELEMENT_TYPE_I2).add(ELEMENT_TYPE_I2);
+        for (int i = 0; i < 8; ++i) guidCtor.add(ELEMENT_TYPE_U1);
+        ShimSignature guidEquals;
+        guidEquals.add(IMAGE_CEE_CS_CALLCONV_DEFAULT)
             .add(2)
             .add(ELEMENT_TYPE_BOOLEAN)
-            .add(ELEMENT_TYPE_STRING)
-            .add(ELEMENT_TYPE_STRING);
+            .addValueType(guidType)
+            .addValueType(guidType);
+        ShimSignature exceptionCtor;
+        exceptionCtor.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).add(ELEMENT_TYPE_VOID).add(ELEMENT_TYPE_STRING);
         if (SUCCEEDED(import->FindMethod(corlibTypes[Assembly], u"get_ManifestModule", manifestModule.bytes(),
                                          manifestModule.length(), &getManifestModuleMethod)) &&
             SUCCEEDED(import->FindMethod(moduleType, u"ResolveMethod", resolveMethod.bytes(), resolveMethod.length(),
                                          &resolveMethodMethod)) &&
-            SUCCEEDED(
-                import->FindMethod(memberInfoType, u"get_Name", getName.bytes(), getName.length(), &getNameMethod)) &&
-            SUCCEEDED(
-                import->FindMethod(stringType, u"op_Equality", equals.bytes(), equals.length(), &stringEqualsMethod))) {
+            SUCCEEDED(import->FindMethod(moduleType, u"get_ModuleVersionId", moduleVersion.bytes(),
+                                         moduleVersion.length(), &getModuleVersionMethod)) &&
+            SUCCEEDED(import->FindMethod(guidType, u".ctor", guidCtor.bytes(), guidCtor.length(), &guidCtorMethod)) &&
+            SUCCEEDED(import->FindMethod(guidType, u"op_Equality", guidEquals.bytes(), guidEquals.length(),
+                                         &guidEqualsMethod)) &&
+            SUCCEEDED(import->FindMethod(corlibTypes[Exception], u".ctor", exceptionCtor.bytes(),
+                                         exceptionCtor.length(), &exceptionCtorMethod))) {
             return;
         }
     }
@@ -324,33 +332,42 @@ void SyntheticAgentShim::GenerateAssignDelegate(ILEmitter& il, mdFieldDef field,
         .op(Opcode::stsfld, field);
 }
 
-void SyntheticAgentShim::GenerateAssignDelegateByToken(ILEmitter& il, unsigned int index, mdTypeDef delegateType,
+// The tokens hold for the build of the agent they were read from: an agent
+// replaced since then fails to load as a whole, as any agent that cannot be
+// loaded does, rather than have a field bound to another function.
+void SyntheticAgentShim::GenerateModuleVersionCheck(ILEmitter& il) {
+    // if (agentModule.ModuleVersionId != new Guid(...)) throw new Exception(...)
+    const GUID& version = agentTokens.moduleVersion;
+    mdString changed = 0;
+    il.then([&] { return DefineUserString(u"The agent's assembly changed after the profiler read it", &changed); });
+    il.op(Opcode::ldloc_0)
+        .op(Opcode::callvirt, getModuleVersionMethod)
+        .op(Opcode::ldc_i4, version.Data1)
+        .op(Opcode::ldc_i4, version.Data2)
+        .op(Opcode::ldc_i4, version.Data3);
+    for (UCHAR byte : version.Data4) il.op(Opcode::ldc_i4, byte);
+    il.op(Opcode::newobj, guidCtorMethod)
+        .op(Opcode::call, guidEqualsMethod)
+        .jump(Opcode::brtrue, kSameAgent)
+        .op(Opcode::ldstr, changed)
+        .op(Opcode::newobj, exceptionCtorMethod)
+        .op(Opcode::throw_)
+        .label(kSameAgent);
+}
+
+void SyntheticAgentShim::GenerateAssignDelegateByToken(ILEmitter& il, mdFieldDef field, mdTypeDef delegateType,
                                                        mdMethodDef method) {
-    // MethodInfo found = (MethodInfo) agentModule.ResolveMethod(method);
     // field = (DelegateType) Delegate.CreateDelegate(typeof(DelegateType),
-    //     found.Name == methodName ? found : null)
-    // An agent file replaced since its tokens were read may give another
-    // function: null makes CreateDelegate throw, and the loading fails as a
-    // whole, as for any agent that cannot be loaded.
-    mdString nameString = 0;
-    il.then([&] { return DefineUserString(fields[index].methodName(), &nameString); });
+    //     (MethodInfo) agentModule.ResolveMethod(method))
     il.op(Opcode::ldtoken, delegateType)
         .op(Opcode::call, getTypeFromHandleMethod)
         .op(Opcode::ldloc_0)
         .op(Opcode::ldc_i4, method)
         .op(Opcode::callvirt, resolveMethodMethod)
         .op(Opcode::castclass, corlibTypes[MethodInfo])
-        .op(Opcode::dup)
-        .op(Opcode::callvirt, getNameMethod)
-        .op(Opcode::ldstr, nameString)
-        .op(Opcode::call, stringEqualsMethod)
-        .jump(Opcode::brtrue, kBoundByToken + index)
-        .op(Opcode::pop)
-        .op(Opcode::ldnull)
-        .label(kBoundByToken + index)
         .op(Opcode::call, createDelegateMethod)
         .op(Opcode::castclass, delegateType)
-        .op(Opcode::stsfld, delegateFields[index]);
+        .op(Opcode::stsfld, field);
 }
 
 // Whatever loading the agent throws (no file, no access, no assembly, no

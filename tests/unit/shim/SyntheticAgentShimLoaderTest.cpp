@@ -45,6 +45,10 @@ TEST_F(SyntheticAgentShimLoader, BindsEachFunctionByItsTokenWhenTheAgentCanBeRea
         EXPECT_EQ(loader.instructions[i - 1].operand, expected) << RealAssemblies::narrow(member.name);
     }
     EXPECT_EQ(field, ShimDelegateTable::kFieldCount);
+    // The loading stops unless the module is the build the tokens came from.
+    GUID version{};
+    ASSERT_EQ(agentScope->GetScopeProps(nullptr, 0, nullptr, &version), S_OK);
+    EXPECT_EQ(loader.count(0x20, version.Data1), 1u) << "ldc.i4 of the version's first part";
 }
 
 // An assembly without the agent's class leaves the lookups by name.
