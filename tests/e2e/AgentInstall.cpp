@@ -63,9 +63,7 @@ Comparison AgentInstall::compare(const std::string& program, RunOptions options)
 
 void AgentInstall::writeProfile() const {
     std::string text = profileLead;
-    for (const auto& [key, value] : properties) {
-        text += key + "=" + value + "\n";
-    }
+    for (const auto& [key, value] : properties) text += key + "=" + value + "\n";
     writeFile(profilePath(), text);
 }
 

@@ -16,6 +16,12 @@
 
 namespace e2e {
 
+// Directives that select every method of an assembly.
+inline std::string allMethodsOf(const std::string& assembly) {
+    return "IdentifyAssemblyAs: " + assembly +
+           " Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n";
+}
+
 // A program run without the profiler and then under it, in an installation.
 struct Comparison {
     RunResult reference;

@@ -16,21 +16,14 @@ using e2e::AgentInstall;
 using e2e::lastCall;
 using e2e::waitUntil;
 
-e2e::RunResult attach(const std::vector<std::string>& args) {
-    e2e::RunOptions options;
-    options.profiled = false;
-    options.args = args;
-    options.args.insert(options.args.end(), {"--profiler", TARN_PROFILER_PATH});
-    return e2e::runProgram(std::string(TARN_E2E_DIR) + "/attach/tarn-attach.dll", options);
+e2e::RunResult attach(std::vector<std::string> args) {
+    args.insert(args.end(), {"--profiler", TARN_PROFILER_PATH});
+    return e2e::runAttachTool(std::string(TARN_E2E_DIR) + "/attach/tarn-attach.dll", std::move(args));
 }
 
 TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
     AgentInstall install;
-    install.directives("TraceOneMethodOfClass: Reload.Work Alpha\n");
-    install.writeProfile();
-    e2e::RunOptions options = install.options();
-    options.profiled = false;
-    e2e::RunningReload program(install, options);
+    e2e::RunningReload program(install, e2e::awaitingAttach(install));
     const std::string pid = e2e::waitForPid(install);
     ASSERT_FALSE(pid.empty()) << "the program did not start";
     // The program writes its id once Alpha has run: it was compiled without us.

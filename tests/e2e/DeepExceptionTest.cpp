@@ -17,8 +17,7 @@ using e2e::AgentInstall;
 
 TEST(DeepException, ReportedOncePerFrameAndOtherwiseUntouched) {
     AgentInstall install;
-    install.directives(
-        "IdentifyAssemblyAs: Deep Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n");
+    install.directives(e2e::allMethodsOf("Deep"));
     e2e::RunOptions options = install.options();
     options.env["TARN_AGENT_THROW_IN_CATCH"] = "1";
     const e2e::Comparison compared = install.compare("Deep", options);
@@ -53,10 +52,10 @@ TEST(DeepException, ReportedOncePerFrameAndOtherwiseUntouched) {
 TEST(DeepException, StackTracesKeepTheirLinesWhenRewrittenOnModuleLoad) {
     AgentInstall install;
     install.set("harrowlite.nativeprofiler.instrumentOnModuleLoad", "true");
-    install.directives(
-        "IdentifyAssemblyAs: Deep Everything\nTraceAllMethodsIfFlagged: Everything\nTurnOn: Everything\n");
+    install.directives(e2e::allMethodsOf("Deep"));
     const e2e::Comparison compared = install.compare("Deep", install.options());
     EXPECT_TRUE(compared.unchanged());
+    EXPECT_TRUE(linesStartingWith(compared.log, "[Deep] Instrumented 0 ").empty()) << compared.why;
     EXPECT_FALSE(linesStartingWith(compared.log, "[Deep] Instrumented ").empty()) << compared.why;
 }
 

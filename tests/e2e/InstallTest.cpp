@@ -56,16 +56,10 @@ TEST(Install, AProgramRunsTracedFromAnInstalledAgentHome) {
     // The installed attach tool, with the home's library by default, brings
     // tracing into a program started without it.
     e2e::AgentInstall target;
-    target.directives("TraceOneMethodOfClass: Reload.Work Alpha\n");
-    target.writeProfile();
-    e2e::RunOptions plain = target.options();
-    plain.profiled = false;
-    e2e::RunningReload program(target, plain);
+    e2e::RunningReload program(target, e2e::awaitingAttach(target));
     const std::string pid = e2e::waitForPid(target);
-    e2e::RunOptions tool;
-    tool.profiled = false;
-    tool.args = {"--pid", pid, "--profile", target.profilePath()};
-    const e2e::RunResult attached = e2e::runProgram(home + "/lib/attach/tarn-attach.dll", tool);
+    const e2e::RunResult attached =
+        e2e::runAttachTool(home + "/lib/attach/tarn-attach.dll", {"--pid", pid, "--profile", target.profilePath()});
     EXPECT_EQ(attached.exitCode, 0) << target.explain(attached);
     EXPECT_TRUE(e2e::waitUntil([&] { return e2e::lastCall(target, "alpha") >= 0; })) << target.explain(attached);
 }

@@ -51,9 +51,7 @@ std::vector<std::string> childEnvironment(const std::map<std::string, std::strin
         }
         result.push_back(text);
     }
-    for (const auto& [name, value] : extra) {
-        result.push_back(name + "=" + value);
-    }
+    for (const auto& [name, value] : extra) result.push_back(name + "=" + value);
     return result;
 }
 
@@ -99,9 +97,7 @@ std::string runtimeVersion() {
 }
 
 std::string programPath(const std::string& program) {
-    if (program.size() > 4 && program.compare(program.size() - 4, 4, ".dll") == 0) {
-        return program;
-    }
+    if (program.size() > 4 && program.compare(program.size() - 4, 4, ".dll") == 0) return program;
     return std::string(TARN_E2E_DIR) + "/" + program + "/" + program + ".dll";
 }
 
@@ -116,9 +112,7 @@ RunResult runProgram(const std::string& program, const RunOptions& options) {
     result.workDir = options.workDir.empty() ? newWorkDir() : options.workDir;
     if (options.workDir.empty()) result.ownedWorkDir = removedUnlessFailed(result.workDir);
     result.env = options.profiled ? profilerEnvironment() : std::map<std::string, std::string>{};
-    for (const auto& [name, value] : options.env) {
-        result.env[name] = value;
-    }
+    for (const auto& [name, value] : options.env) result.env[name] = value;
     if (options.profiled && result.env.count("TMSENV_AGENT_PROFILE") == 0) {
         furnishDefaultProfile(result.workDir, result.env);
     }
@@ -126,9 +120,7 @@ RunResult runProgram(const std::string& program, const RunOptions& options) {
 
     std::vector<std::string> argv = {TARN_DOTNET, programPath(program)};
     argv.insert(argv.end(), options.args.begin(), options.args.end());
-    for (const auto& arg : argv) {
-        result.command += (result.command.empty() ? "" : " ") + arg;
-    }
+    for (const auto& arg : argv) result.command += (result.command.empty() ? "" : " ") + arg;
     const ChildProcess child =
         ChildProcess::run(argv, childEnvironment(result.env), result.workDir, options.timeoutSeconds);
     result.exitCode = child.exitStatus;
@@ -148,9 +140,7 @@ RunResult runPlain(const std::string& program, std::vector<std::string> args) {
 std::string RunResult::describe() const {
     std::ostringstream text;
     text << "command: " << command << "\n";
-    for (const auto& [name, value] : env) {
-        text << "  " << name << "=" << value << "\n";
-    }
+    for (const auto& [name, value] : env) text << "  " << name << "=" << value << "\n";
     text << "working directory: " << workDir << "\n";
     text << "exit code: " << exitCode << (timedOut ? " (killed after time-out)" : "") << "\n";
     text << "--- stdout ---\n" << out << "--- stderr ---\n" << err << "--------------\n";

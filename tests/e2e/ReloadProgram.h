@@ -48,6 +48,24 @@ inline void touch(const AgentInstall& install, const std::string& name) {
     std::ofstream(install.workDir() + "/" + name) << "";
 }
 
+// Options for the program started without the profiler, for an attach to
+// bring in the tracing of Work.Alpha; the profile is written.
+inline RunOptions awaitingAttach(AgentInstall& install) {
+    install.directives("TraceOneMethodOfClass: Reload.Work Alpha\n");
+    install.writeProfile();
+    RunOptions options = install.options();
+    options.profiled = false;
+    return options;
+}
+
+// An attach tool run without the profiler.
+inline RunResult runAttachTool(const std::string& tool, std::vector<std::string> args) {
+    RunOptions options;
+    options.profiled = false;
+    options.args = std::move(args);
+    return runProgram(tool, options);
+}
+
 // Runs the program on a thread of its own; however the test ends, the
 // program is told to stop and waited for.
 class RunningReload {

@@ -4,10 +4,10 @@
 // the profiler, and the program ends by itself.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <map>
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "AgentInstall.h"
 #include "hub/MethodTraceRecords.h"
@@ -84,6 +84,13 @@ protected:
         return "--- samples.txt ---\n" + joinLines(lines) + "\n--- native log ---\n" + install.logText();
     }
 
+    // Each of these lines stands in samples.txt.
+    void expectLines(const std::vector<std::string>& lines, std::initializer_list<const char*> expected) {
+        for (const char* line : expected) {
+            EXPECT_NE(std::find(lines.begin(), lines.end(), line), lines.end()) << line << "\n" << why(lines);
+        }
+    }
+
     AgentInstall install;
 };
 
@@ -108,8 +115,7 @@ TEST_F(Sampling, SessionsFindTheChainsTheirThreadsAreIn) {
     // At 5 ms for 600 ms the thread is nearly always in B or C.
     EXPECT_GT(b->count, 20) << why(lines);
     EXPECT_GE(a->count, b->count);
-    EXPECT_NE(std::find(lines.begin(), lines.end(), "stop 0"), lines.end()) << why(lines);
-    EXPECT_NE(std::find(lines.begin(), lines.end(), "close 0 -1"), lines.end()) << why(lines);
+    expectLines(lines, {"stop 0", "close 0 -1"});
 
     // From inside the traced Watch: its own thread, from C out to Watch, five samples.
     auto watch = samplesAfter(lines, "watch ", &summary);
@@ -134,7 +140,7 @@ TEST_F(Sampling, SessionsFindTheChainsTheirThreadsAreIn) {
 
     // A kernel thread number with no managed thread: the session stops, and
     // the number is refused from then on.
-    EXPECT_NE(std::find(lines.begin(), lines.end(), "unknown thread again -42"), lines.end()) << why(lines);
+    expectLines(lines, {"unknown thread again -42"});
     EXPECT_NE(install.logText().find("Failed to resolve the managed ThreadID for 1 during snapshot."), std::string::npos);
 }
 
@@ -142,9 +148,7 @@ TEST_F(Sampling, SessionsFindTheChainsTheirThreadsAreIn) {
 // A sample limit ends each session by itself.
 TEST_F(Sampling, SixtyFourSessionsFillTheTable) {
     const auto lines = run({"table"});
-    for (const char* expected : {"started 64 last 63", "65th -1", "close 10 0", "reused 10", "limited 3"}) {
-        EXPECT_NE(std::find(lines.begin(), lines.end(), expected), lines.end()) << expected << "\n" << why(lines);
-    }
+    expectLines(lines, {"started 64 last 63", "65th -1", "close 10 0", "reused 10", "limited 3"});
 }
 
 // Main returns while eight threads 64 frames deep are sampled every
@@ -162,26 +166,20 @@ TEST_F(Sampling, ShutdownDuringSamplingLeavesAProgramThatEnds) {
 // recorded. The agent's record of a method is laid out as ours.
 TEST_F(Sampling, RegistryExportsAnswerTheAgentByTheirDecoratedNames) {
     const auto lines = run({"registry"});
-    for (const char* expected : {"register class 0", "register method 0", "hooks on 0", "records 0", "unregister 0",
-                                 "hooks off 0"}) {
-        EXPECT_NE(std::find(lines.begin(), lines.end(), expected), lines.end()) << expected << "\n" << why(lines);
-    }
+    expectLines(lines,
+                {"register class 0", "register method 0", "hooks on 0", "records 0", "unregister 0", "hooks off 0"});
     std::string hex;
     for (const auto& line : lines) {
         if (line.rfind("method data ", 0) == 0) hex = line.substr(12);
     }
     ASSERT_EQ(hex.size(), 2 * sizeof(MethodData)) << why(lines);
-    unsigned char bytes[sizeof(MethodData)];
-    for (size_t i = 0; i < sizeof(bytes); ++i) bytes[i] = static_cast<unsigned char>(std::stoi(hex.substr(2 * i, 2), nullptr, 16));
     MethodData data;
-    std::memcpy(&data, bytes, sizeof(data));
-    EXPECT_EQ(data.state, 1u);
-    EXPECT_EQ(data.depth, 2u);
-    EXPECT_EQ(data.index, 3u);
-    EXPECT_EQ(data.active, 4u);
-    EXPECT_EQ(data.startTime, 5);
-    EXPECT_EQ(data.endTime, 6);
-    EXPECT_EQ(data.methodId, 7u);
+    auto* bytes = reinterpret_cast<unsigned char*>(&data);
+    for (size_t i = 0; i < sizeof(data); ++i) bytes[i] = std::stoi(hex.substr(2 * i, 2), nullptr, 16);
+    // The fields in their order, numbered 1 to 7 by the agent.
+    EXPECT_EQ(
+        std::make_tuple(data.state, data.depth, data.index, data.active, data.startTime, data.endTime, data.methodId),
+        std::make_tuple(1u, 2u, 3u, 4u, 5, 6, 7u));
 }
 
 }  // namespace

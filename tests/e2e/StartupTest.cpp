@@ -37,9 +37,7 @@ TEST(Startup, InstrumentationOnModuleLoad) {
     EXPECT_FALSE(linesStartingWith(log, "[System.Private.CoreLib] Instrumented 0 methods in (").empty()) << run.why;
     EXPECT_EQ(linesStartingWith(log, "Instrumented [Traced]Traced.Subject::Scalars").size(), 1u) << run.why;
     // No compile event took the compile path: none of its lines.
-    for (const auto& line : log) {
-        EXPECT_EQ(line.find("functionID"), std::string::npos) << line;
-    }
+    for (const auto& line : log) EXPECT_EQ(line.find("functionID"), std::string::npos) << line;
     const auto record = install.record();
     EXPECT_FALSE(linesStartingWith(record, "pushTrace 11 System.Double:2.25").empty()) << joinLines(record);
     EXPECT_FALSE(linesStartingWith(record, "catchTrace System.InvalidOperationException:bad 5").empty())
@@ -97,6 +95,7 @@ TEST(Startup, RefusedProcessesRunUntouched) {
     };
     auto reference = e2e::runPlain("Hello", {"5"});
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
         AgentInstall install;
         install.directives("TraceAllMethodsOfClass: Program\n");
         auto options = install.options({"5"});
@@ -104,16 +103,17 @@ TEST(Startup, RefusedProcessesRunUntouched) {
         c.prepare(install, options);
         auto run = install.run("Hello", options);
         auto log = install.log();
+        const std::string why = install.explain(run);
 
-        EXPECT_EQ(run.exitCode, 5) << c.name << "\n" << install.explain(run);
-        EXPECT_EQ(run.out, reference.out) << c.name << "\n" << install.explain(run);
-        EXPECT_FALSE(run.mapsOurLibrary()) << c.name << "\n" << install.explain(run);
-        EXPECT_TRUE(linesStartingWith(log, "Module Loaded").empty()) << c.name << "\n" << install.explain(run);
-        EXPECT_EQ(readFile(install.workDir() + "/record.txt"), "") << c.name;
+        EXPECT_EQ(run.exitCode, 5) << why;
+        EXPECT_EQ(run.out, reference.out) << why;
+        EXPECT_FALSE(run.mapsOurLibrary()) << why;
+        EXPECT_TRUE(linesStartingWith(log, "Module Loaded").empty()) << why;
+        EXPECT_EQ(readFile(install.workDir() + "/record.txt"), "");
         if (c.logLine != nullptr) {
-            EXPECT_EQ(linesStartingWith(log, c.logLine).size(), 1u) << c.name << "\n" << install.explain(run);
+            EXPECT_EQ(linesStartingWith(log, c.logLine).size(), 1u) << why;
         } else {
-            EXPECT_EQ(install.logText(), "") << c.name;
+            EXPECT_EQ(install.logText(), "");
         }
     }
 }
@@ -166,14 +166,14 @@ TEST(Startup, PatchedPInvokeReachesTheNativeThreadId) {
     auto plain = e2e::runPlain("tarn.AgentExtras");
     AgentInstall install;
     auto run = install.run("tarn.AgentExtras", install.options());
+    const std::string why = install.explain(run);
 
     ASSERT_EQ(plain.exitCode, 0) << plain.describe();
     EXPECT_EQ(plain.out, "patched: DllNotFoundException\nunlisted: DllNotFoundException\nworker: DllNotFoundException\n")
         << plain.describe();
-    EXPECT_EQ(run.exitCode, 0) << install.explain(run);
-    EXPECT_EQ(run.out, "patched: this thread\nunlisted: DllNotFoundException\nworker: this thread\n")
-        << install.explain(run);
-    EXPECT_EQ(linesStartingWith(install.log(), "Patching PInvoke...").size(), 2u) << install.explain(run);
+    EXPECT_EQ(run.exitCode, 0) << why;
+    EXPECT_EQ(run.out, "patched: this thread\nunlisted: DllNotFoundException\nworker: this thread\n") << why;
+    EXPECT_EQ(linesStartingWith(install.log(), "Patching PInvoke...").size(), 2u) << why;
 }
 
 }  // namespace

@@ -16,12 +16,7 @@
 namespace {
 
 using e2e::AgentInstall;
-
-std::string allMethodsOf(const std::string& assembly) {
-    return "IdentifyAssemblyAs: " + assembly + " Everything\n"
-           "TraceAllMethodsIfFlagged: Everything\n"
-           "TurnOn: Everything\n";
-}
+using e2e::allMethodsOf;
 
 // Instrumented lines of the compile path for one assembly.
 std::vector<std::string> instrumented(const std::vector<std::string>& log, const std::string& assembly) {
@@ -64,6 +59,7 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     EXPECT_EQ(tailCalls, 2u) << why;
     // The shapes went through the rewriting, compiler-made classes included.
     const std::vector<std::string> done = instrumented(log, "Stress");
+    const std::string doneText = joinLines(done);
     for (const std::string method : {"Stress.Derived::.ctor", "Stress.Counter::Add", "Stress.Shapes::Nested",
                                      "Stress.Hostile::Sum", "Stress.Hostile::AfterVoid", "Stress.Hostile::Apply",
                                      "Stress.Hostile::Typed", "Stress.Hostile::Next", "Stress.Hostile::Tail",
@@ -71,11 +67,7 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
                                      "Stress.Holder::.ctor", "Stress.Hostile::Thrower",
                                      "Stress.Shapes::SumAsync", "Stress.Shapes::Evens", "Stress.Shapes::Max",
                                      "Stress.Wide::Many", "Stress.Shapes::Ackermann", "Stress.Program::Main"}) {
-        bool found = false;
-        for (const auto& line : done) {
-            found = found || line.find("]" + method + " - 0x0(") != std::string::npos;
-        }
-        EXPECT_TRUE(found) << method << "\n" << why;
+        EXPECT_NE(doneText.find("]" + method + " - 0x0("), std::string::npos) << method << "\n" << why;
     }
     EXPECT_GT(done.size(), 40u) << why;
     // The account at shutdown counts methods as the log's lines do, leaving out

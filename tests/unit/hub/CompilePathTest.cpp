@@ -35,9 +35,7 @@ using CompileBody = std::function<void(ProfilerCallback&, ProfilerInfoDouble&, R
 StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::string>& properties = {},
                           const std::string& directives = kDirectives) {
     StartupSetup setup;
-    for (const auto& [key, value] : properties) {
-        setup.properties.insert_or_assign(key, value);
-    }
+    for (const auto& [key, value] : properties) setup.properties.insert_or_assign(key, value);
     setup.files["program.fmd"] = directives;
     setup.properties["harrowlite.fieldmark.directivesFile"] = "program.fmd";
     setup.makeInfo = [] {
@@ -64,6 +62,29 @@ StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::str
     return setup;
 }
 
+// The body run after a start-up with the compile setup; a refused start-up fails the test.
+StartupOutcome runCompile(CompileBody body, const std::map<std::string, std::string>& properties = {},
+                          const std::string& directives = kDirectives) {
+    StartupOutcome outcome = runStartup(compileSetup(std::move(body), properties, directives));
+    EXPECT_EQ(outcome.result, S_OK) << outcome.log;
+    return outcome;
+}
+
+// Asks, as Main compiles, whether each callee may be inlined and be taken
+// precompiled: both results, then both answers, a group per callee; then the
+// number of engine calls.
+CompileBody inliningAnswers(std::vector<FunctionID> callees) {
+    return [callees](ProfilerCallback& callback, ProfilerInfoDouble&, RecordingEngine& engine, std::ostream& notes) {
+        for (FunctionID callee : callees) {
+            BOOL shouldInline = TRUE;
+            BOOL useCached = TRUE;
+            notes << callback.JITInlining(kMain, callee, &shouldInline)
+                  << callback.JITCachedFunctionSearchStarted(callee, &useCached) << shouldInline << useCached << " ";
+        }
+        notes << engine.calls;
+    };
+}
+
 bool logHas(const StartupOutcome& outcome, const std::string& text) {
     return outcome.log.find(text) != std::string::npos;
 }
@@ -74,17 +95,16 @@ bool remembered(ProfilerCallback& callback, FunctionID id) {
 }
 
 TEST(CompilePath, OnlySelectedMethodsReachTheEngineAndAreLogged) {
-    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, ProfilerInfoDouble&,
-                                                        RecordingEngine& engine, std::ostream& notes) {
-        for (FunctionID id : {kPlace, kDispose, kPost, kCancel, kMain, kGetName}) {
-            notes << callback.JITCompilationStarted(id, TRUE);
-        }
-        // A second compile of a selected method goes to the engine again,
-        // which answers from its history with stage 0.
-        engine.stepReached = 0;
-        notes << callback.JITCompilationStarted(kPlace, TRUE) << "\n" << engine.instrumentedList();
-    }));
-    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    StartupOutcome outcome =
+        runCompile([](ProfilerCallback& callback, ProfilerInfoDouble&, RecordingEngine& engine, std::ostream& notes) {
+            for (FunctionID id : {kPlace, kDispose, kPost, kCancel, kMain, kGetName}) {
+                notes << callback.JITCompilationStarted(id, TRUE);
+            }
+            // A second compile of a selected method goes to the engine again,
+            // which answers from its history with stage 0.
+            engine.stepReached = 0;
+            notes << callback.JITCompilationStarted(kPlace, TRUE) << "\n" << engine.instrumentedList();
+        });
     EXPECT_EQ(outcome.notes, std::string("0000000\n") + kPlaceName + ";" + kPostName +
                                  ";[PolicyShapes]Program::Main;" + kPlaceName + ";")
         << outcome.log;
@@ -95,8 +115,8 @@ TEST(CompilePath, OnlySelectedMethodsReachTheEngineAndAreLogged) {
 }
 
 TEST(CompilePath, ReentrantAndUnsafeCompilesPassUntouched) {
-    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, ProfilerInfoDouble& info,
-                                                        RecordingEngine& engine, std::ostream& notes) {
+    StartupOutcome outcome = runCompile([](ProfilerCallback& callback, ProfilerInfoDouble& info,
+                                           RecordingEngine& engine, std::ostream& notes) {
         // A compile that the engine's own work sets off on the same thread.
         engine.duringInstrument = [&] {
             const int lookups = info.calls("GetFunctionInfo");
@@ -115,15 +135,14 @@ TEST(CompilePath, ReentrantAndUnsafeCompilesPassUntouched) {
         callback.JITCompilationStarted(kPost, TRUE);
         callback.JITCompilationStarted(kClose, TRUE);
         notes << engine.instrumentedList();
-    }));
-    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    });
     EXPECT_EQ(outcome.notes, std::string("nested 0 0 0\n") + kPlaceName + ";\nunsafe 0 0 0\n" + kPlaceName + ";" +
                                  kPostName + ";[PolicyShapes]Billing.Internal.Ledger::Close;")
         << outcome.log;
 }
 
 TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
-    StartupOutcome outcome = runStartup(compileSetup(
+    StartupOutcome outcome = runCompile(
         [](ProfilerCallback& callback, ProfilerInfoDouble&, RecordingEngine& engine, std::ostream& notes) {
             engine.instrumentResult = E_FAIL;
             engine.stepReached = 7;
@@ -134,8 +153,7 @@ TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
             notes << callback.JITCompilationStarted(kPost, TRUE) << callback.JITCompilationStarted(kDispose, TRUE)
                   << "\n" << engine.instrumentedList();
         },
-        {{"harrowlite.nativeprofiler.logAllMethodsNoticed", "true"}}));
-    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+        {{"harrowlite.nativeprofiler.logAllMethodsNoticed", "true"}});
     EXPECT_EQ(outcome.notes, std::string("0000\n") + kPlaceName + ";" + kPostName + ";");
     // The failure line carries the result, the stage and the reason; the
     // method is not reported as processed, and the runtime compiles its own body.
@@ -148,38 +166,18 @@ TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
 }
 
 TEST(CompilePath, SelectedMethodsAreNeverInlinedNorTakenPrecompiled) {
-    StartupOutcome outcome = runStartup(compileSetup([](ProfilerCallback& callback, ProfilerInfoDouble&,
-                                                        RecordingEngine& engine, std::ostream& notes) {
-        for (FunctionID callee : {kPlace, kPost, kDispose, kCancel, kUnknown}) {
-            BOOL shouldInline = TRUE;
-            BOOL useCached = TRUE;
-            notes << callback.JITInlining(kMain, callee, &shouldInline)
-                  << callback.JITCachedFunctionSearchStarted(callee, &useCached) << shouldInline << useCached << " ";
-        }
-        notes << engine.calls;
-    }));
-    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
-    EXPECT_EQ(outcome.notes, "0000 0000 0011 0011 0011 0");
+    EXPECT_EQ(runCompile(inliningAnswers({kPlace, kPost, kDispose, kCancel, kUnknown})).notes,
+              "0000 0000 0011 0011 0011 0");
 }
 
 TEST(CompilePath, DynamicInstrumentationKeepsEveryUnskippedCalleeACall) {
-    StartupOutcome outcome = runStartup(
-        compileSetup(
-            [](ProfilerCallback& callback, ProfilerInfoDouble&, RecordingEngine&, std::ostream& notes) {
-                for (FunctionID callee : {kPlace, kDispose, kCancel, kUnknown}) {
-                    BOOL shouldInline = TRUE;
-                    BOOL useCached = TRUE;
-                    callback.JITInlining(kMain, callee, &shouldInline);
-                    callback.JITCachedFunctionSearchStarted(callee, &useCached);
-                    notes << shouldInline << useCached << " ";
-                }
-            },
-            {{"harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true"}},
-            std::string(kDirectives) + "SkipDynamicInstrumentationClass: Shop.Invoice\n"));
-    ASSERT_EQ(outcome.result, S_OK) << outcome.log;
+    const StartupOutcome outcome =
+        runCompile(inliningAnswers({kPlace, kDispose, kCancel, kUnknown}),
+                   {{"harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true"}},
+                   std::string(kDirectives) + "SkipDynamicInstrumentationClass: Shop.Invoice\n");
     // Precompiled code is refused for the selected method alone; inlining for
     // every method that the dynamic skips do not name.
-    EXPECT_EQ(outcome.notes, "00 01 11 11 ");
+    EXPECT_EQ(outcome.notes, "0000 0001 0011 0011 0");
 }
 
 TEST(CompilePath, FirstMethodAfterAttachIsForcedThroughTheEngineAndReverted) {

@@ -2,49 +2,44 @@
 // process of its own (the process gate is made once per process).
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <vector>
 
 #include "StartupChild.h"
 
 namespace {
 
-std::string hex(unsigned long value) {
-    char text[16];
-    snprintf(text, sizeof(text), "0x%lX", value);
-    return text;
-}
-
 TEST(Initialize, EventMaskOfEachConfiguration) {
     struct Case {
         const char* name;
-        std::map<std::string, std::string> properties;
-        bool attach;
-        int infoVersion;
         unsigned long mask;
+        std::map<std::string, std::string> properties;
+        bool attach = false;
+        int infoVersion = 10;
     };
     const Case cases[] = {
-        {"launch, defaults", {}, false, 10, 0x1006022C},
-        {"deep instrumentation off", {{"harrowlite.agent.deep.instrumentation.enabled", "false"}}, false, 10,
-         0x0006002C},
-        {"ReJIT off", {{"harrowlite.agent.rejit.enabled", "false"}}, false, 10, 0x1002022C},
-        {"ICorProfilerInfo4 absent", {}, false, 3, 0x1002022C},
-        {"NGEN monitoring off", {{"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"}}, false, 10, 0x1004022C},
-        {"transparency checks disabled", {{"harrowlite.nativeprofiler.clrv4.transparency.checks.disabled", "true"}},
-         false, 10, 0x5006022C},
-        {"dynamic instrumentation on", {{"harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true"}}, false,
-         10, 0x1006122C},
+        {"launch, defaults", 0x1006022C, {}},
+        {"deep instrumentation off", 0x0006002C, {{"harrowlite.agent.deep.instrumentation.enabled", "false"}}},
+        {"ReJIT off", 0x1002022C, {{"harrowlite.agent.rejit.enabled", "false"}}},
+        {"ICorProfilerInfo4 absent", 0x1002022C, {}, false, 3},
+        {"NGEN monitoring off", 0x1004022C, {{"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"}}},
+        {"transparency checks disabled",
+         0x5006022C,
+         {{"harrowlite.nativeprofiler.clrv4.transparency.checks.disabled", "true"}}},
+        {"dynamic instrumentation on",
+         0x1006122C,
+         {{"harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true"}}},
         // Compile events stay on: they bring each rewritten body's offset map.
-        {"instrumentation on module load", {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}}, false, 10,
-         0x1006022C},
-        {"precompiled code off", {{"harrowlite.nativeprofiler.precompiledCode.disabled", "true"}}, false, 10,
-         0xB006022C},
-        {"attach, defaults", {}, true, 10, 0x1004022C},
+        {"instrumentation on module load", 0x1006022C, {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}}},
+        {"precompiled code off", 0xB006022C, {{"harrowlite.nativeprofiler.precompiledCode.disabled", "true"}}},
+        {"attach, defaults", 0x1004022C, {}, true},
         // The runtime refuses cache searches to an attach: methods are compiled again.
-        {"attach, instrumentation on module load", {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}},
-         true, 10, 0x1004022C},
+        {"attach, instrumentation on module load",
+         0x1004022C,
+         {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}},
+         true},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
         StartupSetup setup;
         setup.properties.insert(c.properties.begin(), c.properties.end());
         setup.attach = c.attach;
@@ -54,16 +49,15 @@ TEST(Initialize, EventMaskOfEachConfiguration) {
             notes << "rejit=" << callback->IsReJITEnabled() << " supports=" << callback->getSupportsReJIT();
         };
         StartupOutcome outcome = runStartup(setup);
-        EXPECT_EQ(outcome.result, S_OK) << c.name << "\n" << outcome.log;
-        EXPECT_EQ(outcome.setEventMaskCalls, 1) << c.name;
-        EXPECT_EQ(hex(outcome.mask), hex(c.mask)) << c.name << "\n" << outcome.log;
-        EXPECT_TRUE(outcome.fpcSet) << c.name;
+        EXPECT_EQ(outcome.result, S_OK) << outcome.log;
+        EXPECT_EQ(outcome.setEventMaskCalls, 1);
+        EXPECT_EQ(outcome.mask, c.mask) << outcome.log << std::hex << "the mask in hex: " << outcome.mask;
+        EXPECT_TRUE(outcome.fpcSet);
         // The service thread, where there is one, stops when the object goes.
-        EXPECT_TRUE(outcome.released) << c.name;
+        EXPECT_TRUE(outcome.released);
         const bool reJIT = (c.mask & COR_PRF_ENABLE_REJIT) != 0;
-        EXPECT_EQ(outcome.notes, std::string("rejit=") + (reJIT ? "1" : "0") + " supports=" + (reJIT ? "1" : "0"))
-            << c.name;
-        EXPECT_NE(outcome.log.find("Runtime Info: Core CLR (0x2) version "), std::string::npos) << c.name;
+        EXPECT_EQ(outcome.notes, std::string("rejit=") + (reJIT ? "1" : "0") + " supports=" + (reJIT ? "1" : "0"));
+        EXPECT_NE(outcome.log.find("Runtime Info: Core CLR (0x2) version "), std::string::npos);
         EXPECT_EQ(outcome.log.find("Attaching to application ") != std::string::npos, c.attach) << outcome.log;
     }
 }

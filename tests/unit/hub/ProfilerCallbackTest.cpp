@@ -35,9 +35,7 @@ TEST(ProfilerCallback, QueryInterfaceStopsAtCallback4) {
         ++references;
     }
     // Each successful QueryInterface added one reference.
-    for (; references > 1; --references) {
-        EXPECT_EQ(references - 1, callback->Release());
-    }
+    for (; references > 1; --references) EXPECT_EQ(references - 1, callback->Release());
     EXPECT_EQ(0u, callback->Release());
 }
 

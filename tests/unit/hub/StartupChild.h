@@ -46,14 +46,10 @@ struct StartupSetup {
 inline void runStartupChild(const StartupSetup& setup, const ScratchDirectory& scratch) {
     unsetenv("com.tarn.harrowlite.agentProfile");
     unsetenv("com.tarn.harrowlite.AgentProfile");
-    for (const auto& [name, text] : setup.files) {
-        scratch.write(name, text);
-    }
+    for (const auto& [name, text] : setup.files) scratch.write(name, text);
     if (setup.withProfile) {
         std::string text = "harrowlite.nativeprofiler.logfile=native.log\n";
-        for (const auto& [key, value] : setup.properties) {
-            text += key + "=" + value + "\n";
-        }
+        for (const auto& [key, value] : setup.properties) text += key + "=" + value + "\n";
         setenv("TMSENV_AGENT_PROFILE", scratch.write("default.properties", text).c_str(), 1);
     } else {
         setenv("TMSENV_AGENT_PROFILE", scratch.path("absent.properties").c_str(), 1);
@@ -65,9 +61,7 @@ inline void runStartupChild(const StartupSetup& setup, const ScratchDirectory& s
     const HRESULT result = setup.attach ? callback->InitializeForAttach(info, nullptr, 0) : callback->Initialize(info);
     const bool fpcSet = fpc == callback;
     std::ostringstream notes;
-    if (setup.body) {
-        setup.body(callback, info, notes);
-    }
+    if (setup.body) setup.body(callback, info, notes);
     callback->Release();
     scratch.write("notes", notes.str());
     scratch.write("outcome", std::to_string(result) + " " + std::to_string(info->lastEventMask()) + " " +
