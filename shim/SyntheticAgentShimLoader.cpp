@@ -201,7 +201,7 @@ void SyntheticAgentShim::FindTokenMethods() {
             return;
         }
     }
-    fprintf_8(log, "Failed to locate Module.ResolveMethod: the agent is bound by name\n");
+    fprintf_8(log, "Failed to locate the members that bind the agent by token: it is bound by name\n");
     agentTokens = AgentTokens();
 }
 
