@@ -63,12 +63,15 @@ void ProfilerAccount::write(FILE* log) const {
         fprintf_8(log, "  refused %llu: %S\n", static_cast<unsigned long long>(count), reason.c_str());
     }
     fprintf_8(log,
-              "  time in callbacks: metadata %.1f ms, decision %.1f ms, rewrite %.1f ms, shim %.1f ms, "
-              "module loads %.1f ms (shim included)\n",
+              "  time in callbacks: metadata %.1f ms, decision %.1f ms, rewrite %.1f ms, its log lines %.1f ms, "
+              "shim %.1f ms, module loads %.1f ms (shim included)\n",
               milliseconds(phaseTime[kMetadata]), milliseconds(phaseTime[kDecision]), milliseconds(phaseTime[kRewrite]),
-              milliseconds(phaseTime[kShim]), milliseconds(phaseTime[kModuleLoad]));
-    fprintf_8(log, "  per method: rewrite %.1f us (%llu rewritten), the runtime's own compile %.1f us (%llu compiled)\n",
+              milliseconds(phaseTime[kLog]), milliseconds(phaseTime[kShim]), milliseconds(phaseTime[kModuleLoad]));
+    fprintf_8(log,
+              "  per method: rewrite %.1f us and its log lines %.1f us (%llu rewritten), the runtime's own compile "
+              "%.1f us (%llu compiled)\n",
               microsecondsEach(phaseTime[kRewrite], instrumentedCount + refusedCount),
+              microsecondsEach(phaseTime[kLog], instrumentedCount + refusedCount),
               static_cast<unsigned long long>(instrumentedCount + refusedCount),
               microsecondsEach(runtimeCompileTime, runtimeCompileCount),
               static_cast<unsigned long long>(runtimeCompileCount.load()));

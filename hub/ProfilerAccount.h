@@ -18,7 +18,9 @@
 
 class ProfilerAccount {
 public:
-    enum Phase { kMetadata, kDecision, kRewrite, kShim, kModuleLoad, kPhaseCount };
+    // The log lines of the rewrites and their flushes have a phase of their
+    // own: each flush is a write to the file system.
+    enum Phase { kMetadata, kDecision, kRewrite, kLog, kShim, kModuleLoad, kPhaseCount };
 
     // Adds the time from its construction to its end to a phase.
     class Timed {

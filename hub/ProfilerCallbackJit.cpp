@@ -96,20 +96,27 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
     char16_t* className = nullptr;
     char16_t* method = nullptr;
     if (goesOn) {
-        ProfilerAccount::Timed timed(account, ProfilerAccount::kRewrite);
         if (SUCCEEDED(result) && !agentHijacked && controller->shouldHijackMethod(context) == 0) {
-            result = profiler->hijackMethod(context);
+            {
+                ProfilerAccount::Timed timed(account, ProfilerAccount::kRewrite);
+                result = profiler->hijackMethod(context);
+            }
             agentHijacked = SUCCEEDED(result);
             if (logEnabled && methodNames(&assembly, &className, &method)) {
+                ProfilerAccount::Timed timed(account, ProfilerAccount::kLog);
                 fprintf_8(nativeLog, "%S [%S]%S::%S\n", SUCCEEDED(result) ? u"Hijacked" : u"Failed to hijack",
                           assembly, className, method);
                 fflush(nativeLog);
             }
         }
         unsigned int step = 0;
-        result = profiler->instrumentMethod(context, &step);
+        {
+            ProfilerAccount::Timed timed(account, ProfilerAccount::kRewrite);
+            result = profiler->instrumentMethod(context, &step);
+        }
         // Step 0: another instantiation of a method already decided.
         if (step != 0) account.rewritten(result, profiler->getLastError());
+        ProfilerAccount::Timed timed(account, ProfilerAccount::kLog);
         if (logEnabled && methodNames(&assembly, &className, &method)) {
             fprintf_8(nativeLog, "%S [%S]%S::%S - 0x%X(%02d) - [functionID = 0x%llx]",
                       SUCCEEDED(result) ? u"Instrumented" : u"Failed to instrument", assembly, className, method,

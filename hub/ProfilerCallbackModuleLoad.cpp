@@ -336,6 +336,7 @@ void ProfilerCallback::instrumentModule(ModuleID moduleId, const char16_t* assem
         char16_t* className = nullptr;
         char16_t* name = nullptr;
         if (logEnabled && readNames(context, &assembly, &className, &name)) {
+            ProfilerAccount::Timed timed(account, ProfilerAccount::kLog);
             if (FAILED(result)) {
                 const char16_t* error = profiler->getLastError();
                 fprintf_8(nativeLog, "Failed to instrument [%S]%S::%S - 0x%X(%02d) (%S)\n", assembly, className, name,
