@@ -32,8 +32,8 @@ public:
 
     virtual ~IMethodBuilder() = default;
 
-    // Empty again, as newInstance makes it, keeping the lists it grew (up to
-    // a bound) for the next body.
+    // Empty again, as newInstance makes it, keeping the room its list of
+    // entries grew (up to a bound) for the next body.
     virtual void clear() = 0;
 
     // The header to be written; callers change flags, MaxStack and

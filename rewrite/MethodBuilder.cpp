@@ -53,23 +53,14 @@ MethodBuilder::MethodBuilder() : header{}, ehHeader{} {
 }
 
 void MethodBuilder::clear() {
-    // A body far above the usual size leaves none of its lists behind.
-    if (instructions.capacity() > kKeptEntries) {
-        *this = MethodBuilder();
-        return;
+    // The entries' list keeps its room, unless a body far above the usual
+    // size grew it.
+    std::vector<InstructionPtr> kept = std::move(instructions);
+    *this = MethodBuilder();
+    if (kept.capacity() <= kKeptEntries) {
+        kept.clear();
+        instructions = std::move(kept);
     }
-    instructions.clear();
-    clauses.clear();
-    builderLabels.clear();
-    traceLabels.clear();
-    otherLabels.clear();
-    header = IMAGE_COR_ILMETHOD_FAT{};
-    header.Flags = CorILMethod_FatFormat;
-    header.Size = kFatSizeInWords;
-    ehHeader = IMAGE_COR_ILMETHOD_SECT_FAT{};
-    offsetsValid = false;
-    targetsValid = false;
-    nextLabel = 1;
 }
 
 IMAGE_COR_ILMETHOD_FAT* MethodBuilder::getFatHeader() { return &header; }

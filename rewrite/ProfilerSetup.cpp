@@ -62,7 +62,7 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
         newBuffer = IMethodBuffer::newInstance(body);
         if (newBuffer.get() == nullptr) hr = E_OUTOFMEMORY;
     }
-    // The builder of the last method serves again, with the lists it grew.
+    // The builder of the last method serves again, with the room it grew.
     AutoPointer<IMethodBuilder> newBuilder;
     if (SUCCEEDED(hr)) {
         newBuilder = std::move(current.builder);
