@@ -204,45 +204,21 @@ HRESULT MetaDataContext::cachedName(mdToken token, bool& known, char16_t* assemb
 }
 
 HRESULT MetaDataContext::getInterfaces(char16_t*** assemblies, char16_t*** classes, unsigned int* count) {
-    HRESULT hr = S_OK;
-    if (!interfaces.known) {
-        hr = getInterfaces(typeDef, interfaces.assemblies.rows, interfaces.classes.rows, kListLimit,
-                           kNameSize, &interfaces.count);
-        if (FAILED(hr)) {
-            return hr;
-        }
-        interfaces.known = true;
-    }
-    interfaces.handOut(assemblies, classes, count);
-    return hr;
+    return interfaces.fillOnce(assemblies, classes, count, [&](CachedTypeList& list) {
+        return getInterfaces(typeDef, list.assemblies.rows, list.classes.rows, kListLimit, kNameSize, &list.count);
+    });
 }
 
 HRESULT MetaDataContext::getMethodAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) {
-    HRESULT hr = S_OK;
-    if (!methodAttributes.known) {
-        hr = getAttributes(methodDef, methodAttributes.assemblies.rows, methodAttributes.classes.rows,
-                           kListLimit, kNameSize, &methodAttributes.count);
-        if (FAILED(hr)) {
-            return hr;
-        }
-        methodAttributes.known = true;
-    }
-    methodAttributes.handOut(assemblies, classes, count);
-    return hr;
+    return methodAttributes.fillOnce(assemblies, classes, count, [&](CachedTypeList& list) {
+        return getAttributes(methodDef, list.assemblies.rows, list.classes.rows, kListLimit, kNameSize, &list.count);
+    });
 }
 
 HRESULT MetaDataContext::getClassAttributes(char16_t*** assemblies, char16_t*** classes, unsigned int* count) {
-    HRESULT hr = S_OK;
-    if (!classAttributes.known) {
-        hr = getAttributes(typeDef, classAttributes.assemblies.rows, classAttributes.classes.rows,
-                           kListLimit, kNameSize, &classAttributes.count);
-        if (FAILED(hr)) {
-            return hr;
-        }
-        classAttributes.known = true;
-    }
-    classAttributes.handOut(assemblies, classes, count);
-    return hr;
+    return classAttributes.fillOnce(assemblies, classes, count, [&](CachedTypeList& list) {
+        return getAttributes(typeDef, list.assemblies.rows, list.classes.rows, kListLimit, kNameSize, &list.count);
+    });
 }
 
 HRESULT MetaDataContext::getClassName(unsigned int token, char16_t* assembly, char16_t* name, unsigned int size) {

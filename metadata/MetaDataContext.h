@@ -63,6 +63,18 @@ private:
         NameList classes;
         unsigned int count = 0;
         void bind();
+        // Fills the list by fill(list) at the first call, then hands it out.
+        template <typename Fill>
+        HRESULT fillOnce(char16_t*** outAssemblies, char16_t*** outClasses, unsigned int* outCount, Fill fill) {
+            HRESULT hr = S_OK;
+            if (!known) {
+                hr = fill(*this);
+                if (FAILED(hr)) return hr;
+                known = true;
+            }
+            handOut(outAssemblies, outClasses, outCount);
+            return hr;
+        }
         void handOut(char16_t*** outAssemblies, char16_t*** outClasses, unsigned int* outCount);
     };
 
