@@ -8,9 +8,7 @@
 #include "gate/ProfileConfig.h"
 #include "gate/ProfilingManager.h"
 
-namespace {
-std::string folder;
-}
+static std::string folder;
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     char pattern[] = "/tmp/tarn-fuzz-XXXXXX";

@@ -17,8 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             method->shiftToFirstParam();
             unsigned char type = 0;
             unsigned int token = 0;
-            for (unsigned int i = 0; i < count && SUCCEEDED(method->readParam(&type, &token)); ++i) {
-            }
+            for (unsigned int i = 0; i < count && SUCCEEDED(method->readParam(&type, &token)); ++i) continue;
         }
         method->shiftToRetType();
         std::unique_ptr<IBlobOutputStream> copy(IBlobOutputStream::newInstance());

@@ -49,8 +49,6 @@ void askRuntimes(ProfilingManager* manager) {
 
 int main() {
     ProfilingManager* manager = ProfilingManager::getInstance();
-    printFlag("same.instance", manager == ProfilingManager::getInstance());
-
     printFlag("internal", manager->isDotnetInternalCommand());
     Text name;
     printText("app.name", ProcessFacts::getDotnetApplicationName(name), name);
@@ -58,27 +56,19 @@ int main() {
     bool isDotnet = false;
     printText("dll.path", ProcessFacts::getDotnetApplicationDllPath(dllPath, &isDotnet), dllPath);
     printFlag("is.dotnet", isDotnet);
-    printFlag("azure", ProcessFacts::isAzure());
     printText("custom.config", true, manager->getCustomConfigPath());
     const char* profile = getenv("com.tarn.harrowlite.agentProfile");
     printf_8("agent.profile=%s\n", profile != nullptr ? profile : "-");
     printFlag("properties", manager->getProperties() != nullptr);
-    printf_8("pick=%s\n", manager->isPickFirst() ? "first" : manager->isPickOne() ? "one" : manager->isPickMany() ? "many" : "?");
-    printFlag("diagnostic.enabled", manager->isDiagnosticLogEnabled());
-    Text home;
-    manager->findAgentHome(home);
-    printText("agent.home", true, home);
-    Text pool;
-    printf_8("app.pool.hr=0x%08X\n", ProcessFacts::getAppPoolName(pool));
-    printText("app.pool", true, pool);
+    printf_8("pick=%s\n", manager->isPickFirst() ? "first" : manager->isPickMany() ? "many" : "other");
 
     askRuntimes(manager);
 
-    // The controller is made once, from the manager's properties.
-    IProfilerController* first = manager->getController(nullptr);
-    IProfilerController* second = manager->getController(nullptr);
-    printf_8("controller.calls=%d\n", controllerFactoryCalls());
-    printFlag("controller.same", first != nullptr && first == second);
-    printFlag("controller.properties", lastControllerFactoryCall().properties == manager->getProperties());
+    // One manager; one controller, made at the first call from its properties.
+    IProfilerController* controller = manager->getController(nullptr);
+    const bool once =
+        controller != nullptr && controller == manager->getController(nullptr) && controllerFactoryCalls() == 1;
+    printf_8("singletons=%d,%d,%d\n", manager == ProfilingManager::getInstance(), once,
+             lastControllerFactoryCall().properties == manager->getProperties());
     return 0;
 }

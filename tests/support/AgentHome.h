@@ -26,9 +26,7 @@ public:
     void unset(const std::string& key) { properties.erase(key); }
     std::string writeProfile() const {
         std::string text;
-        for (const auto& [key, value] : properties) {
-            text += key + "=" + value + "\n";
-        }
+        for (const auto& [key, value] : properties) text += key + "=" + value + "\n";
         return write("default.properties", text);
     }
 

@@ -106,13 +106,12 @@ std::vector<AssemblyBodies::Blob> AssemblyBodies::signatures(CorTokenType table)
         PCCOR_SIGNATURE data = nullptr;
         ULONG length = 0;
         const mdToken token = TokenFromRid(row, table);
-        if (table == mdtMethodDef) {
+        if (table == mdtMethodDef)
             import->GetMethodProps(token, nullptr, nullptr, 0, nullptr, nullptr, &data, &length, nullptr, nullptr);
-        } else if (table == mdtSignature) {
+        else if (table == mdtSignature)
             import->GetSigFromToken(token, &data, &length);
-        } else {
+        else
             import->GetTypeSpecFromToken(token, &data, &length);
-        }
         blobs.push_back(Blob{data, length});
     }
     return blobs;

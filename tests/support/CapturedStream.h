@@ -10,9 +10,7 @@ class CapturedStream {
 public:
     CapturedStream() : stream(open_memstream(&buffer, &size)) {}
     ~CapturedStream() {
-        if (stream != nullptr) {
-            std::fclose(stream);
-        }
+        if (stream != nullptr) std::fclose(stream);
         std::free(buffer);
     }
     CapturedStream(const CapturedStream&) = delete;

@@ -1,5 +1,6 @@
 #include "DecodedBody.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "rewrite/CorSig.h"
@@ -40,24 +41,19 @@ DecodedBody DecodedBody::read(const unsigned char* body) {
 std::vector<DecodedBody::Clause> DecodedBody::clausesOf(IMethodBuffer& buffer) {
     std::vector<Clause> clauses;
     IMAGE_COR_ILMETHOD_SECT_EH* eh = buffer.getEH();
+    const auto add = [&clauses](const auto& c) {
+        clauses.push_back({c.Flags, c.TryOffset, c.TryLength, c.HandlerOffset, c.HandlerLength, c.ClassToken});
+    };
     for (unsigned int i = 0; i < buffer.getEHClauses(); ++i) {
-        if (buffer.isSmallEH()) {
-            const auto& c = eh->Small.Clauses[i];
-            clauses.push_back({c.Flags, c.TryOffset, c.TryLength, c.HandlerOffset, c.HandlerLength, c.ClassToken});
-        } else {
-            const auto& c = eh->Fat.Clauses[i];
-            clauses.push_back({c.Flags, c.TryOffset, c.TryLength, c.HandlerOffset, c.HandlerLength, c.ClassToken});
-        }
+        buffer.isSmallEH() ? add(eh->Small.Clauses[i]) : add(eh->Fat.Clauses[i]);
     }
     return clauses;
 }
 
 unsigned int DecodedBody::count(uint32_t opcode, std::optional<uint64_t> operand) const {
-    unsigned int n = 0;
-    for (const Instruction& instruction : instructions) {
-        n += instruction.opcode == opcode && operand.value_or(instruction.operand) == instruction.operand ? 1 : 0;
-    }
-    return n;
+    return static_cast<unsigned int>(std::count_if(instructions.begin(), instructions.end(), [&](const Instruction& i) {
+        return i.opcode == opcode && operand.value_or(i.operand) == i.operand;
+    }));
 }
 
 unsigned char returnType(std::span<const unsigned char> signature) {

@@ -14,10 +14,7 @@ namespace {
 template <typename Interface, typename Element>
 class EmptyEnumerator final : public Interface {
 public:
-    HRESULT QueryInterface(REFIID, void** out) override {
-        *out = nullptr;
-        return E_NOINTERFACE;
-    }
+    HRESULT QueryInterface(REFIID, void** out) override { return *out = nullptr, E_NOINTERFACE; }
     ULONG AddRef() override { return ++references; }
     ULONG Release() override {
         const ULONG left = --references;
@@ -27,14 +24,8 @@ public:
     HRESULT Skip(ULONG) override { return S_OK; }
     HRESULT Reset() override { return S_OK; }
     HRESULT Clone(Interface**) override { return E_NOTIMPL; }
-    HRESULT GetCount(ULONG* count) override {
-        *count = 0;
-        return S_OK;
-    }
-    HRESULT Next(ULONG, Element[], ULONG* fetched) override {
-        *fetched = 0;
-        return S_FALSE;
-    }
+    HRESULT GetCount(ULONG* count) override { return *count = 0, S_OK; }
+    HRESULT Next(ULONG, Element[], ULONG* fetched) override { return *fetched = 0, S_FALSE; }
 
 private:
     ULONG references = 1;
@@ -50,11 +41,7 @@ ProfilerInfoDouble* ProfilerInfoDouble::newInstance() {
 }
 
 ModuleID ProfilerInfoDouble::addModule(const std::string& path) {
-    AutoCOMPointer<IMetaDataImport> real = RealAssemblies::open(path);
-    if (real.get() == nullptr) {
-        return 0;
-    }
-    return OfflineProfilerInfo::addModule(RealAssemblies::widen(path), std::move(real));
+    return OfflineProfilerInfo::addModule(RealAssemblies::widen(path));
 }
 
 ModuleID ProfilerInfoDouble::addWritableModule(const std::string& path) {
@@ -65,14 +52,13 @@ ModuleID ProfilerInfoDouble::addWritableModule(const std::string& path) {
     AutoCOMPointer<IMetaDataDispenserEx> dispenser = HostedRuntime::instance().dispenser();
     AutoCOMPointer<IMetaDataImport> import;
     const std::u16string widePath = RealAssemblies::widen(copy);
+    Module module{std::make_unique<AssemblyBodies>(), {}};
     if (!std::filesystem::copy_file(path, copy, error) || dispenser.get() == nullptr ||
         FAILED(dispenser->OpenScope(widePath.c_str(), ofWrite, IID_IMetaDataImport,
-                                    reinterpret_cast<IUnknown**>(&import)))) {
+                                    reinterpret_cast<IUnknown**>(&import))) ||
+        !module.bodies->load(path)) {
         return 0;
     }
-    Module module;
-    module.bodies = std::make_unique<AssemblyBodies>();
-    if (!module.bodies->load(path)) return 0;
     for (const AssemblyBodies::Body& body : module.bodies->bodies()) {
         module.bodyByMethod[TokenFromRid(body.methodRow, mdtMethodDef)] = {body.bytes, body.size};
     }
@@ -82,10 +68,7 @@ ModuleID ProfilerInfoDouble::addWritableModule(const std::string& path) {
 }
 
 FunctionID ProfilerInfoDouble::addFunction(ModuleID module, mdMethodDef token, FunctionID id) {
-    if (id == 0) {
-        id = nextFunction;
-        nextFunction += 0x40;
-    }
+    if (id == 0) id = std::exchange(nextFunction, nextFunction + 0x40);
     // One class id per module and owning type is enough for the tests; the
     // row of the method stands in for the type.
     functions[id] = Function{module, token, module + 0x8000 + RidFromToken(token)};
@@ -121,9 +104,7 @@ std::map<mdMethodDef, const unsigned char*> ProfilerInfoDouble::installedBodies(
 
 ULONG ProfilerInfoDouble::Release() {
     const ULONG left = OfflineProfilerInfo::Release();
-    if (left == 0 && deletesItself) {
-        delete this;
-    }
+    if (left == 0 && deletesItself) delete this;
     return left;
 }
 
@@ -131,9 +112,7 @@ HRESULT ProfilerInfoDouble::GetFunctionInfo(FunctionID functionId, ClassID* pCla
                                             mdToken* pToken) {
     count("GetFunctionInfo");
     auto found = functions.find(functionId);
-    if (found == functions.end()) {
-        return E_INVALIDARG;
-    }
+    if (found == functions.end()) return E_INVALIDARG;
     if (pClassId != nullptr) *pClassId = found->second.classID;
     if (pModuleId != nullptr) *pModuleId = found->second.module;
     if (pToken != nullptr) *pToken = found->second.token;
@@ -144,24 +123,18 @@ HRESULT ProfilerInfoDouble::GetTokenAndMetaDataFromFunction(FunctionID functionI
                                                             mdToken* pToken) {
     count("GetTokenAndMetaDataFromFunction");
     auto found = functions.find(functionId);
-    if (found == functions.end()) {
-        return E_INVALIDARG;
-    }
+    if (found == functions.end()) return E_INVALIDARG;
     IMetaDataImport* import = OfflineProfilerInfo::importOf(found->second.module);
-    if (import == nullptr) {
-        return E_FAIL;
-    }
+    if (import == nullptr) return E_FAIL;
     *pToken = found->second.token;
     return import->QueryInterface(riid, reinterpret_cast<void**>(ppImport));
 }
 
 HRESULT ProfilerInfoDouble::GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) {
-    if (FAILED(metaDataResult)) {
-        count("GetModuleMetaData");
-        *ppOut = nullptr;
-        return metaDataResult;
-    }
-    return OfflineProfilerInfo::GetModuleMetaData(moduleId, dwOpenFlags, riid, ppOut);
+    if (SUCCEEDED(metaDataResult)) return OfflineProfilerInfo::GetModuleMetaData(moduleId, dwOpenFlags, riid, ppOut);
+    count("GetModuleMetaData");
+    *ppOut = nullptr;
+    return metaDataResult;
 }
 
 HRESULT ProfilerInfoDouble::GetILFunctionBody(ModuleID moduleId, mdMethodDef methodId, LPCBYTE* ppMethodHeader,
@@ -179,21 +152,21 @@ HRESULT ProfilerInfoDouble::GetILFunctionBody(ModuleID moduleId, mdMethodDef met
 
 HRESULT ProfilerInfoDouble::GetILFunctionBodyAllocator(ModuleID moduleId, IMethodMalloc** ppMalloc) {
     count("GetILFunctionBodyAllocator");
-    if (modules.find(moduleId) == modules.end()) return E_INVALIDARG;
+    if (!modules.contains(moduleId)) return E_INVALIDARG;
     *ppMalloc = &allocator;
     return S_OK;
 }
 
 HRESULT ProfilerInfoDouble::SetILFunctionBody(ModuleID moduleId, mdMethodDef methodid, LPCBYTE pbNewILMethodHeader) {
     count("SetILFunctionBody");
-    if (modules.find(moduleId) == modules.end()) return E_INVALIDARG;
+    if (!modules.contains(moduleId)) return E_INVALIDARG;
     installed[{moduleId, methodid}] = pbNewILMethodHeader;
     return S_OK;
 }
 
 HRESULT ProfilerInfoDouble::ApplyMetaData(ModuleID moduleId) {
     count("ApplyMetaData");
-    return modules.find(moduleId) == modules.end() ? E_INVALIDARG : S_OK;
+    return modules.contains(moduleId) ? S_OK : E_INVALIDARG;
 }
 
 HRESULT ProfilerInfoDouble::EnumModules(ICorProfilerModuleEnum** ppEnum) {
@@ -215,27 +188,19 @@ HRESULT ProfilerInfoDouble::GetAppDomainInfo(AppDomainID, ULONG cchName, ULONG* 
     const std::u16string name = u"clrhost";
     if (pcchName != nullptr) *pcchName = static_cast<ULONG>(name.size() + 1);
     if (szName == nullptr || cchName <= name.size()) return E_INVALIDARG;
-    std::copy(name.begin(), name.end(), szName);
-    szName[name.size()] = 0;
+    std::copy(name.c_str(), name.c_str() + name.size() + 1, szName);
     return S_OK;
 }
 
 HRESULT ProfilerInfoDouble::Allocator::QueryInterface(REFIID riid, void** out) {
-    if (riid == IID_IUnknown || riid == IID_IMethodMalloc) {
-        *out = this;
-        return S_OK;
-    }
-    *out = nullptr;
-    return E_NOINTERFACE;
+    const bool known = riid == IID_IUnknown || riid == IID_IMethodMalloc;
+    *out = known ? this : nullptr;
+    return known ? S_OK : E_NOINTERFACE;
 }
 
 PVOID ProfilerInfoDouble::Allocator::Alloc(ULONG cb) {
     owner.count("Alloc");
     owner.lastSize = cb;
-    if (owner.allocFails) {
-        owner.allocFails = false;
-        return owner.allocFailure;
-    }
-    owner.blocks.push_back(std::make_unique<unsigned char[]>(cb));
-    return owner.blocks.back().get();
+    if (const std::optional<void*> failure = std::exchange(owner.allocFailure, std::nullopt)) return *failure;
+    return owner.blocks.emplace_back(std::make_unique<unsigned char[]>(cb)).get();
 }

@@ -11,6 +11,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -51,7 +52,7 @@ public:
     // Bytes that the allocator handed out for the last Alloc.
     unsigned int lastAllocation() const { return lastSize; }
     // Makes Alloc give back this address instead of memory, once.
-    void failNextAlloc(void* address) { allocFailure = address; allocFails = true; }
+    void failNextAlloc(void* address) { allocFailure = address; }
     // When set to a failure, GetModuleMetaData answers with it.
     HRESULT metaDataResult = S_OK;
     // When set to a failure, EnumModules answers with it.
@@ -76,15 +77,12 @@ public:
 private:
     // The allocator that the runtime hands out: memory that stays until the
     // double goes, as the runtime keeps a body it was given.
-    class Allocator final : public IMethodMalloc {
-    public:
+    struct Allocator final : IMethodMalloc {
         explicit Allocator(ProfilerInfoDouble& owner) : owner(owner) {}
         HRESULT QueryInterface(REFIID riid, void** out) override;
         ULONG AddRef() override { return 2; }
         ULONG Release() override { return 1; }
         PVOID Alloc(ULONG cb) override;
-
-    private:
         ProfilerInfoDouble& owner;
     };
     struct Function {
@@ -110,6 +108,5 @@ private:
     Allocator allocator {*this};
     std::vector<std::unique_ptr<unsigned char[]>> blocks;
     unsigned int lastSize = 0;
-    void* allocFailure = nullptr;
-    bool allocFails = false;
+    std::optional<void*> allocFailure;
 };

@@ -1,6 +1,7 @@
 #include "RealAssemblies.h"
 
 #include <filesystem>
+#include <string_view>
 
 #include "offline/HostedRuntime.h"
 #include "runtime/CorErrors.h"
@@ -63,40 +64,31 @@ std::span<const unsigned char> RealAssemblies::signatureOf(IMetaDataImport* impo
 std::string RealAssemblies::nameOf(IMetaDataImport* import, mdToken member) {
     char16_t name[1024] = {};
     ULONG length = 0;
-    if (TypeFromToken(member) == mdtMemberRef) {
+    if (TypeFromToken(member) == mdtMemberRef)
         import->GetMemberRefProps(member, nullptr, name, 1024, &length, nullptr, nullptr);
-    } else {
+    else
         import->GetMethodProps(member, nullptr, name, 1024, &length, nullptr, nullptr, nullptr, nullptr, nullptr);
-    }
     return narrow(name);
 }
 
 mdTypeDef RealAssemblies::findNestedType(IMetaDataImport* import, std::initializer_list<const char16_t*> path) {
     mdTypeDef type = 0;
-    for (const char16_t* name : path) {
-        type = findType(import, name, type);
-    }
+    for (const char16_t* name : path) type = findType(import, name, type);
     return type;
 }
 
 mdTypeRef RealAssemblies::findTypeRef(IMetaDataImport* import, const char16_t* name) {
     HCORENUM enumerator = nullptr;
-    mdTypeRef refs[256];
-    ULONG count = 0;
-    mdTypeRef found = 0;
-    std::u16string wanted(name);
-    while (found == 0 && SUCCEEDED(import->EnumTypeRefs(&enumerator, refs, 256, &count)) && count > 0) {
-        for (ULONG i = 0; i < count && found == 0; ++i) {
-            char16_t text[1024];
-            ULONG length = 0;
-            if (SUCCEEDED(import->GetTypeRefProps(refs[i], nullptr, text, 1024, &length)) && wanted == text) {
-                found = refs[i];
-            }
+    mdTypeRef ref = 0, found = 0;
+    ULONG count = 0, length = 0;
+    char16_t text[1024];
+    while (found == 0 && SUCCEEDED(import->EnumTypeRefs(&enumerator, &ref, 1, &count)) && count > 0) {
+        if (SUCCEEDED(import->GetTypeRefProps(ref, nullptr, text, 1024, &length)) &&
+            std::u16string_view(text) == name) {
+            found = ref;
         }
     }
-    if (enumerator != nullptr) {
-        import->CloseEnum(enumerator);
-    }
+    if (enumerator != nullptr) import->CloseEnum(enumerator);
     return found;
 }
 
@@ -105,9 +97,6 @@ std::u16string RealAssemblies::widen(const std::string& text) {
 }
 
 std::string RealAssemblies::narrow(const char16_t* text) {
-    std::string result;
-    for (; text != nullptr && *text != 0; ++text) {
-        result += static_cast<char>(*text);
-    }
-    return result;
+    const std::u16string_view view = text != nullptr ? text : u"";
+    return std::string(view.begin(), view.end());
 }

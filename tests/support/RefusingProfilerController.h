@@ -31,14 +31,8 @@ public:
         return refused(__func__);
     }
     void setCLRVersion(unsigned int) override { refused(__func__); }
-    std::u16string& getAppName() override {
-        refused(__func__);
-        return appName;
-    }
-    FILE* getNativeLog() override {
-        refused(__func__);
-        return nullptr;
-    }
+    std::u16string& getAppName() override { return refused(__func__), appName; }
+    FILE* getNativeLog() override { return refused(__func__), nullptr; }
     int shouldEnableDynamicInstrumentation() override { return refused(__func__); }
     int shouldSkipDynamicInstrumentation(IMetaDataContext*) override { return refused(__func__); }
     int shouldSkipAssembly(IMetaDataContext*) override { return refused(__func__); }
@@ -46,10 +40,7 @@ public:
     int reloadDirectives() override { return refused(__func__); }
     int addDynamicDirective(char16_t*) override { return refused(__func__); }
     void clearCacheForFunction(FunctionID) override { refused(__func__); }
-    CompiledMethods& getCompiledMethods() override {
-        refused(__func__);
-        return compiledMethods;
-    }
+    CompiledMethods& getCompiledMethods() override { return refused(__func__), compiledMethods; }
 
 protected:
     virtual int refused(const char* /*operation*/) { return E_NOTIMPL; }

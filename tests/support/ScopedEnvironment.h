@@ -13,28 +13,21 @@ public:
     ScopedEnvironment(const ScopedEnvironment&) = delete;
     ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
     ~ScopedEnvironment() {
-        for (const auto& [name, value] : saved) {
-            if (value) {
-                setenv(name.c_str(), value->c_str(), 1);
-            } else {
-                unsetenv(name.c_str());
-            }
-        }
+        for (const auto& [name, value] : saved) put(name, value ? value->c_str() : nullptr);
     }
 
     // Sets name to value, or removes it if value is null.
     void set(const std::string& name, const char* value) {
-        if (saved.find(name) == saved.end()) {
+        if (!saved.contains(name)) {
             const char* old = getenv(name.c_str());
             saved[name] = old != nullptr ? std::optional<std::string>(old) : std::nullopt;
         }
-        if (value != nullptr) {
-            setenv(name.c_str(), value, 1);
-        } else {
-            unsetenv(name.c_str());
-        }
+        put(name, value);
     }
 
 private:
+    static void put(const std::string& name, const char* value) {
+        value != nullptr ? setenv(name.c_str(), value, 1) : unsetenv(name.c_str());
+    }
     std::map<std::string, std::optional<std::string>> saved;
 };

@@ -1,14 +1,14 @@
 #include "GateInstallation.h"
 
+#include <algorithm>
 #include <filesystem>
 
 GateInstallation::GateInstallation() {
     std::filesystem::create_directories(scratch.path("bin"));
     std::filesystem::create_directories(home() + "/lib");
     std::filesystem::copy_file(TARN_GATE_PROBE_MODULE, library());
-    for (const char* name : {"dotnet", "dotnet.exe", "app.exe", "myhost"}) {
+    for (const char* name : {"dotnet", "dotnet.exe", "app.exe", "myhost"})
         std::filesystem::create_symlink(TARN_GATE_PROBE, host(name));
-    }
     set("agent.name", "default");
     writeProfile();
 }
@@ -26,14 +26,8 @@ ProbeProcess GateInstallation::run(const std::string& hostName, const std::vecto
 }
 
 std::vector<std::string> GateInstallation::diagnosticLog(const std::string& programName) const {
-    return splitLines(readFile(home() + "/logs/nativeprofiler_diagnostic_" + programName + ".log"));
-}
-
-std::vector<std::string> linesAfterDump(const std::vector<std::string>& log) {
-    for (size_t i = 0; i < log.size(); ++i) {
-        if (log[i] == "==============================") {
-            return {log.begin() + static_cast<long>(i) + 1, log.end()};
-        }
-    }
-    return {};
+    const std::vector<std::string> log =
+        splitLines(readFile(home() + "/logs/nativeprofiler_diagnostic_" + programName + ".log"));
+    const auto dump = std::find(log.begin(), log.end(), "==============================");
+    return dump == log.end() ? log : std::vector<std::string>(dump + 1, log.end());
 }

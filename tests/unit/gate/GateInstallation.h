@@ -29,9 +29,7 @@ public:
     ProbeProcess run(const std::string& hostName, const std::vector<std::string>& arguments,
                      const std::vector<std::string>& environment) const;
 
-    // Lines of the diagnostic log of a program, empty if there is none.
+    // Lines of the diagnostic log of a program after its environment dump (all
+    // of them if it has none); empty if there is no log.
     std::vector<std::string> diagnosticLog(const std::string& programName) const;
 };
-
-// The lines of the diagnostic log that come after the environment dump.
-std::vector<std::string> linesAfterDump(const std::vector<std::string>& log);

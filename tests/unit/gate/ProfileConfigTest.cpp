@@ -20,11 +20,6 @@ protected:
         return installation.run(host, arguments, installation.environment());
     }
 
-    // The diagnostic lines written after the environment dump.
-    std::vector<std::string> words(const std::string& program) const {
-        return linesAfterDump(installation.diagnosticLog(program));
-    }
-
     GateInstallation installation;
     const std::string shop = installation.write("shop.properties", "agent.name=shop\n");
     const std::string billing = installation.write("billing.properties", "agent.name=billing\n");
@@ -75,7 +70,7 @@ TEST_F(ProfileConfig, RulesChooseTheFirstProfileThatFits) {
         EXPECT_EQ(run["custom.config"], c.chosen);
         EXPECT_EQ(run["agent.profile"], c.chosen.empty() ? installation.profilePath() : c.chosen);
         if (!c.logged.empty()) {
-            EXPECT_THAT(words(c.host.substr(0, c.host.find('.'))), Contains(c.logged));
+            EXPECT_THAT(installation.diagnosticLog(c.host.substr(0, c.host.find('.'))), Contains(c.logged));
         }
     }
 }
@@ -114,7 +109,7 @@ TEST_F(ProfileConfig, RuleWalksAreLoggedAndMalformedLayoutsStopReading) {
         std::vector<std::string> expected {"app pool: ", "process name: app.exe", "dll name: "};
         expected.insert(expected.end(), c.parsed.begin(), c.parsed.end());
         expected.push_back("Opening " + (c.chosen.empty() ? installation.profilePath() : c.chosen));
-        EXPECT_THAT(words("app"), ElementsAreArray(expected)) << c.config;
+        EXPECT_THAT(installation.diagnosticLog("app"), ElementsAreArray(expected)) << c.config;
     }
 }
 
@@ -125,6 +120,7 @@ TEST_F(ProfileConfig, AProfileWithoutASlashIsFoundInTheWorkingDirectory) {
     EXPECT_EQ(plain["custom.config"], "") << plain.describe();
     EXPECT_EQ(plain["properties"], "1");
     EXPECT_EQ(plain["agent.profile"], installation.files().path("plain.properties"));
-    EXPECT_THAT(words("app"), ElementsAre("invalid agent profile: plain.properties",
-                                          "Opening " + installation.files().path("plain.properties")));
+    EXPECT_THAT(installation.diagnosticLog("app"),
+                ElementsAre("invalid agent profile: plain.properties",
+                            "Opening " + installation.files().path("plain.properties")));
 }

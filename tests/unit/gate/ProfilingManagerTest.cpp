@@ -53,6 +53,8 @@ TEST(ProfilingManager, AnalysesTheDotnetCommandLine) {
         EXPECT_EQ(run["is.dotnet"], line.isDotnet) << label;
         // Nothing else forbids these: the first runtime to ask passes.
         EXPECT_EQ(run["clr.0.v4"], kPass) << label;
+        // One manager, and one controller made from its properties.
+        EXPECT_EQ(run["singletons"], "1,1,1") << label;
     }
 }
 
@@ -138,17 +140,16 @@ TEST(ProfilingManager, WithoutAReadableProfileEveryRuntimeIsRefused) {
     EXPECT_EQ(unset["properties"], "0") << unset.describe();
     EXPECT_EQ(unset["agent.profile"], "-");
     EXPECT_EQ(unset["clr.0.v4"], kCancel);
-    EXPECT_THAT(linesAfterDump(installation.diagnosticLog("app")),
-                ElementsAre("Failed to get com.tarn.harrowlite.agentProfile."));
+    EXPECT_THAT(installation.diagnosticLog("app"), ElementsAre("Failed to get com.tarn.harrowlite.agentProfile."));
 
     const std::string missing = installation.profiles() + "/missing.properties";
     const ProbeProcess absent = installation.run(
         "app.exe", {}, {"com.tarn.harrowlite.agentProfile=" + missing, "TMS_DIAGNOSTICS_ENABLED=1", "LD_PRELOAD=" + installation.library()});
     EXPECT_EQ(absent["properties"], "0") << absent.describe();
     EXPECT_EQ(absent["clr.0.v4"], kCancel);
-    EXPECT_THAT(linesAfterDump(installation.diagnosticLog("app")),
-                ElementsAre("failed to open: " + installation.profiles() + "/AgentProfile.config",
-                            "Opening " + missing, "Failed to open " + missing + "."));
+    EXPECT_THAT(installation.diagnosticLog("app"),
+                ElementsAre("failed to open: " + installation.profiles() + "/AgentProfile.config", "Opening " + missing,
+                            "Failed to open " + missing + "."));
 }
 
 TEST(ProfilingManager, AgentProfileComesFromTheFirstSourceAndIsMadeCanonical) {
@@ -165,9 +166,9 @@ TEST(ProfilingManager, AgentProfileComesFromTheFirstSourceAndIsMadeCanonical) {
     for (const std::vector<std::string>& environment : environments) {
         const ProbeProcess run = installation.run("dotnet", {"app.dll"}, environment);
         EXPECT_EQ(run["agent.profile"], canonical) << ::testing::PrintToString(environment) << run.describe();
-        // Without an AgentProfile.config no custom profile is chosen.
+        // Without an AgentProfile.config no custom profile is chosen; a runtime
+        // passes only once the profile is read.
         EXPECT_EQ(run["custom.config"], "");
-        EXPECT_EQ(run["properties"], "1");
         EXPECT_EQ(run["clr.0.v4"], kPass);
     }
 }

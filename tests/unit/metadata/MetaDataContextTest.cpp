@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <tuple>
 
 #include "MetaDataFixture.h"
 #include "metadata/MetaDataContext.h"
@@ -54,42 +55,32 @@ TEST_F(MetaDataContextNames, ReferencesKeepTheirGenericMarkerAndNameTheirAssembl
 TEST_F(MetaDataContextNames, ParentsByDefinitionReferenceOrNone) {
     ModuleID multi = info->addModule(RealAssemblies::testAsset("MultiModule"));
     ASSERT_NE(multi, 0u);
-    struct Case {
-        ModuleID module;
-        const char16_t* type;
-        const char16_t* method;
-        const char* assembly;
-        const char* parent;
-    };
-    const Case cases[] = {
+    const std::tuple<ModuleID, const char16_t*, const char16_t*, const char*, const char*> cases[] = {
         {shapes, u"Shapes.DerivedFromDef", u"Run", "MetadataShapes", "Shapes.PlainBase"},
         {shapes, u"Shapes.PlainBase", u"Run", "System.Runtime", "System.Object"},
         {shapes, u"Shapes.Attributed", u"Marked", "System.Runtime", "System.Exception"},
         // A type in another module of the assembly belongs to the assembly.
         {multi, u"Shapes.LocalDerived", u"Run", "MultiModule", "Shapes.Remote.RemoteBase"},
     };
-    for (const Case& c : cases) {
-        ASSERT_EQ(context->setFunction(function(c.module, {c.type}, c.method)), S_OK);
-        EXPECT_THAT(parentName(), Pair(c.assembly, c.parent)) << RealAssemblies::narrow(c.type);
+    for (const auto& [where, type, method, assembly, parent] : cases) {
+        ASSERT_EQ(context->setFunction(function(where, {type}, method)), S_OK);
+        EXPECT_THAT(parentName(), Pair(assembly, parent)) << RealAssemblies::narrow(type);
     }
 
-    // Base given by a TypeSpec, and an interface without a base: no
-    // parent, on every call.
-    const Case none[] = {{shapes, u"Shapes.DerivedFromSpec", u"Run", nullptr, nullptr},
-                         {shapes, u"Shapes.IGeneric`1", u"Take", nullptr, nullptr}};
-    for (const Case& c : none) {
-        ASSERT_EQ(context->setFunction(function(c.module, {c.type}, c.method)), S_OK);
+    // Base given by a TypeSpec, and an interface without a base: no parent,
+    // on every call; the super token is the TypeSpec, or nil.
+    for (const auto& [type, method, bySpec] :
+         {std::tuple{u"Shapes.DerivedFromSpec", u"Run", true}, {u"Shapes.IGeneric`1", u"Take", false}}) {
+        ASSERT_EQ(context->setFunction(function(shapes, {type}, method)), S_OK);
         char16_t* assembly = nullptr;
         char16_t* name = nullptr;
         EXPECT_EQ(context->getParentName(&assembly, &name), E_NOTIMPL);
         EXPECT_EQ(context->getParentName(&assembly, &name), E_NOTIMPL);
         EXPECT_EQ(assembly, nullptr);
         EXPECT_EQ(name, nullptr);
+        const mdToken super = context->getSuperToken();
+        EXPECT_TRUE(bySpec ? TypeFromToken(super) == mdtTypeSpec : IsNilToken(super)) << std::hex << super;
     }
-    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.DerivedFromSpec"}, u"Run")), S_OK);
-    EXPECT_EQ(TypeFromToken(context->getSuperToken()), static_cast<uint32_t>(mdtTypeSpec));
-    ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.IGeneric`1"}, u"Take")), S_OK);
-    EXPECT_TRUE(IsNilToken(context->getSuperToken()));
 }
 
 TEST_F(MetaDataContextNames, InterfacesAreListedUpToSixtyFour) {

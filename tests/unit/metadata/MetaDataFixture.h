@@ -56,9 +56,8 @@ protected:
         HRESULT hr = ((*context).*getter)(&assemblies, &classes, &count);
         EXPECT_EQ(hr, S_OK);
         NameList names;
-        for (unsigned int i = 0; SUCCEEDED(hr) && i < count; ++i) {
+        for (unsigned int i = 0; SUCCEEDED(hr) && i < count; ++i)
             names.emplace_back(RealAssemblies::narrow(assemblies[i]), RealAssemblies::narrow(classes[i]));
-        }
         return names;
     }
 

@@ -67,9 +67,7 @@ std::vector<const void*> walk(const char* kinds, ...) {
 TEST(PrintfArgs, WalkFindsPointersInRegistersAndOnTheStack) {
     int values[12];
     std::vector<const void*> want;
-    for (int& value : values) {
-        want.push_back(&value);
-    }
+    for (int& value : values) want.push_back(&value);
     // Five general registers remain after the kinds string, eight vector
     // registers; ten doubles and twelve pointers go past both.
     auto seen = walk("pfpfpfpfpfpfppfpfpfpfp", &values[0], 1.0, &values[1], 2.0, &values[2], 3.0, &values[3], 4.0,

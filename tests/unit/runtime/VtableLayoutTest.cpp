@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <tuple>
 
 #include "support/VtableSlotOf.h"
 #include "runtime/CorProfilerCallback.h"
@@ -9,27 +10,15 @@
 
 namespace {
 
-struct Slot {
-    const char* method;
-    std::ptrdiff_t actual;
-    std::ptrdiff_t expected;
-};
 // The method's name goes with its row, for the failure message.
-#define SLOT(method, slot) \
-    { #method, vtableSlotOf(&method), slot }
+using Slot = std::tuple<const char*, std::ptrdiff_t, std::ptrdiff_t>;
+#define SLOT(method, slot) Slot(#method, vtableSlotOf(&method), slot)
 
 void expectSlots(std::initializer_list<Slot> slots) {
-    for (const Slot& slot : slots) {
-        EXPECT_EQ(slot.actual, slot.expected) << slot.method;
-    }
+    for (const auto& [method, actual, expected] : slots) EXPECT_EQ(actual, expected) << method;
 }
 
 }  // namespace
-
-TEST(VtableLayout, UnknownAndClassFactoryFollowTheObjectModel) {
-    expectSlots({SLOT(IUnknown::QueryInterface, 0), SLOT(IUnknown::AddRef, 1), SLOT(IUnknown::Release, 2),
-                 SLOT(IClassFactory::CreateInstance, 3), SLOT(IClassFactory::LockServer, 4)});
-}
 
 TEST(VtableLayout, ProfilerInfoChainPutsLateMethodsWhereTheRuntimeHasThem) {
     expectSlots({SLOT(ICorProfilerInfo::GetClassFromObject, 3), SLOT(ICorProfilerInfo::SetEventMask, 16),
@@ -52,8 +41,10 @@ TEST(VtableLayout, ProfilerInfoChainPutsLateMethodsWhereTheRuntimeHasThem) {
                  SLOT(ICorProfilerInfo10::SetILFunctionBody, 24)});
 }
 
-TEST(VtableLayout, HelperInterfacesOfTheProfilingServices) {
-    expectSlots({SLOT(ICorProfilerModuleEnum::Skip, 3), SLOT(ICorProfilerModuleEnum::Next, 7),
+TEST(VtableLayout, ObjectModelAndHelperInterfacesOfTheProfilingServices) {
+    expectSlots({SLOT(IUnknown::QueryInterface, 0), SLOT(IUnknown::AddRef, 1), SLOT(IUnknown::Release, 2),
+                 SLOT(IClassFactory::CreateInstance, 3), SLOT(IClassFactory::LockServer, 4),
+                 SLOT(ICorProfilerModuleEnum::Skip, 3), SLOT(ICorProfilerModuleEnum::Next, 7),
                  SLOT(ICorProfilerFunctionEnum::Clone, 5), SLOT(ICorProfilerFunctionEnum::Next, 7),
                  SLOT(ICorProfilerThreadEnum::GetCount, 6), SLOT(ICorProfilerThreadEnum::Next, 7),
                  SLOT(IMethodMalloc::Alloc, 3), SLOT(ICorProfilerFunctionControl::SetCodegenFlags, 3),
