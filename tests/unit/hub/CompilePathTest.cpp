@@ -2,6 +2,7 @@
 // a child process on a runtime that maps function ids to methods of the
 // PolicyShapes and PolicyConsole assemblies, with directives beside the agent
 // profile, and a recording engine in place of the real one.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -11,6 +12,9 @@
 #include "RecordingEngine.h"
 
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 constexpr FunctionID kPlace = 0xA100;    // Shop.Order::Place, selected by a directive of its own
 constexpr FunctionID kDispose = 0xA200;  // Shop.Order::Dispose, not selected
@@ -32,12 +36,16 @@ const char* const kDirectives =
 
 using CompileBody = std::function<void(ProfilerCallback&, ProfilerInfoDouble&, RecordingEngine&, std::ostream&)>;
 
-StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::string>& properties = {},
-                          const std::string& directives = kDirectives) {
+// Runs the body after a start-up (a launch, or an attach) with the directives
+// beside the profile and the recording engine in place; a refused start-up
+// fails the test.
+StartupOutcome runCompile(CompileBody body, const std::map<std::string, std::string>& properties = {},
+                          const std::string& directives = kDirectives, bool attach = false) {
     StartupSetup setup;
     for (const auto& [key, value] : properties) setup.properties.insert_or_assign(key, value);
     setup.files["program.fmd"] = directives;
     setup.properties["harrowlite.fieldmark.directivesFile"] = "program.fmd";
+    setup.attach = attach;
     setup.makeInfo = [] {
         auto* info = new ProfilerInfoDouble();
         const std::string shapes = RealAssemblies::testAsset("PolicyShapes");
@@ -59,13 +67,7 @@ StartupSetup compileSetup(CompileBody body, const std::map<std::string, std::str
         ProfilerCallbackTestAccess::replaceEngine(*callback, engine);
         body(*callback, *info, *engine, notes);
     };
-    return setup;
-}
-
-// The body run after a start-up with the compile setup; a refused start-up fails the test.
-StartupOutcome runCompile(CompileBody body, const std::map<std::string, std::string>& properties = {},
-                          const std::string& directives = kDirectives) {
-    StartupOutcome outcome = runStartup(compileSetup(std::move(body), properties, directives));
+    StartupOutcome outcome = runStartup(setup);
     EXPECT_EQ(outcome.result, S_OK) << outcome.log;
     return outcome;
 }
@@ -76,17 +78,12 @@ StartupOutcome runCompile(CompileBody body, const std::map<std::string, std::str
 CompileBody inliningAnswers(std::vector<FunctionID> callees) {
     return [callees](ProfilerCallback& callback, ProfilerInfoDouble&, RecordingEngine& engine, std::ostream& notes) {
         for (FunctionID callee : callees) {
-            BOOL shouldInline = TRUE;
-            BOOL useCached = TRUE;
+            BOOL shouldInline = TRUE, useCached = TRUE;
             notes << callback.JITInlining(kMain, callee, &shouldInline)
                   << callback.JITCachedFunctionSearchStarted(callee, &useCached) << shouldInline << useCached << " ";
         }
         notes << engine.calls;
     };
-}
-
-bool logHas(const StartupOutcome& outcome, const std::string& text) {
-    return outcome.log.find(text) != std::string::npos;
 }
 
 // Whether the controller's memo holds a function.
@@ -109,9 +106,7 @@ TEST(CompilePath, OnlySelectedMethodsReachTheEngineAndAreLogged) {
                                  ";[PolicyShapes]Program::Main;" + kPlaceName + ";")
         << outcome.log;
     // Unselected methods leave no line while the uninstrumented ones are not logged.
-    for (const char* method : {"::Dispose", "::Cancel", "::GetName"}) {
-        EXPECT_FALSE(logHas(outcome, method)) << method << "\n" << outcome.log;
-    }
+    for (const char* method : {"::Dispose", "::Cancel", "::GetName"}) EXPECT_THAT(outcome.log, Not(HasSubstr(method)));
 }
 
 TEST(CompilePath, ReentrantAndUnsafeCompilesPassUntouched) {
@@ -157,12 +152,10 @@ TEST(CompilePath, EngineFailureIsLoggedAndLaterMethodsGoOn) {
     EXPECT_EQ(outcome.notes, std::string("0000\n") + kPlaceName + ";" + kPostName + ";");
     // The failure line carries the result, the stage and the reason; the
     // method is not reported as processed, and the runtime compiles its own body.
-    EXPECT_TRUE(logHas(outcome, std::string("Failed to instrument ") + kPlaceName +
-                                    " - 0x80004005(07) - [functionID = 0xa100] (Cannot resolve the trace functions)\n"))
-        << outcome.log;
-    EXPECT_TRUE(logHas(outcome, std::string("Processed ") + kPostName + " \nProcessed " + kDisposeName + " \n"))
-        << outcome.log;
-    EXPECT_FALSE(logHas(outcome, std::string("Processed ") + kPlaceName)) << outcome.log;
+    EXPECT_THAT(outcome.log, HasSubstr(std::string("Failed to instrument ") + kPlaceName + " - 0x80004005(07) - " +
+                                       "[functionID = 0xa100] (Cannot resolve the trace functions)\n"));
+    EXPECT_THAT(outcome.log, HasSubstr(std::string("Processed ") + kPostName + " \nProcessed " + kDisposeName + " \n"));
+    EXPECT_THAT(outcome.log, Not(HasSubstr(std::string("Processed ") + kPlaceName)));
 }
 
 TEST(CompilePath, SelectedMethodsAreNeverInlinedNorTakenPrecompiled) {
@@ -181,20 +174,12 @@ TEST(CompilePath, DynamicInstrumentationKeepsEveryUnskippedCalleeACall) {
 }
 
 TEST(CompilePath, FirstMethodAfterAttachIsForcedThroughTheEngineAndReverted) {
-    struct Case {
-        const char* name;
-        FunctionID first;
-        const char* firstReachesEngine;
-        bool reverted;
-    };
-    const Case cases[] = {
-        {"unselected", kDispose, kDisposeName, true},
-        {"selected anyway", kPlace, kPlaceName, false},
-        {"of a byref-like type", kAdvance, "", false},
-    };
-    for (const Case& c : cases) {
-        StartupSetup setup = compileSetup([first = c.first](ProfilerCallback& callback, ProfilerInfoDouble& info,
-                                                            RecordingEngine& engine, std::ostream& notes) {
+    // The first method: unselected (forced, then reverted), selected anyway,
+    // and of a byref-like type (never forced).
+    for (auto [first, reachesEngine, reverted] :
+         {std::tuple{kDispose, kDisposeName, true}, {kPlace, kPlaceName, false}, {kAdvance, "", false}}) {
+        auto body = [first](ProfilerCallback& callback, ProfilerInfoDouble& info, RecordingEngine& engine,
+                            std::ostream& notes) {
             callback.JITCompilationStarted(first, TRUE);
             notes << engine.instrumentedList() << "\n";
             const auto& reverts = ProfilerCallbackTestAccess::revertRequests(callback);
@@ -212,13 +197,11 @@ TEST(CompilePath, FirstMethodAfterAttachIsForcedThroughTheEngineAndReverted) {
             callback.JITCompilationStarted(kGetName, TRUE);
             callback.JITCompilationStarted(kCancel, TRUE);
             notes << engine.instrumentedList() << reverts.size();
-        });
-        setup.attach = true;
-        StartupOutcome outcome = runStartup(setup);
-        ASSERT_EQ(outcome.result, S_OK) << c.name << "\n" << outcome.log;
-        const std::string firstLine = *c.firstReachesEngine == 0 ? "" : std::string(c.firstReachesEngine) + ";";
-        EXPECT_EQ(outcome.notes, firstLine + "\n" + (c.reverted ? "revert 1 " : "") + "0\n" + (c.reverted ? "1" : "0"))
-            << c.name << "\n" << outcome.log;
+        };
+        StartupOutcome outcome = runCompile(body, {}, kDirectives, true);
+        const std::string firstLine = *reachesEngine == 0 ? "" : std::string(reachesEngine) + ";";
+        EXPECT_EQ(outcome.notes, firstLine + "\n" + (reverted ? "revert 1 " : "") + "0\n" + (reverted ? "1" : "0"))
+            << first << " " << outcome.log;
     }
 }
 

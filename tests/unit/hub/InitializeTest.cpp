@@ -1,5 +1,6 @@
 // Start-up decisions of the callback object on a fake runtime, each in a child
 // process of its own (the process gate is made once per process).
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -7,6 +8,8 @@
 #include "StartupChild.h"
 
 namespace {
+
+using ::testing::HasSubstr;
 
 TEST(Initialize, EventMaskOfEachConfiguration) {
     struct Case {
@@ -16,35 +19,28 @@ TEST(Initialize, EventMaskOfEachConfiguration) {
         bool attach = false;
         int infoVersion = 10;
     };
+    // Property names below leave out their leading "harrowlite.".
     const Case cases[] = {
         {"launch, defaults", 0x1006022C, {}},
-        {"deep instrumentation off", 0x0006002C, {{"harrowlite.agent.deep.instrumentation.enabled", "false"}}},
-        {"ReJIT off", 0x1002022C, {{"harrowlite.agent.rejit.enabled", "false"}}},
+        {"deep instrumentation off", 0x0006002C, {{"agent.deep.instrumentation.enabled", "false"}}},
+        {"ReJIT off", 0x1002022C, {{"agent.rejit.enabled", "false"}}},
         {"ICorProfilerInfo4 absent", 0x1002022C, {}, false, 3},
-        {"NGEN monitoring off", 0x1004022C, {{"harrowlite.nativeprofiler.ngen.monitor.enabled", "false"}}},
-        {"transparency checks disabled",
-         0x5006022C,
-         {{"harrowlite.nativeprofiler.clrv4.transparency.checks.disabled", "true"}}},
-        {"dynamic instrumentation on",
-         0x1006122C,
-         {{"harrowlite.agent.remoteagentdynamicinstrumentation.enabled", "true"}}},
+        {"NGEN monitoring off", 0x1004022C, {{"nativeprofiler.ngen.monitor.enabled", "false"}}},
+        {"transparency checks disabled", 0x5006022C, {{"nativeprofiler.clrv4.transparency.checks.disabled", "true"}}},
+        {"dynamic instrumentation on", 0x1006122C, {{"agent.remoteagentdynamicinstrumentation.enabled", "true"}}},
         // Compile events stay on: they bring each rewritten body's offset map.
-        {"instrumentation on module load", 0x1006022C, {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}}},
-        {"precompiled code off", 0xB006022C, {{"harrowlite.nativeprofiler.precompiledCode.disabled", "true"}}},
+        {"instrumentation on module load", 0x1006022C, {{"nativeprofiler.instrumentOnModuleLoad", "true"}}},
+        {"precompiled code off", 0xB006022C, {{"nativeprofiler.precompiledCode.disabled", "true"}}},
         {"attach, defaults", 0x1004022C, {}, true},
         // The runtime refuses cache searches to an attach: methods are compiled again.
-        {"attach, instrumentation on module load",
-         0x1004022C,
-         {{"harrowlite.nativeprofiler.instrumentOnModuleLoad", "true"}},
-         true},
+        {"attach, rewrite on module load", 0x1004022C, {{"nativeprofiler.instrumentOnModuleLoad", "true"}}, true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         StartupSetup setup;
-        setup.properties.insert(c.properties.begin(), c.properties.end());
+        for (const auto& [key, value] : c.properties) setup.properties["harrowlite." + key] = value;
         setup.attach = c.attach;
-        const int version = c.infoVersion;
-        setup.makeInfo = [version] { return new ProfilerInfoDouble(version); };
+        setup.makeInfo = [version = c.infoVersion] { return new ProfilerInfoDouble(version); };
         setup.body = [](ProfilerCallback* callback, ProfilerInfoDouble*, std::ostream& notes) {
             notes << "rejit=" << callback->IsReJITEnabled() << " supports=" << callback->getSupportsReJIT();
         };
@@ -57,7 +53,7 @@ TEST(Initialize, EventMaskOfEachConfiguration) {
         EXPECT_TRUE(outcome.released);
         const bool reJIT = (c.mask & COR_PRF_ENABLE_REJIT) != 0;
         EXPECT_EQ(outcome.notes, std::string("rejit=") + (reJIT ? "1" : "0") + " supports=" + (reJIT ? "1" : "0"));
-        EXPECT_NE(outcome.log.find("Runtime Info: Core CLR (0x2) version "), std::string::npos);
+        EXPECT_THAT(outcome.log, HasSubstr("Runtime Info: Core CLR (0x2) version "));
         EXPECT_EQ(outcome.log.find("Attaching to application ") != std::string::npos, c.attach) << outcome.log;
     }
 }
@@ -77,9 +73,7 @@ TEST(Initialize, OldCoreRuntimeIsRefusedFromBuild22221On) {
         EXPECT_EQ(outcome.fpcSet, !refused) << build;
         // The runtime line carries the runtime's numbers; the library's folder
         // version is 0 in a process without the runtime library.
-        EXPECT_NE(outcome.log.find("Runtime Info: Core CLR (0x2) version 4.0_" + std::to_string(build) + "\n"),
-                  std::string::npos)
-            << outcome.log;
+        EXPECT_THAT(outcome.log, HasSubstr("Runtime Info: Core CLR (0x2) version 4.0_" + std::to_string(build) + "\n"));
         EXPECT_EQ(outcome.log.find("Unsupported .NET Core version") != std::string::npos, refused) << outcome.log;
     }
 }
@@ -94,7 +88,7 @@ TEST(Initialize, AttachThatCannotListTheLoadedModulesIsRefused) {
     };
     StartupOutcome outcome = runStartup(setup);
     EXPECT_EQ(outcome.result, static_cast<HRESULT>(0x80131375)) << outcome.log;
-    EXPECT_NE(outcome.log.find("Failed to attach TMS Agent with 0x80004005\n"), std::string::npos) << outcome.log;
+    EXPECT_THAT(outcome.log, HasSubstr("Failed to attach TMS Agent with 0x80004005\n"));
 }
 
 }  // namespace

@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "ProfilerCallbackTestAccess.h"
-#include "runtime/Guids.h"
 #include "offline/RefusingProfilerInfo.h"
 
 namespace {
@@ -25,43 +25,23 @@ public:
     }
 };
 
-// A BSTR as the agent's marshalling makes it: the byte length in front.
-class Bstr {
-public:
-    explicit Bstr(const std::u16string& text) : units(text.size() + 3) {
-        const uint32_t bytes = static_cast<uint32_t>(text.size() * 2);
-        std::memcpy(units.data(), &bytes, sizeof(bytes));
-        std::copy(text.begin(), text.end(), units.begin() + 2);
-    }
-    BSTR get() { return units.data() + 2; }
-
-private:
-    std::vector<char16_t> units;
-};
-
-class MethodTraceRegistry : public ::testing::Test {
-protected:
-    void SetUp() override {
-        void* out = nullptr;
-        ASSERT_EQ(ProfilerCallback::CreateObject(IID_ICorProfilerCallback2, &out), S_OK);
-        callback = static_cast<ProfilerCallback*>(static_cast<ICorProfilerCallback4*>(out));
-        ProfilerCallbackTestAccess::replaceInfo(*callback, &info);
-    }
-    void TearDown() override { callback->Release(); }
-
-    ThreadsInfo info;
-    ProfilerCallback* callback = nullptr;
-};
-
 constexpr unsigned long kClass = 0x5000;
 constexpr unsigned long kEnclosingClass = 0x6000;
 
 // Eight threads register and mark at once: every registration is kept, and
 // each thread finds its own books and only those.
-TEST_F(MethodTraceRegistry, EightThreadsLoseNoUpdate) {
+TEST(MethodTraceRegistry, EightThreadsLoseNoUpdate) {
+    ThreadsInfo info;
+    ProfilerCallback* callback = ProfilerCallbackTestAccess::create();
+    ProfilerCallbackTestAccess::replaceInfo(*callback, &info);
     callback->ToggleEnterLeaveFunctionHooks(true);
-    Bstr text(u"Shop.Cart");
-    BSTR name = text.get();
+    // A BSTR as the agent's marshalling makes it: the byte length in front.
+    const std::u16string text = u"Shop.Cart";
+    std::vector<char16_t> units(text.size() + 3);
+    const uint32_t bytes = static_cast<uint32_t>(text.size() * 2);
+    std::memcpy(units.data(), &bytes, sizeof(bytes));
+    std::copy(text.begin(), text.end(), units.begin() + 2);
+    BSTR name = units.data() + 2;
     std::vector<std::thread> threads;
     std::vector<int> found(8, 0);
     for (int t = 0; t < 8; ++t) {
@@ -80,6 +60,7 @@ TEST_F(MethodTraceRegistry, EightThreadsLoseNoUpdate) {
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(ProfilerCallbackTestAccess::classIdentifierCount(*callback), 4000u);
     for (int t = 0; t < 8; ++t) EXPECT_EQ(found[t], 500) << "thread " << t;
+    callback->Release();
 }
 
 }  // namespace

@@ -1,11 +1,15 @@
 // Module load processing where only the double can fail a call: a module
 // whose names cannot be read, and metadata that cannot be opened for the shim.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "StartupChild.h"
 #include "support/RealAssemblies.h"
 
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 constexpr ModuleID kUnknownModule = 0x66;
 
@@ -40,11 +44,9 @@ TEST(ModuleLoad, FirstModuleWithoutNamesStillEndsTheFirstModuleStep) {
     // for inliners: it has no precompiled code), and its version could not be
     // read.
     EXPECT_EQ(outcome.notes, "0 0 0 0 2") << outcome.log;
-    EXPECT_NE(outcome.log.find("Module Loaded System.Private.CoreLib (0.0.0-0) [ngen:0] Domain: clrhost from " +
-                               RealAssemblies::coreLibPath() + "\n"),
-              std::string::npos)
-        << outcome.log;
-    EXPECT_EQ(outcome.log.find("Synthetic Shim"), std::string::npos) << outcome.log;
+    EXPECT_THAT(outcome.log, HasSubstr("Module Loaded System.Private.CoreLib (0.0.0-0) [ngen:0] Domain: clrhost from " +
+                                       RealAssemblies::coreLibPath() + "\n"));
+    EXPECT_THAT(outcome.log, Not(HasSubstr("Synthetic Shim")));
 }
 
 TEST(ModuleLoad, ShimThatCannotBeDefinedDisablesTheAgent) {
@@ -55,9 +57,7 @@ TEST(ModuleLoad, ShimThatCannotBeDefinedDisablesTheAgent) {
     }));
     ASSERT_EQ(outcome.result, S_OK) << outcome.log;
     EXPECT_EQ(outcome.notes, "0 1");
-    EXPECT_NE(outcome.log.find("Failed to define Synthetic Shim\n*** The agent has been disabled.\n"),
-              std::string::npos)
-        << outcome.log;
+    EXPECT_THAT(outcome.log, HasSubstr("Failed to define Synthetic Shim\n*** The agent has been disabled.\n"));
 }
 
 }  // namespace

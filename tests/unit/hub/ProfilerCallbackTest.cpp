@@ -5,20 +5,10 @@
 #include "ProfilerCallbackTestAccess.h"
 #include "StartupChild.h"
 #include "RecordingEngine.h"
-#include "hub/ProfilerCallback.h"
-#include "runtime/Guids.h"
 #include "offline/RefusingProfilerInfo.h"
 
-namespace {
-ProfilerCallback* newCallback() {
-    void* out = nullptr;
-    EXPECT_EQ(S_OK, ProfilerCallback::CreateObject(IID_ICorProfilerCallback2, &out));
-    return static_cast<ProfilerCallback*>(static_cast<ICorProfilerCallback4*>(out));
-}
-}  // namespace
-
 TEST(ProfilerCallback, QueryInterfaceStopsAtCallback4) {
-    ProfilerCallback* callback = newCallback();
+    ProfilerCallback* callback = ProfilerCallbackTestAccess::create();
     for (const IID* later : {&IID_ICorProfilerCallback11, &IID_ICorProfilerCallback10, &IID_ICorProfilerCallback9,
                              &IID_ICorProfilerCallback8, &IID_ICorProfilerCallback7, &IID_ICorProfilerCallback6,
                              &IID_ICorProfilerCallback5, &IID_IClassFactory, &IID_ICorProfilerInfo}) {
@@ -35,15 +25,14 @@ TEST(ProfilerCallback, QueryInterfaceStopsAtCallback4) {
         ++references;
     }
     // Each successful QueryInterface added one reference.
-    for (; references > 1; --references) EXPECT_EQ(references - 1, callback->Release());
-    EXPECT_EQ(0u, callback->Release());
+    while (references > 0) EXPECT_EQ(--references, callback->Release());
 }
 
 
 
 TEST(ProfilerCallback, InitializeWithoutAnyInfoIsRefused) {
     RefusingProfilerInfo info(0);
-    ProfilerCallback* callback = newCallback();
+    ProfilerCallback* callback = ProfilerCallbackTestAccess::create();
     EXPECT_EQ(CORPROF_E_PROFILER_CANCEL_ACTIVATION, callback->Initialize(&info));
     EXPECT_EQ(nullptr, fpc);
     EXPECT_EQ(nullptr, callback->getProfilerInfo());

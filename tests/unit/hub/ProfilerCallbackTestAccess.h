@@ -3,12 +3,21 @@
 // one, the controller, the context, and the ReJIT queues.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <vector>
 
 #include "hub/ProfilerCallback.h"
+#include "runtime/Guids.h"
 
 class ProfilerCallbackTestAccess {
 public:
+    // A fresh object, not yet initialized, holding one reference.
+    static ProfilerCallback* create() {
+        void* out = nullptr;
+        EXPECT_EQ(ProfilerCallback::CreateObject(IID_ICorProfilerCallback2, &out), S_OK);
+        return static_cast<ProfilerCallback*>(static_cast<ICorProfilerCallback4*>(out));
+    }
     // The callback owns the engine from here on; the one it had is deleted.
     static void replaceEngine(ProfilerCallback& callback, IProfiler* engine) { callback.profiler = engine; }
     // The callback owns the context from here on.

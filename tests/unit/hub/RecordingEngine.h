@@ -29,14 +29,11 @@ public:
     HRESULT hijackMethod(IMetaDataContext*) override { ++calls; return E_NOTIMPL; }
     HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) override {
         ++calls;
-        char16_t* assembly = nullptr;
-        char16_t* className = nullptr;
-        char16_t* method = nullptr;
-        const bool named = SUCCEEDED(context->getClassName(&assembly, &className)) &&
-                           SUCCEEDED(context->getMethodName(&method));
-        instrumented.push_back(named ? "[" + RealAssemblies::narrow(assembly) + "]" + RealAssemblies::narrow(className) +
-                                           "::" + RealAssemblies::narrow(method)
-                                     : "?");
+        char16_t *assembly = nullptr, *className = nullptr, *method = nullptr;
+        const bool named =
+            SUCCEEDED(context->getClassName(&assembly, &className)) && SUCCEEDED(context->getMethodName(&method));
+        auto narrow = [](const char16_t* text) { return RealAssemblies::narrow(text); };
+        instrumented.push_back(named ? "[" + narrow(assembly) + "]" + narrow(className) + "::" + narrow(method) : "?");
         if (std::function<void()> during = std::exchange(duringInstrument, nullptr)) during();
         *step = stepReached;
         return instrumentResult;

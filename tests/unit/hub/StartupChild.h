@@ -24,15 +24,13 @@ struct StartupOutcome {
     HRESULT result = 0;
     unsigned long mask = 0;
     int setEventMaskCalls = 0;
-    bool fpcSet = false;
-    bool released = false;
+    bool fpcSet = false, released = false;
     std::string log;    // the native log of the child
     std::string notes;  // what the test body wrote
 };
 
 struct StartupSetup {
     std::map<std::string, std::string> properties = {{"harrowlite.fieldmark.enable", "true"}};
-    bool withProfile = true;
     // Files laid out beside the profile (directive files), by name.
     std::map<std::string, std::string> files;
     bool attach = false;
@@ -47,13 +45,9 @@ inline void runStartupChild(const StartupSetup& setup, const ScratchDirectory& s
     unsetenv("com.tarn.harrowlite.agentProfile");
     unsetenv("com.tarn.harrowlite.AgentProfile");
     for (const auto& [name, text] : setup.files) scratch.write(name, text);
-    if (setup.withProfile) {
-        std::string text = "harrowlite.nativeprofiler.logfile=native.log\n";
-        for (const auto& [key, value] : setup.properties) text += key + "=" + value + "\n";
-        setenv("TMSENV_AGENT_PROFILE", scratch.write("default.properties", text).c_str(), 1);
-    } else {
-        setenv("TMSENV_AGENT_PROFILE", scratch.path("absent.properties").c_str(), 1);
-    }
+    std::string text = "harrowlite.nativeprofiler.logfile=native.log\n";
+    for (const auto& [key, value] : setup.properties) text += key + "=" + value + "\n";
+    setenv("TMSENV_AGENT_PROFILE", scratch.write("default.properties", text).c_str(), 1);
     ProfilerInfoDouble* info = setup.makeInfo();
     void* out = nullptr;
     if (FAILED(ProfilerCallback::CreateObject(IID_ICorProfilerCallback4, &out))) return;

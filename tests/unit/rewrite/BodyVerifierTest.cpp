@@ -15,6 +15,13 @@ void put32(Bytes& out, unsigned int value) {
     for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(value >> (8 * i)));
 }
 
+using Changes = std::initializer_list<std::pair<unsigned int, unsigned char>>;
+
+Bytes patched(Bytes code, Changes changes) {
+    for (auto [at, value] : changes) code[at] = value;
+    return code;
+}
+
 // A fat body with one clause: a catch, or a filter starting at filterOffset.
 Bytes fatBody(const Bytes& code, unsigned short maxStack, unsigned int tryOffset, unsigned int tryLength,
               unsigned int handlerOffset, unsigned int handlerLength, unsigned int filterOffset = 0) {
@@ -33,29 +40,24 @@ Bytes fatBody(const Bytes& code, unsigned short maxStack, unsigned int tryOffset
 }
 
 // static int32 (int32), with one int32 local.
-const Bytes kSignature = {0x00, 0x01, 0x08, 0x08};
-const Bytes kLocals = {0x07, 0x01, 0x08};
+const unsigned char kSignature[4] = {0x00, 0x01, 0x08, 0x08};
+const unsigned char kLocals[3] = {0x07, 0x01, 0x08};
 
 class BodyVerifierTest : public RewriteFixture {
 protected:
-    std::string verify(const Bytes& body, IMetaDataImport* import = nullptr) {
-        VerifiedMethod method{body.data(), static_cast<unsigned int>(body.size()), 1, 1, true,
-                              kSignature.data(), static_cast<unsigned int>(kSignature.size()),
-                              kLocals.data(), static_cast<unsigned int>(kLocals.size()),
-                              import != nullptr ? import : info->importOf(shapes)};
+    std::string verify(const Bytes& body) {
+        const auto size = static_cast<unsigned int>(body.size());
+        VerifiedMethod method{body.data(), size, 1, 1, true, kSignature, 4, kLocals, 3, info->importOf(shapes)};
         char16_t reason[160] = {};
-        HRESULT hr = BodyVerifier::verify(method, reason, 160);
-        return hr == S_OK ? "ok" : RealAssemblies::narrow(reason);
+        return BodyVerifier::verify(method, reason, 160) == S_OK ? "ok" : RealAssemblies::narrow(reason);
     }
 };
 
 TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
     // nop nop | try: nop nop leave.s L | handler: pop leave.s L | nop | L: ldc.i4.0 ret
     const Bytes code = {0x00, 0x00, 0x00, 0x00, 0xDE, 0x04, 0x26, 0xDE, 0x01, 0x00, 0x16, 0x2A};
-    auto body = [&](std::initializer_list<std::pair<unsigned int, unsigned char>> changes, unsigned short maxStack = 2) {
-        Bytes changed = code;
-        for (auto [at, value] : changes) changed[at] = value;
-        return fatBody(changed, maxStack, 2, 4, 6, 3);
+    auto body = [&](Changes changes, unsigned short maxStack = 2) {
+        return fatBody(patched(code, changes), maxStack, 2, 4, 6, 3);
     };
     EXPECT_EQ(verify(body({})), "ok");
     struct Case {
@@ -81,11 +83,7 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
 
     // nop nop | try: nop nop leave.s L | filter: pop ldc.i4.0 endfilter | handler: pop leave.s L | L: ldc.i4.0 ret
     const Bytes filtered = {0x00, 0x00, 0x00, 0x00, 0xDE, 0x07, 0x26, 0x16, 0xFE, 0x11, 0x26, 0xDE, 0x00, 0x16, 0x2A};
-    auto withFilter = [&](std::initializer_list<std::pair<unsigned int, unsigned char>> changes) {
-        Bytes changed = filtered;
-        for (auto [at, value] : changes) changed[at] = value;
-        return fatBody(changed, 2, 2, 4, 10, 3, 6);
-    };
+    auto withFilter = [&](Changes changes) { return fatBody(patched(filtered, changes), 2, 2, 4, 10, 3, 6); };
     EXPECT_EQ(verify(withFilter({})), "ok");
     const Case filterCases[] = {
         {withFilter({{6, 0x00}}), "endfilter at 0x8 without exactly one number on the stack."},
@@ -100,11 +98,10 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
     // InvalidProgramException; null is an object.
     ASSERT_EQ(rewrite(u"RewriteShapes.Shapes", u"ManyReturns").hr, S_OK);
     unsigned int push = profiler->getTraceToken(Profiler::kPushToken);
-    Bytes call = {0x26, 0x17, 0x17, 0x28};
-    call.insert(call.end(), {static_cast<unsigned char>(push), static_cast<unsigned char>(push >> 8),
-                             static_cast<unsigned char>(push >> 16), static_cast<unsigned char>(push >> 24)});
+    // Tiny body: ldc.i4.1 ldc.i4.1 call pushTrace ldc.i4.0 ret.
+    Bytes call = {(9 << 2) | 2, 0x17, 0x17, 0x28};
+    put32(call, push);
     call.insert(call.end(), {0x16, 0x2A});
-    call[0] = static_cast<unsigned char>((call.size() - 1) << 2 | 2);
     EXPECT_EQ(verify(call), "A value where an object is expected: argument 1 of the call at 0x2.");
     call[2] = 0x14;
     EXPECT_EQ(verify(call), "ok");

@@ -8,42 +8,31 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "RewriteFixture.h"
 #include "rewrite/CorSig.h"
 
-namespace rewrite_checks {
-
-struct LocalSignature {
-    uint32_t count = 0;
-    std::vector<unsigned char> types;  // the bytes behind the count
-};
-
-inline LocalSignature localSignature(IMetaDataImport* import, uint32_t token) {
-    LocalSignature result;
-    if (token == 0) return result;
+// The count of a local signature and the bytes behind it; none for token 0.
+inline std::pair<uint32_t, std::vector<unsigned char>> localSignature(IMetaDataImport* import, uint32_t token) {
+    if (token == 0) return {};
     PCCOR_SIGNATURE bytes = nullptr;
-    ULONG length = 0;
+    ULONG length = 0, count = 0;
     EXPECT_EQ(import->GetSigFromToken(token, &bytes, &length), S_OK);
     EXPECT_EQ(bytes[0], 0x07);
-    ULONG count = 0;
     const unsigned char* types = bytes + 1 + CorSigUncompressData(bytes + 1, length - 1, &count);
-    result.count = count;
-    result.types.assign(types, bytes + length);
-    return result;
+    return {count, std::vector<unsigned char>(types, bytes + length)};
 }
-
-}  // namespace rewrite_checks
 
 // Returns the decoded body for further checks by the caller.
 inline DecodedBody checkRewritten(ProfilerInfoDouble& info, Profiler& profiler, ModuleID module, mdMethodDef method,
                                   const unsigned char* body) {
-    using namespace rewrite_checks;
     IMetaDataImport* import = info.importOf(module);
     DecodedBody verified = DecodedBody::read(body);
     EXPECT_TRUE(verified.ok()) << std::hex << method << " " << verified.error;
-    if (!verified.ok()) return verified;
+    EXPECT_FALSE(verified.clauses.empty());
+    if (!verified.ok() || verified.clauses.empty()) return verified;
 
     EXPECT_TRUE(verified.fat);
     EXPECT_NE(verified.flags & 0x8, 0u);
@@ -52,15 +41,11 @@ inline DecodedBody checkRewritten(ProfilerInfoDouble& info, Profiler& profiler, 
 
     // The added clause: last, a filter right behind the protected block that
     // tests for System.Exception, around all others.
-    EXPECT_FALSE(verified.clauses.empty());
-    if (verified.clauses.empty()) return verified;
     const DecodedBody::Clause& added = verified.clauses.back();
     EXPECT_EQ(added.flags, 1u);
     EXPECT_EQ(added.handlerOffset + added.handlerLength, verified.codeSize);
     auto isinst = std::find_if(verified.instructions.begin(), verified.instructions.end(),
-                               [&](const DecodedBody::Instruction& i) {
-                                   return i.offset >= added.classOrFilter && i.opcode == 0x75;
-                               });
+                               [&](const auto& i) { return i.offset >= added.classOrFilter && i.opcode == 0x75; });
     EXPECT_TRUE(isinst != verified.instructions.end() &&
                 isinst->operand == profiler.getTraceToken(Profiler::kExceptionToken));
     uint32_t tryEnd = added.tryOffset + added.tryLength;
@@ -89,15 +74,15 @@ inline DecodedBody checkRewritten(ProfilerInfoDouble& info, Profiler& profiler, 
     // Locals: the incoming ones unchanged, then the result and the trace local.
     uint32_t incomingToken = tiny ? 0 : static_cast<uint32_t>(original[8] | original[9] << 8 | original[10] << 16 |
                                                               static_cast<uint32_t>(original[11]) << 24);
-    LocalSignature before = localSignature(import, incomingToken);
-    LocalSignature after = localSignature(import, verified.localSigToken);
+    const auto [countBefore, before] = localSignature(import, incomingToken);
+    const auto [countAfter, after] = localSignature(import, verified.localSigToken);
     const bool returnsValue = returnType(RealAssemblies::signatureOf(import, method)) != ELEMENT_TYPE_VOID;
-    EXPECT_EQ(after.count, before.count + (returnsValue ? 2 : 1));
-    EXPECT_EQ(after.count, profiler.getLocalCount());
-    EXPECT_GE(after.types.size(), before.types.size() + 1);
-    if (after.types.size() > before.types.size()) {
-        EXPECT_TRUE(std::equal(before.types.begin(), before.types.end(), after.types.begin()));
-        EXPECT_EQ(after.types.back(), 0x08) << "trace local int32";
+    EXPECT_EQ(countAfter, countBefore + (returnsValue ? 2 : 1));
+    EXPECT_EQ(countAfter, profiler.getLocalCount());
+    EXPECT_GE(after.size(), before.size() + 1);
+    if (after.size() > before.size()) {
+        EXPECT_TRUE(std::equal(before.begin(), before.end(), after.begin()));
+        EXPECT_EQ(after.back(), 0x08) << "trace local int32";
     }
     return verified;
 }

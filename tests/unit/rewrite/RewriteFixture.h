@@ -1,6 +1,6 @@
 // The engine over real metadata: the test assembly of rewrite shapes (and any
 // other assembly a test adds) copied and opened for writing, a metadata
-// context on it, and a controller whose shim setting and log the test picks.
+// context on it, and a controller that hands the engine its log.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -19,16 +19,15 @@
 #include "support/RealMetadataFixture.h"
 #include "support/RefusingProfilerController.h"
 
-// The controller as the engine sees it: a log, a shim setting, and logging of
-// methods left as they are; any other call is a fault of the engine.
+// The controller as the engine sees it: a log, no shim setting, and no logging
+// of methods left as they are; any other call is a fault of the engine.
 class EngineController : public RefusingProfilerController {
 public:
     FILE* getNativeLog() override { return log; }
-    int shouldUseSyntheticShim() override { return shimSetting; }
+    int shouldUseSyntheticShim() override { return E_FAIL; }
     int shouldLogUninstrumentedMethods() override { return 0; }
 
     FILE* log = nullptr;
-    int shimSetting = E_FAIL;
 
 protected:
     int refused(const char* operation) override {
@@ -56,8 +55,6 @@ protected:
         ASSERT_NE(profiler, nullptr);
     }
 
-    std::string logText() { return log.text(); }
-
     // A method by type and name, in the shapes module; several overloads
     // (constructors) are told apart by their parameter count.
     mdMethodDef method(const char16_t* typeName, const char16_t* name, int parameters = -1) {
@@ -68,8 +65,7 @@ protected:
     }
 
     Rewrite rewrite(ModuleID module, mdMethodDef token) {
-        Rewrite outcome;
-        outcome.method = token;
+        Rewrite outcome{E_FAIL, 99, token};
         EXPECT_EQ(context->setFunction(info->addFunction(module, token)), S_OK);
         outcome.hr = profiler->instrumentMethod(context.get(), &outcome.step);
         outcome.body = info->installedBody(module, token);

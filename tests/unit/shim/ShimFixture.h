@@ -32,7 +32,6 @@ protected:
 
     // Runs the shim once over the copy; the log goes to logText.
     HRESULT define(bool dotnetCore, bool attached) {
-        info->metaDataResult = metaDataResult;
         CapturedStream log;
         SyntheticAgentShim shim;
         HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), coreLib, log.get(), dotnetCore, attached);
@@ -54,6 +53,5 @@ protected:
     ModuleID coreLib = 0;
     IMetaDataImport* import = nullptr;
     std::unique_ptr<LookupFaults> faults;
-    HRESULT metaDataResult = S_OK;
     std::string logText;
 };

@@ -23,7 +23,7 @@ std::string dumpHeading(mdTypeDef type, const char* name) {
 }
 
 TEST_F(SyntheticAgentShimFailureTest, MetadataThatCannotBeOpenedLogsTheWholeCascade) {
-    metaDataResult = E_FAIL;
+    info->metaDataResult = E_FAIL;
     EXPECT_EQ(define(true, false), E_FAIL);
 
     EXPECT_EQ(logText, "Failed to allocate COM ptrs\nFailed to find corlib types\nFailed to create delegate fields\n");

@@ -16,9 +16,8 @@ protected:
         environment.set("com.tarn.harrowlite.agentLocation", path.c_str());
         EXPECT_EQ(define(true, false), S_OK) << logText;
         const unsigned char* body = info->installedBody(coreLib, methodNamed(shimType(), u"loadInitTrace"));
-        DecodedBody none;
-        none.error = "no loader";
-        return body != nullptr ? DecodedBody::read(body) : none;
+        if (body != nullptr) return DecodedBody::read(body);
+        return DecodedBody{.error = "no loader", .instructions = {}, .clauses = {}};
     }
 
     mdMethodDef corlibMethod(const char16_t* type, const char16_t* name) {
