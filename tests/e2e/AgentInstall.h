@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,9 +35,9 @@ struct Comparison {
 class AgentInstall {
 public:
     // Lays out a fresh working directory with the agent copied in, the native
-    // log switched on and field marking enabled.
-    // The directory goes with the installation unless the test failed: then
-    // it stays for a look at its logs and record.
+    // log switched on and field marking enabled. The directory goes with the
+    // installation unless the test failed: then it stays for a look at its
+    // logs and record.
     AgentInstall();
 
     const std::string& workDir() const { return root; }
@@ -49,34 +48,43 @@ public:
     void set(const std::string& key, const std::string& value) { properties[key] = value; }
     // Bytes written ahead of the properties (a byte order mark).
     void startProfileWith(const std::string& bytes) { profileLead = bytes; }
-    void unset(const std::string& key) { properties.erase(key); }
     // A file in the agent directory; returns its path.
-    std::string write(const std::string& relative, const std::string& text) const;
+    std::string write(const std::string& relative, const std::string& text) const {
+        return writeFile(agentDirectory() + "/" + relative, text);
+    }
     // Directive lines, read through "harrowlite.fieldmark.directivesFile".
-    void directives(const std::string& lines);
-    // Puts a file of the given content in the agent's place, or with none takes the agent away.
-    void replaceAgent(const std::optional<std::string>& content) const;
+    void directives(const std::string& lines) {
+        write("program.fmd", lines);
+        set("harrowlite.fieldmark.directivesFile", "program.fmd");
+    }
 
     // Options for runProgram: this directory, the profile variable, the record file.
-    RunOptions options(std::vector<std::string> args = {}) const;
+    RunOptions options(std::vector<std::string> args = {}) const {
+        return {.args = std::move(args),
+                .env = {{"TMSENV_AGENT_PROFILE", profilePath()}, {"TARN_AGENT_RECORD", root + "/record.txt"}},
+                .workDir = root};
+    }
     // Writes the profile and runs the program in this installation.
-    RunResult run(const std::string& program, RunOptions options) const;
+    RunResult run(const std::string& program, RunOptions options) const {
+        writeProfile();
+        options.workDir = root;
+        return runProgram(program, options);
+    }
     // Runs the program without the profiler, then with options in this installation.
     Comparison compare(const std::string& program, RunOptions options) const;
 
     // The native log of the run (one file per process, named after it).
-    std::vector<std::string> log() const;
-    std::string logText() const;
+    std::string logText() const { return readFilesStartingWith(agentDirectory(), "native_"); }
+    std::vector<std::string> log() const { return splitLines(logText()); }
     // A run and the native log, for the message of a failed assertion.
     std::string explain(const RunResult& run) const { return run.describe() + "--- native log ---\n" + logText(); }
     // What the agent recorded, one trace call a line.
-    std::vector<std::string> record() const;
+    std::vector<std::string> record() const { return splitLines(readFile(root + "/record.txt")); }
 
     // Writes the profile as it stands (run does it before each run).
     void writeProfile() const;
 
 private:
-
     std::string root;
     std::shared_ptr<void> removed;
     std::map<std::string, std::string> properties;

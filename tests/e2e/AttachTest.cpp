@@ -4,10 +4,6 @@
 // (compiled again) or after, and the program prints what it always does.
 // Attaches that cannot succeed end with a clear message from the tool and
 // leave the program running, ready for one that can.
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "ReloadProgram.h"
 
 namespace {
@@ -18,7 +14,7 @@ using e2e::waitUntil;
 
 e2e::RunResult attach(std::vector<std::string> args) {
     args.insert(args.end(), {"--profiler", TARN_PROFILER_PATH});
-    return e2e::runAttachTool(std::string(TARN_E2E_DIR) + "/attach/tarn-attach.dll", std::move(args));
+    return e2e::runPlain(std::string(TARN_E2E_DIR) + "/attach/tarn-attach.dll", std::move(args));
 }
 
 TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
@@ -62,9 +58,7 @@ TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
     const size_t tool = environment.find("tool.key=tool value\n");
     const size_t profile = environment.find("com.tarn.harrowlite.agentProfile=", tool);
     const size_t name = environment.find("com.tarn.harrowlite.agentName=Reload", profile);
-    EXPECT_NE(tool, std::string::npos) << environment;
-    EXPECT_NE(profile, std::string::npos) << environment;
-    EXPECT_NE(name, std::string::npos) << environment;
+    EXPECT_NE(name, std::string::npos) << environment;  // and so the two before it, in their order
 
     // A second attach is refused by the runtime; the program runs on.
     const e2e::RunResult again = attach({"--pid", pid, "--profile", install.profilePath()});

@@ -2,14 +2,9 @@
 // program no more stack than without the profiler, reach the agent once per
 // frame, and come out as it went in, even when the agent throws while it is
 // being told.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "AgentInstall.h"
-#include "ProgramRun.h"
 
 namespace {
 
@@ -39,12 +34,8 @@ TEST(DeepException, ReportedOncePerFrameAndOtherwiseUntouched) {
     const auto first = std::find(record.begin(), record.end(), deep);
     EXPECT_TRUE(record.end() - first >= 1002 && std::all_of(first, first + 1002, [&](auto& l) { return l == deep; }));
     // Every traced call ends once: by its exit or by an exception, never both.
-    size_t entered = 0, ended = 0;
-    for (const std::string& line : record) {
-        if (line.rfind("initTrace ", 0) == 0) ++entered;
-        if (line.rfind("finishTrace", 0) == 0 || line.rfind("catchTrace ", 0) == 0) ++ended;
-    }
-    EXPECT_EQ(entered, ended);
+    EXPECT_EQ(linesStartingWith(record, "initTrace ").size(),
+              linesStartingWith(record, "finishTrace").size() + linesStartingWith(record, "catchTrace ").size());
 }
 
 // Rewritten when its module loads, each method gets its offset map when it

@@ -3,10 +3,6 @@
 // stop, without a restart and without a change in what the program prints.
 // The test waits for what the agent recorded, with a time limit, never for a
 // fixed time.
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "ReloadProgram.h"
 
 namespace {
@@ -15,11 +11,9 @@ using e2e::AgentInstall;
 using e2e::lastCall;
 using e2e::waitUntil;
 
-std::string select(const std::string& methods) {
+std::string select(std::initializer_list<const char*> methods) {
     std::string lines;
-    for (const char* method : {"Alpha", "Beta"}) {
-        if (methods.find(method) != std::string::npos) lines += std::string("TraceOneMethodOfClass: Reload.Work ") + method + "\n";
-    }
+    for (const char* method : methods) lines += std::string("TraceOneMethodOfClass: Reload.Work ") + method + "\n";
     return lines;
 }
 
@@ -29,14 +23,13 @@ std::string select(const std::string& methods) {
 void followsItsDirectives(const std::string& setting = "") {
     const bool precompiledOff = setting == "harrowlite.nativeprofiler.precompiledCode.disabled";
     AgentInstall install;
-    install.directives(select("Alpha"));
+    install.directives(select({"Alpha"}));
     if (!setting.empty()) install.set(setting, "true");
     const e2e::RunResult reference = e2e::runPlain("Reload", {"once"});
     ASSERT_EQ(reference.out, "done: True\n") << reference.describe();
 
     install.writeProfile();
     e2e::RunningReload program(install, install.options());
-    auto touch = [&](const std::string& name) { e2e::touch(install, name); };
     auto native = [&] { return readFile(install.workDir() + "/native.txt"); };
     auto why = [&] {
         return "--- native.txt ---\n" + native() + "--- native log ---\n" + install.logText() + "--- record tail ---\n" +
@@ -53,8 +46,8 @@ void followsItsDirectives(const std::string& setting = "") {
     EXPECT_EQ(lastCall(install, "beta"), -1) << why();
 
     // Beta instead of Alpha: Beta starts reaching the agent, Alpha stops.
-    install.directives(select("Beta"));
-    touch("reload");
+    install.directives(select({"Beta"}));
+    e2e::touch(install, "reload");
     ASSERT_TRUE(waitUntil([&] { return lastCall(install, "beta") >= 0; })) << why();
     const int switched = lastCall(install, "beta");
     ASSERT_TRUE(waitUntil([&] { return lastCall(install, "beta") >= switched + 100; })) << why();
@@ -65,8 +58,8 @@ void followsItsDirectives(const std::string& setting = "") {
     EXPECT_NE(log.find("Request ReJIT to enable [Reload]Reload.Work::Beta\n"), std::string::npos) << why();
 
     // Both: Alpha comes back, Beta goes on.
-    install.directives(select("Alpha Beta"));
-    touch("reload");
+    install.directives(select({"Alpha", "Beta"}));
+    e2e::touch(install, "reload");
     EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") > alphaStopped + 100; })) << why();
     EXPECT_GT(lastCall(install, "beta"), switched + 100) << why();
 
@@ -74,8 +67,8 @@ void followsItsDirectives(const std::string& setting = "") {
     // are compiled again, and the method's calls reach the agent.
     auto coreCalls = [&] { return linesStartingWith(install.record(), "corInitTrace ").size(); };
     ASSERT_EQ(coreCalls(), 0u) << why();
-    install.directives(select("Alpha Beta") + "TraceOneMethodOfClass: System.String IsNullOrEmpty\n");
-    touch("reload");
+    install.directives(select({"Alpha", "Beta"}) + "TraceOneMethodOfClass: System.String IsNullOrEmpty\n");
+    e2e::touch(install, "reload");
     EXPECT_TRUE(waitUntil([&] { return coreCalls() > 100; })) << why();
     EXPECT_EQ(install.logText().find("Hot Reload recompiling ") != std::string::npos, !precompiledOff) << why();
 

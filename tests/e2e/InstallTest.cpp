@@ -2,13 +2,10 @@
 // agent dropped into its bin/netcore/ as an operator would: a program runs
 // from that installation alone, traced, with its output unchanged, and the
 // tools it brings answer with the library's version.
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
-#include "AgentInstall.h"
 #include "ReloadProgram.h"
 
 namespace {
@@ -59,7 +56,7 @@ TEST(Install, AProgramRunsTracedFromAnInstalledAgentHome) {
     e2e::RunningReload program(target, e2e::awaitingAttach(target));
     const std::string pid = e2e::waitForPid(target);
     const e2e::RunResult attached =
-        e2e::runAttachTool(home + "/lib/attach/tarn-attach.dll", {"--pid", pid, "--profile", target.profilePath()});
+        e2e::runPlain(home + "/lib/attach/tarn-attach.dll", {"--pid", pid, "--profile", target.profilePath()});
     EXPECT_EQ(attached.exitCode, 0) << target.explain(attached);
     EXPECT_TRUE(e2e::waitUntil([&] { return e2e::lastCall(target, "alpha") >= 0; })) << target.explain(attached);
 }

@@ -3,15 +3,9 @@
 // that exactly the methods traced with precompiled code switched off are
 // traced, with the same calls, while the rest of the framework runs as
 // precompiled.
-#include <gtest/gtest.h>
-
-#include <map>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "AgentInstall.h"
-#include "ProgramRun.h"
 
 namespace {
 

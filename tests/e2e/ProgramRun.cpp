@@ -2,9 +2,7 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -16,12 +14,6 @@
 extern char** environ;
 
 namespace e2e {
-
-namespace {
-
-const char* const kProfilerClsid = "{7C1E42A9-63D0-4B1F-9E25-3AD8F06B17C4}";
-
-}  // namespace
 
 std::string newWorkDir() {
     std::string path = std::string(TARN_E2E_DIR) + "/run-XXXXXX";
@@ -43,46 +35,26 @@ namespace {
 std::vector<std::string> childEnvironment(const std::map<std::string, std::string>& extra) {
     std::vector<std::string> result;
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        std::string text(*entry);
-        std::string name = text.substr(0, text.find('='));
-        if (name.rfind("CORECLR_", 0) == 0 || name.rfind("DOTNET_", 0) == 0 ||
-            extra.count(name) != 0) {
-            continue;
+        const std::string text(*entry);
+        const std::string name = text.substr(0, text.find('='));
+        if (!name.starts_with("CORECLR_") && !name.starts_with("DOTNET_") && extra.count(name) == 0) {
+            result.push_back(text);
         }
-        result.push_back(text);
     }
     for (const auto& [name, value] : extra) result.push_back(name + "=" + value);
     return result;
 }
 
-// A profiled run that names no agent profile gets the smallest one that lets
-// the profiler start: field marking on, the native log in the run's directory,
-// and the built test agent for the traced Main.
-void furnishDefaultProfile(const std::string& workDir, std::map<std::string, std::string>& env) {
-    const std::string profile = workDir + "/default.properties";
-    std::ofstream(profile) << "harrowlite.fieldmark.enable=true\n"
-                              "harrowlite.nativeprofiler.logfile=native.log\n";
-    env["TMSENV_AGENT_PROFILE"] = profile;
-    env["com.tarn.harrowlite.agentLocation"] = std::string(TARN_E2E_DIR) + "/agent/tarn.Agent.dll";
-}
-
 }  // namespace
-
-std::string runtimeMajor() {
-    static const std::string major = [] {
-        const std::string config = readFile(std::string(TARN_E2E_DIR) + "/Hello/Hello.runtimeconfig.json");
-        std::smatch match;
-        return std::regex_search(config, match, std::regex(R"("version":\s*"(\d+)\.)")) ? match[1].str()
-                                                                                          : std::string("?");
-    }();
-    return major;
-}
 
 std::string runtimeVersion() {
     static const std::string version = [] {
+        const std::string config = readFile(std::string(TARN_E2E_DIR) + "/Hello/Hello.runtimeconfig.json");
+        std::smatch match;
+        const int major =
+            std::regex_search(config, match, std::regex(R"("version":\s*"(\d+)\.)")) ? std::stoi(match[1]) : -1;
         const std::filesystem::path versions =
             std::filesystem::canonical(TARN_DOTNET).parent_path() / "shared" / "Microsoft.NETCore.App";
-        const int major = std::atoi(runtimeMajor().c_str());
         std::array<int, 3> best {-1, -1, -1};
         for (const auto& entry : std::filesystem::directory_iterator(versions)) {
             std::array<int, 3> found {-1, -1, -1};
@@ -101,21 +73,16 @@ std::string programPath(const std::string& program) {
     return std::string(TARN_E2E_DIR) + "/" + program + "/" + program + ".dll";
 }
 
-std::map<std::string, std::string> profilerEnvironment() {
-    return {{"CORECLR_ENABLE_PROFILING", "1"},
-            {"CORECLR_PROFILER", kProfilerClsid},
-            {"CORECLR_PROFILER_PATH", TARN_PROFILER_PATH}};
-}
-
 RunResult runProgram(const std::string& program, const RunOptions& options) {
     RunResult result;
     result.workDir = options.workDir.empty() ? newWorkDir() : options.workDir;
     if (options.workDir.empty()) result.ownedWorkDir = removedUnlessFailed(result.workDir);
-    result.env = options.profiled ? profilerEnvironment() : std::map<std::string, std::string>{};
-    for (const auto& [name, value] : options.env) result.env[name] = value;
-    if (options.profiled && result.env.count("TMSENV_AGENT_PROFILE") == 0) {
-        furnishDefaultProfile(result.workDir, result.env);
+    if (options.profiled) {
+        result.env = {{"CORECLR_ENABLE_PROFILING", "1"},
+                      {"CORECLR_PROFILER", "{7C1E42A9-63D0-4B1F-9E25-3AD8F06B17C4}"},
+                      {"CORECLR_PROFILER_PATH", TARN_PROFILER_PATH}};
     }
+    for (const auto& [name, value] : options.env) result.env[name] = value;
     result.env["DOTNET_CLI_TELEMETRY_OPTOUT"] = "1";
 
     std::vector<std::string> argv = {TARN_DOTNET, programPath(program)};

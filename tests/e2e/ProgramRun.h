@@ -24,7 +24,7 @@ struct RunOptions {
 struct RunResult {
     std::string command;
     std::map<std::string, std::string> env;  // what the run set, for failure reports
-    std::string workDir;                     // fresh per run, the program's working directory
+    std::string workDir;                     // the program's working directory
     std::string out;
     std::string err;
     int exitCode = -1;
@@ -48,9 +48,8 @@ std::shared_ptr<void> removedUnlessFailed(const std::string& folder);
 // ending in ".dll" is taken as the path itself.
 std::string programPath(const std::string& program);
 
-// The environment variables that make the runtime load our library.
-std::map<std::string, std::string> profilerEnvironment();
-
+// A profiled run loads our library by the runtime's variables; its profile
+// and the rest of its environment are the caller's.
 RunResult runProgram(const std::string& program, const RunOptions& options);
 // The program run without the profiler: the reference a profiled run must match.
 RunResult runPlain(const std::string& program, std::vector<std::string> args = {});
@@ -59,7 +58,5 @@ RunResult runPlain(const std::string& program, std::vector<std::string> args = {
 // highest one installed beside the dotnet host of the major version that the
 // programs target.
 std::string runtimeVersion();
-// Its major version ("10").
-std::string runtimeMajor();
 
 }  // namespace e2e

@@ -5,13 +5,10 @@
 #pragma once
 
 #include <chrono>
-#include <fstream>
 #include <functional>
-#include <string>
 #include <thread>
 
 #include "AgentInstall.h"
-#include "ProgramRun.h"
 
 namespace e2e {
 
@@ -45,7 +42,7 @@ inline std::string waitForPid(const AgentInstall& install) {
 }
 
 inline void touch(const AgentInstall& install, const std::string& name) {
-    std::ofstream(install.workDir() + "/" + name) << "";
+    writeFile(install.workDir() + "/" + name, "");
 }
 
 // Options for the program started without the profiler, for an attach to
@@ -56,14 +53,6 @@ inline RunOptions awaitingAttach(AgentInstall& install) {
     RunOptions options = install.options();
     options.profiled = false;
     return options;
-}
-
-// An attach tool run without the profiler.
-inline RunResult runAttachTool(const std::string& tool, std::vector<std::string> args) {
-    RunOptions options;
-    options.profiled = false;
-    options.args = std::move(args);
-    return runProgram(tool, options);
 }
 
 // Runs the program on a thread of its own; however the test ends, the

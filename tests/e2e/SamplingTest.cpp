@@ -2,11 +2,8 @@
 // the exports on threads that are busy in known chains of methods, and reads
 // back what the sampler merged. The program's output stays as it is without
 // the profiler, and the program ends by itself.
-#include <gtest/gtest.h>
-
-#include <map>
+#include <algorithm>
 #include <sstream>
-#include <string>
 #include <tuple>
 
 #include "AgentInstall.h"
@@ -22,15 +19,17 @@ struct Sample {
     int count = 0;
 };
 
-// The samples of the session whose description follows the line beginning
-// with head, up to the next empty or unrelated line.
-std::vector<Sample> samplesAfter(const std::vector<std::string>& lines, const std::string& head, std::string* summary) {
+// A session in samples.txt: the line that describes it, beginning with a
+// head, and the samples on the lines after it.
+struct Session {
+    std::string summary;
     std::vector<Sample> samples;
-    for (size_t i = 0; i < lines.size(); ++i) {
-        if (lines[i].rfind(head, 0) != 0) continue;
-        *summary = lines[i];
-        for (size_t j = i + 1; j < lines.size(); ++j) {
-            std::istringstream fields(lines[j]);
+
+    Session(const std::vector<std::string>& lines, const std::string& head) {
+        auto line = std::find_if(lines.begin(), lines.end(), [&](const std::string& l) { return l.starts_with(head); });
+        if (line == lines.end()) return;
+        for (summary = *line++; line != lines.end(); ++line) {
+            std::istringstream fields(*line);
             Sample sample;
             if (!(fields >> sample.function >> sample.parent >> sample.depth >> sample.count >> sample.token >>
                   sample.module)) {
@@ -39,28 +38,25 @@ std::vector<Sample> samplesAfter(const std::vector<std::string>& lines, const st
             std::getline(fields >> std::ws, sample.className);
             samples.push_back(sample);
         }
-        break;
     }
-    return samples;
-}
+
+    // The sample of the method of this token (under the parent function, if given).
+    const Sample* find(const std::string& token, const std::string& parent = "") const {
+        for (const auto& sample : samples) {
+            if (sample.token == token && (parent.empty() || sample.parent == parent)) return &sample;
+        }
+        return nullptr;
+    }
+};
 
 // Token of each method of the program, from the program's own note.
 std::map<std::string, std::string> tokensOf(const std::vector<std::string>& lines) {
     std::map<std::string, std::string> tokens;
-    for (const auto& line : lines) {
-        if (line.rfind("tokens ", 0) != 0) continue;
+    for (const auto& line : linesStartingWith(lines, "tokens ")) {
         std::istringstream fields(line.substr(7));
-        std::string name, token;
-        while (fields >> name >> token) tokens[name] = token;
+        for (std::string name, token; fields >> name >> token;) tokens[name] = token;
     }
     return tokens;
-}
-
-const Sample* findToken(const std::vector<Sample>& samples, const std::string& token, const std::string& parent = "") {
-    for (const auto& sample : samples) {
-        if (sample.token == token && (parent.empty() || sample.parent == parent)) return &sample;
-    }
-    return nullptr;
 }
 
 class Sampling : public ::testing::Test {
@@ -100,13 +96,12 @@ TEST_F(Sampling, SessionsFindTheChainsTheirThreadsAreIn) {
     ASSERT_FALSE(tokens.empty()) << why(lines);
 
     // A thread in A -> B -> C: C under B under A, each named by its class.
-    std::string summary;
-    auto chain = samplesAfter(lines, "chain ", &summary);
-    const Sample* a = findToken(chain, tokens["A"]);
+    const Session chain(lines, "chain ");
+    const Sample* a = chain.find(tokens["A"]);
     ASSERT_NE(a, nullptr) << why(lines);
-    const Sample* b = findToken(chain, tokens["B"], a->function);
+    const Sample* b = chain.find(tokens["B"], a->function);
     ASSERT_NE(b, nullptr) << why(lines);
-    const Sample* c = findToken(chain, tokens["C"], b->function);
+    const Sample* c = chain.find(tokens["C"], b->function);
     ASSERT_NE(c, nullptr) << why(lines);
     EXPECT_EQ(b->depth, a->depth + 1);
     EXPECT_EQ(c->depth, b->depth + 1);
@@ -118,25 +113,26 @@ TEST_F(Sampling, SessionsFindTheChainsTheirThreadsAreIn) {
     expectLines(lines, {"stop 0", "close 0 -1"});
 
     // From inside the traced Watch: its own thread, from C out to Watch, five samples.
-    auto watch = samplesAfter(lines, "watch ", &summary);
-    EXPECT_NE(summary.find(" samples 5 failed 0"), std::string::npos) << why(lines);
-    const Sample* root = findToken(watch, tokens["Watch"]);
+    const Session watch(lines, "watch ");
+    EXPECT_NE(watch.summary.find(" samples 5 failed 0"), std::string::npos) << why(lines);
+    const Sample* root = watch.find(tokens["Watch"]);
     ASSERT_NE(root, nullptr) << why(lines);
     EXPECT_EQ(root->depth, 1);
     EXPECT_EQ(root->parent, "0");
     EXPECT_EQ(root->className, "Sampled.Traced, Sampled");
-    for (const auto& sample : watch) EXPECT_TRUE(sample.depth > 1 || sample.token == tokens["Watch"]) << why(lines);
+    for (const auto& sample : watch.samples) {
+        EXPECT_TRUE(sample.depth > 1 || sample.token == tokens["Watch"]) << why(lines);
+    }
 
     // A thread blocked in native code: its managed frames down to the sleep.
-    auto asleep = samplesAfter(lines, "asleep ", &summary);
-    const Sample* sleep = findToken(asleep, tokens["Sleep"]);
+    const Sample* sleep = Session(lines, "asleep ").find(tokens["Sleep"]);
     ASSERT_NE(sleep, nullptr) << why(lines);
     EXPECT_GT(sleep->count, 10) << why(lines);
 
     // A thread that ended: stopped by its end, and readable.
-    auto ended = samplesAfter(lines, "ended ", &summary);
-    EXPECT_EQ(summary.find("samples -1"), std::string::npos) << why(lines);
-    EXPECT_NE(findToken(ended, tokens["B"]), nullptr) << why(lines);
+    const Session ended(lines, "ended ");
+    EXPECT_EQ(ended.summary.find("samples -1"), std::string::npos) << why(lines);
+    EXPECT_NE(ended.find(tokens["B"]), nullptr) << why(lines);
 
     // A kernel thread number with no managed thread: the session stops, and
     // the number is refused from then on.
@@ -168,18 +164,16 @@ TEST_F(Sampling, RegistryExportsAnswerTheAgentByTheirDecoratedNames) {
     const auto lines = run({"registry"});
     expectLines(lines,
                 {"register class 0", "register method 0", "hooks on 0", "records 0", "unregister 0", "hooks off 0"});
-    std::string hex;
-    for (const auto& line : lines) {
-        if (line.rfind("method data ", 0) == 0) hex = line.substr(12);
-    }
+    const std::vector<std::string> data = linesStartingWith(lines, "method data ");
+    const std::string hex = data.empty() ? "" : data.back().substr(12);
     ASSERT_EQ(hex.size(), 2 * sizeof(MethodData)) << why(lines);
-    MethodData data;
-    auto* bytes = reinterpret_cast<unsigned char*>(&data);
-    for (size_t i = 0; i < sizeof(data); ++i) bytes[i] = std::stoi(hex.substr(2 * i, 2), nullptr, 16);
+    MethodData record;
+    auto* bytes = reinterpret_cast<unsigned char*>(&record);
+    for (size_t i = 0; i < sizeof(record); ++i) bytes[i] = std::stoi(hex.substr(2 * i, 2), nullptr, 16);
     // The fields in their order, numbered 1 to 7 by the agent.
-    EXPECT_EQ(
-        std::make_tuple(data.state, data.depth, data.index, data.active, data.startTime, data.endTime, data.methodId),
-        std::make_tuple(1u, 2u, 3u, 4u, 5, 6, 7u));
+    EXPECT_EQ(std::make_tuple(record.state, record.depth, record.index, record.active, record.startTime, record.endTime,
+                              record.methodId),
+              std::make_tuple(1u, 2u, 3u, 4u, 5, 6, 7u));
 }
 
 }  // namespace

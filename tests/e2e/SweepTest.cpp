@@ -2,14 +2,9 @@
 // with every method of every assembly selected, the core library and the web
 // framework included. The service must answer as it does without the profiler,
 // and every method the rewriting refused keeps its own body with a reason.
-#include <gtest/gtest.h>
-
 #include <iostream>
-#include <string>
-#include <vector>
 
 #include "AgentInstall.h"
-#include "ProgramRun.h"
 
 namespace {
 

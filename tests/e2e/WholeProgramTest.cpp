@@ -1,27 +1,17 @@
 // Every method of a program, or of a real library, selected at once: the
 // program must print and return what it does without the profiler, and no
 // rewritten body may be refused by the runtime.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <map>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "AgentInstall.h"
-#include "ProgramRun.h"
+#include "support/ChildProcess.h"
 
 namespace {
 
 using e2e::AgentInstall;
 using e2e::allMethodsOf;
-
-// Instrumented lines of the compile path for one assembly.
-std::vector<std::string> instrumented(const std::vector<std::string>& log, const std::string& assembly) {
-    return linesStartingWith(log, "Instrumented [" + assembly + "]");
-}
 
 TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     AgentInstall install;
@@ -44,21 +34,19 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     // the caller expects, and methods that end in tail calls, which leave their
     // frame before an exit could be traced.
     const std::vector<std::string> failed = linesStartingWith(log, "Failed to instrument");
-    ASSERT_EQ(failed.size(), 3u) << why;
-    unsigned int tailCalls = 0;
-    for (const std::string& line : failed) {
-        if (line.find("[StressTail]StressTail.Parity::") != std::string::npos) {
-            EXPECT_NE(line.find("(Methods with tail calls are not traced.)"), std::string::npos) << why;
-            ++tailCalls;
-        } else {
-            EXPECT_NE(line.find("]Stress.Shapes::Find - 0x80004005(02)"), std::string::npos) << why;
-            EXPECT_NE(line.find("(ByRef and TypedReference return types are not supported.)"), std::string::npos)
-                << why;
-        }
-    }
-    EXPECT_EQ(tailCalls, 2u) << why;
+    auto failures = [&](const std::string& method, const std::string& reason) {
+        return std::count_if(failed.begin(), failed.end(), [&](const std::string& line) {
+            return line.find(method) != std::string::npos && line.find(reason) != std::string::npos;
+        });
+    };
+    EXPECT_EQ(failed.size(), 3u) << why;
+    EXPECT_EQ(failures("[StressTail]StressTail.Parity::", "(Methods with tail calls are not traced.)"), 2) << why;
+    EXPECT_EQ(
+        failures("]Stress.Shapes::Find - 0x80004005(02)", "(ByRef and TypedReference return types are not supported.)"),
+        1)
+        << why;
     // The shapes went through the rewriting, compiler-made classes included.
-    const std::vector<std::string> done = instrumented(log, "Stress");
+    const std::vector<std::string> done = linesStartingWith(log, "Instrumented [Stress]");
     const std::string doneText = joinLines(done);
     for (const std::string method : {"Stress.Derived::.ctor", "Stress.Counter::Add", "Stress.Shapes::Nested",
                                      "Stress.Hostile::Sum", "Stress.Hostile::AfterVoid", "Stress.Hostile::Apply",
@@ -116,7 +104,7 @@ TEST(WholeProgram, EveryMethodOfARealLibrary) {
     EXPECT_EQ(run.err, "") << why;
     EXPECT_EQ(linesStartingWith(log, "Failed to instrument").size(), 0u) << why;
     // Hundreds of the library's methods were compiled through the rewriting.
-    EXPECT_GT(instrumented(log, "Newtonsoft.Json").size(), 300u) << why;
+    EXPECT_GT(linesStartingWith(log, "Instrumented [Newtonsoft.Json]").size(), 300u) << why;
     EXPECT_GT(linesStartingWith(install.record(), "initTrace ").size(), 1000u) << why;
 
     std::map<std::string, bool> compiled;  // method -> rewritten in the run
@@ -129,19 +117,15 @@ TEST(WholeProgram, EveryMethodOfARealLibrary) {
         }
     }
     const std::string dir = std::string(TARN_E2E_DIR) + "/JsonRoundTrip/";
-    const std::string command = std::string(TARN_DIRECTIVES_TOOL) + " --profile " + install.profilePath() + " " + dir +
-                                "JsonRoundTrip.dll " + dir + "Newtonsoft.Json.dll";
-    FILE* output = popen(command.c_str(), "r");
-    ASSERT_NE(output, nullptr);
+    const ChildProcess checker = ChildProcess::run({TARN_DIRECTIVES_TOOL, "--profile", install.profilePath(),
+                                                    dir + "JsonRoundTrip.dll", dir + "Newtonsoft.Json.dll"},
+                                                   {}, dir);
+    ASSERT_EQ(checker.exitStatus, 0) << checker.err;
     std::set<std::string> selected;
-    std::vector<std::string> ignored;
-    char buffer[4096];
-    while (fgets(buffer, sizeof(buffer), output) != nullptr) {
-        const std::string line(buffer);
-        if (line.rfind("ignored ", 0) == 0) ignored.push_back(line);
-        if (line.rfind("selected ", 0) == 0) selected.insert(line.substr(9, line.rfind(" (") - 9));
+    std::vector<std::string> ignored = linesStartingWith(splitLines(checker.out), "ignored ");
+    for (const std::string& line : linesStartingWith(splitLines(checker.out), "selected ")) {
+        selected.insert(line.substr(9, line.rfind(" (") - 9));
     }
-    ASSERT_EQ(pclose(output), 0) << command;
     ASSERT_EQ(ignored.size(), 1u);
     EXPECT_NE(ignored[0].find(":4: too few arguments for TraceOneMethodOfClass"), std::string::npos) << ignored[0];
     size_t rewritten = 0;
