@@ -1,7 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "ApplicationProbe.h"
+#include <filesystem>
+
+#include "support/AgentHome.h"
+#include "support/ProbeProcess.h"
+#include "support/RealAssemblies.h"
 
 using ::testing::Contains;
 using ::testing::Not;
@@ -11,18 +15,21 @@ namespace {
 constexpr const char* kApps = "harrowlite.agent.dotnet.monitorApplications";
 constexpr const char* kPools = "harrowlite.agent.dotnet.monitorAppPools";
 
-// The last line of the decision: what the process is monitored as.
-std::string verdict(const ProbeProcess& run) { return run.otherLines.empty() ? "<no log>" : run.otherLines.back(); }
-
 } // namespace
 
+// The policy probe runs copied under the process name under test (the controller
+// reads the name behind /proc/self/exe) over a scratch agent installation.
 TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool) {
-    ApplicationProbe probe;
-    const std::string web = probe.program("PolicyWeb", "Bar.dll");
-    const std::string foo = probe.program("PolicyConsole", "Foo.dll");
-    const std::string baz = probe.program("PolicyConsole", "Baz.dll");
-    const std::string rzc = probe.program("PolicyWeb", "rzc.dll");
-    const std::string appsFoo = std::string(kApps) + "=Foo\n";
+    AgentHome probe;
+    const auto program = [&](const char* asset, const std::string& fileName) {
+        return writeFile(probe.root() + "/app/" + fileName, readFile(RealAssemblies::testAsset(asset)));
+    };
+    const std::string web = program("PolicyWeb", "Bar.dll");
+    const std::string foo = program("PolicyConsole", "Foo.dll");
+    const std::string baz = program("PolicyConsole", "Baz.dll");
+    const std::string rzc = program("PolicyWeb", "rzc.dll");
+    std::filesystem::create_directories(probe.root() + "/bin");
+    const std::string appsFoo = std::string(kApps) + "=foo\n";
     struct Case {
         std::string profile;
         std::string process;
@@ -36,13 +43,15 @@ TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool) {
         // log was chosen, leaves no line on standard output.
         bool wholeLog = false;
     };
+    // clang-format off
     const std::vector<Case> cases {
         // Without lists everything is monitored.
         {"", "myapp.exe", {}, "Application myapp.exe monitored", "", "", "myapp", {}, true},
-        // Names of applications are compared without regard to case. An unlisted
+        // Names of applications are compared without regard to case (the host
+        // myapp.exe runs myapp.dll, which the list does not name). An unlisted
         // host's program (bar.dll) does not exist, so it is no ASP.NET Core program.
-        {std::string(kApps) + "=Other, FOO\n", "foo", {}, "Application foo monitored"},
-        {std::string(kApps) + "=Other, FOO\n", "bar", {}, "Application bar not monitored",
+        {std::string(kApps) + "=Other, MYAPP.EXE\n", "myapp.exe", {}, "Application myapp.exe monitored"},
+        {std::string(kApps) + "=Other, MYAPP.EXE\n", "bar", {}, "Application bar not monitored",
          "bar is not an ASP.NET Core Application"},
         // The exclude list is read only without the application list.
         {std::string(kApps) + "=myapp\n" + kApps + ".exclude=myapp\n", "myapp", {}, "Application myapp monitored"},
@@ -54,7 +63,7 @@ TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool) {
         {std::string(kApps) + ".exclude=CounterGatherAgent.exe\n", "CounterGatherAgent.exe", {},
          "Application CounterGatherAgent.exe monitored"},
         {std::string(kApps) + "=Other\n", "CounterGatherAgent.exe", {}, "Application CounterGatherAgent.exe monitored"},
-        // The dotnet host is judged by the name of its program.
+        // The dotnet host is judged by the name of its program, again without regard to case.
         {appsFoo, "dotnet", {foo}, "Application Foo monitored", "", "", "Foo"},
         {appsFoo, "dotnet", {"exec", baz}, "Application Baz not monitored", "Baz is not an ASP.NET Core Application"},
         {appsFoo, "dotnet", {"--info"}, "Application dotnet not monitored", "Failed to find application assembly."},
@@ -77,12 +86,17 @@ TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool) {
         {"harrowlite.agent.dotnet.iisNames=Other.exe, MyHost.exe\n", "myhost.exe", {}, "AppPool NULL monitored"},
         {"harrowlite.agent.dotnet.iisNames=Other.exe, MyHost.exe\n", "w3wp.exe", {}, "Application w3wp.exe monitored"},
     };
-    for (const Case& c : cases) {
+    // clang-format on
+    for (Case c : cases) {
         probe.write("default.properties", c.profile);
-        const ProbeProcess run = probe.run(c.process, c.arguments, c.environment);
+        const std::string process = probe.root() + "/bin/" + c.process;
+        std::filesystem::copy_file(TARN_POLICY_PROBE, process, std::filesystem::copy_options::skip_existing);
+        c.environment.push_back("com.tarn.harrowlite.agentProfile=" + probe.profilePath());
+        const ProbeProcess run = ProbeProcess::run(process, c.arguments, c.environment, probe.root(), "probe.");
         SCOPED_TRACE(c.process + " " + ::testing::PrintToString(c.arguments) + " with " + c.profile + run.describe());
         EXPECT_EQ(run["status"], c.verdict.ends_with(" not monitored") ? "1" : "0");
-        EXPECT_EQ(verdict(run), c.verdict);
+        // The last line of the log is the decision: what the process is monitored as.
+        EXPECT_EQ(run.otherLines.empty() ? "<no log>" : run.otherLines.back(), c.verdict);
         EXPECT_EQ(run["log"], "stdout");
         if (c.wholeLog) {
             EXPECT_EQ(run.otherLines, (std::vector<std::string> {c.verdict}));

@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <set>
+#include <string>
 
 #include "PolicyFixture.h"
 #include "policy/DirectiveController.h"
@@ -11,6 +13,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 using DirectiveControllerOnAssemblies = PolicyFixture;
+using DirectiveMatchingCacheOnShop = PolicyFixture;
 
 namespace {
 
@@ -71,6 +74,11 @@ const char* const kDirectiveSets[] = {
     "TraceOneMethodOfClass: [MetadataShapes]Nowhere.Class Run\n",
 };
 
+// Two groups on Shop.Order: A selects Place, B selects GetName.
+const std::string kTwoGroups =
+    "IdentifyClassAs: Shop.Order A\nTraceOneMethodIfFlagged: A Place\nTurnOn: A\n"
+    "IdentifyClassAs: Shop.Order B\nTraceOneMethodIfFlagged: B GetName\nTurnOn: B\n";
+
 }  // namespace
 
 TEST_F(DirectiveControllerOnAssemblies, DecisionAndAccountAgreeOnEveryMethod) {
@@ -79,9 +87,7 @@ TEST_F(DirectiveControllerOnAssemblies, DecisionAndAccountAgreeOnEveryMethod) {
                                 module(RealAssemblies::aspNetCoreAssembly("Microsoft.AspNetCore.Mvc.ViewFeatures.dll"))};
     for (const char* text : kDirectiveSets) {
         auto controller = directives(text);
-        int methods = 0;
-        int selected = 0;
-        int disagreements = 0;
+        int methods = 0, selected = 0, disagreements = 0;
         for (ModuleID where : modules) {
             forEachMethod(where, [&](IMetaDataContext* method) {
                 std::unique_ptr<IDirectiveMatchResult> result(controller->shouldMonitorResult(method));
@@ -103,25 +109,30 @@ TEST_F(DirectiveControllerOnAssemblies, DecisionAndAccountAgreeOnEveryMethod) {
     }
 }
 
+// The cache keeps a group whose class skips turn it away out of the class's
+// entry, and lets the other groups answer (the second set has such skips, for
+// classes, namespaces and assemblies); only group method skips may make the
+// cached decision differ.
 TEST_F(DirectiveControllerOnAssemblies, CachedDecisionAgreesWithoutGroupMethodSkips) {
     const ModuleID modules[] = {shop, module(RealAssemblies::coreLibPath())};
-    auto plain = directives(kDirectiveSets[2]);
-    auto cached = directives(kDirectiveSets[2]);
-    int disagreements = 0;
-    int selected = 0;
-    for (ModuleID where : modules) {
-        forEachMethod(
-            where,
-            [&](IMetaDataContext* method) {
-                const bool withCache = cached->shouldMonitor(method);
-                selected += withCache ? 1 : 0;
-                disagreements += withCache != selects(*plain, method) ? 1 : 0;
-            },
-            true);
+    for (const char* text : {kDirectiveSets[1], kDirectiveSets[2]}) {
+        auto plain = directives(text);
+        auto cached = directives(text);
+        int disagreements = 0, selected = 0;
+        for (ModuleID where : modules) {
+            forEachMethod(
+                where,
+                [&](IMetaDataContext* method) {
+                    const bool withCache = cached->shouldMonitor(method);
+                    selected += withCache ? 1 : 0;
+                    disagreements += withCache != selects(*plain, method) ? 1 : 0;
+                },
+                true);
+        }
+        EXPECT_EQ(disagreements, 0) << text;
+        EXPECT_GT(selected, 5) << text;
+        EXPECT_GT(static_cast<DirectiveController&>(*cached).getCache().size(), 1000u) << text;
     }
-    EXPECT_EQ(disagreements, 0);
-    EXPECT_GT(selected, 5);
-    EXPECT_GT(static_cast<DirectiveController&>(*cached).getCache().size(), 1000u);
 }
 
 // A scan that logs nothing walks the method table by name: it selects what the
@@ -170,4 +181,86 @@ TEST_F(DirectiveControllerOnAssemblies, AnnotatedHelpersOfTheFrameworkController
                                  "TurnOn: All\n");
     EXPECT_FALSE(selects(*controller, at(views, {u"Microsoft.AspNetCore.Mvc.Controller"}, u"View")));
     EXPECT_TRUE(selects(*controller, at(core, {u"Microsoft.AspNetCore.Mvc.ControllerBase"}, u"Ok")));
+}
+
+TEST_F(DirectiveMatchingCacheOnShop, MethodSkipOfAKnownGroupVetoesEveryGroup) {
+    auto controller = directives(kTwoGroups + "SkipMethodForFlag: A GetName\n");
+    // GetName first: the walk passes A by and B selects it.
+    EXPECT_TRUE(ask(*controller, u"Shop.Order", u"GetName"));
+    // From now on A is in the entry, and its skip answers for all groups.
+    EXPECT_FALSE(ask(*controller, u"Shop.Order", u"GetName"));
+    EXPECT_TRUE(ask(*controller, u"Shop.Order", u"Place"));
+
+    // The other order of arrival: once A is known, GetName never gets to B.
+    controller->clearCache();
+    EXPECT_TRUE(ask(*controller, u"Shop.Order", u"Place"));
+    EXPECT_FALSE(ask(*controller, u"Shop.Order", u"GetName"));
+    // Without the cache the group skip only passes A by.
+    EXPECT_TRUE(selects(*controller, at({u"Shop.Order"}, u"GetName")));
+    EXPECT_EQ(account(*controller, at({u"Shop.Order"}, u"GetName")).matched, std::vector<std::string>{"B"});
+}
+
+TEST_F(DirectiveMatchingCacheOnShop, SaturationIsLoggedOnceAndLaterClassesGoWithoutCache) {
+    FILE* log = tmpfile();
+    auto controller = directives(kTwoGroups, nullptr, log);
+    const auto size = [&] { return static_cast<DirectiveController&>(*controller).getCache().size(); };
+    controller->setCacheSize(1);
+    EXPECT_TRUE(ask(*controller, u"Shop.Order", u"Place"));
+    EXPECT_EQ(streamText(log), "Directive Matching Cache is saturated, Size = 1\n");
+    EXPECT_FALSE(ask(*controller, u"Shop.Invoice", u"Issue"));
+    EXPECT_TRUE(ask(*controller, u"Shop.OrderItem", u"GetName"));
+    EXPECT_EQ(size(), 1u);
+    // The class with an entry keeps using it.
+    EXPECT_TRUE(ask(*controller, u"Shop.Order", u"Place"));
+    EXPECT_EQ(streamText(log), "Directive Matching Cache is saturated, Size = 1\n");
+
+    // A limit below the present size stops growth without a word.
+    controller->clearCache();
+    controller->setCacheSize(3);
+    EXPECT_TRUE(ask(*controller, u"Shop.Order", u"Place"));
+    EXPECT_FALSE(ask(*controller, u"Shop.Invoice", u"Issue"));
+    controller->setCacheSize(1);
+    EXPECT_TRUE(ask(*controller, u"Shop.OrderItem", u"GetName"));
+    EXPECT_EQ(size(), 2u);
+    EXPECT_EQ(streamText(log), "Directive Matching Cache is saturated, Size = 1\n");
+    fclose(log);
+}
+
+// The cache answers a known class from the sole method names of its one-line
+// groups; the answers, vetoes and their order of arrival included, are those
+// of full groups with the same rules.
+TEST_F(DirectiveMatchingCacheOnShop, OneLineGroupsAnswerInTheirPlaceAmongTheOthers) {
+    const std::string text =
+        "SkipMethodForFlag: A Dispose\nIdentifyClassAs: Shop.Order A\nTraceOneMethodIfFlagged: A Place\nTurnOn: A\n"
+        "TraceOneMethodOfClass: Shop.Order GetName\nTraceOneMethodOfClass: Shop.Order Get\n"
+        "SkipMethodForFlag: Z Get\nIdentifyClassAs: Shop.Order Z\nTraceOneMethodIfFlagged: Z Dispose\nTurnOn: Z\n";
+    auto compact = directives(text);
+    // Named by a later line, a one-line group becomes a full one.
+    auto full = directives(text + "SetFlag: Anonymous_0\nSetFlag: Anonymous_1\n");
+    std::vector<const char16_t*> methods = {u"Dispose", u"G", u"Get", u"GetName", u"Place"};
+    do {
+        compact->clearCache();
+        full->clearCache();
+        for (int round = 0; round < 2; ++round) {
+            for (const char16_t* method : methods) {
+                const bool expected = ask(*full, u"Shop.Order", method);
+                EXPECT_EQ(ask(*compact, u"Shop.Order", method), expected) << RealAssemblies::narrow(method);
+            }
+        }
+    } while (std::next_permutation(methods.begin(), methods.end()));
+}
+
+// The global filter's verdict on a class is kept in its entry; the exceptions
+// and skips of single methods are still asked method by method.
+TEST_F(DirectiveMatchingCacheOnShop, GlobalSkipsHoldForEveryMethodOfAKnownClass) {
+    auto skipping = directives(
+        "IdentifyAllClassesAs: All\nTraceAllMethodsIfFlagged: All\nTurnOn: All\n"
+        "SkipClass: Shop.Order\nDoNotSkipMethodForClass: Shop.Order Place\nSkipMethodForClass: Shop.Invoice Cancel\n");
+    // The second round meets both classes in the cache.
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_TRUE(ask(*skipping, u"Shop.Order", u"Place")) << round;
+        EXPECT_FALSE(ask(*skipping, u"Shop.Order", u"Dispose")) << round;
+        EXPECT_FALSE(ask(*skipping, u"Shop.Invoice", u"Cancel")) << round;
+        EXPECT_TRUE(ask(*skipping, u"Shop.Invoice", u"Issue")) << round;
+    }
 }

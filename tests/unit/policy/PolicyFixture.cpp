@@ -1,8 +1,43 @@
 #include "PolicyFixture.h"
 
+#include <filesystem>
 #include <memory>
+#include <utility>
 
 #include "runtime/CorErrors.h"
+
+std::unique_ptr<ProfilerController> AgentInstallation::controller(ICorProfilerInfo* info, const std::string& text) {
+    if (!text.empty()) {
+        set("harrowlite.fieldmark.directivesFile", "probes.fmd");
+        write("probes.fmd", text);
+    }
+    FILE* file = fopen(writeProfile().c_str(), "r");
+    IProperties* store = IProperties::newInstance();
+    store->readProperties(file);
+    fclose(file);
+    last = static_cast<ProfilerController*>(IProfilerController::newInstance(info, store));
+    // A refusal deletes the properties; a made controller leaves them to us.
+    if (last != nullptr) stores.emplace_back(store);
+    return std::unique_ptr<ProfilerController>(last);
+}
+
+std::string AgentInstallation::executableName() {
+    const std::string exe = std::filesystem::read_symlink("/proc/self/exe").string();
+    return exe.substr(exe.rfind('/') + 1);
+}
+
+std::vector<std::string> AgentInstallation::log() const {
+    if (last != nullptr) fflush(last->getNativeLog());
+    std::string text = readFile(logPath());
+    // The agent's folder is shortened to "~".
+    for (size_t at = text.find(profiles()); at != std::string::npos; at = text.find(profiles(), at)) {
+        text.replace(at, profiles().size(), "~");
+    }
+    std::vector<std::string> lines = splitLines(text);
+    // The first line names the build; the suites read what follows it.
+    if (!lines.empty() && lines.front().rfind("tarn.NativeProfiler ", 0) == 0) lines.erase(lines.begin());
+    return lines;
+}
 
 void PolicyFixture::forEachMethod(ModuleID where, const std::function<void(IMetaDataContext*)>& visit,
                                   bool withClassIds) {
@@ -39,42 +74,29 @@ std::unique_ptr<IDirectiveController> PolicyFixture::directives(const std::strin
     EXPECT_NE(file, nullptr);
     fwrite(text.data(), 1, text.size(), file);
     rewind(file);
-    HRESULT result = controller->readDirectives(file);
+    const HRESULT result = controller->readDirectives(file);
     fclose(file);
-    if (status != nullptr) {
-        *status = result;
-    }
+    if (status != nullptr) *status = result;
     return controller;
 }
 
-namespace {
-
-std::vector<std::string> names(int count, IDirectiveGroup* (IDirectiveMatchResult::*group)(int),
-                               IDirectiveMatchResult& result) {
-    std::vector<std::string> all;
-    for (int i = 0; i < count; ++i) {
-        all.push_back(RealAssemblies::narrow((result.*group)(i)->getName()));
-    }
-    return all;
-}
-
-}  // namespace
-
 PolicyFixture::Account PolicyFixture::account(IDirectiveController& controller, IMetaDataContext* method) {
     std::unique_ptr<IDirectiveMatchResult> result(controller.shouldMonitorResult(method));
-    Account account;
-    account.skippedGlobally = result->isSkippedGlobally();
-    account.skipped = names(result->getSkippedCount(), &IDirectiveMatchResult::getSkippedGroup, *result);
-    account.matched = names(result->getMatchedCount(), &IDirectiveMatchResult::getMatchedGroup, *result);
-    account.unmatched = names(result->getUnmatchedCount(), &IDirectiveMatchResult::getUnmatchedGroup, *result);
-    return account;
+    const auto names = [&](int count, IDirectiveGroup* (IDirectiveMatchResult::*group)(int)) {
+        std::vector<std::string> all;
+        for (int i = 0; i < count; ++i) all.push_back(RealAssemblies::narrow(((*result).*group)(i)->getName()));
+        return all;
+    };
+    return {result->isSkippedGlobally(), names(result->getSkippedCount(), &IDirectiveMatchResult::getSkippedGroup),
+            names(result->getMatchedCount(), &IDirectiveMatchResult::getMatchedGroup),
+            names(result->getUnmatchedCount(), &IDirectiveMatchResult::getUnmatchedGroup)};
 }
 
 bool PolicyFixture::selects(IDirectiveController& controller, IMetaDataContext* method) {
+    // ClassID 0 keeps the decision away from the cache.
     auto* steered = static_cast<SteeredContext*>(method);
-    ClassID classID = steered->classID;
-    steered->classID = 0;
-    bool answer = controller.shouldMonitor(method);
+    const ClassID classID = std::exchange(steered->classID, 0);
+    const bool answer = controller.shouldMonitor(method);
     steered->classID = classID;
     return answer;
 }

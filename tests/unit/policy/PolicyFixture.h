@@ -14,10 +14,42 @@
 #include <vector>
 
 #include "SteeredContext.h"
-#include "metadata/IMetaDataContext.h"
 #include "policy/IDirectiveController.h"
+#include "policy/ProfilerController.h"
+#include "support/AgentHome.h"
 #include "support/RealMetadataFixture.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TextFiles.h"
+
+// An agent installation under a scratch directory, with the agent profile
+// named in this process's environment (as the process gate leaves it) and
+// profiler controllers made over it the way the gate makes them. The native
+// log goes to a file of its own, read back by log().
+class AgentInstallation : public AgentHome {
+public:
+    AgentInstallation() {
+        set("harrowlite.nativeprofiler.logfile", "logs/native.log");
+        environment.set("com.tarn.harrowlite.agentProfile", profilePath().c_str());
+        environment.set("com.tarn.harrowlite.AgentProfile", nullptr);
+        environment.set("WEBSITE_INSTANCE_ID", nullptr);
+    }
+
+    // A controller over the installation as it stands, with text (if any) as
+    // its directive file; null if none is made.
+    std::unique_ptr<ProfilerController> controller(ICorProfilerInfo* info, const std::string& text = "");
+    // The lines of the native log of the last controller so far, the folder
+    // of the profile shortened to "~".
+    std::vector<std::string> log() const;
+    // The name of this process's executable, which names its native log.
+    static std::string executableName();
+    std::string logPath() const { return profiles() + "/logs/native_" + executableName() + ".log"; }
+
+private:
+    ScopedEnvironment environment;
+    ProfilerController* last = nullptr;
+    // The properties of the controllers made.
+    std::vector<std::unique_ptr<IProperties>> stores;
+};
 
 class PolicyFixture : public RealMetadataFixture {
 protected:
@@ -58,6 +90,13 @@ protected:
     static Account account(IDirectiveController& controller, IMetaDataContext* method);
     // The decision without the match cache.
     static bool selects(IDirectiveController& controller, IMetaDataContext* method);
+    bool selects(const std::string& text, std::initializer_list<const char16_t*> path, const char16_t* method) {
+        return selects(*directives(text), at(path, method));
+    }
+    // The decision through the match cache, on a method of the shop.
+    bool ask(IDirectiveController& controller, const char16_t* type, const char16_t* method) {
+        return controller.shouldMonitor(at({type}, method));
+    }
     // Reads one more line into a controller.
     static HRESULT line(IDirectiveController& controller, const std::string& text);
 

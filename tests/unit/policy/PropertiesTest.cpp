@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "policy/Properties.h"
+#include "support/RealAssemblies.h"
 #include "support/ScopedEnvironment.h"
 #include "support/ScratchDirectory.h"
 
@@ -35,68 +37,40 @@ protected:
 
 } // namespace
 
-TEST_F(PropertiesFile, SeparatorsBetweenKeyAndValue) {
-    auto properties = read("a1=b\n"
-                           "a2 = b\n"
-                           "a3:b\n"
-                           "a4 b\n"
-                           "a5==b\n"
-                           "a6 = = b\n"
-                           "a7=b=c\n"
-                           "=a8=b\n"
-                           "\t a9 :  b \n"
-                           "url=http://host:8080/x?y=z\r\n"
-                           "a0=b"); // the last line, without a line end, keeps its value
-    for (const char16_t* key : {u"a0", u"a1", u"a2", u"a3", u"a4", u"a5", u"a8", u"a9"}) {
-        EXPECT_EQ(value(*properties, key), u"b") << "key " << std::string(key, key + 2);
+TEST_F(PropertiesFile, LinesGiveKeysAndValues) {
+    auto properties = read(
+        // Separators between key and value.
+        "a1=b\na2 = b\na3:b\na4 b\na5==b\na6 = = b\na7=b=c\n=a8=b\n\t a9 :  b \nurl=http://host:8080/x?y=z\r\n"
+        // Comments, empty values, blank lines, no escapes, a repeated key.
+        "  # x=y\n#x2=y\n! x3=y\nx#=y\nempty=\nblank =   \t\n\n   \npath = C:\\agent\\dir\\ \n"
+        "spaced = a value  with blanks   \ntwice=first\ntwice=second\n"
+        "a0=b");  // the last line, without a line end, keeps its value
+    std::string seen;
+    for (const char16_t* key : {u"a0",  u"a1", u"a2", u"a3", u"a4", u"a5",    u"a6",    u"a7",   u"a8",     u"a9",
+                                u"url", u"x",  u"x2", u"x3", u"x#", u"empty", u"blank", u"path", u"spaced", u"twice"}) {
+        seen += RealAssemblies::narrow(key) + "=" + RealAssemblies::narrow(value(*properties, key).c_str()) + "\n";
     }
-    EXPECT_EQ(value(*properties, u"a6"), u"= b");
-    EXPECT_EQ(value(*properties, u"a7"), u"b=c");
-    EXPECT_EQ(value(*properties, u"url"), u"http://host:8080/x?y=z");
-}
-
-TEST_F(PropertiesFile, CommentsEmptyValuesAndRepeatedKeys) {
-    auto properties = read("  # x=y\n"
-                           "#x2=y\n"
-                           "! x3=y\n"
-                           "x#=y\n"
-                           "empty=\n"
-                           "blank =   \t\n"
-                           "\n"
-                           "   \n"
-                           "path = C:\\agent\\dir\\ \n"
-                           "spaced = a value  with blanks   \n"
-                           "twice=first\n"
-                           "twice=second\n"
-                           "last");
-    EXPECT_EQ(value(*properties, u"x"), u"<absent>");
-    EXPECT_EQ(value(*properties, u"x2"), u"<absent>");
-    EXPECT_EQ(value(*properties, u"x3"), u"<absent>");
-    EXPECT_EQ(value(*properties, u"x#"), u"y");
-    EXPECT_EQ(value(*properties, u"empty"), u"<absent>");
-    EXPECT_EQ(value(*properties, u"blank"), u"<absent>");
-    EXPECT_EQ(value(*properties, u"path"), u"C:\\agent\\dir\\"); // no escapes
-    EXPECT_EQ(value(*properties, u"spaced"), u"a value  with blanks");
-    EXPECT_EQ(value(*properties, u"twice"), u"second");
-    EXPECT_EQ(value(*properties, u"last"), u"<absent>"); // last line, key alone, no line end
+    EXPECT_EQ(seen,
+              "a0=b\na1=b\na2=b\na3=b\na4=b\na5=b\na6== b\na7=b=c\na8=b\na9=b\nurl=http://host:8080/x?y=z\n"
+              "x=<absent>\nx2=<absent>\nx3=<absent>\nx#=y\nempty=<absent>\nblank=<absent>\npath=C:\\agent\\dir\\\n"
+              "spaced=a value  with blanks\ntwice=second\n");
+    // A key alone on the last line, without a line end, has no value.
+    EXPECT_EQ(value(*read("x=y\nlast"), u"last"), u"<absent>");
 }
 
 TEST(Properties, BoolValuesByLeadingWord) {
-    Properties properties(Properties::PropertyMap {{u"upper", u"TRUE"},
-                                                   {u"lower", u"false"},
-                                                   {u"longer", u"trueish"},
-                                                   {u"yes", u"Yes"},
-                                                   {u"empty", u""},
-                                                   {u"short", u"tr"}});
-    EXPECT_TRUE(properties.getBoolProperty(u"upper", false));
-    EXPECT_FALSE(properties.getBoolProperty(u"lower", true));
-    EXPECT_TRUE(properties.getBoolProperty(u"longer", false));
-    EXPECT_TRUE(properties.getBoolProperty(u"yes", true));
-    EXPECT_FALSE(properties.getBoolProperty(u"yes", false));
-    EXPECT_FALSE(properties.getBoolProperty(u"empty", false));
-    EXPECT_FALSE(properties.getBoolProperty(u"short", false));
-    EXPECT_TRUE(properties.getBoolProperty(u"missing", true));
-    EXPECT_FALSE(properties.hasProperty(u"missing")); // the default does not store it
+    // The value stored (null: none), the default asked with, the answer.
+    const std::tuple<const char16_t*, bool, bool> cases[] = {
+        {u"TRUE", false, true}, {u"false", true, false}, {u"trueish", false, true}, {u"Yes", true, true},
+        {u"Yes", false, false}, {u"", false, false},     {u"tr", false, false},     {nullptr, true, true}};
+    for (const auto& [stored, fallback, answer] : cases) {
+        Properties::PropertyMap map;
+        if (stored != nullptr) map[u"key"] = stored;
+        Properties properties(map);
+        EXPECT_EQ(properties.getBoolProperty(u"key", fallback), answer)
+            << RealAssemblies::narrow(stored ? stored : u"-");
+        EXPECT_EQ(properties.hasProperty(u"key"), stored != nullptr);  // the default does not store it
+    }
 }
 
 TEST_F(PropertiesFile, EnvironmentOverridesWinInAnyCase) {
