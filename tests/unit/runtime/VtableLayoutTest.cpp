@@ -67,13 +67,14 @@ TEST(VtableLayout, CallbackChainEndsAtSlot88) {
 
 TEST(VtableLayout, MetaDataImportKeepsFarApartMethodsApart) {
     expectSlots({SLOT(IMetaDataImport::CloseEnum, 3), SLOT(IMetaDataImport::FindTypeDefByName, 9),
-                 SLOT(IMetaDataImport::GetTypeDefProps, 12), SLOT(IMetaDataImport::GetTypeRefProps, 14),
-                 SLOT(IMetaDataImport::FindMethod, 27), SLOT(IMetaDataImport::FindMemberRef, 29),
-                 SLOT(IMetaDataImport::GetMethodProps, 30), SLOT(IMetaDataImport::GetMemberRefProps, 31),
-                 SLOT(IMetaDataImport::GetPinvokeMap, 48), SLOT(IMetaDataImport::GetCustomAttributeProps, 54),
-                 SLOT(IMetaDataImport::FindTypeRef, 55), SLOT(IMetaDataImport::IsValidToken, 61),
-                 SLOT(IMetaDataImport::GetNestedClassProps, 62), SLOT(IMetaDataImport::IsGlobal, 64),
-                 SLOT(IMetaDataImport2::EnumGenericParams, 65), SLOT(IMetaDataImport2::EnumMethodSpecs, 72)});
+                 SLOT(IMetaDataImport::GetScopeProps, 10), SLOT(IMetaDataImport::GetTypeDefProps, 12),
+                 SLOT(IMetaDataImport::GetTypeRefProps, 14), SLOT(IMetaDataImport::FindMethod, 27),
+                 SLOT(IMetaDataImport::FindMemberRef, 29), SLOT(IMetaDataImport::GetMethodProps, 30),
+                 SLOT(IMetaDataImport::GetMemberRefProps, 31), SLOT(IMetaDataImport::GetPinvokeMap, 48),
+                 SLOT(IMetaDataImport::GetCustomAttributeProps, 54), SLOT(IMetaDataImport::FindTypeRef, 55),
+                 SLOT(IMetaDataImport::IsValidToken, 61), SLOT(IMetaDataImport::GetNestedClassProps, 62),
+                 SLOT(IMetaDataImport::IsGlobal, 64), SLOT(IMetaDataImport2::EnumGenericParams, 65),
+                 SLOT(IMetaDataImport2::EnumMethodSpecs, 72)});
 }
 
 TEST(VtableLayout, AssemblyImportAndDispensers) {
