@@ -73,8 +73,9 @@ public:
     // truncated code and for branches that do not land on an instruction of the
     // code or its end; the list is then unchanged.
     [[nodiscard]] virtual HRESULT insertIL(unsigned int index, const unsigned char* code, unsigned int length) = 0;
-    // Byte index of the entry after the branches are settled; 0xFFFFFFFF if
-    // they cannot be.
+    // Byte index of the entry after the branches are settled; kUnsettled if
+    // they cannot be (and so the code size too).
+    static constexpr unsigned int kUnsettled = 0xFFFFFFFF;
     virtual unsigned int getILByteIndex(unsigned int index) = 0;
     // Entries, labels and switch entries included.
     virtual unsigned int getILCount() = 0;

@@ -15,7 +15,6 @@ constexpr unsigned int kFatSizeInWords = 3;
 constexpr unsigned int kTinyMaxStack = 8;
 constexpr unsigned int kSectionHeaderSize = 4;
 constexpr unsigned int kFatClauseSize = 24;
-constexpr unsigned int kNoByteIndex = 0xFFFFFFFF;
 constexpr unsigned int kFirstTraceLabel = 0x80000000;
 constexpr unsigned int kLabelRun = 1u << 16;
 constexpr size_t kKeptEntries = 4096;
@@ -348,7 +347,7 @@ unsigned int MethodBuilder::getCurrentILByteIndex(unsigned int index) {
 }
 
 unsigned int MethodBuilder::getILByteIndex(unsigned int index) {
-    if (FAILED(updateTargets())) return kNoByteIndex;
+    if (FAILED(updateTargets())) return kUnsettled;
     return getCurrentILByteIndex(index);
 }
 

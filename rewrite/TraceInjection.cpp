@@ -19,8 +19,6 @@ const char16_t kJumpMessage[] = u"Methods with a jmp instruction are not traced.
 const char16_t kNoILMessage[] = u"The method has no IL body.";
 constexpr HRESULT kFunctionNotIL = static_cast<HRESULT>(0x80131354);
 constexpr unsigned int kStageCount = 9;
-// The byte index the builder gives when it cannot settle the branches.
-constexpr unsigned int kUnsettled = 0xFFFFFFFF;
 
 // What failed, for a stage that gave no reason of its own: by the stage
 // reached (see runStage and writeBody).
@@ -523,7 +521,7 @@ HRESULT Profiler::updateCatchTrace() {
         current.context->isInstanceTypeInitializer() ? LABEL_CTOR_BODY : LABEL_METHOD_BODY, LABEL_TRY_END,
         LABEL_CATCH_TRACE, LABEL_FILTER_HANDLER);
     // Branches that cannot be settled leave the code without a size to allocate.
-    if (SUCCEEDED(hr) && current.builder->getCodeSize() == kUnsettled) hr = E_UNEXPECTED;
+    if (SUCCEEDED(hr) && current.builder->getCodeSize() == IMethodBuilder::kUnsettled) hr = E_UNEXPECTED;
     current.minStack = atLeast(current.minStack, 3);
     current.stackGrowth = atLeast(current.stackGrowth, 2);
     return hr;
