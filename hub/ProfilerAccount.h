@@ -22,10 +22,12 @@ public:
     // own: each flush is a write to the file system.
     enum Phase { kMetadata, kDecision, kRewrite, kLog, kShim, kModuleLoad, kPhaseCount };
 
-    // Adds the time from its construction to its end to a phase.
+    // Adds the time from its construction to its end to a phase; timed
+    // within another phase, takes it out of that one.
     class Timed {
     public:
         Timed(ProfilerAccount& account, Phase phase);
+        Timed(ProfilerAccount& account, Phase phase, Phase within);
         ~Timed();
         Timed(const Timed&) = delete;
         Timed& operator=(const Timed&) = delete;
@@ -33,6 +35,7 @@ public:
     private:
         ProfilerAccount& account;
         Phase phase;
+        Phase within;
         int64_t start;
     };
 

@@ -171,6 +171,7 @@ HRESULT ProfilerCallback::ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStat
     if (profiler != nullptr) {
         profiler->forgetModule(moduleId);
     }
+    moduleShims.erase(moduleId);
     return S_OK;
 }
 

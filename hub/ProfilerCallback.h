@@ -158,7 +158,8 @@ private:
     };
     [[nodiscard]] HRESULT recordModuleNames(ModuleID moduleId, ModuleNames& names);
     void logModuleAndPatchAgent(ModuleID moduleId, const ModuleNames& names);
-    [[nodiscard]] HRESULT prepareFirstModule(ModuleID moduleId, HRESULT result, bool onModuleLoad);
+    [[nodiscard]] HRESULT prepareFirstModule(ModuleID moduleId, HRESULT result, bool onModuleLoad,
+                                             bool coreLibrarySelected);
 
     // The phases of Initialize, in their order.
     [[nodiscard]] HRESULT queryInfoInterfaces(IUnknown* unknown);
@@ -189,7 +190,14 @@ private:
     // The precompiled methods of a module that inlined its selected methods
     // when compiled ahead of time: their precompiled code is refused too, or
     // the selected method would run untraced inside them.
-    void refusePrecompiledInliners(ModuleID moduleId, const char16_t* assemblyName);
+    void refusePrecompiledInliners(ModuleID moduleId, const char16_t* assemblyName,
+                                   const std::set<mdMethodDef>& selected);
+    // The module's methods that the directives select, the directives read
+    // first if they were not yet.
+    std::set<mdMethodDef> selectedMethods(ModuleID moduleId);
+    // The shim of a module that has none of the core library's to call: made
+    // before its first rewrite, once. Under profilerLock.
+    HRESULT moduleShim(ModuleID moduleId);
     // Whether the runtime may run precompiled code and asks before it does.
     bool keepsPrecompiledCode() const;
     // After a reload: the precompiled methods of the loaded modules that
@@ -250,6 +258,15 @@ private:
     bool hooksEnabled;
     bool isCoreCLR;
     int lastReJITRequestId;
+    // The core library's module, and whether the agent's assembly has loaded.
+    ModuleID coreLibraryModule = 0;
+    std::atomic<bool> agentLoaded{false};
+    // What defining each module's own shim gave, and its class; under profilerLock.
+    struct ModuleShim {
+        HRESULT result;
+        mdTypeDef shimClass;
+    };
+    std::map<ModuleID, ModuleShim> moduleShims;
     // Methods refused their precompiled code for inlining selected ones, by
     // module and token; under profilerLock.
     std::set<std::pair<ModuleID, mdMethodDef>> precompiledInliners;

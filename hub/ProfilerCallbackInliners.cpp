@@ -36,15 +36,22 @@ bool ProfilerCallback::keepsPrecompiledCode() const {
            (eventMask & (COR_PRF_DISABLE_ALL_NGEN_IMAGES | COR_PRF_USE_PROFILE_IMAGES)) == 0;
 }
 
-void ProfilerCallback::refusePrecompiledInliners(ModuleID moduleId, const char16_t* assemblyName) {
+std::set<mdMethodDef> ProfilerCallback::selectedMethods(ModuleID moduleId) {
+    HeldLock held(&profilerLock);
+    std::set<mdMethodDef> selected;
+    if (controller->initializeDirectives() == 0) {
+        controller->getMonitoredMethodsForModule(profilerInfo, moduleId, selected, false);
+    }
+    return selected;
+}
+
+void ProfilerCallback::refusePrecompiledInliners(ModuleID moduleId, const char16_t* assemblyName,
+                                                 const std::set<mdMethodDef>& selected) {
     HeldLock held(&profilerLock);
     AutoCOMPointer<ICorProfilerInfo6> info6;
-    if (controller->initializeDirectives() != 0 ||
-        FAILED(profilerInfo->QueryInterface(IID_ICorProfilerInfo6, reinterpret_cast<void**>(&info6)))) {
+    if (FAILED(profilerInfo->QueryInterface(IID_ICorProfilerInfo6, reinterpret_cast<void**>(&info6)))) {
         return;
     }
-    std::set<mdMethodDef> selected;
-    controller->getMonitoredMethodsForModule(profilerInfo, moduleId, selected, false);
     size_t before = precompiledInliners.size();
     for (mdMethodDef method : selected) {
         forEachPrecompiledInliner(info6, moduleId, method, [&](ModuleID module, mdMethodDef inliner) {

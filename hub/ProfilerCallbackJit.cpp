@@ -71,6 +71,11 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
         ProfilerAccount::Timed timed(account, ProfilerAccount::kMetadata);
         result = context->setFunction(functionId);
     }
+    // A module's own shim is ours: never decided, never counted.
+    if (auto shim = moduleShims.find(context->getModuleID());
+        SUCCEEDED(result) && shim != moduleShims.end() && context->getTypeDef() == shim->second.shimClass) {
+        return;
+    }
     bool monitored = false;
     {
         ProfilerAccount::Timed timed(account, ProfilerAccount::kDecision);

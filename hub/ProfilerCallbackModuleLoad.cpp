@@ -20,6 +20,7 @@ namespace {
 
 constexpr mdAssembly kNoAssembly = 0x20000000;
 constexpr size_t kAgentAssemblyPrefixUnits = 10;
+constexpr ULONG kModuleNameSize = 512;
 
 // Shared by all threads that load modules, without a lock; the first-module
 // mark is taken atomically so that the shim is defined exactly once.
@@ -96,12 +97,18 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
         }
 
         const bool onModuleLoad = rewritesOnLoad;
-        if (firstModule.exchange(false)) {
-            result = prepareFirstModule(moduleId, result, onModuleLoad);
+        const bool first = firstModule.exchange(false);
+        const bool refusesInliners = keepsPrecompiledCode() && (names.flags & COR_PRF_MODULE_NGEN) != 0;
+        std::set<mdMethodDef> selected;
+        if (SUCCEEDED(result) && ((first && isCoreCLR) || refusesInliners)) {
+            selected = selectedMethods(moduleId);
+        }
+        if (first) {
+            result = prepareFirstModule(moduleId, result, onModuleLoad, !selected.empty());
         }
 
-        if (SUCCEEDED(result) && !disabled && keepsPrecompiledCode() && (names.flags & COR_PRF_MODULE_NGEN) != 0) {
-            refusePrecompiledInliners(moduleId, assemblyName);
+        if (SUCCEEDED(result) && !disabled && refusesInliners) {
+            refusePrecompiledInliners(moduleId, assemblyName, selected);
         }
         if (onModuleLoad && !disabled) {
             // The rewriting engine is shared with the compile path and with
@@ -160,6 +167,7 @@ void ProfilerCallback::logModuleAndPatchAgent(ModuleID moduleId, const ModuleNam
     fflush(nativeLog);
 
     if (strncmp_u16(names.assembly.c_str(), SharedNames::kAgentAssembly, kAgentAssemblyPrefixUnits) == 0) {
+        agentLoaded = true;
         fprintf_8(nativeLog, "Patching PInvoke...\n");
         UnixDllImportPatcher patcher(profilerInfo, moduleId, nativeLog);
         // The patcher logs what it could not patch; the module loads either way.
@@ -167,16 +175,26 @@ void ProfilerCallback::logModuleAndPatchAgent(ModuleID moduleId, const ModuleNam
     }
 }
 
-// The first module (the core library): the synthetic shim is defined in it;
-// a shim that cannot be defined disables the agent. With instrumentation on
+// The first module (the core library). Where the directives select some of
+// its methods, or the profiler came late, the synthetic shim is defined in it
+// and serves every module; a shim that cannot be defined disables the agent.
+// Otherwise each module that gets traced gets a shim of its own: writing into
+// the core library would cost every start-up the copy of its whole metadata
+// that the runtime makes before the first write. With instrumentation on
 // module load the first module goes on whatever its names gave.
-HRESULT ProfilerCallback::prepareFirstModule(ModuleID moduleId, HRESULT result, bool onModuleLoad) {
+HRESULT ProfilerCallback::prepareFirstModule(ModuleID moduleId, HRESULT result, bool onModuleLoad,
+                                             bool coreLibrarySelected) {
     if (SUCCEEDED(result) && profiler != nullptr && profiler->usingSyntheticShim()) {
+        coreLibraryModule = moduleId;
+    }
+    if (coreLibraryModule != 0 && isCoreCLR && !attached && !coreLibrarySelected) {
+        profiler->placeShimInModules([this](ModuleID module) { return moduleShim(module); });
+    } else if (coreLibraryModule != 0) {
         SyntheticAgentShim shim;
         HRESULT defined = E_FAIL;
         {
-            ProfilerAccount::Timed timedShim(account, ProfilerAccount::kShim);
-            defined = shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, attached);
+            ProfilerAccount::Timed timedShim(account, ProfilerAccount::kShim, ProfilerAccount::kModuleLoad);
+            defined = shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, attached, moduleId);
         }
         if (SUCCEEDED(defined)) {
             fprintf_8(nativeLog, "Defined Synthetic Shim\n");
@@ -195,6 +213,38 @@ HRESULT ProfilerCallback::prepareFirstModule(ModuleID moduleId, HRESULT result, 
         }
     }
     return result;
+}
+
+// A module's own shim. The core library gets one only once the agent has
+// loaded, as after an attach: the agent reaches its methods through their
+// loader then, where otherwise a trace call of the core library could bring
+// the agent in from whatever the runtime was doing.
+HRESULT ProfilerCallback::moduleShim(ModuleID moduleId) {
+    if (auto known = moduleShims.find(moduleId); known != moduleShims.end()) return known->second.result;
+    const bool coreLibrary = moduleId == coreLibraryModule;
+    if (coreLibrary && !agentLoaded) {
+        return E_FAIL;
+    }
+    HRESULT defined = E_FAIL;
+    SyntheticAgentShim shim;
+    {
+        ProfilerAccount::Timed timedShim(account, ProfilerAccount::kShim, ProfilerAccount::kRewrite);
+        defined =
+            shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, coreLibrary, coreLibraryModule);
+    }
+    AssemblyID assembly = 0;
+    char16_t name[kModuleNameSize] = {};
+    ULONG length = 0;
+    if (FAILED(profilerInfo->GetModuleInfo(moduleId, nullptr, 0, nullptr, nullptr, &assembly)) ||
+        FAILED(profilerInfo->GetAssemblyInfo(assembly, kModuleNameSize, &length, name, nullptr, nullptr))) {
+        name[0] = 0;
+    }
+    fprintf_u16(nativeLog,
+                SUCCEEDED(defined) ? u"Defined Synthetic Shim in %s\n" : u"Failed to define Synthetic Shim in %s\n",
+                name);
+    fflush(nativeLog);
+    moduleShims.emplace(moduleId, ModuleShim{defined, shim.definedClass()});
+    return defined;
 }
 
 void ProfilerCallback::findGenericTrigger(ModuleID moduleId, AppDomainID domainId, const char16_t* domainName,

@@ -19,6 +19,12 @@ public:
                                               const char16_t* memberName, const unsigned char* signature,
                                               unsigned int signatureLength);
 
+    // A member of a class that each module defines for itself, found by
+    // name in the module in hand; behind the same caching wrapper.
+    static IMemberTokenGetter* newOwnTokenGetter(ICorProfilerInfo* info, const char16_t* className,
+                                                 const char16_t* memberName, const unsigned char* signature,
+                                                 unsigned int signatureLength);
+
     virtual ~IMemberTokenGetter() = default;
 
     [[nodiscard]] virtual HRESULT getToken(unsigned long moduleID, unsigned int* token) = 0;

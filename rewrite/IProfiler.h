@@ -5,6 +5,8 @@
 // on the method to work on and is not kept beyond the call.
 #pragma once
 
+#include <functional>
+
 #include "metadata/IMetaDataContext.h"
 #include "policy/IProfilerController.h"
 #include "rewrite/IMethodBuilder.h"
@@ -42,6 +44,11 @@ public:
     // for which of the method's own. Whether it was rewritten.
     virtual bool mapRewrittenOnLoad(FunctionID function) = 0;
     virtual bool usingSyntheticShim() = 0;
+    // From now on the trace functions are those of a shim in the method's own
+    // module, which define makes there before the module's first rewrite (and
+    // answers alike after); a method whose module has none is refused.
+    // Without it they are those of the core library's shim.
+    virtual void placeShimInModules(std::function<HRESULT(ModuleID)> define) = 0;
     // The message of the last failure, or null. Owned by the engine.
     virtual const char16_t* getLastError() = 0;
 };

@@ -5,27 +5,14 @@
 #include <string>
 
 #include "metadata/CLRUtils.h"
+#include "rewrite/AssemblyIdentity.h"
 #include "platform/CoreCLRPAL.h"
 #include "platform/SharedNames.h"
 #include "runtime/MethodMalloc.h"
 
 namespace {
 
-// An assembly identity: name, public key token, version.
-struct AssemblyIdentity {
-    const char16_t* name;
-    unsigned char token[8];
-    unsigned short version[4];
-};
-
-const AssemblyIdentity kAgent = {SharedNames::kAgentAssembly, {0x5c, 0x0e, 0x91, 0xa4, 0x7d, 0x23, 0xb6, 0xf8}, {26, 8, 1, 17}};
-const AssemblyIdentity kCoreCLRLibrary = {
-    SharedNames::kCoreLibrary, {0x7c, 0xec, 0x85, 0xd7, 0xbe, 0xa7, 0x79, 0x8e}, {4, 0, 0, 0}};
-const AssemblyIdentity kDesktopLibrary = {SharedNames::kDesktopCoreLibrary, {0xb7, 0x7a, 0x5c, 0x56, 0x19, 0x34, 0xe0, 0x89}, {2, 0, 0, 0}};
-const AssemblyIdentity kSystemRuntime = {
-    u"System.Runtime", {0xb0, 0x3f, 0x5f, 0x7f, 0x11, 0xd5, 0x0a, 0x3a}, {4, 0, 0, 0}};
-
-
+using namespace AssemblyIdentities;
 
 // In the order of Profiler::TraceType; all in the core library but the one
 // that names System.Runtime.
@@ -41,15 +28,6 @@ const TypeDescription kTraceTypes[Profiler::kTraceTypeCount] = {
     {u"System.UInt32", false},    {u"System.UInt64", false},    {u"System.Single", false},
     {u"System.Double", false},
 };
-
-ASSEMBLYMETADATA versionOf(const AssemblyIdentity& identity) {
-    ASSEMBLYMETADATA metadata{};
-    metadata.usMajorVersion = identity.version[0];
-    metadata.usMinorVersion = identity.version[1];
-    metadata.usBuildNumber = identity.version[2];
-    metadata.usRevisionNumber = identity.version[3];
-    return metadata;
-}
 
 // Where the agent would be installed in the global assembly cache of a
 // desktop runtime; without one the shim is the only way in.
@@ -114,16 +92,18 @@ HRESULT Profiler::createGetters(bool isCoreCLR) {
     const AssemblyIdentity& coreLibrary = isCoreCLR ? kCoreCLRLibrary : kDesktopLibrary;
     const AssemblyIdentity& shimAssembly = useSyntheticShim ? coreLibrary : kAgent;
     const char16_t* shimClass = useSyntheticShim ? SharedNames::kSyntheticAgentShimClass : SharedNames::kPreAgentShimClass;
-    ASSEMBLYMETADATA shimVersion = versionOf(shimAssembly);
+    ASSEMBLYMETADATA shimVersion = shimAssembly.metadata();
     for (unsigned int i = 0; i < TraceMembers::kCount; ++i) {
         const TraceMembers::Member& member = TraceMembers::kMembers[i];
         memberGetters[i] = IMemberTokenGetter::newTokenGetter(info, shimAssembly.name, shimAssembly.token, 8,
                                                               &shimVersion, shimClass, member.name, member.signature,
                                                               member.length);
+        ownMemberGetters[i] = IMemberTokenGetter::newOwnTokenGetter(info, SharedNames::kSyntheticAgentShimClass,
+                                                                    member.name, member.signature, member.length);
     }
     for (unsigned int i = 0; i < kTraceTypeCount; ++i) {
         const AssemblyIdentity& assembly = kTraceTypes[i].inSystemRuntime ? kSystemRuntime : coreLibrary;
-        ASSEMBLYMETADATA version = versionOf(assembly);
+        ASSEMBLYMETADATA version = assembly.metadata();
         typeGetters[i] =
             ITypeTokenGetter::newTokenGetter(info, assembly.name, assembly.token, 8, &version, kTraceTypes[i].name);
     }
@@ -146,8 +126,10 @@ void Profiler::forgetModule(ModuleID module) {
                        loadTimeMaps.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
     localSignatureTokens.erase(module);
     valueTypeGetter->forgetModule(module);
-    for (AutoPointer<IMemberTokenGetter>& getter : memberGetters) {
-        if (getter.get() != nullptr) getter->forgetModule(module);
+    for (auto* getters : {&memberGetters, &ownMemberGetters}) {
+        for (AutoPointer<IMemberTokenGetter>& getter : *getters) {
+            if (getter.get() != nullptr) getter->forgetModule(module);
+        }
     }
     for (AutoPointer<ITypeTokenGetter>& getter : typeGetters) {
         if (getter.get() != nullptr) getter->forgetModule(module);

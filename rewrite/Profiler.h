@@ -79,6 +79,7 @@ public:
     HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) override;
     void clearHistoryForFunction(IMetaDataContext* context) override;
     bool usingSyntheticShim() override { return useSyntheticShim; }
+    void placeShimInModules(std::function<HRESULT(ModuleID)> define) override { defineModuleShim = std::move(define); }
     const char16_t* getLastError() override { return lastError; }
     bool mapRewrittenOnLoad(FunctionID function) override;
     void forgetModule(ModuleID module) override;
@@ -170,6 +171,9 @@ private:
     // runtime would find the equal blob too, at a far greater cost.
     std::map<ModuleID, std::unordered_map<std::string, unsigned int>> localSignatureTokens;
     AutoPointer<IMemberTokenGetter> memberGetters[TraceMembers::kCount];
+    // The same members in the method's own module, when each module has its shim.
+    AutoPointer<IMemberTokenGetter> ownMemberGetters[TraceMembers::kCount];
+    std::function<HRESULT(ModuleID)> defineModuleShim;
     unsigned int hijackTokens[kHijackTokenCount] = {};
     AutoPointer<ITypeTokenGetter> typeGetters[kTraceTypeCount];
     AutoPointer<IVarTypeSpecTokenGetter> varGetter;

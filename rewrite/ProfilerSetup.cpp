@@ -16,6 +16,7 @@ const char16_t kNativeIntegerMessage[] = u"Native integer types are not supporte
 const char16_t kByRefReturnMessage[] = u"ByRef and TypedReference return types are not supported.";
 const char16_t kByRefLikeThisMessage[] = u"Methods of byref-like types are not traced.";
 const char16_t kTracePathMessage[] = u"Code that the trace calls run through is not traced.";
+const char16_t kNoShimMessage[] = u"The method's module has no trace shim.";
 
 // A method that returns a managed pointer or a typed reference cannot park its
 // result in a local of the pointed-to type and hand it back: such a body would
@@ -279,11 +280,16 @@ HRESULT Profiler::updateTokens() {
     // The desktop core library calls the forwarders its hijack defined.
     const bool forwarded = current.isCoreLibrary && !isDotnetCore;
     const ModuleID module = current.context->getModuleID();
+    const bool ownShim = defineModuleShim != nullptr && !forwarded;
+    if (ownShim && FAILED(defineModuleShim(module))) {
+        lastError = kNoShimMessage;
+        return E_FAIL;
+    }
     auto resolve = [&](TraceMember member, TraceToken place) {
         if (forwarded) {
             tokens[place] = hijackTokens[member];
         } else if (SUCCEEDED(hr)) {
-            hr = memberGetters[member]->getToken(module, &tokens[place]);
+            hr = (ownShim ? ownMemberGetters : memberGetters)[member]->getToken(module, &tokens[place]);
         }
     };
     resolve(current.isCoreLibrary && useSyntheticShim && !forwarded ? kCorInitTrace : kInitTrace, kInitToken);

@@ -5,6 +5,7 @@
 
 #include "rewrite/CachedTokenGetter.h"
 #include "rewrite/MemberTokenGetter.h"
+#include "rewrite/OwnMemberTokenGetter.h"
 #include "rewrite/TypeSpecTokenGetter.h"
 
 namespace {
@@ -32,6 +33,12 @@ IMemberTokenGetter* IMemberTokenGetter::newTokenGetter(ICorProfilerInfo* info, c
                                                        unsigned int signatureLength) {
     return wrap(new MemberTokenGetter(info, assembly, publicKeyToken, length, metadata, className, memberName,
                                       signature, signatureLength));
+}
+
+IMemberTokenGetter* IMemberTokenGetter::newOwnTokenGetter(ICorProfilerInfo* info, const char16_t* className,
+                                                          const char16_t* memberName, const unsigned char* signature,
+                                                          unsigned int signatureLength) {
+    return wrap(new OwnMemberTokenGetter(info, className, memberName, signature, signatureLength));
 }
 
 ISignatureTokenGetter* ISignatureTokenGetter::newTokenGetter(ICorProfilerInfo* info, unsigned char* signature,

@@ -26,5 +26,18 @@ ShimSignature& ShimSignature::addToken(mdToken type) {
     // signature then matches nothing and defines nothing of use.
     COR_SIGNATURE compressed[4];
     ULONG written = CorSigCompressToken(type, compressed);
-    return written == kCorSigNoEncoding ? *this : add(compressed, written);
+    if (written == kCorSigNoEncoding) return *this;
+    marks.push_back({blob.size(), type});
+    return add(compressed, written);
+}
+
+ShimSignature ShimSignature::rebound(const std::function<mdToken(mdToken)>& map) const {
+    ShimSignature other;
+    size_t copied = 0;
+    for (const Mark& mark : marks) {
+        other.add(blob.data() + copied, static_cast<ULONG>(mark.offset - copied)).addToken(map(mark.token));
+        COR_SIGNATURE compressed[4];
+        copied = mark.offset + CorSigCompressToken(mark.token, compressed);
+    }
+    return other.add(blob.data() + copied, static_cast<ULONG>(blob.size() - copied));
 }

@@ -2,6 +2,7 @@
 // for the signatures the shim emits and looks up.
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "runtime/CorTypes.h"
@@ -15,6 +16,10 @@ public:
     // ELEMENT_TYPE_VALUETYPE and the compressed token.
     ShimSignature& addValueType(mdToken type);
 
+    // The same signature with each type token replaced by what map gives for
+    // it: the form of a core library signature in another module.
+    ShimSignature rebound(const std::function<mdToken(mdToken)>& map) const;
+
     const COR_SIGNATURE* bytes() const { return blob.data(); }
     ULONG length() const { return static_cast<ULONG>(blob.size()); }
 
@@ -22,4 +27,10 @@ private:
     ShimSignature& addToken(mdToken type);
 
     std::vector<COR_SIGNATURE> blob;
+    // Where each type token begins, and the token.
+    struct Mark {
+        size_t offset;
+        mdToken token;
+    };
+    std::vector<Mark> marks;
 };

@@ -43,9 +43,10 @@ constexpr DWORD kNoConstant = 0x41;
 }  // namespace
 
 HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, ModuleID module, FILE* log,
-                                                     bool dotnetCore, bool attached) {
+                                                     bool dotnetCore, bool attached, ModuleID coreLibrary) {
     this->info = info;
     this->module = module;
+    this->coreLibrary = coreLibrary;
     this->log = log;
     this->dotnetCore = dotnetCore;
     this->attached = attached;
@@ -56,7 +57,7 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
     try {
         hr = info->GetModuleMetaData(module, ofWrite, IID_IMetaDataEmit, reinterpret_cast<IUnknown**>(&emitHolder));
         if (SUCCEEDED(hr)) {
-            hr = info->GetModuleMetaData(module, ofRead, IID_IMetaDataImport,
+            hr = info->GetModuleMetaData(coreLibrary, ofRead, IID_IMetaDataImport,
                                          reinterpret_cast<IUnknown**>(&importHolder));
         }
         emit = emitHolder.get();
@@ -73,8 +74,8 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
         }
 
         if (SUCCEEDED(hr)) {
-            hr = emit->DefineTypeDef(SharedNames::kSyntheticAgentShimClass, tdPublic, corlibTypes[Object], nullptr,
-                                     &shimType);
+            hr = emit->DefineTypeDef(SharedNames::kSyntheticAgentShimClass, tdPublic, local(corlibTypes[Object]),
+                                     nullptr, &shimType);
         }
         for (unsigned int kind = 0; kind < DelegateKindCount && SUCCEEDED(hr); ++kind) {
             DelegateRecord& record = delegateRecords[kind];
@@ -107,6 +108,9 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
             hr = DefineClassCtor();
         }
 
+        if (SUCCEEDED(hr) && referenceFailed) {
+            hr = E_FAIL;
+        }
         if (SUCCEEDED(hr)) {
             AutoCOMPointer<ICorProfilerInfo7> info7;
             hr = info->QueryInterface(IID_ICorProfilerInfo7, reinterpret_cast<void**>(&info7));
@@ -144,8 +148,8 @@ HRESULT SyntheticAgentShim::DefineDelegateType(const char16_t* name, const COR_S
                                                ULONG signatureLength, mdTypeDef* outType, mdMethodDef* outInvoke,
                                                mdMethodDef* outCtor) {
     // The runtime supplies the code of every delegate member.
-    HRESULT hr =
-        emit->DefineNestedType(name, kNestedDelegateFlags, corlibTypes[MulticastDelegate], nullptr, shimType, outType);
+    HRESULT hr = emit->DefineNestedType(name, kNestedDelegateFlags, local(corlibTypes[MulticastDelegate]), nullptr,
+                                        shimType, outType);
     if (SUCCEEDED(hr)) {
         hr = emit->DefineMethod(*outType, u".ctor", kDelegateCtorFlags, kDelegateCtorSig, sizeof(kDelegateCtorSig), 0,
                                 miRuntime, outCtor);
@@ -161,9 +165,9 @@ HRESULT SyntheticAgentShim::DefineDelegateType(const char16_t* name, const COR_S
     ShimSignature beginInvoke;
     beginInvoke.add(IMAGE_CEE_CS_CALLCONV_HASTHIS)
         .add(static_cast<COR_SIGNATURE>(signature[1] + 2))
-        .addClass(corlibTypes[IAsyncResult])
+        .addClass(local(corlibTypes[IAsyncResult]))
         .add(signature + 3, signatureLength - 3)
-        .addClass(corlibTypes[AsyncCallback])
+        .addClass(local(corlibTypes[AsyncCallback]))
         .add(ELEMENT_TYPE_OBJECT);
     mdMethodDef unused = 0;
     if (SUCCEEDED(hr)) {
@@ -174,7 +178,7 @@ HRESULT SyntheticAgentShim::DefineDelegateType(const char16_t* name, const COR_S
     // int32 EndInvoke(IAsyncResult) for every delegate type. Nobody calls it,
     // so the return type need not match Invoke's.
     ShimSignature endInvoke;
-    endInvoke.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).add(ELEMENT_TYPE_I4).addClass(corlibTypes[IAsyncResult]);
+    endInvoke.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).add(ELEMENT_TYPE_I4).addClass(local(corlibTypes[IAsyncResult]));
     if (SUCCEEDED(hr)) {
         hr = emit->DefineMethod(*outType, u"EndInvoke", kDelegateMethodFlags, endInvoke.bytes(), endInvoke.length(), 0,
                                 miRuntime, &unused);

@@ -1,14 +1,18 @@
-// Writes the synthetic agent shim into the core library while its module is
-// loading: a public class whose static trace methods call through static
-// delegate fields. The class constructor points the fields at stubs and at a
+// Writes the synthetic agent shim into a module: a public class whose static
+// trace methods call through static delegate fields. In the core library it
+// serves every module; in another module (see ProfilerCallback::moduleShim)
+// it serves that module's own code and refers to the core library's types and
+// members through references, so that the core library's metadata is never
+// made writable for it. The class constructor points the fields at stubs and at a
 // loader, loadInitTrace, which on the first initTrace loads the managed agent
 // from disk, points every field at the agent's class and passes the call on.
 //
-// One call on a stack object, on the runtime thread that reports the module
-// load; nothing survives it but the metadata and bodies given to the runtime.
+// One call on a stack object; nothing survives it but the metadata and bodies
+// given to the runtime.
 #pragma once
 
 #include <cstdio>
+#include <map>
 #include <string>
 
 #include "rewrite/ILEmitter.h"
@@ -17,14 +21,20 @@
 #include "runtime/MetaDataInterfaces.h"
 #include "shim/AgentTokens.h"
 #include "shim/ShimDelegateTable.h"
+#include "shim/ShimSignature.h"
 
 class SyntheticAgentShim {
 public:
     // Defines the class, its fields, methods and bodies in the module, then
-    // applies the new metadata. Each failed step is logged; nothing emitted is
-    // undone. info is not counted and must outlive the call.
+    // applies the new metadata. The core library's members are looked up in
+    // coreLibrary, which may be the module itself. Each failed step is
+    // logged; nothing emitted is undone. info is not counted and must outlive
+    // the call.
     [[nodiscard]] HRESULT DefineSyntheticAgentShim(ICorProfilerInfo* info, ModuleID module, FILE* log, bool dotnetCore,
-                                     bool attached);
+                                                   bool attached, ModuleID coreLibrary);
+
+    // The class, once defined.
+    mdTypeDef definedClass() const { return shimType; }
 
 private:
     // The core library's types that the shim refers to, in lookup order.
@@ -52,6 +62,13 @@ private:
     };
 
     [[nodiscard]] HRESULT FindCorlibTypes();
+    // The token by which the module names a type of the core library (the
+    // type's own in the core library); 0 and a log line if it has none.
+    mdToken local(mdTypeDef corlibType);
+    // The core library's method as the module names it; the signature is in
+    // the core library's tokens.
+    [[nodiscard]] HRESULT findMethod(mdTypeDef corlibType, const char16_t* name, const ShimSignature& signature,
+                                     mdToken* outMethod);
     [[nodiscard]] HRESULT DefineDelegateType(const char16_t* name, const COR_SIGNATURE* signature, ULONG signatureLength,
                                mdTypeDef* outType, mdMethodDef* outInvoke, mdMethodDef* outCtor);
     [[nodiscard]] HRESULT DefineDelegateField(const char16_t* name, mdTypeDef delegateType, mdFieldDef* outField);
@@ -90,9 +107,14 @@ private:
 
     ICorProfilerInfo* info = nullptr;
     IMetaDataEmit* emit = nullptr;
+    // The core library's metadata: where its types and members are looked up.
     IMetaDataImport* import = nullptr;
     FILE* log = nullptr;
     ModuleID module = 0;
+    ModuleID coreLibrary = 0;
+    // The module's references to the core library's types, by their tokens there.
+    std::map<mdTypeDef, mdToken> localTypes;
+    bool referenceFailed = false;
     bool dotnetCore = false;
     bool attached = false;
 

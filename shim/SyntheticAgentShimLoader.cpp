@@ -94,8 +94,8 @@ HRESULT SyntheticAgentShim::SetLoaderLocals(IMethodBuilder* builder, HRESULT hr)
     ShimSignature locals;
     locals.add(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG)
         .add(2)
-        .addClass(agentTokens.found() ? moduleType : corlibTypes[Type])
-        .addClass(corlibTypes[Exception]);
+        .addClass(local(agentTokens.found() ? moduleType : corlibTypes[Type]))
+        .addClass(local(corlibTypes[Exception]));
     mdSignature localsToken = 0;
     if (SUCCEEDED(hr)) {
         // The deepest stack: a module version and the eleven parts of another.
@@ -187,17 +187,13 @@ void SyntheticAgentShim::FindTokenMethods() {
             .addValueType(guidType);
         ShimSignature exceptionCtor;
         exceptionCtor.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).add(ELEMENT_TYPE_VOID).add(ELEMENT_TYPE_STRING);
-        if (SUCCEEDED(import->FindMethod(corlibTypes[Assembly], u"get_ManifestModule", manifestModule.bytes(),
-                                         manifestModule.length(), &getManifestModuleMethod)) &&
-            SUCCEEDED(import->FindMethod(moduleType, u"ResolveMethod", resolveMethod.bytes(), resolveMethod.length(),
-                                         &resolveMethodMethod)) &&
-            SUCCEEDED(import->FindMethod(moduleType, u"get_ModuleVersionId", moduleVersion.bytes(),
-                                         moduleVersion.length(), &getModuleVersionMethod)) &&
-            SUCCEEDED(import->FindMethod(guidType, u".ctor", guidCtor.bytes(), guidCtor.length(), &guidCtorMethod)) &&
-            SUCCEEDED(import->FindMethod(guidType, u"op_Equality", guidEquals.bytes(), guidEquals.length(),
-                                         &guidEqualsMethod)) &&
-            SUCCEEDED(import->FindMethod(corlibTypes[Exception], u".ctor", exceptionCtor.bytes(),
-                                         exceptionCtor.length(), &exceptionCtorMethod))) {
+        if (SUCCEEDED(
+                findMethod(corlibTypes[Assembly], u"get_ManifestModule", manifestModule, &getManifestModuleMethod)) &&
+            SUCCEEDED(findMethod(moduleType, u"ResolveMethod", resolveMethod, &resolveMethodMethod)) &&
+            SUCCEEDED(findMethod(moduleType, u"get_ModuleVersionId", moduleVersion, &getModuleVersionMethod)) &&
+            SUCCEEDED(findMethod(guidType, u".ctor", guidCtor, &guidCtorMethod)) &&
+            SUCCEEDED(findMethod(guidType, u"op_Equality", guidEquals, &guidEqualsMethod)) &&
+            SUCCEEDED(findMethod(corlibTypes[Exception], u".ctor", exceptionCtor, &exceptionCtorMethod))) {
             return;
         }
     }
@@ -212,8 +208,7 @@ HRESULT SyntheticAgentShim::FindAssemblyLoadMethods(HRESULT hr) {
         ShimSignature getDefault;
         getDefault.add(IMAGE_CEE_CS_CALLCONV_DEFAULT).add(0).addClass(loadContextType);
         if (SUCCEEDED(hr)) {
-            hr = import->FindMethod(loadContextType, u"get_Default", getDefault.bytes(), getDefault.length(),
-                                    &getDefaultMethod);
+            hr = findMethod(loadContextType, u"get_Default", getDefault, &getDefaultMethod);
         }
         if (FAILED(hr)) {
             fprintf_8(log, "Failed to locate AssemblyLoadContext.get_Default\n");
@@ -223,8 +218,7 @@ HRESULT SyntheticAgentShim::FindAssemblyLoadMethods(HRESULT hr) {
         ShimSignature loadFromPath;
         loadFromPath.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).addClass(corlibTypes[Assembly]).add(ELEMENT_TYPE_STRING);
         if (SUCCEEDED(hr)) {
-            hr = import->FindMethod(loadContextType, u"LoadFromAssemblyPath", loadFromPath.bytes(),
-                                    loadFromPath.length(), &loadFromAssemblyPathMethod);
+            hr = findMethod(loadContextType, u"LoadFromAssemblyPath", loadFromPath, &loadFromAssemblyPathMethod);
         }
         if (FAILED(hr)) {
             fprintf_8(log, "Failed to locate LoadFromAssemblyPath\n");
@@ -235,8 +229,7 @@ HRESULT SyntheticAgentShim::FindAssemblyLoadMethods(HRESULT hr) {
         ShimSignature loadFrom;
         loadFrom.add(IMAGE_CEE_CS_CALLCONV_DEFAULT).add(1).addClass(corlibTypes[Assembly]).add(ELEMENT_TYPE_STRING);
         if (SUCCEEDED(hr)) {
-            hr = import->FindMethod(corlibTypes[Assembly], u"LoadFrom", loadFrom.bytes(), loadFrom.length(),
-                                    &loadFromMethod);
+            hr = findMethod(corlibTypes[Assembly], u"LoadFrom", loadFrom, &loadFromMethod);
         }
         if (FAILED(hr)) {
             fprintf_8(log, "Failed to locate Assembly.LoadFrom\n");
@@ -251,7 +244,7 @@ HRESULT SyntheticAgentShim::FindReflectionMethods(HRESULT hr) {
     ShimSignature getType;
     getType.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(1).addClass(corlibTypes[Type]).add(ELEMENT_TYPE_STRING);
     if (SUCCEEDED(hr)) {
-        hr = import->FindMethod(corlibTypes[Assembly], u"GetType", getType.bytes(), getType.length(), &getTypeMethod);
+        hr = findMethod(corlibTypes[Assembly], u"GetType", getType, &getTypeMethod);
     }
     if (FAILED(hr)) {
         fprintf_8(log, "Failed to locate GetType 0x%x\n", hr);
@@ -266,8 +259,7 @@ HRESULT SyntheticAgentShim::FindReflectionMethods(HRESULT hr) {
         .add(ELEMENT_TYPE_SZARRAY)
         .addClass(corlibTypes[Type]);
     if (SUCCEEDED(hr)) {
-        hr = import->FindMethod(corlibTypes[Type], u"GetMethod", getMethod.bytes(), getMethod.length(),
-                                &getMethodMethod);
+        hr = findMethod(corlibTypes[Type], u"GetMethod", getMethod, &getMethodMethod);
     }
     if (FAILED(hr)) {
         fprintf_8(log, "Failed to locate GetMethod 0x%x\n", hr);
@@ -280,8 +272,7 @@ HRESULT SyntheticAgentShim::FindReflectionMethods(HRESULT hr) {
         .addClass(corlibTypes[Type])
         .addValueType(corlibTypes[RuntimeTypeHandle]);
     if (SUCCEEDED(hr)) {
-        hr = import->FindMethod(corlibTypes[Type], u"GetTypeFromHandle", getTypeFromHandle.bytes(),
-                                getTypeFromHandle.length(), &getTypeFromHandleMethod);
+        hr = findMethod(corlibTypes[Type], u"GetTypeFromHandle", getTypeFromHandle, &getTypeFromHandleMethod);
     }
     if (FAILED(hr)) {
         fprintf_8(log, "Failed to find GetTypeFromHandle\n");
@@ -294,8 +285,7 @@ HRESULT SyntheticAgentShim::FindReflectionMethods(HRESULT hr) {
         .addClass(corlibTypes[Type])
         .addClass(corlibTypes[MethodInfo]);
     if (SUCCEEDED(hr)) {
-        hr = import->FindMethod(corlibTypes[Delegate], u"CreateDelegate", createDelegate.bytes(),
-                                createDelegate.length(), &createDelegateMethod);
+        hr = findMethod(corlibTypes[Delegate], u"CreateDelegate", createDelegate, &createDelegateMethod);
     }
     if (FAILED(hr)) {
         fprintf_8(log, "Failed to find CreateDelegate\n");
@@ -316,13 +306,13 @@ void SyntheticAgentShim::GenerateAssignDelegate(ILEmitter& il, mdFieldDef field,
     if (parameterCount <= 2) {
         il.op(loadConstant(parameterCount));
     }
-    il.op(Opcode::newarr, corlibTypes[Type]);
+    il.op(Opcode::newarr, local(corlibTypes[Type]));
     for (unsigned int i = 0; i < parameterCount; ++i) {
         il.op(Opcode::dup).op(loadConstant(i), i);
         if (signature[i + 3] == ELEMENT_TYPE_I4) {
-            il.op(Opcode::ldtoken, corlibTypes[Int32]);
+            il.op(Opcode::ldtoken, local(corlibTypes[Int32]));
         } else if (signature[i + 3] == ELEMENT_TYPE_OBJECT) {
-            il.op(Opcode::ldtoken, corlibTypes[Object]);
+            il.op(Opcode::ldtoken, local(corlibTypes[Object]));
         }
         il.op(Opcode::call, getTypeFromHandleMethod).op(Opcode::stelem_ref);
     }
@@ -364,7 +354,7 @@ void SyntheticAgentShim::GenerateAssignDelegateByToken(ILEmitter& il, mdFieldDef
         .op(Opcode::ldloc_0)
         .op(Opcode::ldc_i4, method)
         .op(Opcode::callvirt, resolveMethodMethod)
-        .op(Opcode::castclass, corlibTypes[MethodInfo])
+        .op(Opcode::castclass, local(corlibTypes[MethodInfo]))
         .op(Opcode::call, createDelegateMethod)
         .op(Opcode::castclass, delegateType)
         .op(Opcode::stsfld, field);
@@ -415,11 +405,11 @@ HRESULT SyntheticAgentShim::AddLoaderClauses(IMethodBuilder* builder) {
     };
     HRESULT hr = S_OK;
     if (builder->findLabel(kLogTry) >= 0) {
-        hr = builder->insertEHClause(corlibTypes[Exception], COR_ILEXCEPTION_CLAUSE_NONE, at(kLogTry),
+        hr = builder->insertEHClause(local(corlibTypes[Exception]), COR_ILEXCEPTION_CLAUSE_NONE, at(kLogTry),
                                      at(kLogHandler) - at(kLogTry), at(kLogHandler), at(kLogged) - at(kLogHandler), 0);
     }
     if (SUCCEEDED(hr)) {
-        hr = builder->insertEHClause(corlibTypes[Exception], COR_ILEXCEPTION_CLAUSE_NONE, at(kLoadTry),
+        hr = builder->insertEHClause(local(corlibTypes[Exception]), COR_ILEXCEPTION_CLAUSE_NONE, at(kLoadTry),
                                      at(kLoadHandler) - at(kLoadTry), at(kLoadHandler),
                                      at(kHandlerEnd) - at(kLoadHandler), 0);
     }
@@ -452,11 +442,9 @@ void SyntheticAgentShim::FindFailureLogMethods() {
         .add(ELEMENT_TYPE_STRING);
     if (FAILED(import->FindTypeDefByName(u"System.String", mdTypeDefNil, &stringType)) ||
         FAILED(import->FindTypeDefByName(u"System.IO.File", mdTypeDefNil, &fileType)) ||
-        FAILED(import->FindMethod(stringType, u"Concat", concat.bytes(), concat.length(), &concatMethod)) ||
-        FAILED(import->FindMethod(corlibTypes[Exception], u"get_Message", getMessage.bytes(), getMessage.length(),
-                                  &getMessageMethod)) ||
-        FAILED(import->FindMethod(fileType, u"AppendAllText", appendAllText.bytes(), appendAllText.length(),
-                                  &appendAllTextMethod))) {
+        FAILED(findMethod(stringType, u"Concat", concat, &concatMethod)) ||
+        FAILED(findMethod(corlibTypes[Exception], u"get_Message", getMessage, &getMessageMethod)) ||
+        FAILED(findMethod(fileType, u"AppendAllText", appendAllText, &appendAllTextMethod))) {
         appendAllTextMethod = 0;
         fprintf_8(log, "Failed to locate the members of the loader's failure line\n");
     }

@@ -44,6 +44,7 @@ public:
     void keepOriginalBodies() override { ++calls; }
     HRESULT restoreOriginalBody(IMetaDataContext*) override { ++calls; return S_OK; }
     bool usingSyntheticShim() override { ++calls; return false; }
+    void placeShimInModules(std::function<HRESULT(ModuleID)>) override { ++calls; }
     const char16_t* getLastError() override { ++calls; return lastError; }
 
     std::string instrumentedList() const {

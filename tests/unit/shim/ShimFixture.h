@@ -34,7 +34,7 @@ protected:
     HRESULT define(bool dotnetCore, bool attached) {
         CapturedStream log;
         SyntheticAgentShim shim;
-        HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), coreLib, log.get(), dotnetCore, attached);
+        HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), coreLib, log.get(), dotnetCore, attached, coreLib);
         logText = log.text();
         return hr;
     }
