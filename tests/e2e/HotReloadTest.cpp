@@ -71,6 +71,12 @@ void followsItsDirectives(const std::string& setting = "") {
     e2e::touch(install, "reload");
     EXPECT_TRUE(waitUntil([&] { return coreCalls() > 100; })) << why();
     EXPECT_EQ(install.logText().find("Hot Reload recompiling ") != std::string::npos, !precompiledOff) << why();
+    // The program's module had a shim of its own from the start; the core
+    // library got one only when one of its methods was selected.
+    log = install.logText();
+    const size_t coreShim = log.find("Defined Synthetic Shim in System.Private.CoreLib\n");
+    EXPECT_NE(coreShim, std::string::npos) << why();
+    EXPECT_LT(log.find("Defined Synthetic Shim in Reload\n"), coreShim) << why();
 
     const e2e::RunResult& run = program.stop();
     EXPECT_EQ(run.exitCode, 0) << run.describe() << why();

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "ShimFixture.h"
+#include "support/CapturedStream.h"
 #include "support/DecodedBody.h"
+#include "runtime/Guids.h"
 
 namespace {
 
@@ -56,6 +58,60 @@ TEST_F(SyntheticAgentShimLoader, BindsByNameWhenTheAgentsClassIsNotFound) {
     const DecodedBody byName = loaderFor(RealAssemblies::testAsset("PolicyShapes"));
     EXPECT_EQ(byName.count(kCallvirt, corlibMethod(u"System.Reflection.Assembly", u"GetType")), 1u);
     EXPECT_EQ(byName.count(kCallvirt, resolve), 0u);
+}
+
+// Outside the core library the shim calls the core library through member
+// references of its own module, under an assembly reference to it, and the
+// core library gains nothing.
+TEST_F(SyntheticAgentShimLoader, OutsideTheCoreLibraryRefersToItsMembers) {
+    const std::string agent = RealAssemblies::testAsset("AgentShapes");
+    environment.set("com.tarn.harrowlite.agentLocation", agent.c_str());
+    const ModuleID target = module(RealAssemblies::testAsset("PolicyShapes"), true);
+    CapturedStream log;
+    SyntheticAgentShim shim;
+    ASSERT_EQ(shim.DefineSyntheticAgentShim(info.get(), target, log.get(), true, false, coreLib), S_OK) << log.text();
+    EXPECT_EQ(shimType(), 0u);
+
+    IMetaDataImport* own = info->importOf(target);
+    AutoCOMPointer<IMetaDataAssemblyImport> assemblies;
+    ASSERT_EQ(own->QueryInterface(IID_IMetaDataAssemblyImport, reinterpret_cast<void**>(&assemblies)), S_OK);
+    const mdTypeDef shimClass = RealAssemblies::findType(own, SharedNames::kSyntheticAgentShimClass);
+    ASSERT_EQ(shimClass, shim.definedClass());
+    // Each type the shim names lives in the core library, reached by reference.
+    auto inCoreLibrary = [&](mdToken type) {
+        mdToken scope = 0;
+        char16_t name[128] = {};
+        ULONG length = 0;
+        return TypeFromToken(type) == mdtTypeRef &&
+               SUCCEEDED(own->GetTypeRefProps(type, &scope, nullptr, 0, nullptr)) &&
+               TypeFromToken(scope) == mdtAssemblyRef &&
+               SUCCEEDED(assemblies->GetAssemblyRefProps(scope, nullptr, nullptr, name, 128, &length, nullptr, nullptr,
+                                                         nullptr, nullptr)) &&
+               std::u16string_view(name) == SharedNames::kCoreLibrary;
+    };
+    mdToken base = 0;
+    ASSERT_EQ(own->GetTypeDefProps(shimClass, nullptr, 0, nullptr, nullptr, &base), S_OK);
+    EXPECT_TRUE(inCoreLibrary(base));
+
+    const unsigned char* body =
+        info->installedBody(target, RealAssemblies::findMethod(own, shimClass, u"loadInitTrace"));
+    ASSERT_NE(body, nullptr);
+    const DecodedBody loader = DecodedBody::read(body);
+    unsigned int calls = 0;
+    for (const DecodedBody::Instruction& instruction : loader.instructions) {
+        const auto token = static_cast<mdToken>(instruction.operand);
+        if ((instruction.opcode != 0x28 && instruction.opcode != kCallvirt && instruction.opcode != 0x73) ||
+            TypeFromToken(token) == mdtMethodDef) {
+            continue;
+        }
+        mdToken parent = 0;
+        ASSERT_EQ(TypeFromToken(token), mdtMemberRef) << std::hex << token;
+        ASSERT_EQ(own->GetMemberRefProps(token, &parent, nullptr, 0, nullptr, nullptr, nullptr), S_OK);
+        EXPECT_TRUE(inCoreLibrary(parent)) << RealAssemblies::nameOf(own, token);
+        ++calls;
+    }
+    // Loading, the version check, and ten times the type handle and the delegate.
+    EXPECT_GE(calls, 25u);
 }
 
 }  // namespace
