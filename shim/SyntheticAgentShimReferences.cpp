@@ -3,6 +3,8 @@
 // references of its own module, each checked against the core library first,
 // so that a member that the runtime lacks fails the definition rather than
 // the program's first trace call.
+#include <algorithm>
+
 #include "platform/AutoPointer.h"
 #include "platform/FormattedOutput.h"
 #include "rewrite/AssemblyIdentity.h"
@@ -13,6 +15,37 @@
 namespace {
 
 constexpr ULONG kTypeNameSize = 256;
+
+constexpr ULONG kOverloadBatch = 16;
+constexpr HRESULT kRecordNotFound = static_cast<HRESULT>(0x80131130);
+
+// The method of the type with that name and signature. FindMethod would hash
+// every member of the core library at its first call, milliseconds of every
+// start-up; a type has few methods of one name.
+HRESULT findInType(IMetaDataImport* import, mdTypeDef type, const char16_t* name, const ShimSignature& signature,
+                   mdMethodDef* found) {
+    HCORENUM enumerator = nullptr;
+    mdMethodDef methods[kOverloadBatch];
+    ULONG count = 0;
+    HRESULT hr = S_OK;
+    *found = 0;
+    while (*found == 0 &&
+           SUCCEEDED(hr = import->EnumMethodsWithName(&enumerator, type, name, methods, kOverloadBatch, &count)) &&
+           count > 0) {
+        for (ULONG i = 0; i < count && *found == 0; ++i) {
+            PCCOR_SIGNATURE bytes = nullptr;
+            ULONG length = 0;
+            if (SUCCEEDED(import->GetMethodProps(methods[i], nullptr, nullptr, 0, nullptr, nullptr, &bytes, &length,
+                                                 nullptr, nullptr)) &&
+                length == signature.length() && std::equal(bytes, bytes + length, signature.bytes())) {
+                *found = methods[i];
+            }
+        }
+    }
+    if (enumerator != nullptr) import->CloseEnum(enumerator);
+    if (FAILED(hr)) return hr;
+    return *found != 0 ? S_OK : kRecordNotFound;
+}
 
 const AssemblyIdentity& coreLibraryIdentity(bool dotnetCore) {
     return dotnetCore ? AssemblyIdentities::kCoreCLRLibrary : AssemblyIdentities::kDesktopLibrary;
@@ -46,7 +79,7 @@ mdToken SyntheticAgentShim::local(mdTypeDef corlibType) {
 HRESULT SyntheticAgentShim::findMethod(mdTypeDef corlibType, const char16_t* name, const ShimSignature& signature,
                                        mdToken* outMethod) {
     mdMethodDef found = 0;
-    HRESULT hr = import->FindMethod(corlibType, name, signature.bytes(), signature.length(), &found);
+    HRESULT hr = findInType(import, corlibType, name, signature, &found);
     if (FAILED(hr) || module == coreLibrary) {
         if (SUCCEEDED(hr)) *outMethod = found;
         return hr;

@@ -41,11 +41,11 @@ void**& tableOf(IMetaDataImport* import) { return *reinterpret_cast<void***>(imp
 LookupFaults::LookupFaults(IMetaDataImport* import)
     : import(import), originalTable(tableOf(import)), table(originalTable - kHead, originalTable + slotsToCopy(originalTable)) {
     const size_t typeSlot = kHead + vtableSlotOf(&IMetaDataImport::FindTypeDefByName);
-    const size_t methodSlot = kHead + vtableSlotOf(&IMetaDataImport::FindMethod);
+    const size_t methodSlot = kHead + vtableSlotOf(&IMetaDataImport::EnumMethodsWithName);
     realFindTypeDefByName = reinterpret_cast<FindTypeDefByName>(table[typeSlot]);
-    realFindMethod = reinterpret_cast<FindMethod>(table[methodSlot]);
+    realEnumMethodsWithName = reinterpret_cast<EnumMethodsWithName>(table[methodSlot]);
     table[typeSlot] = reinterpret_cast<void*>(&LookupFaults::findTypeDefByName);
-    table[methodSlot] = reinterpret_cast<void*>(&LookupFaults::findMethod);
+    table[methodSlot] = reinterpret_cast<void*>(&LookupFaults::enumMethodsWithName);
     installed()[import] = this;
     tableOf(import) = table.data() + kHead;
 }
@@ -65,10 +65,13 @@ HRESULT LookupFaults::findTypeDefByName(IMetaDataImport* self, LPCWSTR name, mdT
                                                 : faults.realFindTypeDefByName(self, name, enclosing, type);
 }
 
-HRESULT LookupFaults::findMethod(IMetaDataImport* self, mdTypeDef type, LPCWSTR name, PCCOR_SIGNATURE signature,
-                                 ULONG length, mdMethodDef* method) {
+HRESULT LookupFaults::enumMethodsWithName(IMetaDataImport* self, HCORENUM* enumerator, mdTypeDef type, LPCWSTR name,
+                                          mdMethodDef* methods, ULONG size, ULONG* count) {
     LookupFaults& faults = of(self);
     auto failure = faults.methodFailures.find(name);
-    return failure != faults.methodFailures.end() ? failure->second
-                                                  : faults.realFindMethod(self, type, name, signature, length, method);
+    if (failure == faults.methodFailures.end()) {
+        return faults.realEnumMethodsWithName(self, enumerator, type, name, methods, size, count);
+    }
+    *count = 0;
+    return failure->second;
 }

@@ -1,7 +1,7 @@
 // Makes chosen lookups of a real metadata import fail, for the failure paths
 // of code that defines metadata. The import object's own method table is
-// swapped for a copy in which FindTypeDefByName and FindMethod come here
-// first; every other call goes straight to the runtime. The table is put
+// swapped for a copy in which FindTypeDefByName and EnumMethodsWithName come
+// here first; every other call goes straight to the runtime. The table is put
 // back when this goes, which must be before the import does.
 #pragma once
 
@@ -19,25 +19,26 @@ public:
     LookupFaults& operator=(const LookupFaults&) = delete;
 
     // From now on, lookups of this exact name fail with result.
-    void failFindMethod(const std::u16string& name, HRESULT result) { methodFailures[name] = result; }
+    void failMethodLookup(const std::u16string& name, HRESULT result) { methodFailures[name] = result; }
     void failFindTypeDefByName(const std::u16string& name, HRESULT result) { typeFailures[name] = result; }
     // Every name given to FindTypeDefByName, in order.
     const std::vector<std::u16string>& typeNamesSought() const { return soughtTypes; }
 
 private:
     using FindTypeDefByName = HRESULT (*)(IMetaDataImport*, LPCWSTR, mdToken, mdTypeDef*);
-    using FindMethod = HRESULT (*)(IMetaDataImport*, mdTypeDef, LPCWSTR, PCCOR_SIGNATURE, ULONG, mdMethodDef*);
+    using EnumMethodsWithName = HRESULT (*)(IMetaDataImport*, HCORENUM*, mdTypeDef, LPCWSTR, mdMethodDef*, ULONG,
+                                            ULONG*);
 
     static HRESULT findTypeDefByName(IMetaDataImport* self, LPCWSTR name, mdToken enclosing, mdTypeDef* type);
-    static HRESULT findMethod(IMetaDataImport* self, mdTypeDef type, LPCWSTR name, PCCOR_SIGNATURE signature,
-                              ULONG length, mdMethodDef* method);
+    static HRESULT enumMethodsWithName(IMetaDataImport* self, HCORENUM* enumerator, mdTypeDef type, LPCWSTR name,
+                                       mdMethodDef* methods, ULONG size, ULONG* count);
     static LookupFaults& of(IMetaDataImport* self);
 
     IMetaDataImport* import;
     void** originalTable;
     std::vector<void*> table;
     FindTypeDefByName realFindTypeDefByName;
-    FindMethod realFindMethod;
+    EnumMethodsWithName realEnumMethodsWithName;
     std::map<std::u16string, HRESULT> methodFailures;
     std::map<std::u16string, HRESULT> typeFailures;
     std::vector<std::u16string> soughtTypes;

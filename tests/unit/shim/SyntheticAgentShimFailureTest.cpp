@@ -46,7 +46,7 @@ TEST_F(SyntheticAgentShimFailureTest, MissingIsVolatileFailsTheCorlibLookupBefor
 }
 
 TEST_F(SyntheticAgentShimFailureTest, GetTypeNotFoundLogsEveryLaterStepAndAppliesNothing) {
-    faults->failFindMethod(u"GetType", kNotFound);
+    faults->failMethodLookup(u"GetType", kNotFound);
     EXPECT_EQ(define(true, false), kNotFound);
 
     EXPECT_THAT(logLines("Failed"),
