@@ -67,7 +67,7 @@ TEST(Trace, SelectedMethodsReachTheAgentWithTheirParametersAndResults) {
     // Start-up and the first module.
     for (const std::string& once :
          {"Runtime Info: Core CLR (0x2) version " + version + " (" + major + ".0_",
-          std::string("Defined Synthetic Shim"), std::string("Module Loaded System.Private.CoreLib ("),
+          std::string("Defined Synthetic Shim in Traced"), std::string("Module Loaded System.Private.CoreLib ("),
           std::string("Module Loaded Traced (1.0.0-0) [ngen:0] Domain: clrhost from ")}) {
         EXPECT_EQ(linesStartingWith(log, once).size(), 1u) << once << "\n" << why;
     }
