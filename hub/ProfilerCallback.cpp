@@ -4,6 +4,7 @@
 #include <new>
 
 #include "gate/ProfilingManager.h"
+#include "metadata/ImageMetaData.h"
 #include "platform/HeldLock.h"
 #include "runtime/Guids.h"
 
@@ -172,6 +173,7 @@ HRESULT ProfilerCallback::ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStat
         profiler->forgetModule(moduleId);
     }
     moduleShims.erase(moduleId);
+    ImageMetaData::forget(moduleId);
     return S_OK;
 }
 

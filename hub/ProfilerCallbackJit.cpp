@@ -71,9 +71,13 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
         ProfilerAccount::Timed timed(account, ProfilerAccount::kMetadata);
         result = context->setFunction(functionId);
     }
-    // A module's own shim is ours: never decided, never counted.
+    // A method whose metadata cannot be read passes untouched; a module's own
+    // shim is ours: neither is decided nor counted.
+    if (FAILED(result)) {
+        return;
+    }
     if (auto shim = moduleShims.find(context->getModuleID());
-        SUCCEEDED(result) && shim != moduleShims.end() && context->getTypeDef() == shim->second.shimClass) {
+        shim != moduleShims.end() && context->getTypeDef() == shim->second.shimClass) {
         return;
     }
     bool monitored = false;

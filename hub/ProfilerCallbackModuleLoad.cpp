@@ -9,6 +9,7 @@
 #include "platform/HeldLock.h"
 #include "hub/ProfilerCallback.h"
 #include "hub/UnixDllImportPatcher.h"
+#include "metadata/ImageMetaData.h"
 #include "platform/FormattedOutput.h"
 #include "platform/Performance.h"
 #include "platform/SharedNames.h"
@@ -45,8 +46,8 @@ ModuleVersion readModuleVersion(ICorProfilerInfo* info, ModuleID moduleId) {
     ModuleVersion facts;
     AutoCOMPointer<IMetaDataAssemblyImport> import;
     mdAssembly token = kNoAssembly;
-    if (SUCCEEDED(info->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataAssemblyImport,
-                                           reinterpret_cast<IUnknown**>(&import))) &&
+    if (SUCCEEDED(
+            ImageMetaData::open(info, moduleId, IID_IMetaDataAssemblyImport, reinterpret_cast<IUnknown**>(&import))) &&
         SUCCEEDED(import->GetAssemblyFromScope(&token)) && token != kNoAssembly) {
         ASSEMBLYMETADATA metadata = {};
         if (SUCCEEDED(import->GetAssemblyProps(token, nullptr, nullptr, nullptr, nullptr, 0, nullptr, &metadata,
@@ -275,7 +276,7 @@ void ProfilerCallback::findGenericTrigger(ModuleID moduleId, AppDomainID domainI
     }
     AutoCOMPointer<IMetaDataImport> import;
     if (SUCCEEDED(result)) {
-        profilerInfo->GetModuleMetaData(moduleId, ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import));
+        (void)ImageMetaData::open(profilerInfo, moduleId, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import));
     }
     // Without metadata the assembly's name cannot be had, and the module
     // cannot be the trigger.

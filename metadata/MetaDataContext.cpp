@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 
+#include "metadata/ImageMetaData.h"
 #include "platform/Text16.h"
 #include "runtime/CorErrors.h"
 #include "runtime/Guids.h"
@@ -69,8 +70,7 @@ HRESULT MetaDataContext::setFunction(FunctionID newFunctionID) {
 
     HRESULT hr = info->GetFunctionInfo(newFunctionID, &newClassID, &newModuleID, &newMethodDef);
     if (SUCCEEDED(hr)) {
-        hr = info->GetModuleMetaData(newModuleID, ofRead, IID_IMetaDataImport,
-                                     reinterpret_cast<IUnknown**>(&newImport));
+        hr = ImageMetaData::open(info, newModuleID, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&newImport));
     }
     if (SUCCEEDED(hr)) {
         hr = newImport->GetMethodProps(newMethodDef, &newTypeDef, nullptr, 0, nullptr, nullptr, nullptr, nullptr,

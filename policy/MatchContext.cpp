@@ -1,12 +1,13 @@
 #include "policy/MatchContext.h"
 
+#include "metadata/ImageMetaData.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorMetadataEnums.h"
 #include "runtime/Guids.h"
 
 MatchContext::MatchContext(ICorProfilerInfo* info, ModuleID module) : status(E_INVALIDARG) {
     if (info != nullptr) {
-        status = info->GetModuleMetaData(module, ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import));
+        status = ImageMetaData::open(info, module, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&import));
     }
     if (SUCCEEDED(status) && import.get() == nullptr) {
         status = E_FAIL;

@@ -194,6 +194,9 @@ private:
     // tests.
     struct MethodRewrite {
         IMetaDataContext* context = nullptr;
+        // The runtime's own view of the module's metadata, which sees what the
+        // rewrite defines; the context may read from the module's image.
+        AutoCOMPointer<IMetaDataImport> import;
         AutoPointer<IMethodBuilder> builder;
         AutoPointer<IMethodBuffer> buffer;
         AutoPointer<IMethodBlobInputStream> signature;

@@ -58,6 +58,11 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
         originalBodies.try_emplace(MethodKey(newContext->getModuleID(), newContext->getMethodDef()), body,
                                    body + bodySize);
     }
+    AutoCOMPointer<IMetaDataImport> newImport;
+    if (SUCCEEDED(hr)) {
+        hr = info->GetModuleMetaData(newContext->getModuleID(), ofRead, IID_IMetaDataImport,
+                                     reinterpret_cast<IUnknown**>(&newImport));
+    }
     AutoPointer<IMethodBuffer> newBuffer;
     if (SUCCEEDED(hr)) {
         newBuffer = IMethodBuffer::newInstance(body);
@@ -74,6 +79,7 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     if (SUCCEEDED(hr)) {
         current = MethodRewrite{};
         current.context = newContext;
+        current.import = std::move(newImport);
         current.isCoreLibrary = coreLibrary;
         current.builder = std::move(newBuilder);
         current.buffer = std::move(newBuffer);
@@ -82,7 +88,7 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
 }
 
 HRESULT Profiler::updateSignatures() {
-    IMetaDataImport* import = current.context->getImport();
+    IMetaDataImport* import = current.import.get();
     PCCOR_SIGNATURE bytes = nullptr;
     ULONG length = 0;
     HRESULT hr = import->GetMethodProps(current.context->getMethodDef(), nullptr, nullptr, 0, nullptr, nullptr, &bytes,
@@ -222,7 +228,7 @@ HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasRe
     unsigned int added = hasResult ? 2 : 1;
     HRESULT hr = blob->writeByte(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG);
 
-    IMetaDataImport* import = current.context->getImport();
+    IMetaDataImport* import = current.import.get();
     unsigned int incomingToken = current.buffer->isTinyHeader() ? 0 : current.buffer->getHeader()->Fat.LocalVarSigTok;
     if (SUCCEEDED(hr) && incomingToken != 0) {
         PCCOR_SIGNATURE bytes = nullptr;

@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "metadata/ImageMetaData.h"
 #include "platform/AutoPointer.h"
 #include "platform/FormattedOutput.h"
 #include "platform/SharedNames.h"
@@ -57,8 +58,11 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
     try {
         hr = info->GetModuleMetaData(module, ofWrite, IID_IMetaDataEmit, reinterpret_cast<IUnknown**>(&emitHolder));
         if (SUCCEEDED(hr)) {
-            hr = info->GetModuleMetaData(coreLibrary, ofRead, IID_IMetaDataImport,
-                                         reinterpret_cast<IUnknown**>(&importHolder));
+            // Read only, the core library is best read from its image.
+            hr = module == coreLibrary ? info->GetModuleMetaData(coreLibrary, ofRead, IID_IMetaDataImport,
+                                                                 reinterpret_cast<IUnknown**>(&importHolder))
+                                       : ImageMetaData::open(info, coreLibrary, IID_IMetaDataImport,
+                                                             reinterpret_cast<IUnknown**>(&importHolder));
         }
         emit = emitHolder.get();
         import = importHolder.get();
