@@ -1,6 +1,10 @@
 #include "ProfilerInfoDouble.h"
 
+#include <algorithm>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "RealAssemblies.h"
 #include "offline/HostedRuntime.h"
@@ -135,6 +139,48 @@ HRESULT ProfilerInfoDouble::GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFla
     count("GetModuleMetaData");
     *ppOut = nullptr;
     return metaDataResult;
+}
+
+void ProfilerInfoDouble::mapImage(ModuleID module, const std::string& path, bool flat) {
+    std::ifstream file(path, std::ios::binary);
+    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    Image& image = images[module];
+    image.flat = flat;
+    if (flat) {
+        image.bytes = std::move(bytes);
+        return;
+    }
+    // Headers, then each section's raw data at its address, as a loader lays it out.
+    auto read32 = [&](size_t at) {
+        uint32_t value = 0;
+        std::memcpy(&value, &bytes[at], 4);
+        return value;
+    };
+    auto read16 = [&](size_t at) {
+        uint16_t value = 0;
+        std::memcpy(&value, &bytes[at], 2);
+        return value;
+    };
+    const size_t fileHeader = read32(0x3C) + 4;
+    const size_t optional = fileHeader + 20;
+    image.bytes.assign(read32(optional + 56), 0);
+    std::copy_n(bytes.begin(), read32(optional + 60), image.bytes.begin());
+    const size_t sections = optional + read16(fileHeader + 16);
+    for (uint16_t i = 0; i < read16(fileHeader + 2); ++i) {
+        const size_t section = sections + i * 40;
+        std::copy_n(bytes.begin() + read32(section + 20), read32(section + 16),
+                    image.bytes.begin() + read32(section + 12));
+    }
+}
+
+HRESULT ProfilerInfoDouble::GetModuleInfo2(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName,
+                                           ULONG* pcchName, WCHAR szName[], AssemblyID* pAssemblyId,
+                                           DWORD* pdwModuleFlags) {
+    auto image = images.find(moduleId);
+    if (image == images.end()) return E_FAIL;
+    if (ppBaseLoadAddress != nullptr) *ppBaseLoadAddress = image->second.bytes.data();
+    if (pdwModuleFlags != nullptr) *pdwModuleFlags = image->second.flat ? COR_PRF_MODULE_FLAT_LAYOUT : 0;
+    return GetModuleInfo(moduleId, nullptr, cchName, pcchName, szName, pAssemblyId);
 }
 
 HRESULT ProfilerInfoDouble::GetILFunctionBody(ModuleID moduleId, mdMethodDef methodId, LPCBYTE* ppMethodHeader,

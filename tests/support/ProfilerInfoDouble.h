@@ -45,6 +45,11 @@ public:
     // The bodies of a writable module's file.
     const AssemblyBodies& bodiesOf(ModuleID module) const { return *modules.at(module).bodies; }
 
+    // The module's file as the runtime would hold it in memory: as it lies
+    // (flat), or each section at its relative address. GetModuleInfo2 hands
+    // it out; it refuses a module without one.
+    void mapImage(ModuleID module, const std::string& path, bool flat);
+
     // The last body installed for a method, or null.
     const unsigned char* installedBody(ModuleID module, mdMethodDef token) const;
     // Bodies installed in a module, by method.
@@ -64,6 +69,8 @@ public:
     HRESULT GetTokenAndMetaDataFromFunction(FunctionID functionId, REFIID riid, IUnknown** ppImport,
                                             mdToken* pToken) override;
     HRESULT GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFlags, REFIID riid, IUnknown** ppOut) override;
+    HRESULT GetModuleInfo2(ModuleID moduleId, LPCBYTE* ppBaseLoadAddress, ULONG cchName, ULONG* pcchName,
+                           WCHAR szName[], AssemblyID* pAssemblyId, DWORD* pdwModuleFlags) override;
     HRESULT GetILFunctionBody(ModuleID moduleId, mdMethodDef methodId, LPCBYTE* ppMethodHeader,
                               ULONG* pcbMethodSize) override;
     HRESULT GetILFunctionBodyAllocator(ModuleID moduleId, IMethodMalloc** ppMalloc) override;
@@ -102,6 +109,11 @@ private:
     // double, and would leave an empty folder behind.
     std::unique_ptr<ScratchDirectory> scratch;
     std::map<ModuleID, Module> modules;
+    struct Image {
+        std::vector<unsigned char> bytes;
+        bool flat = false;
+    };
+    std::map<ModuleID, Image> images;
     std::map<std::string, ModuleID> modulesByPath;
     std::string failures;
     std::map<std::pair<ModuleID, mdMethodDef>, const unsigned char*> installed;
