@@ -19,8 +19,9 @@
 class ProfilerAccount {
 public:
     // The log lines of the rewrites and their flushes have a phase of their
-    // own: each flush is a write to the file system.
-    enum Phase { kMetadata, kDecision, kRewrite, kLog, kShim, kModuleLoad, kPhaseCount };
+    // own: each flush is a write to the file system. The runtime asks before
+    // it runs each precompiled method for the first time.
+    enum Phase { kMetadata, kDecision, kRewrite, kLog, kShim, kModuleLoad, kPrecompiledSearch, kPhaseCount };
 
     // Adds the time from its construction to its end to a phase; timed
     // within another phase, takes it out of that one.

@@ -156,6 +156,7 @@ bool ProfilerCallback::methodNames(char16_t** assembly, char16_t** className, ch
 }
 
 HRESULT ProfilerCallback::JITCachedFunctionSearchStarted(FunctionID functionId, BOOL* pbUseCachedFunction) {
+    ProfilerAccount::Timed timed(account, ProfilerAccount::kPrecompiledSearch);
     try {
         HeldLock held(&profilerLock);
         if (metaDataContext == nullptr || controller == nullptr || pbUseCachedFunction == nullptr) {
