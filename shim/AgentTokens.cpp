@@ -2,6 +2,9 @@
 
 #include <sys/stat.h>
 
+#include <map>
+#include <mutex>
+
 #include "platform/AutoPointer.h"
 #include "platform/SharedNames.h"
 #include "platform/SystemUtils.h"
@@ -14,6 +17,15 @@ namespace {
 using GetDispenser = HRESULT (*)(REFCLSID, REFIID, void**);
 
 }  // namespace
+
+AgentTokens AgentTokens::readOnce(const std::u16string& path) {
+    static std::mutex lock;
+    static std::map<std::u16string, AgentTokens> known;
+    std::lock_guard<std::mutex> held(lock);
+    auto found = known.find(path);
+    if (found == known.end()) found = known.emplace(path, read(path)).first;
+    return found->second;
+}
 
 AgentTokens AgentTokens::read(const std::u16string& path) {
     // A pipe or device in the agent's place must not hold up the module load.

@@ -20,5 +20,8 @@ struct AgentTokens {
     // read as an assembly, or that lacks the class or one of its functions,
     // leaves the loader to bind by name, as it always can.
     static AgentTokens read(const std::u16string& path);
+    // The first reading of the file in this process, kept: every module's shim
+    // binds the agent it first read, as the runtime loads one assembly.
+    static AgentTokens readOnce(const std::u16string& path);
     bool found() const { return methods[0] != 0; }
 };

@@ -76,7 +76,7 @@ HRESULT SyntheticAgentShim::DefineLoaderStrings(HRESULT hr, mdString* pathString
         } else {
             fprintf_8(log, "Looking for agent at %S\n", path.c_str());
             warnIfWorldWritable(log, path.c_str());
-            if (dotnetCore) agentTokens = AgentTokens::read(path);
+            if (dotnetCore) agentTokens = AgentTokens::readOnce(path);
         }
     }
     if (SUCCEEDED(hr)) {
