@@ -143,33 +143,21 @@ HRESULT ProfilerInfoDouble::GetModuleMetaData(ModuleID moduleId, DWORD dwOpenFla
 
 void ProfilerInfoDouble::mapImage(ModuleID module, const std::string& path, bool flat) {
     std::ifstream file(path, std::ios::binary);
-    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    Image& image = images[module];
-    image.flat = flat;
-    if (flat) {
-        image.bytes = std::move(bytes);
-        return;
-    }
-    // Headers, then each section's raw data at its address, as a loader lays it out.
-    auto read32 = [&](size_t at) {
+    const std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(file)), {});
+    Image& image = images[module] = {bytes, flat};
+    if (flat) return;
+    // The headers, then each section's raw data at its address, as a loader lays them out.
+    auto at = [&](size_t offset, size_t size) {
         uint32_t value = 0;
-        std::memcpy(&value, &bytes[at], 4);
+        std::memcpy(&value, &bytes[offset], size);
         return value;
     };
-    auto read16 = [&](size_t at) {
-        uint16_t value = 0;
-        std::memcpy(&value, &bytes[at], 2);
-        return value;
-    };
-    const size_t fileHeader = read32(0x3C) + 4;
-    const size_t optional = fileHeader + 20;
-    image.bytes.assign(read32(optional + 56), 0);
-    std::copy_n(bytes.begin(), read32(optional + 60), image.bytes.begin());
-    const size_t sections = optional + read16(fileHeader + 16);
-    for (uint16_t i = 0; i < read16(fileHeader + 2); ++i) {
-        const size_t section = sections + i * 40;
-        std::copy_n(bytes.begin() + read32(section + 20), read32(section + 16),
-                    image.bytes.begin() + read32(section + 12));
+    const size_t header = at(0x3C, 4) + 4, optional = header + 20, sections = optional + at(header + 16, 2);
+    image.bytes.assign(at(optional + 56, 4), 0);
+    std::copy_n(bytes.begin(), at(optional + 60, 4), image.bytes.begin());
+    for (size_t section = sections; section < sections + 40 * at(header + 2, 2); section += 40) {
+        std::copy_n(bytes.begin() + at(section + 20, 4), at(section + 16, 4),
+                    image.bytes.begin() + at(section + 12, 4));
     }
 }
 

@@ -49,8 +49,7 @@ TEST(ModuleLoad, FirstModuleWithoutNamesStillEndsTheFirstModuleStep) {
     EXPECT_THAT(outcome.log, Not(HasSubstr("Synthetic Shim")));
 }
 
-// After an attach the core library's shim serves every module: one that
-// cannot be defined leaves no way to the agent.
+// After an attach the core library's shim serves every module, or none.
 TEST(ModuleLoad, ShimThatCannotBeDefinedDisablesTheAgent) {
     ModuleID coreLib = 0;
     StartupSetup setup =
