@@ -195,9 +195,14 @@ private:
     // The module's methods that the directives select, the directives read
     // first if they were not yet.
     std::set<mdMethodDef> selectedMethods(ModuleID moduleId);
-    // The shim of a module that has none of the core library's to call: made
-    // before its first rewrite, once. Under profilerLock.
+    // The shim that a module's code calls when the core library's does not
+    // serve every module: made before the module's first rewrite, once. S_OK
+    // for the module's own, S_FALSE for the core library's. Under profilerLock.
     HRESULT moduleShim(ModuleID moduleId);
+    // Defines a shim in the module; with loaderFirst its corInitTrace starts
+    // at the loader.
+    HRESULT defineShim(ModuleID moduleId, bool loaderFirst);
+    bool isDynamicModule(ModuleID moduleId);
     // Whether the runtime may run precompiled code and asks before it does.
     bool keepsPrecompiledCode() const;
     // After a reload: the precompiled methods of the loaded modules that

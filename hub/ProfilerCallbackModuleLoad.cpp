@@ -216,22 +216,34 @@ HRESULT ProfilerCallback::prepareFirstModule(ModuleID moduleId, HRESULT result, 
     return result;
 }
 
-// A module's own shim. The core library gets one only once the agent has
-// loaded, as after an attach: the agent reaches its methods through their
-// loader then, where otherwise a trace call of the core library could bring
-// the agent in from whatever the runtime was doing.
+// The shim a module's code calls: its own (S_OK), or the core library's
+// (S_FALSE) for a module that the program emits itself, where a class written
+// behind its back is never loaded. The core library's own methods get its shim
+// only once the agent has loaded, as after an attach: the agent reaches them
+// through their loader then, where otherwise a trace call of the core library
+// could bring the agent in from whatever the runtime was doing.
 HRESULT ProfilerCallback::moduleShim(ModuleID moduleId) {
-    if (auto known = moduleShims.find(moduleId); known != moduleShims.end()) return known->second.result;
-    const bool coreLibrary = moduleId == coreLibraryModule;
-    if (coreLibrary && !agentLoaded) {
+    auto known = moduleShims.find(moduleId);
+    if (known != moduleShims.end()) return known->second.result;
+    if (isDynamicModule(moduleId)) {
+        known = moduleShims.find(coreLibraryModule);
+        const HRESULT core = known != moduleShims.end() ? known->second.result
+                                                         : defineShim(coreLibraryModule, agentLoaded);
+        return SUCCEEDED(core) ? S_FALSE : core;
+    }
+    if (moduleId == coreLibraryModule && !agentLoaded) {
         return E_FAIL;
     }
+    return defineShim(moduleId, moduleId == coreLibraryModule);
+}
+
+HRESULT ProfilerCallback::defineShim(ModuleID moduleId, bool loaderFirst) {
     HRESULT defined = E_FAIL;
     SyntheticAgentShim shim;
     {
         ProfilerAccount::Timed timedShim(account, ProfilerAccount::kShim, ProfilerAccount::kRewrite);
         defined =
-            shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, coreLibrary, coreLibraryModule);
+            shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, loaderFirst, coreLibraryModule);
     }
     AssemblyID assembly = 0;
     char16_t name[kModuleNameSize] = {};
@@ -246,6 +258,16 @@ HRESULT ProfilerCallback::moduleShim(ModuleID moduleId) {
     fflush(nativeLog);
     moduleShims.emplace(moduleId, ModuleShim{defined, shim.definedClass()});
     return defined;
+}
+
+bool ProfilerCallback::isDynamicModule(ModuleID moduleId) {
+    AutoCOMPointer<ICorProfilerInfo3> info3;
+    ULONG length = 0;
+    AssemblyID assembly = 0;
+    DWORD flags = 0;
+    return SUCCEEDED(profilerInfo->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3))) &&
+           SUCCEEDED(info3->GetModuleInfo2(moduleId, nullptr, 0, &length, nullptr, &assembly, &flags)) &&
+           (flags & COR_PRF_MODULE_DYNAMIC) != 0;
 }
 
 void ProfilerCallback::findGenericTrigger(ModuleID moduleId, AppDomainID domainId, const char16_t* domainName,

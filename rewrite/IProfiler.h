@@ -46,8 +46,9 @@ public:
     virtual bool usingSyntheticShim() = 0;
     // From now on the trace functions are those of a shim in the method's own
     // module, which define makes there before the module's first rewrite (and
-    // answers alike after); a method whose module has none is refused.
-    // Without it they are those of the core library's shim.
+    // answers alike after), or of the core library's where define answers
+    // S_FALSE; a method whose module has neither is refused. Without it they
+    // are those of the core library's shim.
     virtual void placeShimInModules(std::function<HRESULT(ModuleID)> define) = 0;
     // The message of the last failure, or null. Owned by the engine.
     virtual const char16_t* getLastError() = 0;

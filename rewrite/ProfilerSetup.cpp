@@ -286,11 +286,12 @@ HRESULT Profiler::updateTokens() {
     // The desktop core library calls the forwarders its hijack defined.
     const bool forwarded = current.isCoreLibrary && !isDotnetCore;
     const ModuleID module = current.context->getModuleID();
-    const bool ownShim = defineModuleShim != nullptr && !forwarded;
-    if (ownShim && FAILED(defineModuleShim(module))) {
+    const HRESULT placed = defineModuleShim != nullptr && !forwarded ? defineModuleShim(module) : S_FALSE;
+    if (FAILED(placed)) {
         lastError = kNoShimMessage;
         return E_FAIL;
     }
+    const bool ownShim = placed == S_OK;
     auto resolve = [&](TraceMember member, TraceToken place) {
         if (forwarded) {
             tokens[place] = hijackTokens[member];

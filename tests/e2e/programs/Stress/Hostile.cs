@@ -192,6 +192,25 @@ namespace Stress
             return isEven(1_000_000) + " " + isEven(777_777) + " " + thrown;
         }
 
+        // A class the program emits and runs in memory, in a module that never
+        // has an image: nothing may be written into it behind its back.
+        public static string Emitted()
+        {
+            var builder = AssemblyBuilder.DefineDynamicAssembly(new AssemblyName("StressEmitted"),
+                                                                AssemblyBuilderAccess.Run);
+            TypeBuilder type = builder.DefineDynamicModule("StressEmitted").DefineType("StressEmitted.Doubler",
+                                                                                        TypeAttributes.Public);
+            MethodBuilder twice = type.DefineMethod("Twice", MethodAttributes.Public | MethodAttributes.Static,
+                                                    typeof(int), new[] { typeof(int) });
+            ILGenerator il = twice.GetILGenerator();
+            il.Emit(OpCodes.Ldarg_0);
+            il.Emit(OpCodes.Ldc_I4_2);
+            il.Emit(OpCodes.Mul);
+            il.Emit(OpCodes.Ret);
+            var doubled = type.CreateType().GetMethod("Twice").CreateDelegate<Func<int, int>>();
+            return Enumerable.Range(0, 5).Sum(doubled).ToString();
+        }
+
         // if (n == 0) return atZero; return tail. other(n - 1);
         private static void Emit(MethodBuilder method, MethodBuilder other, bool atZero)
         {
