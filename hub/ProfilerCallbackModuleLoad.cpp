@@ -227,8 +227,8 @@ HRESULT ProfilerCallback::moduleShim(ModuleID moduleId) {
     if (known != moduleShims.end()) return known->second.result;
     if (isDynamicModule(moduleId)) {
         known = moduleShims.find(coreLibraryModule);
-        const HRESULT core = known != moduleShims.end() ? known->second.result
-                                                         : defineShim(coreLibraryModule, agentLoaded);
+        const HRESULT core =
+            known != moduleShims.end() ? known->second.result : defineShim(coreLibraryModule, agentLoaded);
         return SUCCEEDED(core) ? S_FALSE : core;
     }
     if (moduleId == coreLibraryModule && !agentLoaded) {

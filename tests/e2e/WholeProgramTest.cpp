@@ -49,14 +49,13 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     // The shapes went through the rewriting, compiler-made classes included.
     const std::vector<std::string> done = linesStartingWith(log, "Instrumented [Stress");
     const std::string doneText = joinLines(done);
-    for (const std::string method : {"Stress.Derived::.ctor", "Stress.Counter::Add", "Stress.Shapes::Nested",
-                                     "Stress.Hostile::Sum", "Stress.Hostile::AfterVoid", "Stress.Hostile::Apply",
-                                     "Stress.Hostile::Typed", "Stress.Hostile::Next", "Stress.Hostile::Tail",
-                                     "Stress.Hostile::Make", "Stress.Hostile::Same", "Stress.Cell::.ctor",
-                                     "Stress.Holder::.ctor", "Stress.Hostile::Thrower",
-                                     "Stress.Shapes::SumAsync", "Stress.Shapes::Evens", "Stress.Shapes::Max",
-                                     "Stress.Wide::Many", "Stress.Shapes::Ackermann", "Stress.Program::Main",
-                                     "StressEmitted.Doubler::Twice"}) {
+    for (const std::string method :
+         {"Stress.Derived::.ctor",       "Stress.Counter::Add",     "Stress.Shapes::Nested",    "Stress.Hostile::Sum",
+          "Stress.Hostile::AfterVoid",   "Stress.Hostile::Apply",   "Stress.Hostile::Typed",    "Stress.Hostile::Next",
+          "Stress.Hostile::Tail",        "Stress.Hostile::Make",    "Stress.Hostile::Same",     "Stress.Cell::.ctor",
+          "Stress.Holder::.ctor",        "Stress.Hostile::Thrower", "Stress.Shapes::SumAsync",  "Stress.Shapes::Evens",
+          "Stress.Shapes::Max",          "Stress.Wide::Many",       "Stress.Shapes::Ackermann", "Stress.Program::Main",
+          "StressEmitted.Doubler::Twice"}) {
         EXPECT_NE(doneText.find("]" + method + " - 0x0("), std::string::npos) << method << "\n" << why;
     }
     EXPECT_GT(done.size(), 40u) << why;
