@@ -15,9 +15,11 @@ using e2e::allMethodsOf;
 
 TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     AgentInstall install;
-    // StressTail is an assembly the program emits and loads from memory,
-    // StressEmitted one it emits and runs without an image.
-    install.directives(allMethodsOf("Stress") + allMethodsOf("StressTail") + allMethodsOf("StressEmitted"));
+    // Assemblies the program emits: StressTail loaded from memory, StressPlugin
+    // too but three times over into contexts it unloads, StressEmitted run
+    // without an image.
+    install.directives(allMethodsOf("Stress") + allMethodsOf("StressTail") + allMethodsOf("StressEmitted") +
+                       allMethodsOf("StressPlugin"));
     const e2e::Comparison compared = install.compare("Stress", install.options());
     const auto& [reference, run, log, why] = compared;
 
@@ -50,12 +52,12 @@ TEST(WholeProgram, ShapesThatBreakRewritersRunUnchanged) {
     const std::vector<std::string> done = linesStartingWith(log, "Instrumented [Stress");
     const std::string doneText = joinLines(done);
     for (const std::string method :
-         {"Stress.Derived::.ctor",       "Stress.Counter::Add",     "Stress.Shapes::Nested",    "Stress.Hostile::Sum",
-          "Stress.Hostile::AfterVoid",   "Stress.Hostile::Apply",   "Stress.Hostile::Typed",    "Stress.Hostile::Next",
-          "Stress.Hostile::Tail",        "Stress.Hostile::Make",    "Stress.Hostile::Same",     "Stress.Cell::.ctor",
-          "Stress.Holder::.ctor",        "Stress.Hostile::Thrower", "Stress.Shapes::SumAsync",  "Stress.Shapes::Evens",
-          "Stress.Shapes::Max",          "Stress.Wide::Many",       "Stress.Shapes::Ackermann", "Stress.Program::Main",
-          "StressEmitted.Doubler::Twice"}) {
+         {"Stress.Derived::.ctor",        "Stress.Counter::Add",     "Stress.Shapes::Nested",    "Stress.Hostile::Sum",
+          "Stress.Hostile::AfterVoid",    "Stress.Hostile::Apply",   "Stress.Hostile::Typed",    "Stress.Hostile::Next",
+          "Stress.Hostile::Tail",         "Stress.Hostile::Make",    "Stress.Hostile::Same",     "Stress.Cell::.ctor",
+          "Stress.Holder::.ctor",         "Stress.Hostile::Thrower", "Stress.Shapes::SumAsync",  "Stress.Shapes::Evens",
+          "Stress.Shapes::Max",           "Stress.Wide::Many",       "Stress.Shapes::Ackermann", "Stress.Program::Main",
+          "StressEmitted.Doubler::Twice", "StressPlugin.Square::Of"}) {
         EXPECT_NE(doneText.find("]" + method + " - 0x0("), std::string::npos) << method << "\n" << why;
     }
     EXPECT_GT(done.size(), 40u) << why;

@@ -211,6 +211,37 @@ namespace Stress
             return Enumerable.Range(0, 5).Sum(doubled).ToString();
         }
 
+        // An assembly loaded from memory into a context that is unloaded, three
+        // times over: each load is a module of its own, traced and let go.
+        public static string Collectible()
+        {
+            var builder = new PersistedAssemblyBuilder(new AssemblyName("StressPlugin"), typeof(object).Assembly);
+            TypeBuilder type = builder.DefineDynamicModule("StressPlugin").DefineType("StressPlugin.Square",
+                                                                                      TypeAttributes.Public);
+            MethodBuilder of = type.DefineMethod("Of", MethodAttributes.Public | MethodAttributes.Static, typeof(int),
+                                                 new[] { typeof(int) });
+            ILGenerator il = of.GetILGenerator();
+            il.Emit(OpCodes.Ldarg_0);
+            il.Emit(OpCodes.Dup);
+            il.Emit(OpCodes.Mul);
+            il.Emit(OpCodes.Ret);
+            type.CreateType();
+            using var image = new MemoryStream();
+            builder.Save(image);
+            int total = 0;
+            for (int round = 1; round <= 3; round++)
+            {
+                var context = new AssemblyLoadContext("plugin" + round, isCollectible: true);
+                image.Position = 0;
+                var square = context.LoadFromStream(image).GetType("StressPlugin.Square").GetMethod("Of");
+                total += (int)square.Invoke(null, new object[] { round });
+                context.Unload();
+            }
+            GC.Collect();
+            GC.WaitForPendingFinalizers();
+            return total.ToString();
+        }
+
         // if (n == 0) return atZero; return tail. other(n - 1);
         private static void Emit(MethodBuilder method, MethodBuilder other, bool atZero)
         {

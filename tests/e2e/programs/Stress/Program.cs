@@ -234,6 +234,7 @@ namespace Stress
             Run("filter-order", Hostile.FilterOrder);
             Run("tail-calls", Hostile.TailCalls);
             Run("emitted", Hostile.Emitted);
+            Run("collectible", Hostile.Collectible);
             // The count read back includes what a rewriter added: only its size is printed.
             Run("wide", () => Wide.Many(3) + " more than 255 locals: " +
                               (typeof(Wide).GetMethod("Many").GetMethodBody().LocalVariables.Count > 255));
