@@ -174,6 +174,11 @@ HRESULT ProfilerCallback::ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStat
     }
     moduleShims.erase(moduleId);
     ImageMetaData::forget(moduleId);
+    // The id may come back for another module: the context must not take
+    // this one's metadata and names for it.
+    if (metaDataContext != nullptr && metaDataContext->getModuleID() == moduleId) {
+        metaDataContext->setModuleID(0);
+    }
     return S_OK;
 }
 

@@ -69,22 +69,25 @@ HRESULT MetaDataContext::setFunction(FunctionID newFunctionID) {
     AutoCOMPointer<IMetaDataImport> newImport;
 
     HRESULT hr = info->GetFunctionInfo(newFunctionID, &newClassID, &newModuleID, &newMethodDef);
-    if (SUCCEEDED(hr)) {
+    // The module's metadata is opened again only when the module changes.
+    const bool sameModule = SUCCEEDED(hr) && newModuleID == moduleID && import.get() != nullptr;
+    if (SUCCEEDED(hr) && !sameModule) {
         hr = ImageMetaData::open(info, newModuleID, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&newImport));
     }
+    IMetaDataImport* reader = sameModule ? import.get() : newImport.get();
     if (SUCCEEDED(hr)) {
-        hr = newImport->GetMethodProps(newMethodDef, &newTypeDef, nullptr, 0, nullptr, nullptr, nullptr, nullptr,
-                                       nullptr, nullptr);
+        hr = reader->GetMethodProps(newMethodDef, &newTypeDef, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                    nullptr);
     }
     if (SUCCEEDED(hr)) {
-        hr = newImport->GetTypeDefProps(newTypeDef, nullptr, 0, nullptr, nullptr, &newSuperToken);
+        hr = reader->GetTypeDefProps(newTypeDef, nullptr, 0, nullptr, nullptr, &newSuperToken);
     }
     if (FAILED(hr)) {
         return hr;
     }
 
     classID = newClassID;
-    if (newModuleID != moduleID) {
+    if (!sameModule) {
         moduleID = newModuleID;
         import = newImport.detach();
         setMethodDef(newMethodDef);
