@@ -1,6 +1,5 @@
 #include "metadata/ImageMetaData.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -57,7 +56,8 @@ const unsigned char* findMetadata(const unsigned char* base, bool flat, uint32_t
         for (uint16_t i = 0; i < sectionCount; ++i) {
             const unsigned char* section = sections + i * kSectionSize;
             const uint32_t start = read<uint32_t>(section + 12);
-            const uint32_t extent = std::max(read<uint32_t>(section + 8), read<uint32_t>(section + 16));
+            // As the file lies, a section holds only its raw data.
+            const uint32_t extent = read<uint32_t>(section + 16);
             if (address >= start && address - start < extent)
                 return base + read<uint32_t>(section + 20) + (address - start);
         }

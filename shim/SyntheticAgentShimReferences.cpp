@@ -47,8 +47,26 @@ HRESULT findInType(IMetaDataImport* import, mdTypeDef type, const char16_t* name
     return *found != 0 ? S_OK : kRecordNotFound;
 }
 
-const AssemblyIdentity& coreLibraryIdentity(bool dotnetCore) {
-    return dotnetCore ? AssemblyIdentities::kCoreCLRLibrary : AssemblyIdentities::kDesktopLibrary;
+// The module's reference to a type of the core library, or to a member of it
+// when a member name is given: what the module already has, else defined.
+HRESULT refer(ICorProfilerInfo* info, IMetaDataImport* corlib, bool dotnetCore, ModuleID module, mdTypeDef type,
+              const char16_t* memberName, const ShimSignature& signature, unsigned int* token) {
+    char16_t className[kTypeNameSize] = {};
+    ULONG length = 0;
+    HRESULT hr = corlib->GetTypeDefProps(type, className, kTypeNameSize, &length, nullptr, nullptr);
+    if (FAILED(hr)) return hr;
+    const AssemblyIdentity& core =
+        dotnetCore ? AssemblyIdentities::kCoreCLRLibrary : AssemblyIdentities::kDesktopLibrary;
+    const ASSEMBLYMETADATA version = core.metadata();
+    if (memberName == nullptr) {
+        AutoPointer<ITypeTokenGetter> getter(
+            ITypeTokenGetter::newTokenGetter(info, core.name, core.token, sizeof(core.token), &version, className));
+        return getter.get() == nullptr ? E_OUTOFMEMORY : getter->getToken(module, token);
+    }
+    AutoPointer<IMemberTokenGetter> getter(
+        IMemberTokenGetter::newTokenGetter(info, core.name, core.token, sizeof(core.token), &version, className,
+                                           memberName, signature.bytes(), signature.length()));
+    return getter.get() == nullptr ? E_OUTOFMEMORY : getter->getToken(module, token);
 }
 
 }  // namespace
@@ -56,17 +74,8 @@ const AssemblyIdentity& coreLibraryIdentity(bool dotnetCore) {
 mdToken SyntheticAgentShim::local(mdTypeDef corlibType) {
     if (module == coreLibrary) return corlibType;
     if (auto known = localTypes.find(corlibType); known != localTypes.end()) return known->second;
-    char16_t name[kTypeNameSize] = {};
-    ULONG length = 0;
     unsigned int token = 0;
-    HRESULT hr = import->GetTypeDefProps(corlibType, name, kTypeNameSize, &length, nullptr, nullptr);
-    if (SUCCEEDED(hr)) {
-        const AssemblyIdentity& core = coreLibraryIdentity(dotnetCore);
-        const ASSEMBLYMETADATA version = core.metadata();
-        AutoPointer<ITypeTokenGetter> getter(
-            ITypeTokenGetter::newTokenGetter(info, core.name, core.token, sizeof(core.token), &version, name));
-        hr = getter.get() == nullptr ? E_OUTOFMEMORY : getter->getToken(module, &token);
-    }
+    const HRESULT hr = refer(info, import, dotnetCore, module, corlibType, nullptr, ShimSignature(), &token);
     if (FAILED(hr)) {
         fprintf_8(log, "Failed to refer to the core library's type 0x%x: 0x%x\n", corlibType, hr);
         referenceFailed = true;
@@ -84,17 +93,9 @@ HRESULT SyntheticAgentShim::findMethod(mdTypeDef corlibType, const char16_t* nam
         if (SUCCEEDED(hr)) *outMethod = found;
         return hr;
     }
-    char16_t className[kTypeNameSize] = {};
-    ULONG length = 0;
-    hr = import->GetTypeDefProps(corlibType, className, kTypeNameSize, &length, nullptr, nullptr);
-    if (FAILED(hr)) return hr;
     const ShimSignature mine = signature.rebound([this](mdToken type) { return local(type); });
-    const AssemblyIdentity& core = coreLibraryIdentity(dotnetCore);
-    const ASSEMBLYMETADATA version = core.metadata();
-    AutoPointer<IMemberTokenGetter> getter(IMemberTokenGetter::newTokenGetter(
-        info, core.name, core.token, sizeof(core.token), &version, className, name, mine.bytes(), mine.length()));
     unsigned int token = 0;
-    hr = getter.get() == nullptr ? E_OUTOFMEMORY : getter->getToken(module, &token);
+    hr = refer(info, import, dotnetCore, module, corlibType, name, mine, &token);
     if (SUCCEEDED(hr)) *outMethod = token;
     return referenceFailed ? E_FAIL : hr;
 }
