@@ -1,9 +1,12 @@
 #include "policy/ClassLineGroups.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <limits>
+#include <ranges>
 
+#include "platform/MemoryPages.h"
 #include "platform/Text16.h"
 #include "policy/MethodMatcher.h"
 
@@ -62,11 +65,24 @@ ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view name, 
     if (method != nullptr) {
         *std::copy(methodName.begin(), methodName.end(), room + methodAt) = 0;
     }
-    return &groups.emplace_back(room, number, classAt, methodAt);
+    if (blocks.empty() || blocks.back().size() == kFirstBlock << (blocks.size() - 1)) {
+        std::vector<ClassLineGroup> block;
+        MemoryPages::reserve(block, kFirstBlock << blocks.size());
+        blocks.push_back(std::move(block));
+    }
+    ClassLineGroup& added = blocks.back().emplace_back(room, number, classAt, methodAt);
+    ++count;
+    return &added;
+}
+
+ClassLineGroup& ClassLineGroups::at(size_t index) {
+    // Block k holds kFirstBlock << k groups and starts at kFirstBlock * (2^k - 1).
+    const auto block = static_cast<size_t>(std::bit_width(index / kFirstBlock + 1) - 1);
+    return blocks[block][index - kFirstBlock * ((size_t{1} << block) - 1)];
 }
 
 ClassLineGroup* ClassLineGroups::find(const char16_t* name) {
-    if (groups.empty() || name == nullptr) {
+    if (count == 0 || name == nullptr) {
         return nullptr;
     }
     const std::u16string_view text(name);
@@ -88,21 +104,25 @@ ClassLineGroup* ClassLineGroups::find(const char16_t* name) {
     if (number > std::numeric_limits<uint32_t>::max()) {
         return nullptr;
     }
-    const auto found =
-        std::lower_bound(groups.begin(), groups.end(), number,
-                         [](const ClassLineGroup& group, uint64_t wanted) { return group.getNumber() < wanted; });
-    return found != groups.end() && found->getNumber() == number ? &*found : nullptr;
+    const size_t found = *std::ranges::partition_point(std::views::iota(size_t{0}, count),
+                                                       [&](size_t index) { return at(index).getNumber() < number; });
+    return found < count && at(found).getNumber() == number ? &at(found) : nullptr;
 }
 
 std::vector<ClassLineGroup*> ClassLineGroups::byName() {
     std::vector<ClassLineGroup*> ordered;
-    if (groups.empty()) {
+    if (count == 0) {
         return ordered;
     }
     // Numbers that went to other groups have no entry.
-    std::vector<ClassLineGroup*> byNumber(groups.back().getNumber() + size_t{1}, nullptr);
-    for (ClassLineGroup& group : groups) byNumber[group.getNumber()] = &group;
-    ordered.reserve(groups.size());
+    const size_t numbers = at(count - 1).getNumber() + size_t{1};
+    std::vector<ClassLineGroup*> byNumber;
+    MemoryPages::reserve(byNumber, numbers);
+    byNumber.resize(numbers, nullptr);
+    for (std::vector<ClassLineGroup>& block : blocks) {
+        for (ClassLineGroup& group : block) byNumber[group.getNumber()] = &group;
+    }
+    MemoryPages::reserve(ordered, count);
     inTextOrder(static_cast<uint32_t>(byNumber.size()), [&](uint32_t number) {
         if (byNumber[number] != nullptr) ordered.push_back(byNumber[number]);
     });

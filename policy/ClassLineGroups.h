@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <string_view>
 #include <vector>
 
@@ -27,13 +26,21 @@ public:
     ClassLineGroup* add(uint32_t number, std::u16string_view name, const char16_t* className, const char16_t* method);
     // The group of that name, or null.
     ClassLineGroup* find(const char16_t* name);
-    size_t size() const { return groups.size(); }
+    size_t size() const { return count; }
 
     // The groups in the order of their names' code units ("Anonymous_10"
     // before "Anonymous_2").
     std::vector<ClassLineGroup*> byName();
 
 private:
+    static constexpr size_t kFirstBlock = 64;
+
+    // The group at that index in the order of numbers.
+    ClassLineGroup& at(size_t index);
+
     TextArena text;
-    std::deque<ClassLineGroup> groups;
+    // Blocks that double, each reserved once and mapped whole (see
+    // MemoryPages): a group never moves, as the index points at it.
+    std::vector<std::vector<ClassLineGroup>> blocks;
+    size_t count = 0;
 };

@@ -7,6 +7,7 @@
 #include "metadata/MethodNameRows.h"
 #include "platform/File16.h"
 #include "platform/FormattedOutput.h"
+#include "platform/MemoryPages.h"
 #include "platform/Performance.h"
 #include "policy/DirectiveKeywords.h"
 #include "policy/DirectiveMatchResult.h"
@@ -116,7 +117,7 @@ ClassLineGroup* DirectiveController::addClassLineGroup(const char16_t* className
 
 DirectiveGroupIndex::Candidates DirectiveController::groupsInOrder() {
     DirectiveGroupIndex::Candidates ordered;
-    ordered.reserve(groups.size() + lineGroups.size());
+    MemoryPages::reserve(ordered, groups.size() + lineGroups.size());
     auto entry = groups.begin();
     for (ClassLineGroup* line : lineGroups.byName()) {
         const std::u16string_view name(line->getName());

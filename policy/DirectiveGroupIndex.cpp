@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "metadata/IMetaDataContext.h"
+#include "platform/MemoryPages.h"
 #include "policy/ClassSet.h"
 
 namespace {
@@ -76,7 +77,7 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     generalOrdinals.clear();
     bracketed = false;
     std::vector<Sortable> names;
-    names.reserve(byOrdinal.size());
+    MemoryPages::reserve(names, byOrdinal.size());
     for (uint32_t ordinal = 0; ordinal < byOrdinal.size(); ++ordinal) {
         IDirectiveGroup* group = byOrdinal[ordinal];
         const bool named = group->namedClassesOnly([&](const char16_t* name) {
@@ -90,7 +91,7 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     }
     sortByChunks(names);
     filed.clear();
-    filed.reserve(names.size());
+    MemoryPages::reserve(filed, names.size());
     for (const Sortable& name : names) {
         filed.push_back({name.name.data(), static_cast<uint32_t>(name.name.size()), name.ordinal});
     }

@@ -1,6 +1,7 @@
 // Text that lives as long as its owner, kept in large blocks: a generated
 // directive file of a hundred thousand lines makes no allocation per line,
-// and its text is freed block by block.
+// and its text is freed block by block. Blocks double up to a megabyte, each
+// mapped whole as it is made (see MemoryPages).
 //
 // Filled while directives load, then only read; no lock.
 #pragma once
@@ -9,13 +10,17 @@
 #include <memory>
 #include <vector>
 
+#include "platform/MemoryPages.h"
+
 class TextArena {
 public:
     // Room for units code units, contiguous, valid as long as the arena.
     char16_t* allocate(size_t units) {
         if (units > capacity - used) {
-            capacity = units > kBlockUnits ? units : kBlockUnits;
+            const size_t block = kFirstBlockUnits << (blocks.size() < kDoublings ? blocks.size() : kDoublings);
+            capacity = units > block ? units : block;
             blocks.push_back(std::make_unique_for_overwrite<char16_t[]>(capacity));
+            MemoryPages::populate(blocks.back().get(), capacity * sizeof(char16_t));
             used = 0;
         }
         char16_t* room = blocks.back().get() + used;
@@ -24,7 +29,8 @@ public:
     }
 
 private:
-    static constexpr size_t kBlockUnits = size_t{1} << 15;
+    static constexpr size_t kFirstBlockUnits = size_t{1} << 15;
+    static constexpr size_t kDoublings = 4;
 
     std::vector<std::unique_ptr<char16_t[]>> blocks;
     size_t capacity = 0;
