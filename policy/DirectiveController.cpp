@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 #include <string_view>
+#include <unordered_set>
 
 #include "metadata/MethodNameRows.h"
 #include "platform/File16.h"
@@ -13,6 +14,7 @@
 #include "policy/DirectiveMatchResult.h"
 #include "policy/IProfilerController.h"
 #include "policy/MatchingDirectiveGroup.h"
+#include "policy/WCharSet.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorMetadataEnums.h"
 #include "runtime/Guids.h"
@@ -349,14 +351,24 @@ HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& m
     }
     if (log == nullptr) {
         // Each method is met by all the groups at once: its name is read once.
+        // Groups that name one method each answer by that name alone, so a
+        // class that thousands of one-method lines name is met by the few
+        // names they have between them.
+        std::vector<IDirectiveGroup*> others;
+        std::vector<const char16_t*> soleNames;
+        splitBySoleMethod(matched, others, soleNames);
         for (auto method = concrete.begin(); SUCCEEDED(hr) && method != concrete.end(); ++method) {
             hr = context->setMethodDef(*method);
-            for (auto group = matched.begin(); SUCCEEDED(hr) && group != matched.end(); ++group) {
-                if ((*group)->matchMethod(context)) {
-                    methods.insert(*method);
-                    break;
-                }
+            bool selected = false;
+            for (auto group = others.begin(); SUCCEEDED(hr) && !selected && group != others.end(); ++group) {
+                selected = (*group)->matchMethod(context);
             }
+            char16_t* name = nullptr;
+            if (SUCCEEDED(hr) && !selected && !soleNames.empty() && SUCCEEDED(context->getMethodName(&name))) {
+                selected = std::any_of(soleNames.begin(), soleNames.end(),
+                                       [&](const char16_t* sole) { return WCharSet::agrees(sole, name); });
+            }
+            if (selected) methods.insert(*method);
         }
         return hr;
     }
@@ -383,6 +395,19 @@ HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& m
         }
     }
     return hr;
+}
+
+void DirectiveController::splitBySoleMethod(const std::vector<IDirectiveGroup*>& groups,
+                                            std::vector<IDirectiveGroup*>& others,
+                                            std::vector<const char16_t*>& soleNames) {
+    std::unordered_set<std::u16string_view> seen;
+    for (IDirectiveGroup* group : groups) {
+        if (const char16_t* sole = group->soleMethod()) {
+            if (seen.insert(sole).second) soleNames.push_back(sole);
+        } else {
+            others.push_back(group);
+        }
+    }
 }
 
 HRESULT DirectiveController::listConcreteMethods(IMetaDataImport* import, mdTypeDef type,

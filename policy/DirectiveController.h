@@ -76,6 +76,10 @@ private:
                                    FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
                                    unsigned int& methodCount);
     // The type's methods that have a body, and how many it has in all.
+    // The groups that select one method by name, as their distinct names,
+    // and the others.
+    static void splitBySoleMethod(const std::vector<IDirectiveGroup*>& groups, std::vector<IDirectiveGroup*>& others,
+                                  std::vector<const char16_t*>& soleNames);
     [[nodiscard]] static HRESULT listConcreteMethods(IMetaDataImport* import, mdTypeDef type,
                                                      std::vector<mdMethodDef>& concrete, ULONG& listed);
     // What the general groups select, found by walking the method table: a

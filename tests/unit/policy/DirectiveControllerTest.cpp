@@ -155,8 +155,20 @@ TEST_F(DirectiveControllerOnAssemblies, ModuleScanByNameSelectsWhatTheScanByType
         "IdentifyAllClassesAs: Async\n"
         "TraceMatchingMethodsWithParametersIfFlagged: Async *Async\n"
         "TurnOn: Async\n";
+    // One-method lines, some repeated, with names and classes that agree by
+    // their beginnings, beside a full group on one of the classes.
+    const char* const byLines =
+        "TraceOneMethodOfClass: System.String Concat\n"
+        "TraceOneMethodOfClass: System.String Concat\n"
+        "TraceOneMethodOfClass: System.Str Trim\n"
+        "TraceOneMethodOfClass: System.Text.StringBuilder Appe\n"
+        "TraceOneMethodOfClass: Shop.Order Place\n"
+        "TraceOneMethodOfClass: Shop.Order Place\n"
+        "IdentifyClassAs: System.String Strings\n"
+        "TraceOneMethodIfFlagged: Strings Split\n"
+        "TurnOn: Strings\n";
     size_t selected = 0;
-    for (const char* text : {kDirectiveSets[0], kDirectiveSets[1], kDirectiveSets[2], byName, byPattern}) {
+    for (const char* text : {kDirectiveSets[0], kDirectiveSets[1], kDirectiveSets[2], byName, byPattern, byLines}) {
         auto controller = directives(text, nullptr, log);
         for (ModuleID where : modules) {
             std::set<mdMethodDef> byType;
