@@ -1,7 +1,6 @@
 #include "policy/ClassLineGroups.h"
 
 #include <algorithm>
-#include <bit>
 #include <charconv>
 #include <limits>
 #include <ranges>
@@ -65,9 +64,9 @@ ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view name, 
     if (method != nullptr) {
         *std::copy(methodName.begin(), methodName.end(), room + methodAt) = 0;
     }
-    if (blocks.empty() || blocks.back().size() == kFirstBlock << (blocks.size() - 1)) {
+    if (blocks.empty() || blocks.back().size() == kBlock) {
         std::vector<ClassLineGroup> block;
-        MemoryPages::reserve(block, kFirstBlock << blocks.size());
+        MemoryPages::reserve(block, kBlock);
         blocks.push_back(std::move(block));
     }
     ClassLineGroup& added = blocks.back().emplace_back(room, number, classAt, methodAt);
@@ -76,9 +75,7 @@ ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view name, 
 }
 
 ClassLineGroup& ClassLineGroups::at(size_t index) {
-    // Block k holds kFirstBlock << k groups and starts at kFirstBlock * (2^k - 1).
-    const auto block = static_cast<size_t>(std::bit_width(index / kFirstBlock + 1) - 1);
-    return blocks[block][index - kFirstBlock * ((size_t{1} << block) - 1)];
+    return blocks[index / kBlock][index % kBlock];
 }
 
 ClassLineGroup* ClassLineGroups::find(const char16_t* name) {

@@ -33,13 +33,13 @@ public:
     std::vector<ClassLineGroup*> byName();
 
 private:
-    static constexpr size_t kFirstBlock = 64;
+    static constexpr size_t kBlock = 1024;
 
     // The group at that index in the order of numbers.
     ClassLineGroup& at(size_t index);
 
     TextArena text;
-    // Blocks that double, each reserved once and mapped whole (see
+    // Blocks of kBlock groups, each reserved once and mapped whole (see
     // MemoryPages): a group never moves, as the index points at it.
     std::vector<std::vector<ClassLineGroup>> blocks;
     size_t count = 0;

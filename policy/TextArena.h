@@ -1,7 +1,7 @@
 // Text that lives as long as its owner, kept in large blocks: a generated
 // directive file of a hundred thousand lines makes no allocation per line,
-// and its text is freed block by block. Blocks double up to a megabyte, each
-// mapped whole as it is made (see MemoryPages).
+// and its text is freed block by block. Blocks double up to 256 KB, each mapped
+// whole as it is made (see MemoryPages).
 //
 // Filled while directives load, then only read; no lock.
 #pragma once
@@ -30,7 +30,7 @@ public:
 
 private:
     static constexpr size_t kFirstBlockUnits = size_t{1} << 15;
-    static constexpr size_t kDoublings = 4;
+    static constexpr size_t kDoublings = 2;
 
     std::vector<std::unique_ptr<char16_t[]>> blocks;
     size_t capacity = 0;

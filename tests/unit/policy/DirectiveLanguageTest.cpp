@@ -254,12 +254,12 @@ TEST_F(DirectiveLanguage, OneLineFormsMakeLiveAnonymousGroups) {
     // units ("Anonymous_10" before "Anonymous_2").
     std::string repeated;
     std::vector<std::string> expected;
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 1100; ++i) {
         repeated += "TraceOneMethodOfClass: Shop.Order Place\n";
-        if (i != 150) expected.push_back("Anonymous_" + std::to_string(i));
+        if (i != 1050) expected.push_back("Anonymous_" + std::to_string(i));
     }
     std::sort(expected.begin(), expected.end());
-    auto controller = directives(repeated + "TurnOff: Anonymous_150\n");
+    auto controller = directives(repeated + "TurnOff: Anonymous_1050\n");
     EXPECT_EQ(account(*controller, at({u"Shop.Order"}, u"Place")).matched, expected);
 }
 
