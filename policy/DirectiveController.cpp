@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <unordered_set>
 
@@ -20,6 +21,31 @@
 #include "runtime/Guids.h"
 
 namespace {
+
+// The controller's scan context, held for one scan and given back when the
+// scan ends, however it ends, placed nowhere: without the module's metadata,
+// and without names that a later scan could take for its own.
+class BorrowedContext {
+public:
+    BorrowedContext(AutoPointer<IMetaDataContext>& context, std::atomic<bool>& taken)
+        : context(context), taken(taken) {}
+    BorrowedContext(const BorrowedContext&) = delete;
+    BorrowedContext& operator=(const BorrowedContext&) = delete;
+    ~BorrowedContext() {
+        if (context.get() != nullptr) {
+            context->setImport(nullptr);
+            context->setModuleID(0);
+            context->setTypeDef(0);
+            context->setMethodDef(0);
+            context->setSuperToken(0);
+        }
+        taken = false;
+    }
+
+private:
+    AutoPointer<IMetaDataContext>& context;
+    std::atomic<bool>& taken;
+};
 
 // Longest line of a directive file, terminator included; a longer line
 // arrives in pieces.
@@ -221,8 +247,15 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
     const int64_t started = Performance::GetTimeInMillis();
     unsigned int typeCount = 0;
     unsigned int methodCount = 0;
-    AutoPointer<IMetaDataContext> context(info != nullptr ? IMetaDataContext::newInstance(info) : nullptr);
-    HRESULT hr = context.get() != nullptr ? context->setModuleID(module) : E_INVALIDARG;
+    const bool shared = info != nullptr && !scanContextTaken.exchange(true);
+    std::optional<BorrowedContext> borrowed;
+    if (shared) {
+        borrowed.emplace(scanContext, scanContextTaken);
+        if (scanContext.get() == nullptr) scanContext = IMetaDataContext::newInstance(info);
+    }
+    AutoPointer<IMetaDataContext> own(info != nullptr && !shared ? IMetaDataContext::newInstance(info) : nullptr);
+    IMetaDataContext* context = shared ? scanContext.get() : own.get();
+    HRESULT hr = context != nullptr ? context->setModuleID(module) : E_INVALIDARG;
 
     if (SUCCEEDED(hr) && !skips.skipAssembly(context)) {
         AutoCOMPointer<ICorProfilerInfo2> info2;

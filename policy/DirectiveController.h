@@ -1,6 +1,8 @@
 // The directive controller.
 #pragma once
 
+#include <atomic>
+
 #include "platform/AutoPointer.h"
 #include "policy/ClassLineGroups.h"
 #include "policy/ClassMethodFilter.h"
@@ -75,11 +77,11 @@ private:
     [[nodiscard]] HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, Meeting meeting,
                                    FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
                                    unsigned int& methodCount);
-    // The type's methods that have a body, and how many it has in all.
     // The groups that select one method by name, as their distinct names,
     // and the others.
     static void splitBySoleMethod(const std::vector<IDirectiveGroup*>& groups, std::vector<IDirectiveGroup*>& others,
                                   std::vector<const char16_t*>& soleNames);
+    // The type's methods that have a body, and how many it has in all.
     [[nodiscard]] static HRESULT listConcreteMethods(IMetaDataImport* import, mdTypeDef type,
                                                      std::vector<mdMethodDef>& concrete, ULONG& listed);
     // What the general groups select, found by walking the method table: a
@@ -105,4 +107,10 @@ private:
     AutoPointer<DirectiveMatchingCache> cache;
     DirectiveGroupIndex index;
     bool indexStale = true;
+    // One context serves the module scans one after another: a context is
+    // large (its name buffers), and one made and freed at every module load
+    // faults its pages in again each time. A scan that finds it taken makes
+    // its own.
+    AutoPointer<IMetaDataContext> scanContext;
+    std::atomic<bool> scanContextTaken{false};
 };
