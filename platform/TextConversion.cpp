@@ -41,11 +41,22 @@ void CopyChar8To16(const char* src, char16_t* dst, unsigned long n) {
         return;
     }
     requireText(src);
-    unsigned long i = 0;
-    for (; i + 1 < n && src[i] != 0; ++i) {
+    // Measured first, the text is widened sixteen units at a time in vector
+    // registers: a large directive file is widened line by line.
+    using Bytes = signed char __attribute__((vector_size(16)));
+    using Units = short __attribute__((vector_size(32)));
+    const size_t length = strnlen(src, n - 1);
+    size_t i = 0;
+    for (; i + sizeof(Bytes) <= length; i += sizeof(Bytes)) {
+        Bytes bytes;
+        std::memcpy(&bytes, src + i, sizeof(bytes));
+        const Units units = __builtin_convertvector(bytes, Units);
+        std::memcpy(dst + i, &units, sizeof(units));
+    }
+    for (; i < length; ++i) {
         dst[i] = static_cast<char16_t>(static_cast<signed char>(src[i]));
     }
-    dst[i] = 0;
+    dst[length] = 0;
 }
 
 void CopyChar16To8(const char16_t* src, char* dst, unsigned long n) {

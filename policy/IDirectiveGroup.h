@@ -57,6 +57,8 @@ public:
 // passed over four units at a time: a large directive file makes tens of
 // thousands of names that share their first ten units ("Anonymous_").
 struct CodeUnitOrder {
+    // A map looks names up as they are, without a string made for the key.
+    using is_transparent = void;
     bool operator()(std::u16string_view a, std::u16string_view b) const {
         const size_t common = a.size() < b.size() ? a.size() : b.size();
         size_t i = 0;
