@@ -37,6 +37,17 @@ TEST(TextConversion, BoundedCopiesKeepAtMostNMinusOneUnits) {
     char16_t wide[2] = {u'#', u'#'};
     CopyChar8To16("abc", wide, 1);
     EXPECT_EQ(wide[0], 0);
+    // Lines long enough to be widened in blocks, whole and cut inside a block.
+    const std::string line =
+        "0123456789abcdef\xE9"
+        "0123456789abcdef\xE9tail";
+    for (size_t room : {line.size() + 1, size_t{30}}) {
+        char16_t copied[64];
+        CopyChar8To16(line.c_str(), copied, room);
+        u16 expected;
+        FromChar8(line.substr(0, room - 1).c_str(), expected);
+        EXPECT_EQ(u16(copied), expected) << room;
+    }
 
     char narrow[8];
     std::fill(std::begin(narrow), std::end(narrow), '#');
