@@ -43,6 +43,7 @@ public:
     bool addFirstUnits(FirstUnits& units) const override;
     bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) override;
     const char16_t* soleMethod() override { return changed ? nullptr : method(); }
+    const char16_t* soleClass() override { return changed ? nullptr : className(); }
 
 private:
     // The full group with the same rules and state, made at the first call.

@@ -13,6 +13,7 @@
 #include "platform/Performance.h"
 #include "policy/DirectiveKeywords.h"
 #include "policy/DirectiveMatchResult.h"
+#include "policy/FiledAnswers.h"
 #include "policy/IProfilerController.h"
 #include "policy/MatchingDirectiveGroup.h"
 #include "policy/WCharSet.h"
@@ -168,7 +169,8 @@ const DirectiveGroupIndex& DirectiveController::groupIndex() {
     return index;
 }
 
-void DirectiveController::candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out) {
+void DirectiveController::candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out,
+                                        std::vector<const char16_t*>* names) {
     const DirectiveGroupIndex& current = groupIndex();
     char16_t* assembly = nullptr;
     char16_t* className = nullptr;
@@ -176,7 +178,7 @@ void DirectiveController::candidatesFor(IMetaDataContext* context, DirectiveGrou
     if (!current.empty() && FAILED(context->getClassName(&assembly, &className))) {
         className = nullptr;
     }
-    current.candidates(assembly, className, out, true);
+    current.candidates(assembly, className, out, true, names);
 }
 
 bool DirectiveController::shouldMonitor(IMetaDataContext* context) {
@@ -361,10 +363,13 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
         return hr;
     }
     DirectiveGroupIndex::Candidates candidates;
-    groupIndex().candidates(assembly, className, candidates, meeting == Meeting::All);
-    for (IDirectiveGroup* candidate : candidates) {
-        if (match.accepts(candidate) && candidate->matchClass(context)) {
-            matched.push_back(candidate);
+    std::vector<const char16_t*> names;
+    groupIndex().candidates(assembly, className, candidates, meeting == Meeting::All, &names);
+    FiledAnswers answers;
+    const auto takes = [&](IDirectiveGroup* group) { return match.accepts(group) && group->matchClass(context); };
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        if (answers.answer(candidates[i], names[i], takes)) {
+            matched.push_back(candidates[i]);
         }
     }
     return hr;

@@ -50,7 +50,8 @@ public:
     // The index of the groups as they are now.
     const DirectiveGroupIndex& groupIndex();
     // The groups that can meet the class in hand, in the order of their names.
-    void candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out);
+    void candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out,
+                       std::vector<const char16_t*>* names = nullptr);
     FILE* getLog() const { return log; }
     DirectiveMatchingCache& getCache() { return *cache; }
 

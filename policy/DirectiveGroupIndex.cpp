@@ -93,16 +93,18 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     filed.clear();
     MemoryPages::reserve(filed, names.size());
     for (const Sortable& name : names) {
-        filed.push_back({name.name.data(), static_cast<uint32_t>(name.name.size()), name.ordinal});
+        const bool repeated = !filed.empty() && filed.back().name() == name.name;
+        filed.push_back(
+            {repeated ? filed.back().text : name.name.data(), static_cast<uint32_t>(name.name.size()), name.ordinal});
     }
 }
 
-void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<uint32_t>& ordinals) const {
+void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<Found>& found) const {
     const auto byName = [](const Filed& a, std::u16string_view b) { return before(a.name(), b); };
     // Filed names that begin with the class name...
     for (auto at = std::lower_bound(filed.begin(), filed.end(), name, byName);
          at != filed.end() && at->name().substr(0, name.size()) == name; ++at) {
-        ordinals.push_back(at->ordinal);
+        found.push_back({at->ordinal, at->text});
     }
     // ...and those the class name begins with: each is the greatest filed
     // name not above some prefix of it, found from the longest down.
@@ -118,7 +120,7 @@ void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<
             std::mismatch(below.begin(), below.end(), rest.begin(), rest.end()).first - below.begin());
         if (common == below.size()) {
             for (; at->name() == below; --at) {
-                ordinals.push_back(at->ordinal);
+                found.push_back({at->ordinal, at->text});
                 if (at == filed.begin()) {
                     break;
                 }
@@ -134,24 +136,31 @@ void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<
 }
 
 void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* className, Candidates& out,
-                                     bool withGeneral) const {
+                                     bool withGeneral, std::vector<const char16_t*>* names) const {
     out.clear();
     if (filed.empty() && withGeneral) {
         out = generalGroups;
+        if (names != nullptr) names->assign(out.size(), nullptr);
         return;
     }
-    std::vector<uint32_t> ordinals;
+    std::vector<Found> found;
     if (withGeneral) {
-        ordinals = generalOrdinals;
+        for (uint32_t ordinal : generalOrdinals) found.push_back({ordinal, nullptr});
     }
     if (!filed.empty() && className != nullptr) {
-        collectAgreeing(className, ordinals);
+        collectAgreeing(className, found);
         if (bracketed) {
             char16_t qualified[IMetaDataContext::kNameSize];
-            collectAgreeing(std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), ordinals);
+            collectAgreeing(std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), found);
         }
     }
-    std::sort(ordinals.begin(), ordinals.end());
-    ordinals.erase(std::unique(ordinals.begin(), ordinals.end()), ordinals.end());
-    for (uint32_t ordinal : ordinals) out.push_back(byOrdinal[ordinal]);
+    const auto byPlace = [](const Found& a, const Found& b) { return a.ordinal < b.ordinal; };
+    const auto samePlace = [](const Found& a, const Found& b) { return a.ordinal == b.ordinal; };
+    std::sort(found.begin(), found.end(), byPlace);
+    found.erase(std::unique(found.begin(), found.end(), samePlace), found.end());
+    if (names != nullptr) names->clear();
+    for (const Found& group : found) {
+        out.push_back(byOrdinal[group.ordinal]);
+        if (names != nullptr) names->push_back(group.name);
+    }
 }

@@ -26,8 +26,10 @@ public:
     void rebuild(Candidates ordered);
     // The groups filed under a name that agrees with the class, plain or with
     // its assembly in brackets, and the general groups if asked for; none
-    // filed for a null class name.
-    void candidates(const char16_t* assembly, const char16_t* className, Candidates& out, bool withGeneral) const;
+    // filed for a null class name. With names, each candidate's name beside
+    // it: equal names are one pointer, and a general group has none.
+    void candidates(const char16_t* assembly, const char16_t* className, Candidates& out, bool withGeneral,
+                    std::vector<const char16_t*>* names = nullptr) const;
     const Candidates& general() const { return generalGroups; }
     const Candidates& all() const { return byOrdinal; }
     bool empty() const { return filed.empty(); }
@@ -41,12 +43,17 @@ private:
         uint32_t ordinal;
         std::u16string_view name() const { return {text, length}; }
     };
-    void collectAgreeing(std::u16string_view name, std::vector<uint32_t>& ordinals) const;
+    // A group found for a class, by its place, and the name it was filed under.
+    struct Found {
+        uint32_t ordinal;
+        const char16_t* name;
+    };
+    void collectAgreeing(std::u16string_view name, std::vector<Found>& found) const;
 
     Candidates byOrdinal;
     Candidates generalGroups;
     std::vector<uint32_t> generalOrdinals;
-    // Sorted by name.
+    // Sorted by name; equal names share the text of the first.
     std::vector<Filed> filed;
     bool bracketed = false;
 };

@@ -4,6 +4,7 @@
 
 #include "platform/FormattedOutput.h"
 #include "policy/DirectiveController.h"
+#include "policy/FiledAnswers.h"
 #include "policy/WCharSet.h"
 
 DirectiveMatchingCache::DirectiveMatchingCache(int maxSize) : maxSize(maxSize) {}
@@ -111,9 +112,13 @@ bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMe
 }
 
 bool DirectiveMatchingCache::matchWithoutCache(IMetaDataContext* context, DirectiveController& controller) {
-    controller.candidatesFor(context, candidates);
-    for (IDirectiveGroup* group : candidates) {
-        if (group->isCreated() && group->isActive() && !group->skip(context) && group->match(context)) {
+    controller.candidatesFor(context, candidates, &candidateNames);
+    FiledAnswers answers;
+    const auto takes = [&](IDirectiveGroup* group) {
+        return group->isCreated() && group->isActive() && !group->skip(context) && group->matchClass(context);
+    };
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        if (answers.answer(candidates[i], candidateNames[i], takes) && candidates[i]->matchMethod(context)) {
             return true;
         }
     }

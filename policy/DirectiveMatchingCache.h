@@ -83,6 +83,8 @@ private:
 
     int maxSize;
     Entries entries;
-    // The groups of a walk without the cache, kept to spare an allocation.
+    // The groups of a walk without the cache and the names they were filed
+    // under, kept to spare an allocation.
     DirectiveGroupIndex::Candidates candidates;
+    std::vector<const char16_t*> candidateNames;
 };

@@ -37,6 +37,7 @@ public:
     bool addFirstUnits(FirstUnits& units) const override;
     bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) override;
     const char16_t* soleMethod() override { return nullptr; }
+    const char16_t* soleClass() override { return nullptr; }
 
 private:
     bool active = false;
