@@ -144,9 +144,6 @@ void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* c
         return;
     }
     std::vector<Found> found;
-    if (withGeneral) {
-        for (uint32_t ordinal : generalOrdinals) found.push_back({ordinal, nullptr});
-    }
     if (!filed.empty() && className != nullptr) {
         collectAgreeing(className, found);
         if (bracketed) {
@@ -154,13 +151,21 @@ void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* c
             collectAgreeing(std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), found);
         }
     }
-    const auto byPlace = [](const Found& a, const Found& b) { return a.ordinal < b.ordinal; };
-    const auto samePlace = [](const Found& a, const Found& b) { return a.ordinal == b.ordinal; };
-    std::sort(found.begin(), found.end(), byPlace);
-    found.erase(std::unique(found.begin(), found.end(), samePlace), found.end());
+    std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.ordinal < b.ordinal; });
+    found.erase(
+        std::unique(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.ordinal == b.ordinal; }),
+        found.end());
+    // Merged with the general groups, which are in order already.
     if (names != nullptr) names->clear();
+    const auto add = [&](uint32_t ordinal, const char16_t* name) {
+        out.push_back(byOrdinal[ordinal]);
+        if (names != nullptr) names->push_back(name);
+    };
+    auto general = generalOrdinals.begin();
+    const auto generalEnd = withGeneral ? generalOrdinals.end() : general;
     for (const Found& group : found) {
-        out.push_back(byOrdinal[group.ordinal]);
-        if (names != nullptr) names->push_back(group.name);
+        for (; general != generalEnd && *general < group.ordinal; ++general) add(*general, nullptr);
+        add(group.ordinal, group.name);
     }
+    for (; general != generalEnd; ++general) add(*general, nullptr);
 }
