@@ -66,7 +66,11 @@ ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view name, 
     }
     if (blocks.empty() || blocks.back().size() == kBlock) {
         std::vector<ClassLineGroup> block;
-        MemoryPages::reserve(block, kBlock);
+        if (blocks.empty()) {
+            block.reserve(kBlock);
+        } else {
+            MemoryPages::reserve(block, kBlock);
+        }
         blocks.push_back(std::move(block));
     }
     ClassLineGroup& added = blocks.back().emplace_back(room, number, classAt, methodAt);

@@ -39,8 +39,9 @@ private:
     ClassLineGroup& at(size_t index);
 
     TextArena text;
-    // Blocks of kBlock groups, each reserved once and mapped whole (see
-    // MemoryPages): a group never moves, as the index points at it.
+    // Blocks of kBlock groups, each reserved once: a group never moves, as
+    // the index points at it. All but the first, which a small file fills
+    // page by page, are mapped whole as they are made (see MemoryPages).
     std::vector<std::vector<ClassLineGroup>> blocks;
     size_t count = 0;
 };

@@ -1,7 +1,8 @@
 // Text that lives as long as its owner, kept in large blocks: a generated
 // directive file of a hundred thousand lines makes no allocation per line,
-// and its text is freed block by block. Blocks double up to 256 KB, each mapped
-// whole as it is made (see MemoryPages).
+// and its text is freed block by block. Blocks double up to 256 KB; all but
+// the first, which a small file fills page by page, are mapped whole as they
+// are made (see MemoryPages).
 //
 // Filled while directives load, then only read; no lock.
 #pragma once
@@ -20,7 +21,7 @@ public:
             const size_t block = kFirstBlockUnits << (blocks.size() < kDoublings ? blocks.size() : kDoublings);
             capacity = units > block ? units : block;
             blocks.push_back(std::make_unique_for_overwrite<char16_t[]>(capacity));
-            MemoryPages::populate(blocks.back().get(), capacity * sizeof(char16_t));
+            if (blocks.size() > 1) MemoryPages::populate(blocks.back().get(), capacity * sizeof(char16_t));
             used = 0;
         }
         char16_t* room = blocks.back().get() + used;
