@@ -125,7 +125,8 @@ TEST_F(Sampling, SessionsFindTheChainsTheirThreadsAreIn) {
     }
 
     // A thread blocked in native code: its managed frames down to the sleep.
-    const Sample* sleep = Session(lines, "asleep ").find(tokens["Sleep"]);
+    const Session asleep(lines, "asleep ");
+    const Sample* sleep = asleep.find(tokens["Sleep"]);
     ASSERT_NE(sleep, nullptr) << why(lines);
     EXPECT_GT(sleep->count, 10) << why(lines);
 
