@@ -35,10 +35,11 @@ ChildProcess ChildProcess::run(const std::vector<std::string>& argv, const std::
                                const std::string& workingDirectory, int timeoutSeconds) {
     ChildProcess result;
     const std::vector<char*> arguments = pointers(argv);
-    // A child that hosts the runtime hosts the same one as its parent.
+    // A child that hosts the runtime hosts the same one as its parent, and a
+    // sanitizer's build runs its children with the parent's sanitizer options.
     std::vector<std::string> inherited(environment);
-    if (const char* shared = getenv("TARN_DOTNET_SHARED")) {
-        inherited.push_back(std::string("TARN_DOTNET_SHARED=") + shared);
+    for (const char* name : {"TARN_DOTNET_SHARED", "ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+        if (const char* value = getenv(name)) inherited.push_back(std::string(name) + "=" + value);
     }
     const std::vector<char*> variables = pointers(inherited);
     FILE* out = tmpfile();
