@@ -1,6 +1,8 @@
 #include "platform/Environment.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <forward_list>
 #include <map>
 #include <mutex>
 #include <string>
@@ -10,8 +12,12 @@
 const char16_t* _wgetenv(LPCWSTR name) {
     // Every value read so far, so that the returned pointer outlives the call.
     // Made on first use and never destroyed: threads may still read at exit.
-    // Several threads ask: the map has a lock of its own.
-    static auto& environCache = *new std::map<std::basic_string<char16_t>, std::basic_string<char16_t>>();
+    // Several threads ask: the map has a lock of its own, and a value once
+    // handed out is never written again, as another thread may be reading it
+    // outside the lock; a variable that changes gets a value of its own for
+    // each text it has had.
+    static auto& environCache =
+        *new std::map<std::basic_string<char16_t>, std::forward_list<std::basic_string<char16_t>>>();
     static auto& cacheLock = *new std::mutex();
     std::string narrowName;
     FromChar16(name, narrowName);
@@ -22,11 +28,13 @@ const char16_t* _wgetenv(LPCWSTR name) {
     std::basic_string<char16_t> wide;
     FromChar8(value, wide);
     std::lock_guard<std::mutex> held(cacheLock);
-    std::basic_string<char16_t>& stored = environCache[name];
-    // Assigning in place keeps the old buffer, and so an earlier pointer, when
-    // the value has not changed.
-    stored.assign(wide);
-    return stored.c_str();
+    std::forward_list<std::basic_string<char16_t>>& values = environCache[name];
+    auto known = std::find(values.begin(), values.end(), wide);
+    if (known == values.end()) {
+        values.push_front(std::move(wide));
+        known = values.begin();
+    }
+    return known->c_str();
 }
 
 int _wputenv(LPCWSTR assignment) {

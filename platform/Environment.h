@@ -4,8 +4,8 @@
 
 #include "platform/Win32Types.h"
 
-// Null when unset. Otherwise a pointer into a process-wide cache, valid until
-// the same name is read again with another value.
+// Null when unset. Otherwise a pointer into a process-wide cache, valid and
+// unchanged for the life of the process, on any thread.
 const char16_t* _wgetenv(LPCWSTR name);
 // "NAME=VALUE", split at the first '='; the result of setenv, 1 without '='.
 int _wputenv(LPCWSTR assignment);
