@@ -13,7 +13,8 @@ class MemoryPages {
 public:
     // Maps the whole pages inside [start, start + bytes), writable, as the
     // first write would. False where nothing was mapped: no whole page inside,
-    // or a kernel older than 5.14, whose pages then fault in as they are used.
+    // a kernel older than 5.14 or an emulator, whose pages then fault in as
+    // they are used.
     static bool populate(void* start, size_t bytes);
 
     // Reserves room for count elements and maps what the reserve added.
