@@ -202,7 +202,6 @@ private:
     // Defines a shim in the module; with loaderFirst its corInitTrace starts
     // at the loader.
     HRESULT defineShim(ModuleID moduleId, bool loaderFirst);
-    bool isDynamicModule(ModuleID moduleId);
     // Whether the runtime may run precompiled code and asks before it does.
     bool keepsPrecompiledCode() const;
     // After a reload: the precompiled methods of the loaded modules that

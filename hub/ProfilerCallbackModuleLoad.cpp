@@ -42,6 +42,19 @@ struct ModuleVersion {
     USHORT version[4] = {};
 };
 
+// The runtime's flags of a module (COR_PRF_MODULE_...); none if it cannot say.
+DWORD moduleFlags(ICorProfilerInfo* info, ModuleID moduleId) {
+    AutoCOMPointer<ICorProfilerInfo3> info3;
+    ULONG length = 0;
+    AssemblyID assembly = 0;
+    DWORD flags = 0;
+    if (FAILED(info->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3))) ||
+        FAILED(info3->GetModuleInfo2(moduleId, nullptr, 0, &length, nullptr, &assembly, &flags))) {
+        return 0;
+    }
+    return flags;
+}
+
 ModuleVersion readModuleVersion(ICorProfilerInfo* info, ModuleID moduleId) {
     ModuleVersion facts;
     AutoCOMPointer<IMetaDataAssemblyImport> import;
@@ -134,13 +147,7 @@ HRESULT ProfilerCallback::recordModuleNames(ModuleID moduleId, ModuleNames& name
         HeldLock held(&moduleLock);
         moduleIds.emplace(names.path, moduleId);
     }
-    AutoCOMPointer<ICorProfilerInfo3> info3;
-    ULONG length = 0;
-    AssemblyID sameAssembly = 0;
-    if (FAILED(profilerInfo->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3))) ||
-        FAILED(info3->GetModuleInfo2(moduleId, nullptr, 0, &length, nullptr, &sameAssembly, &names.flags))) {
-        names.flags = 0;
-    }
+    names.flags = moduleFlags(profilerInfo, moduleId);
     if (SUCCEEDED(result)) {
         result = readName(names.assembly, [&](ULONG size, ULONG* length, char16_t* name) {
             return profilerInfo->GetAssemblyInfo(assemblyId, size, length, name, &names.domainId, nullptr);
@@ -225,11 +232,14 @@ HRESULT ProfilerCallback::prepareFirstModule(ModuleID moduleId, HRESULT result, 
 HRESULT ProfilerCallback::moduleShim(ModuleID moduleId) {
     auto known = moduleShims.find(moduleId);
     if (known != moduleShims.end()) return known->second.result;
-    if (isDynamicModule(moduleId)) {
+    if ((moduleFlags(profilerInfo, moduleId) & COR_PRF_MODULE_DYNAMIC) != 0) {
         known = moduleShims.find(coreLibraryModule);
         const HRESULT core =
             known != moduleShims.end() ? known->second.result : defineShim(coreLibraryModule, agentLoaded);
-        return SUCCEEDED(core) ? S_FALSE : core;
+        // Remembered as the module's answer: it has no class of its own.
+        const HRESULT answer = SUCCEEDED(core) ? S_FALSE : core;
+        moduleShims.emplace(moduleId, ModuleShim{answer, mdTypeDefNil});
+        return answer;
     }
     if (moduleId == coreLibraryModule && !agentLoaded) {
         return E_FAIL;
@@ -258,16 +268,6 @@ HRESULT ProfilerCallback::defineShim(ModuleID moduleId, bool loaderFirst) {
     fflush(nativeLog);
     moduleShims.emplace(moduleId, ModuleShim{defined, shim.definedClass()});
     return defined;
-}
-
-bool ProfilerCallback::isDynamicModule(ModuleID moduleId) {
-    AutoCOMPointer<ICorProfilerInfo3> info3;
-    ULONG length = 0;
-    AssemblyID assembly = 0;
-    DWORD flags = 0;
-    return SUCCEEDED(profilerInfo->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3))) &&
-           SUCCEEDED(info3->GetModuleInfo2(moduleId, nullptr, 0, &length, nullptr, &assembly, &flags)) &&
-           (flags & COR_PRF_MODULE_DYNAMIC) != 0;
 }
 
 void ProfilerCallback::findGenericTrigger(ModuleID moduleId, AppDomainID domainId, const char16_t* domainName,

@@ -125,6 +125,7 @@ void Profiler::forgetModule(ModuleID module) {
     loadTimeMaps.erase(loadTimeMaps.lower_bound(MethodKey(module, 0)),
                        loadTimeMaps.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
     localSignatureTokens.erase(module);
+    runtimeImports.erase(module);
     valueTypeGetter->forgetModule(module);
     for (auto* getters : {&memberGetters, &ownMemberGetters}) {
         for (AutoPointer<IMemberTokenGetter>& getter : *getters) {

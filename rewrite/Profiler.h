@@ -170,6 +170,8 @@ private:
     // Local signatures already turned into tokens, by module and bytes: the
     // runtime would find the equal blob too, at a far greater cost.
     std::map<ModuleID, std::unordered_map<std::string, unsigned int>> localSignatureTokens;
+    // The runtime's view of each module's metadata, asked for once a module.
+    std::map<ModuleID, AutoCOMPointer<IMetaDataImport>> runtimeImports;
     AutoPointer<IMemberTokenGetter> memberGetters[TraceMembers::kCount];
     // The same members in the method's own module, when each module has its shim.
     AutoPointer<IMemberTokenGetter> ownMemberGetters[TraceMembers::kCount];

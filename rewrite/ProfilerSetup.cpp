@@ -60,8 +60,12 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     }
     AutoCOMPointer<IMetaDataImport> newImport;
     if (SUCCEEDED(hr)) {
-        hr = info->GetModuleMetaData(newContext->getModuleID(), ofRead, IID_IMetaDataImport,
-                                     reinterpret_cast<IUnknown**>(&newImport));
+        AutoCOMPointer<IMetaDataImport>& known = runtimeImports[newContext->getModuleID()];
+        if (known.get() == nullptr) {
+            hr = info->GetModuleMetaData(newContext->getModuleID(), ofRead, IID_IMetaDataImport,
+                                         reinterpret_cast<IUnknown**>(&known));
+        }
+        newImport = known;
     }
     AutoPointer<IMethodBuffer> newBuffer;
     if (SUCCEEDED(hr)) {
