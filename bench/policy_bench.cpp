@@ -216,7 +216,7 @@ BENCHMARK(DecisionWithoutCache)->Unit(benchmark::kMillisecond);
 void DecisionWithGeneratedFile(benchmark::State& state) {
     decideEveryMethod(state, true, static_cast<size_t>(state.range(0)) << 20);
 }
-BENCHMARK(DecisionWithGeneratedFile)->Arg(5)->Arg(50)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(DecisionWithGeneratedFile)->Arg(5)->Arg(50)->Unit(benchmark::kMillisecond)->Iterations(10);
 
 // Reading a generated file of one-method lines of 5 MB.
 void ReadGeneratedFile(benchmark::State& state) {

@@ -8,6 +8,9 @@
 
 namespace {
 
+// How many steps ahead a group is fetched.
+constexpr size_t kAhead = 16;
+
 // Names in the order of their code units, as the group map orders its own.
 // Any order would serve that keeps names with a common beginning together
 // and puts a name before its extensions.
@@ -163,9 +166,11 @@ void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* c
     };
     auto general = generalOrdinals.begin();
     const auto generalEnd = withGeneral ? generalOrdinals.end() : general;
-    for (const Found& group : found) {
-        for (; general != generalEnd && *general < group.ordinal; ++general) add(*general, nullptr);
-        add(group.ordinal, group.name);
+    for (size_t i = 0; i < found.size(); ++i) {
+        // Groups found under names lie all over a large file's.
+        if (i + kAhead < found.size()) __builtin_prefetch(&byOrdinal[found[i + kAhead].ordinal]);
+        for (; general != generalEnd && *general < found[i].ordinal; ++general) add(*general, nullptr);
+        add(found[i].ordinal, found[i].name);
     }
     for (; general != generalEnd; ++general) add(*general, nullptr);
 }
