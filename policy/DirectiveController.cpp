@@ -23,6 +23,15 @@
 
 namespace {
 
+// Equal to the text, which is read once: every line of a generated file is
+// compared with the keyword of the line before.
+bool sameText(const std::u16string& known, const char16_t* text) {
+    for (char16_t unit : known) {
+        if (*text++ != unit) return false;
+    }
+    return *text == 0;
+}
+
 // The controller's scan context, held for one scan and given back when the
 // scan ends, however it ends, placed nowhere: without the module's metadata,
 // and without names that a later scan could take for its own.
@@ -224,7 +233,7 @@ HRESULT DirectiveController::readDirective(char16_t* line) {
             return S_OK;
         }
         // A generated file repeats one keyword line after line.
-        if (parsed.count != lastKeyword.count || lastKeyword.text != parsed.keyword) {
+        if (parsed.count != lastKeyword.count || !sameText(lastKeyword.text, parsed.keyword)) {
             lastKeyword.text = parsed.keyword;
             lastKeyword.count = parsed.count;
             lastKeyword.found = DirectiveKeywords::find(parsed);
