@@ -8,7 +8,7 @@
 
 namespace {
 
-// How many steps ahead a group is fetched.
+// How many steps ahead a name or a group is fetched.
 constexpr size_t kAhead = 16;
 
 // Names in the order of their code units, as the group map orders its own.
@@ -53,6 +53,10 @@ void sortByChunks(std::vector<Sortable>& entries) {
         const auto end = begin + static_cast<long>(range.count);
         bool alike = true;
         for (auto entry = begin; entry != end; ++entry) {
+            // The names lie all over the file's text, in another order.
+            if (end - entry > static_cast<long>(kAhead)) {
+                __builtin_prefetch(entry[kAhead].name.data() + range.depth);
+            }
             entry->chunk = chunkAt(entry->name, range.depth);
             alike = alike && entry->chunk == begin->chunk;
         }
@@ -82,6 +86,7 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     std::vector<Sortable> names;
     MemoryPages::reserve(names, byOrdinal.size());
     for (uint32_t ordinal = 0; ordinal < byOrdinal.size(); ++ordinal) {
+        if (ordinal + kAhead < byOrdinal.size()) __builtin_prefetch(byOrdinal[ordinal + kAhead]);
         IDirectiveGroup* group = byOrdinal[ordinal];
         const bool named = group->namedClassesOnly([&](const char16_t* name) {
             names.push_back({name, ordinal, 0});
@@ -95,7 +100,9 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     sortByChunks(names);
     filed.clear();
     MemoryPages::reserve(filed, names.size());
-    for (const Sortable& name : names) {
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (i + kAhead < names.size()) __builtin_prefetch(names[i + kAhead].name.data());
+        const Sortable& name = names[i];
         const bool repeated = !filed.empty() && filed.back().name() == name.name;
         filed.push_back(
             {repeated ? filed.back().text : name.name.data(), static_cast<uint32_t>(name.name.size()), name.ordinal});
