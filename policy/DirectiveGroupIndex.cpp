@@ -107,14 +107,30 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
         filed.push_back(
             {repeated ? filed.back().text : name.name.data(), static_cast<uint32_t>(name.name.size()), name.ordinal});
     }
+    // The groups of one name in their order: a class's candidates are then
+    // merged from a few ordered runs.
+    for (auto run = filed.begin(); run != filed.end();) {
+        const auto runEnd = std::find_if(run, filed.end(), [&](const Filed& entry) { return entry.text != run->text; });
+        std::sort(run, runEnd, [](const Filed& a, const Filed& b) { return a.ordinal < b.ordinal; });
+        run = runEnd;
+    }
 }
 
-void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<Found>& found) const {
-    const auto byName = [](const Filed& a, std::u16string_view b) { return before(a.name(), b); };
+void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<Found>& found,
+                                          std::vector<size_t>& runs) const {
+    // One name's groups, in order; equal names share their text.
+    const auto addRun = [&](std::vector<Filed>::const_iterator first) {
+        if (!found.empty()) runs.push_back(found.size());
+        for (const char16_t* text = first->text; first != filed.end() && first->text == text; ++first) {
+            found.push_back({first->ordinal, text});
+        }
+        return first;
+    };
     // Filed names that begin with the class name...
+    const auto byName = [](const Filed& a, std::u16string_view b) { return before(a.name(), b); };
     for (auto at = std::lower_bound(filed.begin(), filed.end(), name, byName);
-         at != filed.end() && at->name().substr(0, name.size()) == name; ++at) {
-        found.push_back({at->ordinal, at->text});
+         at != filed.end() && at->name().substr(0, name.size()) == name;) {
+        at = addRun(at);
     }
     // ...and those the class name begins with: each is the greatest filed
     // name not above some prefix of it, found from the longest down.
@@ -129,12 +145,8 @@ void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<
         const size_t common = static_cast<size_t>(
             std::mismatch(below.begin(), below.end(), rest.begin(), rest.end()).first - below.begin());
         if (common == below.size()) {
-            for (; at->name() == below; --at) {
-                found.push_back({at->ordinal, at->text});
-                if (at == filed.begin()) {
-                    break;
-                }
-            }
+            while (at != filed.begin() && (at - 1)->text == at->text) --at;
+            addRun(at);
             if (below.empty()) {
                 break;
             }
@@ -154,14 +166,21 @@ void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* c
         return;
     }
     std::vector<Found> found;
+    std::vector<size_t> runs;
     if (!filed.empty() && className != nullptr) {
-        collectAgreeing(className, found);
+        collectAgreeing(className, found, runs);
         if (bracketed) {
             char16_t qualified[IMetaDataContext::kNameSize];
-            collectAgreeing(std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), found);
+            collectAgreeing(std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), found, runs);
         }
     }
-    std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.ordinal < b.ordinal; });
+    // Each name's run is in order already.
+    for (size_t i = 0; i < runs.size(); ++i) {
+        const size_t end = i + 1 < runs.size() ? runs[i + 1] : found.size();
+        std::inplace_merge(found.begin(), found.begin() + static_cast<long>(runs[i]),
+                           found.begin() + static_cast<long>(end),
+                           [](const Found& a, const Found& b) { return a.ordinal < b.ordinal; });
+    }
     found.erase(
         std::unique(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.ordinal == b.ordinal; }),
         found.end());

@@ -48,12 +48,14 @@ private:
         uint32_t ordinal;
         const char16_t* name;
     };
-    void collectAgreeing(std::u16string_view name, std::vector<Found>& found) const;
+    // Appends the groups filed under names that agree with name, name by
+    // name, and where each name's run after the first starts.
+    void collectAgreeing(std::u16string_view name, std::vector<Found>& found, std::vector<size_t>& runs) const;
 
     Candidates byOrdinal;
     Candidates generalGroups;
     std::vector<uint32_t> generalOrdinals;
-    // Sorted by name; equal names share the text of the first.
+    // Sorted by name, equal names by place; equal names share the text of the first.
     std::vector<Filed> filed;
     bool bracketed = false;
 };

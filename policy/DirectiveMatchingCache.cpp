@@ -12,6 +12,21 @@ namespace {
 // How many steps ahead a candidate's class name is fetched; its group twice as far.
 constexpr size_t kAhead = 16;
 
+// The name is among the first sole methods listed; only the first few are
+// compared, so that a class with thousands of them costs no more per name.
+bool listedEarly(const std::vector<DirectiveMatchingMetaData::SoleMethod>& listed, const char16_t* name) {
+    const size_t compared = listed.size() < 32 ? listed.size() : 32;
+    for (size_t i = 0; i < compared; ++i) {
+        if (listed[i].first != name[0]) continue;
+        const char16_t* a = listed[i].name;
+        const char16_t* b = name;
+        for (; *a != 0 && *a == *b; ++a, ++b) {
+        }
+        if (*a == *b) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 DirectiveMatchingCache::DirectiveMatchingCache(int maxSize) : maxSize(maxSize) {}
@@ -59,7 +74,9 @@ bool DirectiveMatchingCache::askMatched(IMetaDataContext* context, DirectiveMatc
     for (; known.split < known.matchedGroups.size(); ++known.split) {
         const auto place = static_cast<uint32_t>(known.split);
         if (const char16_t* method = known.matchedGroups[place]->soleMethod()) {
-            known.soleMethods.push_back({method, place, method[0]});
+            // A name already listed answers first: a generated file names a
+            // class's few methods over and over.
+            if (!listedEarly(known.soleMethods, method)) known.soleMethods.push_back({method, place, method[0]});
         } else {
             known.others.push_back(place);
         }
