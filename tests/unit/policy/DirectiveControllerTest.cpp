@@ -7,7 +7,10 @@
 #include <string>
 
 #include "PolicyFixture.h"
+#include "policy/ClassLineGroup.h"
 #include "policy/DirectiveController.h"
+#include "policy/DirectiveGroupIndex.h"
+#include "policy/MatchingDirectiveGroup.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -265,4 +268,46 @@ TEST_F(DirectiveMatchingCacheOnShop, GlobalSkipsHoldForEveryMethodOfAKnownClass)
         EXPECT_FALSE(ask(*skipping, u"Shop.Invoice", u"Cancel")) << round;
         EXPECT_TRUE(ask(*skipping, u"Shop.Invoice", u"Issue")) << round;
     }
+}
+
+// A class's candidates come in the groups' order, whichever name, plain or
+// bracketed, each was filed under and however the names interleave.
+TEST(DirectiveGroupIndex, CandidatesKeepTheGroupsOrderAcrossNames) {
+    struct Line {
+        std::u16string text;
+        uint16_t classAt;
+    };
+    const Line lines[] = {{std::u16string(u"L0\0Shop.Order\0Run\0", 18), 3},
+                          {std::u16string(u"L1\0Shop.Ord\0Run\0", 16), 3},
+                          {std::u16string(u"L2\0[Shapes]Shop.Order\0Run\0", 26), 3},
+                          {std::u16string(u"L3\0Shop.Order\0Run\0", 18), 3},
+                          {std::u16string(u"L4\0Shop.OrderLine\0Run\0", 22), 3},
+                          {std::u16string(u"L5\0Shop.Invoice\0Run\0", 20), 3},
+                          {std::u16string(u"L6\0Shop.Ord\0Run\0", 16), 3}};
+    std::vector<std::unique_ptr<IDirectiveGroup>> owned;
+    DirectiveGroupIndex::Candidates ordered;
+    for (uint32_t i = 0; i < std::size(lines); ++i) {
+        if (i == 2) {
+            // A general group between the filed ones.
+            auto general = std::make_unique<MatchingDirectiveGroup>(u"General");
+            general->getClassMatcher()->addAllClassesRule();
+            ordered.push_back(owned.emplace_back(std::move(general)).get());
+        }
+        const Line& line = lines[i];
+        const auto methodAt = static_cast<uint16_t>(line.text.size() - 4);
+        ordered.push_back(
+            owned.emplace_back(std::make_unique<ClassLineGroup>(line.text.data(), i, line.classAt, methodAt)).get());
+    }
+    DirectiveGroupIndex index;
+    index.rebuild(ordered);
+    DirectiveGroupIndex::Candidates found;
+    std::vector<const char16_t*> names;
+    index.candidates(u"Shapes", u"Shop.Order", found, true, &names);
+    // All but the invoice's line, in order; equal names share one text.
+    EXPECT_THAT(found, ElementsAre(ordered[0], ordered[1], ordered[2], ordered[3], ordered[4], ordered[5], ordered[7]));
+    EXPECT_EQ(names[0], names[4]);
+    EXPECT_EQ(names[1], names[6]);
+    EXPECT_EQ(names[2], nullptr);
+    index.candidates(u"Shapes", u"Shop.Order", found, false);
+    EXPECT_THAT(found, ElementsAre(ordered[0], ordered[1], ordered[3], ordered[4], ordered[5], ordered[7]));
 }
