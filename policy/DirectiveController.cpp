@@ -172,22 +172,36 @@ DirectiveGroupIndex::Candidates DirectiveController::groupsInOrder() {
 
 const DirectiveGroupIndex& DirectiveController::groupIndex() {
     if (indexStale) {
+        // Cached classes hold runs of the index they were decided with.
+        cache->clear();
         index.rebuild(groupsInOrder());
         indexStale = false;
     }
     return index;
 }
 
-void DirectiveController::candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out,
-                                        std::vector<const char16_t*>* names) {
+const DirectiveGroupIndex& DirectiveController::indexFor(IMetaDataContext* context, char16_t*& assembly,
+                                                         char16_t*& className) {
     const DirectiveGroupIndex& current = groupIndex();
-    char16_t* assembly = nullptr;
-    char16_t* className = nullptr;
     // A filed group's class test fails without a class name.
     if (!current.empty() && FAILED(context->getClassName(&assembly, &className))) {
         className = nullptr;
     }
-    current.candidates(assembly, className, out, true, names);
+    return current;
+}
+
+void DirectiveController::candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out,
+                                        std::vector<const char16_t*>* names) {
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    indexFor(context, assembly, className).candidates(assembly, className, out, true, names);
+}
+
+void DirectiveController::candidateRunsFor(IMetaDataContext* context, std::vector<DirectiveGroupIndex::Placed>& groups,
+                                           std::vector<const DirectiveGroupIndex::NameRun*>& runs) {
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    indexFor(context, assembly, className).candidateRuns(assembly, className, groups, runs);
 }
 
 bool DirectiveController::shouldMonitor(IMetaDataContext* context) {

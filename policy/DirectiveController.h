@@ -52,6 +52,9 @@ public:
     // The groups that can meet the class in hand, in the order of their names.
     void candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out,
                        std::vector<const char16_t*>* names = nullptr);
+    // The same with places, and the runs among them as runs.
+    void candidateRunsFor(IMetaDataContext* context, std::vector<DirectiveGroupIndex::Placed>& groups,
+                          std::vector<const DirectiveGroupIndex::NameRun*>& runs);
     FILE* getLog() const { return log; }
     DirectiveMatchingCache& getCache() { return *cache; }
 
@@ -60,6 +63,9 @@ private:
     // scan selected, the groups filed under the class's names, or both.
     enum class Meeting { General, Filed, All };
 
+    // The index as it is now, and the names the class in hand is filed under
+    // (no class name: none).
+    const DirectiveGroupIndex& indexFor(IMetaDataContext* context, char16_t*& assembly, char16_t*& className);
     // The group of a map entry, made if the entry was just added.
     IDirectiveGroup* groupAt(DirectiveGroupMap::iterator entry, bool added);
     // The named groups and the class-line groups, merged in the order of names.

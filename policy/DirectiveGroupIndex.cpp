@@ -28,10 +28,19 @@ uint64_t chunkAt(std::u16string_view name, size_t position) {
     return chunk;
 }
 
+// The order of two terminated names' code units: below, equal or above zero.
+int unitOrder(const char16_t* a, const char16_t* b) {
+    for (; *a != 0 && *a == *b; ++a, ++b) {
+    }
+    return static_cast<int>(*a) - static_cast<int>(*b);
+}
+
 struct Sortable {
-    std::u16string_view name;
+    const char16_t* text;
+    uint32_t length;
     uint32_t ordinal;
     uint64_t chunk;
+    std::u16string_view name() const { return {text, length}; }
 };
 
 // Sorts the names four units at a time: each name of a range is read once for
@@ -55,9 +64,9 @@ void sortByChunks(std::vector<Sortable>& entries) {
         for (auto entry = begin; entry != end; ++entry) {
             // The names lie all over the file's text, in another order.
             if (end - entry > static_cast<long>(kAhead)) {
-                __builtin_prefetch(entry[kAhead].name.data() + range.depth);
+                __builtin_prefetch(entry[kAhead].text + range.depth);
             }
-            entry->chunk = chunkAt(entry->name, range.depth);
+            entry->chunk = chunkAt(entry->name(), range.depth);
             alike = alike && entry->chunk == begin->chunk;
         }
         if (!alike) {
@@ -89,7 +98,8 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
         if (ordinal + kAhead < byOrdinal.size()) __builtin_prefetch(byOrdinal[ordinal + kAhead]);
         IDirectiveGroup* group = byOrdinal[ordinal];
         const bool named = group->namedClassesOnly([&](const char16_t* name) {
-            names.push_back({name, ordinal, 0});
+            const std::u16string_view text(name);
+            names.push_back({text.data(), static_cast<uint32_t>(text.size()), ordinal, 0});
             bracketed = bracketed || name[0] == u'[';
         });
         if (!named) {
@@ -100,29 +110,78 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     sortByChunks(names);
     filed.clear();
     MemoryPages::reserve(filed, names.size());
-    for (size_t i = 0; i < names.size(); ++i) {
-        if (i + kAhead < names.size()) __builtin_prefetch(names[i + kAhead].name.data());
-        const Sortable& name = names[i];
-        const bool repeated = !filed.empty() && filed.back().name() == name.name;
-        filed.push_back(
-            {repeated ? filed.back().text : name.name.data(), static_cast<uint32_t>(name.name.size()), name.ordinal});
+    for (size_t first = 0, end = 0; first < names.size(); first = end) {
+        // One name's groups, in order; they share the text of the first.
+        for (end = first + 1; end < names.size() && names[end].name() == names[first].name(); ++end) {
+            if (end + kAhead < names.size()) __builtin_prefetch(names[end + kAhead].text);
+        }
+        const auto begin = names.begin() + static_cast<long>(first);
+        const auto stop = names.begin() + static_cast<long>(end);
+        std::sort(begin, stop, [](const Sortable& a, const Sortable& b) { return a.ordinal < b.ordinal; });
+        for (auto entry = begin; entry != stop; ++entry) filed.push_back({begin->text, begin->length, entry->ordinal});
     }
-    // The groups of one name in their order: a class's candidates are then
-    // merged from a few ordered runs.
-    for (auto run = filed.begin(); run != filed.end();) {
-        const auto runEnd = std::find_if(run, filed.end(), [&](const Filed& entry) { return entry.text != run->text; });
-        std::sort(run, runEnd, [](const Filed& a, const Filed& b) { return a.ordinal < b.ordinal; });
-        run = runEnd;
+    // Runs are made as classes meet their names, within what is reserved here.
+    runs.clear();
+    runMethods.clear();
+    runPlaces.clear();
+    runOf.clear();
+    runs.reserve(filed.size() / 2);
+    runMethods.reserve(filed.size());
+    runPlaces.reserve(filed.size());
+    inRun.assign(byOrdinal.size(), false);
+}
+
+const DirectiveGroupIndex::NameRun* DirectiveGroupIndex::runAt(uint32_t filedAt) const {
+    const auto [known, added] = runOf.try_emplace(filedAt, kNoRun);
+    if (!added) {
+        return known->second == kNoRun ? nullptr : &runs[known->second];
     }
+    std::vector<std::pair<const char16_t*, uint32_t>> sole;
+    for (auto entry = filed.begin() + filedAt; entry != filed.end() && entry->text == filed[filedAt].text; ++entry) {
+        IDirectiveGroup* group = byOrdinal[entry->ordinal];
+        const char16_t* method = group->soleClass() != nullptr ? group->soleMethod() : nullptr;
+        if (method != nullptr) sole.emplace_back(method, entry->ordinal);
+    }
+    if (sole.size() < 2) {
+        return nullptr;
+    }
+    known->second = static_cast<uint32_t>(runs.size());
+    addRun(sole);
+    return &runs.back();
+}
+
+void DirectiveGroupIndex::addRun(std::vector<std::pair<const char16_t*, uint32_t>>& sole) const {
+    // Equal method names together, each one's places in order.
+    std::sort(sole.begin(), sole.end(), [](const auto& a, const auto& b) {
+        const int order = unitOrder(a.first, b.first);
+        return order != 0 ? order < 0 : a.second < b.second;
+    });
+    const MethodPlaces* methods = runMethods.data() + runMethods.size();
+    for (size_t first = 0, end = 0; first < sole.size(); first = end) {
+        const char16_t* name = sole[first].first;
+        const uint32_t* places = runPlaces.data() + runPlaces.size();
+        for (end = first; end < sole.size() && unitOrder(sole[end].first, name) == 0; ++end) {
+            runPlaces.push_back(sole[end].second);
+            inRun[sole[end].second] = true;
+        }
+        runMethods.push_back({sole[first].first, places, static_cast<uint32_t>(end - first), sole[first].first[0]});
+    }
+    runs.push_back({byOrdinal[sole.front().second], methods,
+                    static_cast<uint32_t>(runMethods.data() + runMethods.size() - methods)});
 }
 
 void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<Found>& found,
-                                          std::vector<size_t>& runs) const {
+                                          std::vector<size_t>& starts, std::vector<const NameRun*>* nameRuns) const {
     // One name's groups, in order; equal names share their text.
     const auto addRun = [&](std::vector<Filed>::const_iterator first) {
-        if (!found.empty()) runs.push_back(found.size());
+        if (!found.empty()) starts.push_back(found.size());
+        const NameRun* run = nullptr;
+        if (nameRuns != nullptr && first + 1 != filed.end() && (first + 1)->text == first->text) {
+            run = runAt(static_cast<uint32_t>(first - filed.begin()));
+            if (run != nullptr) nameRuns->push_back(run);
+        }
         for (const char16_t* text = first->text; first != filed.end() && first->text == text; ++first) {
-            found.push_back({first->ordinal, text});
+            if (run == nullptr || !inRun[first->ordinal]) found.push_back({first->ordinal, text});
         }
         return first;
     };
@@ -157,33 +216,35 @@ void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<
     }
 }
 
-void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* className, Candidates& out,
-                                     bool withGeneral, std::vector<const char16_t*>* names) const {
-    out.clear();
-    if (filed.empty() && withGeneral) {
-        out = generalGroups;
-        if (names != nullptr) names->assign(out.size(), nullptr);
+void DirectiveGroupIndex::collectFiled(const char16_t* assembly, const char16_t* className, std::vector<Found>& found,
+                                       std::vector<const NameRun*>* nameRuns) const {
+    if (filed.empty() || className == nullptr) {
         return;
     }
-    std::vector<Found> found;
-    std::vector<size_t> runs;
-    if (!filed.empty() && className != nullptr) {
-        collectAgreeing(className, found, runs);
-        if (bracketed) {
-            char16_t qualified[IMetaDataContext::kNameSize];
-            collectAgreeing(std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), found, runs);
-        }
+    std::vector<size_t> starts;
+    collectAgreeing(className, found, starts, nameRuns);
+    if (bracketed) {
+        char16_t qualified[IMetaDataContext::kNameSize];
+        collectAgreeing(std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), found, starts,
+                        nameRuns);
     }
-    // Each name's run is in order already.
-    for (size_t i = 0; i < runs.size(); ++i) {
-        const size_t end = i + 1 < runs.size() ? runs[i + 1] : found.size();
-        std::inplace_merge(found.begin(), found.begin() + static_cast<long>(runs[i]),
+    // Each name's groups are in order already.
+    for (size_t i = 0; i < starts.size(); ++i) {
+        const size_t end = i + 1 < starts.size() ? starts[i + 1] : found.size();
+        std::inplace_merge(found.begin(), found.begin() + static_cast<long>(starts[i]),
                            found.begin() + static_cast<long>(end),
                            [](const Found& a, const Found& b) { return a.ordinal < b.ordinal; });
     }
     found.erase(
         std::unique(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.ordinal == b.ordinal; }),
         found.end());
+}
+
+void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* className, Candidates& out,
+                                     bool withGeneral, std::vector<const char16_t*>* names) const {
+    out.clear();
+    std::vector<Found> found;
+    collectFiled(assembly, className, found, nullptr);
     // Merged with the general groups, which are in order already.
     if (names != nullptr) names->clear();
     const auto add = [&](uint32_t ordinal, const char16_t* name) {
@@ -199,4 +260,23 @@ void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* c
         add(found[i].ordinal, found[i].name);
     }
     for (; general != generalEnd; ++general) add(*general, nullptr);
+}
+
+void DirectiveGroupIndex::candidateRuns(const char16_t* assembly, const char16_t* className,
+                                        std::vector<Placed>& groups, std::vector<const NameRun*>& nameRuns) const {
+    groups.clear();
+    nameRuns.clear();
+    std::vector<Found> found;
+    collectFiled(assembly, className, found, &nameRuns);
+    std::sort(nameRuns.begin(), nameRuns.end());
+    nameRuns.erase(std::unique(nameRuns.begin(), nameRuns.end()), nameRuns.end());
+    auto general = generalOrdinals.begin();
+    for (size_t i = 0; i < found.size(); ++i) {
+        if (i + kAhead < found.size()) __builtin_prefetch(&byOrdinal[found[i + kAhead].ordinal]);
+        for (; general != generalOrdinals.end() && *general < found[i].ordinal; ++general) {
+            groups.push_back({*general, byOrdinal[*general]});
+        }
+        groups.push_back({found[i].ordinal, byOrdinal[found[i].ordinal]});
+    }
+    for (; general != generalOrdinals.end(); ++general) groups.push_back({*general, byOrdinal[*general]});
 }

@@ -8,12 +8,21 @@
 // The candidates are thus a superset of the groups whose class test can pass,
 // in the order of the groups' names; callers still ask each of them.
 //
+// A name that two or more one-line groups selecting one method each are filed
+// under makes a run (a generated file names one class in hundreds of lines,
+// with a few method names): one class test answers for the whole run, and the
+// run lists each distinct method name with the places of its groups.
+//
 // Contract: the names belong to the groups, whose class rules do not change
-// between a rebuild and the next change of the rules. No lock inside.
+// between a rebuild and the next change of the rules; runs live until the next
+// rebuild. No lock inside: candidateRuns makes a name's run the first time a
+// class meets it, so its callers are serialised (the match cache's are).
 #pragma once
 
 #include <cstdint>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "policy/IDirectiveGroup.h"
@@ -21,6 +30,25 @@
 class DirectiveGroupIndex {
 public:
     using Candidates = std::vector<IDirectiveGroup*>;
+
+    // A group and its place among all.
+    struct Placed {
+        uint32_t ordinal;
+        IDirectiveGroup* group;
+    };
+    // A method name of a run, and the places of the run's groups that select
+    // it, in order.
+    struct MethodPlaces {
+        const char16_t* name;
+        const uint32_t* places;
+        uint32_t count;
+        char16_t first;  // turns most names away without reading the text
+    };
+    struct NameRun {
+        IDirectiveGroup* sample;  // any of its groups, for the class test
+        const MethodPlaces* methods;
+        uint32_t count;
+    };
 
     // Files every group, given in the order in which they are asked.
     void rebuild(Candidates ordered);
@@ -30,6 +58,10 @@ public:
     // it: equal names are one pointer, and a general group has none.
     void candidates(const char16_t* assembly, const char16_t* className, Candidates& out, bool withGeneral,
                     std::vector<const char16_t*>* names = nullptr) const;
+    // The same candidates, general groups included, with their places; but
+    // the groups of runs come as their runs, once each.
+    void candidateRuns(const char16_t* assembly, const char16_t* className, std::vector<Placed>& groups,
+                       std::vector<const NameRun*>& runs) const;
     const Candidates& general() const { return generalGroups; }
     const Candidates& all() const { return byOrdinal; }
     bool empty() const { return filed.empty(); }
@@ -49,8 +81,19 @@ private:
         const char16_t* name;
     };
     // Appends the groups filed under names that agree with name, name by
-    // name, and where each name's run after the first starts.
-    void collectAgreeing(std::u16string_view name, std::vector<Found>& found, std::vector<size_t>& runs) const;
+    // name, and where each name's groups after the first name's start. With
+    // nameRuns, the groups of a run are left out and the run added instead.
+    void collectAgreeing(std::u16string_view name, std::vector<Found>& found, std::vector<size_t>& starts,
+                         std::vector<const NameRun*>* nameRuns) const;
+    // The groups filed under names that agree with the class, in order, once each.
+    void collectFiled(const char16_t* assembly, const char16_t* className, std::vector<Found>& found,
+                      std::vector<const NameRun*>* nameRuns) const;
+    // The run of the name filed from filedAt on, made the first time it is
+    // asked for; null if the name has no run.
+    const NameRun* runAt(uint32_t filedAt) const;
+    // Makes a run of one-line groups' method names and places, in the order
+    // of places.
+    void addRun(std::vector<std::pair<const char16_t*, uint32_t>>& sole) const;
 
     Candidates byOrdinal;
     Candidates generalGroups;
@@ -58,4 +101,14 @@ private:
     // Sorted by name, equal names by place; equal names share the text of the first.
     std::vector<Filed> filed;
     bool bracketed = false;
+    // The runs made so far, by where their names start in filed, and what
+    // they list; reserved whole at a rebuild, as runs point into them. Only
+    // candidateRuns makes or reads them.
+    static constexpr uint32_t kNoRun = UINT32_MAX;
+    mutable std::vector<NameRun> runs;
+    mutable std::unordered_map<uint32_t, uint32_t> runOf;
+    mutable std::vector<MethodPlaces> runMethods;
+    mutable std::vector<uint32_t> runPlaces;
+    // Which places belong to runs made so far.
+    mutable std::vector<bool> inRun;
 };

@@ -1,6 +1,8 @@
 #include "policy/DirectiveMatchingCache.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <span>
 
 #include "platform/FormattedOutput.h"
 #include "policy/DirectiveController.h"
@@ -9,22 +11,30 @@
 
 namespace {
 
+using NameRun = DirectiveGroupIndex::NameRun;
+
 // How many steps ahead a candidate's class name is fetched; its group twice as far.
 constexpr size_t kAhead = 16;
 
-// The name is among the first sole methods listed; only the first few are
-// compared, so that a class with thousands of them costs no more per name.
-bool listedEarly(const std::vector<DirectiveMatchingMetaData::SoleMethod>& listed, const char16_t* name) {
-    const size_t compared = listed.size() < 32 ? listed.size() : 32;
-    for (size_t i = 0; i < compared; ++i) {
-        if (listed[i].first != name[0]) continue;
-        const char16_t* a = listed[i].name;
-        const char16_t* b = name;
-        for (; *a != 0 && *a == *b; ++a, ++b) {
+// A method name agrees with a listed one; names that agree have the same
+// first unit, or one of them is empty.
+bool agreesWith(const char16_t* listed, char16_t first, const char16_t* name) {
+    return (first == name[0] || first == 0 || name[0] == 0) && WCharSet::agrees(listed, name);
+}
+
+// The first place at or after from of a group of the runs that selects the
+// method so named; nowhere if none does.
+uint32_t firstRunMatch(const std::vector<const NameRun*>& runs, const char16_t* name, uint32_t from) {
+    uint32_t first = DirectiveMatchingCache::kNowhere;
+    for (const NameRun* run : runs) {
+        for (const DirectiveGroupIndex::MethodPlaces& method : std::span(run->methods, run->count)) {
+            if (!agreesWith(method.name, method.first, name)) continue;
+            const uint32_t* end = method.places + method.count;
+            const uint32_t* at = std::lower_bound(method.places, end, from);
+            if (at != end && *at < first) first = *at;
         }
-        if (*a == *b) return true;
     }
-    return false;
+    return first;
 }
 
 }  // namespace
@@ -36,6 +46,8 @@ void DirectiveMatchingCache::clear() {
 }
 
 bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveController& controller) {
+    // A rebuilt index empties the cache: entries hold the runs of the last.
+    (void)controller.groupIndex();
     // The tests below fetch names as they need them: a class already in the
     // cache is mostly decided by the method's name alone.
     const ClassID classId = context->getClassID();
@@ -64,66 +76,79 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
                 fflush(log);
             }
         }
-        controller.candidatesFor(context, entry->second->candidates);
-        return walk(context, *entry->second);
+        DirectiveMatchingMetaData& known = *entry->second;
+        controller.candidateRunsFor(context, known.candidates, known.runs);
+        // A run's class test is one test of its name.
+        std::erase_if(known.runs, [&](const NameRun* run) { return !run->sample->matchClass(context); });
+        return walk(context, known);
     }
     return matchWithoutCache(context, controller);
 }
 
 bool DirectiveMatchingCache::askMatched(IMetaDataContext* context, DirectiveMatchingMetaData& known, bool& spoke) {
     for (; known.split < known.matchedGroups.size(); ++known.split) {
-        const auto place = static_cast<uint32_t>(known.split);
-        if (const char16_t* method = known.matchedGroups[place]->soleMethod()) {
-            // A name already listed answers first: a generated file names a
-            // class's few methods over and over.
-            if (!listedEarly(known.soleMethods, method)) known.soleMethods.push_back({method, place, method[0]});
+        const DirectiveMatchingMetaData::Placed& matched = known.matchedGroups[known.split];
+        if (const char16_t* method = matched.group->soleMethod()) {
+            known.soleMethods.push_back({method, matched.ordinal, method[0]});
         } else {
-            known.others.push_back(place);
+            known.others.push_back(matched);
         }
     }
-    // The first name that agrees is the first group of its kind to match.
-    uint32_t firstMatch = UINT32_MAX;
+    // The first name that agrees is the first group of its kind to match; a
+    // run's groups count from the first up to where the walks have reached.
+    uint32_t firstMatch = kNowhere;
     char16_t* name = nullptr;
-    if (!known.soleMethods.empty() && SUCCEEDED(context->getMethodName(&name))) {
+    if ((!known.soleMethods.empty() || !known.runs.empty()) && SUCCEEDED(context->getMethodName(&name))) {
         for (const DirectiveMatchingMetaData::SoleMethod& method : known.soleMethods) {
-            // Names that agree have the same first unit, or one of them is empty.
-            if ((method.first == name[0] || method.first == 0 || name[0] == 0) && WCharSet::agrees(method.name, name)) {
+            if (agreesWith(method.name, method.first, name)) {
                 firstMatch = method.place;
                 break;
             }
         }
+        const uint32_t inRuns = firstRunMatch(known.runs, name, 0);
+        if (inRuns <= known.reached && inRuns < firstMatch) firstMatch = inRuns;
     }
     spoke = true;
-    for (uint32_t place : known.others) {
-        if (place > firstMatch) {
+    for (const DirectiveMatchingMetaData::Placed& other : known.others) {
+        if (other.ordinal > firstMatch) {
             break;
         }
-        IDirectiveGroup* group = known.matchedGroups[place];
-        if (group->skipMethod(context)) {
+        if (other.group->skipMethod(context)) {
             return false;
         }
-        if (group->matchMethod(context)) {
+        if (other.group->matchMethod(context)) {
             return true;
         }
     }
-    spoke = firstMatch != UINT32_MAX;
+    spoke = firstMatch != kNowhere;
     return spoke;
 }
 
 bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMetaData& known) {
+    // The runs' first group that selects the method ends the walk there,
+    // unless a group before it does.
+    char16_t* name = nullptr;
+    const uint32_t runMatch = known.runs.empty() || FAILED(context->getMethodName(&name))
+                                  ? kNowhere
+                                  : firstRunMatch(known.runs, name, known.reached);
     const size_t count = known.candidates.size();
     for (; known.next < count; ++known.next) {
         // A large file's groups for one class lie far apart: each group is
         // fetched some steps ahead, and its class name once the group is in.
         if (known.next + 2 * kAhead < count) {
-            __builtin_prefetch(known.candidates[known.next + 2 * kAhead]);
+            __builtin_prefetch(known.candidates[known.next + 2 * kAhead].group);
         }
         if (known.next + kAhead < count) {
-            if (const char16_t* name = known.candidates[known.next + kAhead]->soleClass()) {
-                __builtin_prefetch(name);
+            if (const char16_t* sole = known.candidates[known.next + kAhead].group->soleClass()) {
+                __builtin_prefetch(sole);
             }
         }
-        IDirectiveGroup* group = known.candidates[known.next];
+        const DirectiveMatchingMetaData::Placed& candidate = known.candidates[known.next];
+        if (candidate.ordinal > runMatch) {
+            break;
+        }
+        known.reached = candidate.ordinal;
+        IDirectiveGroup* group = candidate.group;
         if (!group->isCreated() || !group->isActive()) {
             continue;
         }
@@ -132,8 +157,8 @@ bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMe
             continue;
         }
         // The group the last walk stopped at is met again.
-        if (known.matchedGroups.empty() || known.matchedGroups.back() != group) {
-            known.matchedGroups.push_back(group);
+        if (known.matchedGroups.empty() || known.matchedGroups.back().group != group) {
+            known.matchedGroups.push_back(candidate);
         }
         if (group->skipMethod(context)) {
             continue;
@@ -142,6 +167,11 @@ bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMe
             return true;
         }
     }
+    if (runMatch != kNowhere) {
+        known.reached = runMatch;
+        return true;
+    }
+    known.reached = kNowhere;
     known.complete = true;
     return false;
 }

@@ -29,26 +29,32 @@ class DirectiveController;
 
 // What is known of one class.
 struct DirectiveMatchingMetaData {
-    // The groups that can meet the class, in the order of their names.
-    DirectiveGroupIndex::Candidates candidates;
-    // Where the next walk starts: the group the last walk stopped at.
+    using Placed = DirectiveGroupIndex::Placed;
+
+    // The groups that can meet the class, with their places, in order; but
+    // one-line groups that make a name's run (see DirectiveGroupIndex) come
+    // as the runs below.
+    std::vector<Placed> candidates;
+    // The runs whose class test passes: each of their groups covers the class.
+    std::vector<const DirectiveGroupIndex::NameRun*> runs;
+    // Where the next walk starts: the candidate the last walk stopped at, and
+    // the place it stopped at. The groups of the runs up to that place are
+    // known to cover the class, as a walk passes them.
     size_t next = 0;
+    uint32_t reached = 0;
     // The walk over the groups has reached the end for this class.
     bool complete = false;
-    // Groups whose class test has passed so far, in the order of their names;
-    // not owned.
-    std::vector<IDirectiveGroup*> matchedGroups;
+    // Other groups whose class test has passed so far, in order.
+    std::vector<Placed> matchedGroups;
     // The same groups split for the later methods of the class: the sole
-    // method names, and the other groups, each with its place among them. A
-    // class that a generated file names a hundred times is then decided by a
-    // run over the names rather than a call to each group.
+    // method names, and the other groups, each by its place.
     struct SoleMethod {
         const char16_t* name;
         uint32_t place;
         char16_t first;  // turns most names away without reading the text
     };
     std::vector<SoleMethod> soleMethods;
-    std::vector<uint32_t> others;
+    std::vector<Placed> others;
     size_t split = 0;
     // What the global filter takes from the class alone.
     ClassMethodFilter::ClassRules globalRules;
@@ -56,6 +62,9 @@ struct DirectiveMatchingMetaData {
 
 class DirectiveMatchingCache {
 public:
+    // A place after every group's.
+    static constexpr uint32_t kNowhere = UINT32_MAX;
+
     using Entries = std::unordered_map<uint64_t, std::unique_ptr<DirectiveMatchingMetaData>>;
 
     explicit DirectiveMatchingCache(int maxSize);
@@ -76,7 +85,7 @@ private:
     // Walks the class's groups on from where the last walk stopped, recording
     // every group whose class test passes, until a group selects the method;
     // the entry is complete when none does.
-    bool walk(IMetaDataContext* context, DirectiveMatchingMetaData& known);
+    static bool walk(IMetaDataContext* context, DirectiveMatchingMetaData& known);
     // What the groups the class is known to meet say of the method in hand,
     // in their order: a skip says no, a match yes, and false if none speaks.
     static bool askMatched(IMetaDataContext* context, DirectiveMatchingMetaData& known, bool& spoke);

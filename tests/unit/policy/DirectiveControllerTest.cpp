@@ -236,12 +236,17 @@ TEST_F(DirectiveMatchingCacheOnShop, SaturationIsLoggedOnceAndLaterClassesGoWith
 // of full groups with the same rules.
 TEST_F(DirectiveMatchingCacheOnShop, OneLineGroupsAnswerInTheirPlaceAmongTheOthers) {
     const std::string text =
-        "SkipMethodForFlag: A Dispose\nIdentifyClassAs: Shop.Order A\nTraceOneMethodIfFlagged: A Place\nTurnOn: A\n"
+        "SkipMethodForFlag: A GetName\nIdentifyClassAs: Shop.Order A\nTraceOneMethodIfFlagged: A Place\nTurnOn: A\n"
         "TraceOneMethodOfClass: Shop.Order GetName\nTraceOneMethodOfClass: Shop.Order Get\n"
-        "SkipMethodForFlag: Z Get\nIdentifyClassAs: Shop.Order Z\nTraceOneMethodIfFlagged: Z Dispose\nTurnOn: Z\n";
+        "TraceOneMethodOfClass: Shop.Order Dispose\nTraceOneMethodOfClass: Shop.Order GetName\n"
+        "SkipMethodForFlag: Z Get\nIdentifyClassAs: Shop.Order Z\nTraceOneMethodIfFlagged: Z Dispose\nTurnOn: Z\n"
+        // Asked between the first two one-line groups and the others.
+        "SkipMethodForFlag: Anonymous_05 Dispose\nIdentifyClassAs: Shop.Order Anonymous_05\n"
+        "TraceOneMethodIfFlagged: Anonymous_05 G\nTurnOn: Anonymous_05\n";
     auto compact = directives(text);
     // Named by a later line, a one-line group becomes a full one.
-    auto full = directives(text + "SetFlag: Anonymous_0\nSetFlag: Anonymous_1\n");
+    auto full =
+        directives(text + "SetFlag: Anonymous_0\nSetFlag: Anonymous_1\nSetFlag: Anonymous_2\nSetFlag: Anonymous_3\n");
     std::vector<const char16_t*> methods = {u"Dispose", u"G", u"Get", u"GetName", u"Place"};
     do {
         compact->clearCache();
