@@ -6,7 +6,6 @@
 
 #include "platform/FormattedOutput.h"
 #include "policy/DirectiveController.h"
-#include "policy/FiledAnswers.h"
 #include "policy/WCharSet.h"
 
 namespace {
@@ -22,18 +21,23 @@ bool agreesWith(const char16_t* listed, char16_t first, const char16_t* name) {
     return (first == name[0] || first == 0 || name[0] == 0) && WCharSet::agrees(listed, name);
 }
 
-// The first place at or after from of a group of the runs that selects the
+// The first place at or after from of a group of the run that selects the
 // method so named; nowhere if none does.
+uint32_t firstMatchIn(const NameRun& run, const char16_t* name, uint32_t from) {
+    uint32_t first = DirectiveMatchingCache::kNowhere;
+    for (const DirectiveGroupIndex::MethodPlaces& method : std::span(run.methods, run.count)) {
+        if (!agreesWith(method.name, method.first, name)) continue;
+        const uint32_t* end = method.places + method.count;
+        const uint32_t* at = std::lower_bound(method.places, end, from);
+        if (at != end && *at < first) first = *at;
+    }
+    return first;
+}
+
+// The same over the runs.
 uint32_t firstRunMatch(const std::vector<const NameRun*>& runs, const char16_t* name, uint32_t from) {
     uint32_t first = DirectiveMatchingCache::kNowhere;
-    for (const NameRun* run : runs) {
-        for (const DirectiveGroupIndex::MethodPlaces& method : std::span(run->methods, run->count)) {
-            if (!agreesWith(method.name, method.first, name)) continue;
-            const uint32_t* end = method.places + method.count;
-            const uint32_t* at = std::lower_bound(method.places, end, from);
-            if (at != end && *at < first) first = *at;
-        }
-    }
+    for (const NameRun* run : runs) first = std::min(first, firstMatchIn(*run, name, from));
     return first;
 }
 
@@ -177,13 +181,19 @@ bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMe
 }
 
 bool DirectiveMatchingCache::matchWithoutCache(IMetaDataContext* context, DirectiveController& controller) {
-    controller.candidatesFor(context, candidates, &candidateNames);
-    FiledAnswers answers;
-    const auto takes = [&](IDirectiveGroup* group) {
-        return group->isCreated() && group->isActive() && !group->skip(context) && group->matchClass(context);
-    };
-    for (size_t i = 0; i < candidates.size(); ++i) {
-        if (answers.answer(candidates[i], candidateNames[i], takes) && candidates[i]->matchMethod(context)) {
+    controller.candidateRunsFor(context, candidates, runs);
+    char16_t* name = nullptr;
+    if (!runs.empty() && SUCCEEDED(context->getMethodName(&name))) {
+        for (const NameRun* run : runs) {
+            if (firstMatchIn(*run, name, 0) != kNowhere && run->sample->matchClass(context)) {
+                return true;
+            }
+        }
+    }
+    for (const DirectiveMatchingMetaData::Placed& candidate : candidates) {
+        IDirectiveGroup* group = candidate.group;
+        if (group->isCreated() && group->isActive() && !group->skip(context) && group->matchClass(context) &&
+            group->matchMethod(context)) {
             return true;
         }
     }

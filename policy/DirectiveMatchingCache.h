@@ -92,8 +92,8 @@ private:
 
     int maxSize;
     Entries entries;
-    // The groups of a walk without the cache and the names they were filed
-    // under, kept to spare an allocation.
-    DirectiveGroupIndex::Candidates candidates;
-    std::vector<const char16_t*> candidateNames;
+    // The groups and runs of a decision without the cache, kept to spare an
+    // allocation.
+    std::vector<DirectiveGroupIndex::Placed> candidates;
+    std::vector<const DirectiveGroupIndex::NameRun*> runs;
 };
