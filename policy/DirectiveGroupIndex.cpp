@@ -35,11 +35,15 @@ int unitOrder(const char16_t* a, const char16_t* b) {
     return static_cast<int>(*a) - static_cast<int>(*b);
 }
 
+// What a sorted name's chunk says: whether it equals the name before.
+constexpr uint64_t kNewName = 0;
+constexpr uint64_t kSameName = 1;
+
 struct Sortable {
     const char16_t* text;
     uint32_t length;
     uint32_t ordinal;
-    uint64_t chunk;
+    uint64_t chunk;  // the units sorted on; once sorted, kNewName or kSameName
     std::u16string_view name() const { return {text, length}; }
 };
 
@@ -47,7 +51,8 @@ struct Sortable {
 // its next four units, and the range is sorted on those as numbers. A
 // generated file's names share long beginnings, which a comparison of whole
 // names would read again at every step; a range whose units are all alike is
-// not sorted at all. Ranges still to sort wait on the heap.
+// not sorted at all. Ranges still to sort wait on the heap. Sorted, each
+// name's chunk says whether it equals the one before.
 void sortByChunks(std::vector<Sortable>& entries) {
     struct Range {
         size_t first;
@@ -79,6 +84,8 @@ void sortByChunks(std::vector<Sortable>& entries) {
             if (runEnd - run > 1 && (run->chunk & 0xFFFF) != 0) {
                 pending.push_back({static_cast<size_t>(run - entries.begin()), static_cast<size_t>(runEnd - run),
                                    range.depth + 4});
+            } else {
+                for (auto entry = run; entry != runEnd; ++entry) entry->chunk = entry == run ? kNewName : kSameName;
             }
             run = runEnd;
         }
@@ -112,8 +119,7 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     MemoryPages::reserve(filed, names.size());
     for (size_t first = 0, end = 0; first < names.size(); first = end) {
         // One name's groups, in order; they share the text of the first.
-        for (end = first + 1; end < names.size() && names[end].name() == names[first].name(); ++end) {
-            if (end + kAhead < names.size()) __builtin_prefetch(names[end + kAhead].text);
+        for (end = first + 1; end < names.size() && names[end].chunk == kSameName; ++end) {
         }
         const auto begin = names.begin() + static_cast<long>(first);
         const auto stop = names.begin() + static_cast<long>(end);
