@@ -179,7 +179,7 @@ void DirectiveGroupIndex::addRun(std::vector<std::pair<const char16_t*, uint32_t
 void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<Found>& found,
                                           std::vector<size_t>& starts, std::vector<const NameRun*>* nameRuns) const {
     // One name's groups, in order; equal names share their text.
-    const auto addRun = [&](std::vector<Filed>::const_iterator first) {
+    const auto takeName = [&](std::vector<Filed>::const_iterator first) {
         if (!found.empty()) starts.push_back(found.size());
         const NameRun* run = nullptr;
         if (nameRuns != nullptr && first + 1 != filed.end() && (first + 1)->text == first->text) {
@@ -195,7 +195,7 @@ void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<
     const auto byName = [](const Filed& a, std::u16string_view b) { return before(a.name(), b); };
     for (auto at = std::lower_bound(filed.begin(), filed.end(), name, byName);
          at != filed.end() && at->name().substr(0, name.size()) == name;) {
-        at = addRun(at);
+        at = takeName(at);
     }
     // ...and those the class name begins with: each is the greatest filed
     // name not above some prefix of it, found from the longest down.
@@ -211,7 +211,7 @@ void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<
             std::mismatch(below.begin(), below.end(), rest.begin(), rest.end()).first - below.begin());
         if (common == below.size()) {
             while (at != filed.begin() && (at - 1)->text == at->text) --at;
-            addRun(at);
+            takeName(at);
             if (below.empty()) {
                 break;
             }
@@ -246,17 +246,8 @@ void DirectiveGroupIndex::collectFiled(const char16_t* assembly, const char16_t*
         found.end());
 }
 
-void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* className, Candidates& out,
-                                     bool withGeneral, std::vector<const char16_t*>* names) const {
-    out.clear();
-    std::vector<Found> found;
-    collectFiled(assembly, className, found, nullptr);
-    // Merged with the general groups, which are in order already.
-    if (names != nullptr) names->clear();
-    const auto add = [&](uint32_t ordinal, const char16_t* name) {
-        out.push_back(byOrdinal[ordinal]);
-        if (names != nullptr) names->push_back(name);
-    };
+template <typename Add>
+void DirectiveGroupIndex::inOrder(const std::vector<Found>& found, bool withGeneral, Add add) const {
     auto general = generalOrdinals.begin();
     const auto generalEnd = withGeneral ? generalOrdinals.end() : general;
     for (size_t i = 0; i < found.size(); ++i) {
@@ -268,6 +259,18 @@ void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* c
     for (; general != generalEnd; ++general) add(*general, nullptr);
 }
 
+void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* className, Candidates& out,
+                                     bool withGeneral, std::vector<const char16_t*>* names) const {
+    out.clear();
+    if (names != nullptr) names->clear();
+    std::vector<Found> found;
+    collectFiled(assembly, className, found, nullptr);
+    inOrder(found, withGeneral, [&](uint32_t ordinal, const char16_t* name) {
+        out.push_back(byOrdinal[ordinal]);
+        if (names != nullptr) names->push_back(name);
+    });
+}
+
 void DirectiveGroupIndex::candidateRuns(const char16_t* assembly, const char16_t* className,
                                         std::vector<Placed>& groups, std::vector<const NameRun*>& nameRuns) const {
     groups.clear();
@@ -276,13 +279,5 @@ void DirectiveGroupIndex::candidateRuns(const char16_t* assembly, const char16_t
     collectFiled(assembly, className, found, &nameRuns);
     std::sort(nameRuns.begin(), nameRuns.end());
     nameRuns.erase(std::unique(nameRuns.begin(), nameRuns.end()), nameRuns.end());
-    auto general = generalOrdinals.begin();
-    for (size_t i = 0; i < found.size(); ++i) {
-        if (i + kAhead < found.size()) __builtin_prefetch(&byOrdinal[found[i + kAhead].ordinal]);
-        for (; general != generalOrdinals.end() && *general < found[i].ordinal; ++general) {
-            groups.push_back({*general, byOrdinal[*general]});
-        }
-        groups.push_back({found[i].ordinal, byOrdinal[found[i].ordinal]});
-    }
-    for (; general != generalOrdinals.end(); ++general) groups.push_back({*general, byOrdinal[*general]});
+    inOrder(found, true, [&](uint32_t ordinal, const char16_t*) { groups.push_back({ordinal, byOrdinal[ordinal]}); });
 }

@@ -88,6 +88,10 @@ private:
     // The groups filed under names that agree with the class, in order, once each.
     void collectFiled(const char16_t* assembly, const char16_t* className, std::vector<Found>& found,
                       std::vector<const NameRun*>* nameRuns) const;
+    // Calls add(ordinal, name) for each found group and, if asked, each
+    // general group (with a null name), in order.
+    template <typename Add>
+    void inOrder(const std::vector<Found>& found, bool withGeneral, Add add) const;
     // The run of the name filed from filedAt on, made the first time it is
     // asked for; null if the name has no run.
     const NameRun* runAt(uint32_t filedAt) const;
