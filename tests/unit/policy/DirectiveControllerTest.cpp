@@ -260,6 +260,17 @@ TEST_F(DirectiveMatchingCacheOnShop, OneLineGroupsAnswerInTheirPlaceAmongTheOthe
     } while (std::next_permutation(methods.begin(), methods.end()));
 }
 
+// A rule read after decisions reaches the classes already in the cache, whose
+// entries held the one-line groups of the rules before.
+TEST_F(DirectiveMatchingCacheOnShop, RulesReadLaterReachCachedClasses) {
+    auto controller = directives("TraceOneMethodOfClass: Shop.Order Place\nTraceOneMethodOfClass: Shop.Order Get\n");
+    EXPECT_TRUE(ask(*controller, u"Shop.Order", u"Place"));
+    EXPECT_FALSE(ask(*controller, u"Shop.Order", u"Dispose"));
+    ASSERT_EQ(line(*controller, "TraceOneMethodOfClass: Shop.Order Dispose"), S_OK);
+    EXPECT_TRUE(ask(*controller, u"Shop.Order", u"Dispose"));
+    EXPECT_TRUE(ask(*controller, u"Shop.Order", u"GetName"));
+}
+
 // The global filter's verdict on a class is kept in its entry; the exceptions
 // and skips of single methods are still asked method by method.
 TEST_F(DirectiveMatchingCacheOnShop, GlobalSkipsHoldForEveryMethodOfAKnownClass) {
