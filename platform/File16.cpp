@@ -50,7 +50,7 @@ bool lockForThisOpening(int descriptor) {
 
 }  // namespace
 
-FILE* fopenText_u16(const char16_t* path, const char** refusal) {
+FILE* fopenText_u16(const char16_t* path, const char** refusal, std::span<char> buffer) {
     // Without O_NONBLOCK, opening a pipe waits for a writer that may never come.
     const int descriptor = open(narrowed(path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (descriptor == -1) {
@@ -69,6 +69,9 @@ FILE* fopenText_u16(const char16_t* path, const char** refusal) {
         *refusal = strerror(errno);
         close(descriptor);
         return nullptr;
+    }
+    if (!buffer.empty()) {
+        setvbuf(stream, buffer.data(), _IOFBF, buffer.size());
     }
     unsigned char mark[3] = {};
     if (fread(mark, 1, sizeof(mark), stream) != sizeof(mark) || mark[0] != 0xEF || mark[1] != 0xBB ||

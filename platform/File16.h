@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <span>
 #include <string>
 
 // Reads one line (newline kept) of at most n-1 bytes and widens it into buf.
@@ -10,8 +11,10 @@ char16_t* fgets_u16(char16_t* buf, int n, FILE* stream);
 // Opens one of the agent's text files for reading: a regular file only (a
 // pipe, device, socket or folder is refused without waiting for a writer),
 // close-on-exec, and positioned behind a UTF-8 byte order mark if the file
-// starts with one. Null, and why in *refusal, otherwise.
-FILE* fopenText_u16(const char16_t* path, const char** refusal);
+// starts with one. Null, and why in *refusal, otherwise. With a buffer, which
+// must outlive the stream, the stream reads through it: a large file then
+// takes few read calls.
+FILE* fopenText_u16(const char16_t* path, const char** refusal, std::span<char> buffer = {});
 // A process running as root that reads a file anyone can write is told so in
 // its log: the file is still used (refusing it would break running set-ups).
 void warnIfWorldWritable(FILE* log, const char16_t* path);
