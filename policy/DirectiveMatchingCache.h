@@ -1,7 +1,10 @@
 // Remembers per class which groups cover it, so that later methods of a class
 // are tested only against those groups. The knowledge is built lazily: a walk
 // over the groups stops at the first group that selects the method in hand,
-// and the next method that needs more goes on from there.
+// and the next method that needs more goes on from there. The one-line groups
+// of a name that many lines name are met as the name's run (see
+// DirectiveGroupIndex): a walk passes a run's groups by their places, and
+// those up to where it stopped count as known to cover the class.
 //
 // One path differs on purpose: once a class has an entry, a method skip in the
 // own filter of a group known to cover the class vetoes the method for all
