@@ -23,15 +23,6 @@
 
 namespace {
 
-// Equal to the text, which is read once: every line of a generated file is
-// compared with the keyword of the line before.
-bool sameText(const std::u16string& known, const char16_t* text) {
-    for (char16_t unit : known) {
-        if (*text++ != unit) return false;
-    }
-    return *text == 0;
-}
-
 // The controller's scan context, held for one scan and given back when the
 // scan ends, however it ends, placed nowhere: without the module's metadata,
 // and without names that a later scan could take for its own.
@@ -180,28 +171,16 @@ const DirectiveGroupIndex& DirectiveController::groupIndex() {
     return index;
 }
 
-const DirectiveGroupIndex& DirectiveController::indexFor(IMetaDataContext* context, char16_t*& assembly,
-                                                         char16_t*& className) {
+void DirectiveController::candidateRunsFor(IMetaDataContext* context, std::vector<DirectiveGroupIndex::Placed>& groups,
+                                           std::vector<const DirectiveGroupIndex::NameRun*>& runs) {
     const DirectiveGroupIndex& current = groupIndex();
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
     // A filed group's class test fails without a class name.
     if (!current.empty() && FAILED(context->getClassName(&assembly, &className))) {
         className = nullptr;
     }
-    return current;
-}
-
-void DirectiveController::candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out,
-                                        std::vector<const char16_t*>* names) {
-    char16_t* assembly = nullptr;
-    char16_t* className = nullptr;
-    indexFor(context, assembly, className).candidates(assembly, className, out, true, names);
-}
-
-void DirectiveController::candidateRunsFor(IMetaDataContext* context, std::vector<DirectiveGroupIndex::Placed>& groups,
-                                           std::vector<const DirectiveGroupIndex::NameRun*>& runs) {
-    char16_t* assembly = nullptr;
-    char16_t* className = nullptr;
-    indexFor(context, assembly, className).candidateRuns(assembly, className, groups, runs);
+    current.candidateRuns(assembly, className, groups, runs);
 }
 
 bool DirectiveController::shouldMonitor(IMetaDataContext* context) {
@@ -247,7 +226,7 @@ HRESULT DirectiveController::readDirective(char16_t* line) {
             return S_OK;
         }
         // A generated file repeats one keyword line after line.
-        if (parsed.count != lastKeyword.count || !sameText(lastKeyword.text, parsed.keyword)) {
+        if (parsed.count != lastKeyword.count || unitOrder(lastKeyword.text.c_str(), parsed.keyword) != 0) {
             lastKeyword.text = parsed.keyword;
             lastKeyword.count = parsed.count;
             lastKeyword.found = DirectiveKeywords::find(parsed);

@@ -49,10 +49,8 @@ public:
     const DirectiveGroupIndex::Candidates& allGroups() { return groupIndex().all(); }
     // The index of the groups as they are now.
     const DirectiveGroupIndex& groupIndex();
-    // The groups that can meet the class in hand, in the order of their names.
-    void candidatesFor(IMetaDataContext* context, DirectiveGroupIndex::Candidates& out,
-                       std::vector<const char16_t*>* names = nullptr);
-    // The same with places, and the runs among them as runs.
+    // The groups that can meet the class in hand, with their places, in the
+    // order of their names; one-line groups of a name's run come as the run.
     void candidateRunsFor(IMetaDataContext* context, std::vector<DirectiveGroupIndex::Placed>& groups,
                           std::vector<const DirectiveGroupIndex::NameRun*>& runs);
     FILE* getLog() const { return log; }
@@ -63,9 +61,6 @@ private:
     // scan selected, the groups filed under the class's names, or both.
     enum class Meeting { General, Filed, All };
 
-    // The index as it is now, and the names the class in hand is filed under
-    // (no class name: none).
-    const DirectiveGroupIndex& indexFor(IMetaDataContext* context, char16_t*& assembly, char16_t*& className);
     // The group of a map entry, made if the entry was just added.
     IDirectiveGroup* groupAt(DirectiveGroupMap::iterator entry, bool added);
     // The named groups and the class-line groups, merged in the order of names.

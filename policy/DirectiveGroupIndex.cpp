@@ -28,13 +28,6 @@ uint64_t chunkAt(std::u16string_view name, size_t position) {
     return chunk;
 }
 
-// The order of two terminated names' code units: below, equal or above zero.
-int unitOrder(const char16_t* a, const char16_t* b) {
-    for (; *a != 0 && *a == *b; ++a, ++b) {
-    }
-    return static_cast<int>(*a) - static_cast<int>(*b);
-}
-
 // What a sorted name's chunk says: whether it equals the name before.
 constexpr uint64_t kNewName = 0;
 constexpr uint64_t kSameName = 1;

@@ -79,6 +79,14 @@ struct CodeUnitOrder {
     }
 };
 
+// The same order for two terminated names, read once and without their
+// lengths: below, equal or above zero.
+inline int unitOrder(const char16_t* a, const char16_t* b) {
+    for (; *a != 0 && *a == *b; ++a, ++b) {
+    }
+    return static_cast<int>(*a) - static_cast<int>(*b);
+}
+
 // Groups by name, in ascending order of code units: the order in which they
 // are asked.
 using DirectiveGroupMap = std::map<std::u16string, std::unique_ptr<IDirectiveGroup>, CodeUnitOrder>;
