@@ -114,18 +114,15 @@ HRESULT Profiler::createGetters(bool isCoreCLR) {
 }
 
 void Profiler::clearHistoryForFunction(IMetaDataContext* context) {
-    methodHistory.erase(MethodKey(context->getModuleID(), context->getMethodDef()));
+    if (auto facts = modules.find(context->getModuleID()); facts != modules.end()) {
+        facts->second.outcomes.erase(context->getMethodDef());
+    }
 }
 
 void Profiler::forgetModule(ModuleID module) {
-    methodHistory.erase(methodHistory.lower_bound(MethodKey(module, 0)),
-                        methodHistory.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
-    originalBodies.erase(originalBodies.lower_bound(MethodKey(module, 0)),
-                         originalBodies.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
-    loadTimeMaps.erase(loadTimeMaps.lower_bound(MethodKey(module, 0)),
-                       loadTimeMaps.upper_bound(MethodKey(module, ~static_cast<mdMethodDef>(0))));
-    localSignatureTokens.erase(module);
-    runtimeImports.erase(module);
+    // No rewrite runs between calls: the last one's facts may be of this module.
+    current.facts = nullptr;
+    modules.erase(module);
     valueTypeGetter->forgetModule(module);
     for (auto* getters : {&memberGetters, &ownMemberGetters}) {
         for (AutoPointer<IMemberTokenGetter>& getter : *getters) {
@@ -155,8 +152,10 @@ HRESULT Profiler::allocateBody(ModuleID module, unsigned int size, unsigned char
 }
 
 HRESULT Profiler::restoreOriginalBody(IMetaDataContext* method) {
-    auto found = originalBodies.find(MethodKey(method->getModuleID(), method->getMethodDef()));
-    if (found == originalBodies.end()) return E_FAIL;
+    auto facts = modules.find(method->getModuleID());
+    if (facts == modules.end()) return E_FAIL;
+    auto found = facts->second.originalBodies.find(method->getMethodDef());
+    if (found == facts->second.originalBodies.end()) return E_FAIL;
     const std::vector<unsigned char>& original = found->second;
     unsigned char* copy = nullptr;
     HRESULT hr = allocateBody(method->getModuleID(), static_cast<unsigned int>(original.size()), &copy);

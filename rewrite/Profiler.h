@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cstdio>
-#include <map>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -105,7 +104,36 @@ public:
     unsigned int getTraceToken(TraceToken which) const { return current.traceTokens[which]; }
 
 private:
-    using MethodKey = std::pair<ModuleID, mdMethodDef>;
+    // How each method's first rewrite ended, and why it failed: later
+    // instantiations of the method get the same answer and the same reason.
+    struct Outcome {
+        HRESULT result;
+        std::u16string reason;
+    };
+    // Whether a value type lives only on the stack, and whether it is read-only.
+    struct TypeTraits {
+        bool byRefLike = false;
+        bool readOnly = false;
+    };
+    // What the rewrite keeps of a module until it unloads: one lookup a method
+    // reaches it all, and what the runtime was asked once is not asked again.
+    struct ModuleFacts {
+        // The runtime's view of the module's metadata.
+        AutoCOMPointer<IMetaDataImport> import;
+        std::unordered_map<mdMethodDef, Outcome> outcomes;
+        // The bodies as the runtime first handed them, when asked to keep them:
+        // the runtime may later hand back the rewritten one.
+        std::unordered_map<mdMethodDef, std::vector<unsigned char>> originalBodies;
+        // The offset maps of the bodies rewritten on module load, handed to the
+        // runtime when each method compiles (it has no function id before).
+        std::unordered_map<mdMethodDef, std::vector<COR_IL_MAP>> loadTimeMaps;
+        // Local signatures already turned into tokens, by their bytes: the
+        // runtime would find the equal blob too, at a far greater cost.
+        std::unordered_map<std::string, unsigned int> localSignatureTokens;
+        // The traits of the value types met, by the module's token for them;
+        // a type whose definition could not be found is asked again.
+        std::unordered_map<unsigned int, TypeTraits> typeTraits;
+    };
 
     [[nodiscard]] HRESULT createGetters(bool isCoreCLR);
     [[nodiscard]] HRESULT runStages(IMetaDataContext* context, unsigned int* counter);
@@ -135,7 +163,7 @@ private:
     [[nodiscard]] HRESULT insertParameter(ILEmitter& il, unsigned int argument, unsigned int first);
     bool findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport>& otherScope, IMetaDataImport** scope,
                         unsigned int* definition);
-    bool definitionHasAttribute(unsigned int token, const char16_t* attribute);
+    TypeTraits traitsOf(unsigned int token);
     bool isByRefLikeType(unsigned int token);
     bool isStackOnlyType(unsigned int token);
     bool mayBeByRefLike(unsigned char type, IMethodBlobInputStream* stream, unsigned int index);
@@ -149,29 +177,12 @@ private:
                                                 unsigned int index, unsigned int* token);
     [[nodiscard]] static HRESULT resolveTypeSpecClassToken(IMetaDataImport* import, unsigned int typeSpec,
                                                            unsigned int* token);
-    [[nodiscard]] static HRESULT typeHasAttribute(IMetaDataImport* import, unsigned int typeDef, const char16_t* name);
+    static TypeTraits readTraits(IMetaDataImport* import, unsigned int typeDef);
 
     ICorProfilerInfo* info;
     unsigned int clrVersion;
-    // How each method's first rewrite ended, and why it failed: later
-    // instantiations of the method get the same answer and the same reason.
-    struct Outcome {
-        HRESULT result;
-        std::u16string reason;
-    };
-    std::map<MethodKey, Outcome> methodHistory;
-    // The bodies as the runtime first handed them, when asked to keep them: the
-    // runtime may later hand back the rewritten one.
+    std::unordered_map<ModuleID, ModuleFacts> modules;
     bool keepingOriginals = false;
-    std::map<MethodKey, std::vector<unsigned char>> originalBodies;
-    // The offset maps of the bodies rewritten on module load, handed to the
-    // runtime when each method compiles (it has no function id before).
-    std::map<MethodKey, std::vector<COR_IL_MAP>> loadTimeMaps;
-    // Local signatures already turned into tokens, by module and bytes: the
-    // runtime would find the equal blob too, at a far greater cost.
-    std::map<ModuleID, std::unordered_map<std::string, unsigned int>> localSignatureTokens;
-    // The runtime's view of each module's metadata, asked for once a module.
-    std::map<ModuleID, AutoCOMPointer<IMetaDataImport>> runtimeImports;
     AutoPointer<IMemberTokenGetter> memberGetters[TraceMembers::kCount];
     // The same members in the method's own module, when each module has its shim.
     AutoPointer<IMemberTokenGetter> ownMemberGetters[TraceMembers::kCount];
@@ -199,6 +210,7 @@ private:
         // The runtime's own view of the module's metadata, which sees what the
         // rewrite defines; the context may read from the module's image.
         AutoCOMPointer<IMetaDataImport> import;
+        ModuleFacts* facts = nullptr;
         AutoPointer<IMethodBuilder> builder;
         AutoPointer<IMethodBuffer> buffer;
         AutoPointer<IMethodBlobInputStream> signature;

@@ -53,20 +53,18 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     ULONG bodySize = 0;
     if (SUCCEEDED(hr))
         hr = info->GetILFunctionBody(newContext->getModuleID(), newContext->getMethodDef(), &body, &bodySize);
-    if (SUCCEEDED(hr) && keepingOriginals) {
+    ModuleFacts* facts = nullptr;
+    if (SUCCEEDED(hr)) {
+        facts = &modules[newContext->getModuleID()];
         // Only the first sight is the method's own body.
-        originalBodies.try_emplace(MethodKey(newContext->getModuleID(), newContext->getMethodDef()), body,
-                                   body + bodySize);
+        if (keepingOriginals) facts->originalBodies.try_emplace(newContext->getMethodDef(), body, body + bodySize);
+        if (facts->import.get() == nullptr) {
+            hr = info->GetModuleMetaData(newContext->getModuleID(), ofRead, IID_IMetaDataImport,
+                                         reinterpret_cast<IUnknown**>(&facts->import));
+        }
     }
     AutoCOMPointer<IMetaDataImport> newImport;
-    if (SUCCEEDED(hr)) {
-        AutoCOMPointer<IMetaDataImport>& known = runtimeImports[newContext->getModuleID()];
-        if (known.get() == nullptr) {
-            hr = info->GetModuleMetaData(newContext->getModuleID(), ofRead, IID_IMetaDataImport,
-                                         reinterpret_cast<IUnknown**>(&known));
-        }
-        newImport = known;
-    }
+    if (SUCCEEDED(hr)) newImport = facts->import;
     AutoPointer<IMethodBuffer> newBuffer;
     if (SUCCEEDED(hr)) {
         newBuffer = IMethodBuffer::newInstance(body);
@@ -84,6 +82,7 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
         current = MethodRewrite{};
         current.context = newContext;
         current.import = std::move(newImport);
+        current.facts = facts;
         current.isCoreLibrary = coreLibrary;
         current.builder = std::move(newBuilder);
         current.buffer = std::move(newBuffer);
@@ -272,7 +271,7 @@ HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasRe
     if (FAILED(hr)) return hr;
 
     std::string bytes(reinterpret_cast<const char*>(blob->getBytes()), blob->getLength());
-    std::unordered_map<std::string, unsigned int>& known = localSignatureTokens[current.context->getModuleID()];
+    std::unordered_map<std::string, unsigned int>& known = current.facts->localSignatureTokens;
     if (auto found = known.find(bytes); found != known.end()) {
         *sigToken = found->second;
         return S_OK;

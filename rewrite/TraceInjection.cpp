@@ -50,19 +50,21 @@ unsigned int atLeast(unsigned int value, unsigned int floor) {
 HRESULT Profiler::instrumentMethod(IMetaDataContext* newContext, unsigned int* step) {
     lastError = nullptr;
     unsigned int counter = 0;
-    MethodKey key(newContext->getModuleID(), newContext->getMethodDef());
-    auto found = methodHistory.find(key);
-    if (found != methodHistory.end()) {
-        *step = 0;
-        if (FAILED(found->second.result)) lastError = found->second.reason.c_str();
-        return found->second.result;
+    const ModuleID module = newContext->getModuleID();
+    const mdMethodDef method = newContext->getMethodDef();
+    if (auto facts = modules.find(module); facts != modules.end()) {
+        if (auto found = facts->second.outcomes.find(method); found != facts->second.outcomes.end()) {
+            *step = 0;
+            if (FAILED(found->second.result)) lastError = found->second.reason.c_str();
+            return found->second.result;
+        }
     }
 
     HRESULT hr = runStages(newContext, &counter);
     hr = writeBody(&counter, hr);
     if (FAILED(hr) && lastError == nullptr) lastError = hr == kFunctionNotIL ? kNoILMessage : stageFailure(counter);
     try {
-        Outcome& outcome = methodHistory[key];
+        Outcome& outcome = modules[module].outcomes[method];
         outcome.result = hr;
         if (FAILED(hr)) outcome.reason = lastError;
     } catch (const std::bad_alloc&) {
@@ -149,7 +151,7 @@ void Profiler::mapOriginalOffsets() {
         std::vector<COR_IL_MAP> map;
         if (FAILED(current.builder->mapOrigins(map)) || map.empty()) return;
         if (function == 0) {
-            loadTimeMaps[MethodKey(current.context->getModuleID(), current.context->getMethodDef())] = std::move(map);
+            current.facts->loadTimeMaps[current.context->getMethodDef()] = std::move(map);
         } else {
             info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
         }
@@ -164,8 +166,10 @@ bool Profiler::mapRewrittenOnLoad(FunctionID function) {
     mdToken method = 0;
     if (FAILED(info->GetFunctionInfo(function, &type, &module, &method))) return false;
     // Each instantiation of a generic method compiles the body anew: the map stays.
-    auto found = loadTimeMaps.find(MethodKey(module, method));
-    if (found == loadTimeMaps.end()) return false;
+    auto facts = modules.find(module);
+    if (facts == modules.end()) return false;
+    auto found = facts->second.loadTimeMaps.find(method);
+    if (found == facts->second.loadTimeMaps.end()) return false;
     std::vector<COR_IL_MAP>& map = found->second;
     info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
     return true;

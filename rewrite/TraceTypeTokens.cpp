@@ -127,14 +127,15 @@ HRESULT Profiler::resolveTypeSpecClassToken(IMetaDataImport* import, unsigned in
     return kBadTypeSpec;
 }
 
-HRESULT Profiler::typeHasAttribute(IMetaDataImport* import, unsigned int typeDef, const char16_t* name) {
+// The attributes a type's traits come from, read in one pass over its
+// attributes from the last; a failing read ends the pass with what was found.
+Profiler::TypeTraits Profiler::readTraits(IMetaDataImport* import, unsigned int typeDef) {
     HCORENUM enumerator = nullptr;
     mdCustomAttribute attributes[kAttributeLimit];
     ULONG count = 0;
     HRESULT hr = import->EnumCustomAttributes(&enumerator, typeDef, 0, attributes, kAttributeLimit, &count);
-    bool found = false;
-    std::u16string_view wanted(name);
-    for (ULONG i = count; SUCCEEDED(hr) && i-- > 0 && !found;) {
+    TypeTraits traits;
+    for (ULONG i = count; SUCCEEDED(hr) && i-- > 0 && !(traits.byRefLike && traits.readOnly);) {
         mdToken constructor = 0;
         hr = import->GetCustomAttributeProps(attributes[i], nullptr, &constructor, nullptr, nullptr);
         mdToken parent = 0;
@@ -148,17 +149,21 @@ HRESULT Profiler::typeHasAttribute(IMetaDataImport* import, unsigned int typeDef
                 hr = E_UNEXPECTED;
             }
         }
-        char16_t parentName[kNameSize] = {};
+        char16_t parentName[kNameSize];
+        parentName[0] = 0;
         ULONG length = 0;
         if (SUCCEEDED(hr) && TypeFromToken(parent) == mdtTypeDef) {
             hr = import->GetTypeDefProps(parent, parentName, kNameSize, &length, nullptr, nullptr);
         } else if (SUCCEEDED(hr) && TypeFromToken(parent) == mdtTypeRef) {
             hr = import->GetTypeRefProps(parent, nullptr, parentName, kNameSize, &length);
         }
-        if (SUCCEEDED(hr) && wanted == parentName) found = true;
+        if (FAILED(hr)) break;
+        const std::u16string_view name(parentName);
+        if (name == kIsByRefLikeAttribute) traits.byRefLike = true;
+        if (name == kIsReadOnlyAttribute) traits.readOnly = true;
     }
     if (enumerator != nullptr) import->CloseEnum(enumerator);
-    return found ? S_OK : S_FALSE;
+    return traits;
 }
 
 // The definition behind a TypeDef, TypeRef or TypeSpec token, in the scope that
@@ -184,21 +189,26 @@ bool Profiler::findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport
     return TypeFromToken(token) == mdtTypeDef;
 }
 
-// Whether the type behind a TypeDef, TypeRef or TypeSpec token carries the
-// attribute; false if its definition cannot be found.
-bool Profiler::definitionHasAttribute(unsigned int token, const char16_t* attribute) {
+// The traits of the type behind a TypeDef, TypeRef or TypeSpec token of the
+// method's module, read once a module; none if its definition cannot be found.
+Profiler::TypeTraits Profiler::traitsOf(unsigned int token) {
+    std::unordered_map<unsigned int, TypeTraits>& known = current.facts->typeTraits;
+    if (auto found = known.find(token); found != known.end()) return found->second;
     AutoCOMPointer<IMetaDataImport> otherScope;
     IMetaDataImport* scope = nullptr;
     unsigned int definition = 0;
-    return findDefinition(token, otherScope, &scope, &definition) &&
-           typeHasAttribute(scope, definition, attribute) == S_OK;
+    if (!findDefinition(token, otherScope, &scope, &definition)) return TypeTraits{};
+    const TypeTraits traits = readTraits(scope, definition);
+    known.emplace(token, traits);
+    return traits;
 }
 
 bool Profiler::isByRefLikeType(unsigned int token) {
-    return definitionHasAttribute(token, kIsByRefLikeAttribute);
+    return traitsOf(token).byRefLike;
 }
 
 // Ref structs cannot be boxed, and read-only structs are left out with them.
 bool Profiler::isStackOnlyType(unsigned int token) {
-    return isByRefLikeType(token) || definitionHasAttribute(token, kIsReadOnlyAttribute);
+    const TypeTraits traits = traitsOf(token);
+    return traits.byRefLike || traits.readOnly;
 }
