@@ -120,6 +120,7 @@ private:
     AutoPointer<Text> appPoolName;
     IProperties* properties = nullptr;
     AutoPointer<IDirectiveController> directives;
+    static constexpr size_t kExpectedMethods = 16384;
     CompiledMethods compiledMethods;
     bool logMethodBytes = false;
     bool logUninstrumentedMethods = false;
