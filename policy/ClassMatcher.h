@@ -37,7 +37,8 @@ private:
     };
     Broad& broad();
 
+    // The flag sits in the set's tail padding: groups come by the hundred thousand.
+    [[no_unique_address]] ClassSet classes;
     bool matchAll = false;
-    ClassSet classes;
     std::unique_ptr<Broad> more;
 };

@@ -17,7 +17,8 @@ IClassMethodFilter* MatchingDirectiveGroup::getClassMethodFilter() {
 }
 
 IMethodMatcher* MatchingDirectiveGroup::getMethodMatcher() {
-    return &methodMatcher;
+    if (!methodMatcher) methodMatcher = std::make_unique<MethodMatcher>();
+    return methodMatcher.get();
 }
 
 // A skip filter that was never made holds no rule: it skips nothing.
@@ -41,8 +42,9 @@ bool MatchingDirectiveGroup::matchClass(IMetaDataContext* context) {
     return classMatcher.matchClass(context);
 }
 
+// A method matcher that was never made holds no rule: it matches no name.
 bool MatchingDirectiveGroup::matchMethod(IMetaDataContext* context) {
-    return methodMatcher.matchMethod(context);
+    return methodMatcher && methodMatcher->matchMethod(context);
 }
 
 bool MatchingDirectiveGroup::mayMatchAssembly(const char16_t* assembly) {
@@ -54,9 +56,9 @@ bool MatchingDirectiveGroup::namedClassesOnly(const std::function<void(const cha
 }
 
 bool MatchingDirectiveGroup::mayMatchName(const char16_t* name) {
-    return methodMatcher.mayMatchName(name);
+    return methodMatcher && methodMatcher->mayMatchName(name);
 }
 
 bool MatchingDirectiveGroup::addFirstUnits(FirstUnits& units) const {
-    return methodMatcher.addFirstUnits(units);
+    return !methodMatcher || methodMatcher->addFirstUnits(units);
 }

@@ -40,13 +40,14 @@ public:
     const char16_t* soleClass() override { return nullptr; }
 
 private:
+    const char16_t* name;
+    // Without rules a matcher matches nothing and names no class; the method
+    // matcher and the skip filter are made at their first rule: a large file
+    // makes groups by the hundred thousand that only name a class.
+    [[no_unique_address]] ClassMatcher classMatcher;
     bool active = false;
     bool created = false;
     bool activeSet = false;
-    const char16_t* name;
-    // Without rules a matcher matches nothing and names no class; the skip
-    // filter, large and seldom used, is made at its first rule.
-    ClassMatcher classMatcher;
-    MethodMatcher methodMatcher;
+    std::unique_ptr<MethodMatcher> methodMatcher;
     std::unique_ptr<ClassMethodFilter> classMethodFilter;
 };
