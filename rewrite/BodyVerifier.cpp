@@ -34,14 +34,8 @@ constexpr bool within(unsigned int value, Opcode first, Opcode last) {
     return value >= op(first) && value <= op(last);
 }
 
-// What the opcode table says an opcode does to the stack and to control. The
-// decoder lets only the table's opcodes through.
-const OpcodeInfo& effectOf(unsigned int value) {
-    return *findOpcode(static_cast<Opcode>(value));
-}
-
-Kind producedKind(unsigned int value) {
-    switch (effectOf(value).pushed) {
+Kind producedKind(const OpcodeInfo& effect) {
+    switch (effect.pushed) {
     case PushedKind::Object:
         return kObject;
     case PushedKind::Value:
@@ -163,6 +157,11 @@ struct Decoded {
     unsigned int next;  // offset of the following instruction
     unsigned int firstTarget;
     unsigned int targetCount;
+    // What the opcode table says the opcode does to the stack and to control:
+    // the decoder lets only the table's opcodes through.
+    const OpcodeInfo* effect;
+    // A try block begins here: the stack must be empty.
+    bool tryStart;
 };
 
 struct Region {
@@ -307,7 +306,8 @@ private:
             }
             unsigned int start = offset + length;
             if (operandSize > codeSize - start) return fail("Operand cut at 0x%X.", offset);
-            Decoded instruction{offset, value, 0, start + operandSize, static_cast<unsigned int>(targets.size()), 0};
+            Decoded instruction{offset, value, 0,    start + operandSize, static_cast<unsigned int>(targets.size()),
+                                0,      info,  false};
             const unsigned char* operand = code + start;
             if (operandSize == 1) instruction.operand = operand[0];
             if (operandSize == 2) instruction.operand = static_cast<unsigned int>(operand[0] | operand[1] << 8);
@@ -394,6 +394,7 @@ private:
                 return fail("Clause %u is not on instruction boundaries.", i);
             }
             regions.push_back({clause.TryOffset, static_cast<unsigned int>(tryEnd), true});
+            instructions[static_cast<unsigned int>(indexAt[clause.TryOffset])].tryStart = true;
             unsigned int handlerBegin = isFilter(clause) ? clause.FilterOffset : clause.HandlerOffset;
             regions.push_back({handlerBegin, static_cast<unsigned int>(handlerEnd), false});
             if (isFilter(clause)) filterBlocks.push_back({clause.FilterOffset, clause.HandlerOffset, false});
@@ -436,7 +437,7 @@ private:
                 }
                 continue;
             }
-            if (effectOf(value).flow == ControlFlow::Leave)
+            if (instruction.effect->flow == ControlFlow::Leave)
                 return fail("leave at 0x%X inside a filter.", instruction.offset);
             if (value == kRethrow) return fail("rethrow at 0x%X inside a filter.", instruction.offset);
             for (unsigned int t = 0; t < instruction.targetCount; ++t) {
@@ -467,7 +468,7 @@ private:
             }
         }
         for (const Decoded& instruction : instructions) {
-            const OpcodeInfo& effect = effectOf(instruction.value);
+            const OpcodeInfo& effect = *instruction.effect;
             for (unsigned int t = 0; t < instruction.targetCount; ++t) {
                 unsigned int target = targets[instruction.firstTarget + t];
                 for (const Region& region : regions) {
@@ -526,7 +527,7 @@ private:
                     return fail("tail. at 0x%X is not followed by a call and ret.", instruction.offset);
                 }
             }
-            if (effectOf(value).flow == ControlFlow::Return) {
+            if (instruction.effect->flow == ControlFlow::Return) {
                 for (const Region& region : regions) {
                     if (region.contains(instruction.offset))
                         return fail("ret at 0x%X inside a block.", instruction.offset);
@@ -564,10 +565,8 @@ private:
         if (!isStart(offset)) return fail("No instruction at 0x%X (%s).", offset, how);
         int index = indexAt[offset];
         unsigned int depth = static_cast<unsigned int>(stack.size());
-        for (const Region& region : regions) {
-            if (region.isTry && region.begin == offset && depth != 0) {
-                return fail("Stack not empty (%u) at the try at 0x%X.", depth, offset);
-            }
+        if (instructions[static_cast<unsigned int>(index)].tryStart && depth != 0) {
+            return fail("Stack not empty (%u) at the try at 0x%X.", depth, offset);
         }
         if (depthAt[index] < 0) {
             depthAt[index] = static_cast<int>(depth);
@@ -613,9 +612,9 @@ private:
     }
 
     bool step(const Decoded& instruction, std::vector<unsigned char>& stack) {
-        const OpcodeInfo& effect = effectOf(instruction.value);
+        const OpcodeInfo& effect = *instruction.effect;
         unsigned int depth = static_cast<unsigned int>(stack.size());
-        Kind pushed = producedKind(instruction.value);
+        Kind pushed = producedKind(effect);
         if (effect.flow == ControlFlow::Call) {
             if (!applyCall(instruction, stack)) return false;
         } else if (instruction.value == kEndFilter) {
