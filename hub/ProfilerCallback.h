@@ -12,6 +12,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "hub/MethodTraceRecords.h"
@@ -272,8 +273,15 @@ private:
     };
     std::map<ModuleID, ModuleShim> moduleShims;
     // Methods refused their precompiled code for inlining selected ones, by
-    // module and token; under profilerLock.
-    std::set<std::pair<ModuleID, mdMethodDef>> precompiledInliners;
+    // module and token; under profilerLock. Every search for precompiled code
+    // looks here, and a selection that reaches the core library refuses some
+    // fifteen thousand.
+    struct MethodOfModuleHash {
+        size_t operator()(const std::pair<ModuleID, mdMethodDef>& method) const {
+            return method.first ^ (static_cast<size_t>(method.second) * 0x9E3779B97F4A7C15ull);
+        }
+    };
+    std::unordered_set<std::pair<ModuleID, mdMethodDef>, MethodOfModuleHash> precompiledInliners;
     // Batches waiting for the service thread, under profilerLock.
     std::vector<rejit_requests> rejitRequests;
     std::vector<rejit_requests> revertRequests;
