@@ -13,9 +13,9 @@ public:
     // Fills out (emptied first) with the code's entries, targets 0. E_UNEXPECTED
     // for bytes that are no instruction, code that ends inside an instruction or
     // a switch table, and a distance that leads to no instruction start;
-    // E_OUTOFMEMORY if an object cannot be made. On failure out is empty.
-    [[nodiscard]] static HRESULT decode(const unsigned char* code, unsigned int length, std::vector<InstructionPtr>& out);
+    // E_OUTOFMEMORY if the list cannot grow. On failure out is empty.
+    [[nodiscard]] static HRESULT decode(const unsigned char* code, unsigned int length, std::vector<Instruction>& out);
 
     // The distance of a branch or switch entry, sign-extended from its width.
-    static int branchDistance(const IILInstruction& instruction);
+    static int branchDistance(const Instruction& instruction);
 };

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "rewrite/IILInstruction.h"
+#include "rewrite/Instruction.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorILMethod.h"
 #include "runtime/ProfilerStructs.h"
@@ -64,7 +64,7 @@ public:
     // Writes a fat header, the code and fat clauses into getTotalSize() bytes.
     [[nodiscard]] virtual HRESULT writeToBuffer(unsigned char* buffer) = 0;
     // Owned by the builder; null past the end.
-    virtual IILInstruction* getIL(unsigned int index) = 0;
+    virtual const Instruction* getIL(unsigned int index) = 0;
     // Inserts at index, or appends at or past the end. A branch with target 0
     // is tied to the place its operand points to.
     [[nodiscard]] virtual HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;

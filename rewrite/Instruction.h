@@ -1,51 +1,12 @@
-// Base of the concrete instruction classes. None of the classes owns anything and
-// none has a virtual destructor, so an owner releases one through destroy(),
-// whatever its concrete class.
+// One IL instruction as the rewrite holds it: plain data, kept by value in the
+// builder's list, so that the layout passes walk one array. Its encoding is
+// its bytes: the opcode (one or two bytes) then the operand, little-endian; a
+// switch entry has only its 32-bit distance, a label no byte at all.
 #pragma once
 
 #include <cstddef>
-#include <memory>
 
-#include "rewrite/IILInstruction.h"
-
-class Instruction : public IILInstruction {
-public:
-    // Kept here as plain data: the builder's layout passes read them for every
-    // instruction, and a final member needs no virtual call.
-    Opcode opcode() const final { return opcodeValue; }
-    unsigned int size() const final { return length; }
-    unsigned int target() const override { return 0; }
-    virtual void setTarget(unsigned int label) {}
-
-    // Byte offset in the method's code as of the builder's last layout.
-    unsigned int offset() const { return byteOffset; }
-    void setOffset(unsigned int value) { byteOffset = value; }
-    unsigned int origin() const override { return originOffset; }
-    void setOrigin(unsigned int value) { originOffset = value; }
-
-    static void destroy(Instruction* instruction);
-
-    // Every concrete instruction takes one block of this size, from a free list
-    // of the thread's: a rewrite makes and drops thousands of them at once.
-    static constexpr size_t kBlockSize = 48;
-    static void* operator new(size_t size);
-    static void operator delete(void* block);
-
-protected:
-    Instruction(Opcode opcode, unsigned int size) : opcodeValue(opcode), length(static_cast<unsigned char>(size)) {}
-    ~Instruction() = default;
-
-private:
-    unsigned int byteOffset = 0;
-    unsigned int originOffset = kNoOrigin;
-    Opcode opcodeValue;
-    unsigned char length;
-};
-
-struct InstructionDeleter {
-    void operator()(Instruction* instruction) const { Instruction::destroy(instruction); }
-};
-using InstructionPtr = std::unique_ptr<Instruction, InstructionDeleter>;
+#include "rewrite/Opcode.h"
 
 // Little-endian access to encoded operands, independent of the host's order.
 template <typename T>
@@ -63,3 +24,69 @@ inline T getLittleEndian(const unsigned char* in) {
     }
     return static_cast<T>(value);
 }
+
+class Instruction {
+public:
+    // The origin of code added by the rewrite.
+    static constexpr unsigned int kNoOrigin = 0xFFFFFFFF;
+
+    // The opcode in opcodeBytes (0 for a switch entry, 1 or 2), then the low
+    // operandBytes (0, 1, 2, 4 or 8) of the operand; a branch or switch entry
+    // aims at the label target.
+    Instruction(Opcode opcode, unsigned int opcodeBytes, unsigned long operand, unsigned int operandBytes,
+                unsigned int target)
+        : targetLabel(target),
+          opcodeValue(opcode),
+          length(static_cast<unsigned char>(opcodeBytes + operandBytes)),
+          operandAt(static_cast<unsigned char>(opcodeBytes)) {
+        if (opcodeBytes == 1) bytes[0] = static_cast<unsigned char>(static_cast<unsigned int>(opcode));
+        if (opcodeBytes == 2) putLittleEndian(bytes, static_cast<unsigned short>(opcode));
+        for (unsigned int i = 0; i < operandBytes; ++i) {
+            bytes[opcodeBytes + i] = static_cast<unsigned char>(operand >> (8 * i));
+        }
+    }
+
+    // A label: names a place in the list and takes no byte.
+    static Instruction label(unsigned int number) {
+        Instruction made(Opcode::OPCODE_LABEL, 0, 0, 0, 0);
+        made.labelNumber = number;
+        return made;
+    }
+
+    Opcode opcode() const { return opcodeValue; }
+    // Encoded bytes.
+    unsigned int size() const { return length; }
+    // The operand zero-extended from its encoded width, a label's number, or
+    // 0 when there is none. Callers sign-extend branch distances themselves.
+    unsigned long operand() const {
+        if (opcodeValue == Opcode::OPCODE_LABEL) return labelNumber;
+        unsigned long value = 0;
+        for (unsigned int i = length; i-- > operandAt;) value = value << 8 | bytes[i];
+        return value;
+    }
+    // The label a branch or switch entry aims at; 0 when it has none.
+    unsigned int target() const { return targetLabel; }
+    void setTarget(unsigned int label) { targetLabel = label; }
+    // The encoding: size() bytes, or null when size() is 0.
+    const unsigned char* data() const { return length != 0 ? bytes : nullptr; }
+
+    // Byte offset in the method's code as of the builder's last layout.
+    unsigned int offset() const { return byteOffset; }
+    void setOffset(unsigned int value) { byteOffset = value; }
+    // The byte offset in the code it was decoded from, kept through changes
+    // of form; kNoOrigin for code added by the rewrite.
+    unsigned int origin() const { return originOffset; }
+    void setOrigin(unsigned int value) { originOffset = value; }
+
+private:
+    unsigned int byteOffset = 0;
+    unsigned int originOffset = kNoOrigin;
+    unsigned int targetLabel;
+    unsigned int labelNumber = 0;
+    Opcode opcodeValue;
+    unsigned char length;
+    unsigned char operandAt;
+    // The longest encodings: a one-byte opcode with eight operand bytes, a
+    // two-byte opcode with four.
+    unsigned char bytes[9] = {};
+};

@@ -140,7 +140,7 @@ void MethodBuffer::printCode(FILE* stream) {
     unsigned int offset = 0;
     while (offset < size) {
         // Held for this line only. The listing ends at bytes that do not decode.
-        InstructionPtr instruction(readInstruction(code + offset, size - offset));
+        const std::optional<Instruction> instruction = readInstruction(code + offset, size - offset);
         if (!instruction) break;
         const OpcodeInfo* info = findOpcode(instruction->opcode());
         fprintf_8(stream, "%7X  %-15s ", offset, info->name);

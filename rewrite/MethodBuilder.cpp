@@ -54,7 +54,7 @@ MethodBuilder::MethodBuilder() : header{}, ehHeader{} {
 void MethodBuilder::clear() {
     // The entries' list keeps its room, unless a body far above the usual
     // size grew it.
-    std::vector<InstructionPtr> kept = std::move(instructions);
+    std::vector<Instruction> kept = std::move(instructions);
     *this = MethodBuilder();
     if (kept.capacity() <= kKeptEntries) {
         kept.clear();
@@ -98,18 +98,18 @@ unsigned int MethodBuilder::getTotalSize() {
     return getHeaderSize() + code + getEHSize();
 }
 
-IILInstruction* MethodBuilder::getIL(unsigned int index) {
-    return index < instructions.size() ? instructions[index].get() : nullptr;
+const Instruction* MethodBuilder::getIL(unsigned int index) {
+    return index < instructions.size() ? &instructions[index] : nullptr;
 }
 
 unsigned int MethodBuilder::getILCount() { return static_cast<unsigned int>(instructions.size()); }
 
-HRESULT MethodBuilder::insertInstruction(unsigned int index, InstructionPtr instruction) {
+HRESULT MethodBuilder::insertInstruction(unsigned int index, const Instruction& instruction) {
     try {
         if (index >= instructions.size()) {
-            instructions.push_back(std::move(instruction));
+            instructions.push_back(instruction);
         } else {
-            instructions.insert(instructions.begin() + index, std::move(instruction));
+            instructions.insert(instructions.begin() + index, instruction);
         }
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
@@ -118,7 +118,7 @@ HRESULT MethodBuilder::insertInstruction(unsigned int index, InstructionPtr inst
 }
 
 HRESULT MethodBuilder::insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) {
-    InstructionPtr instruction(newInstruction(opcode, operand, target));
+    std::optional<Instruction> instruction = newInstruction(opcode, operand, target);
     if (!instruction) return E_OUTOFMEMORY;
     if (instruction->size() != 0) {
         offsetsValid = false;
@@ -130,37 +130,36 @@ HRESULT MethodBuilder::insertIL(unsigned int index, Opcode opcode, unsigned long
     }
     if (index > instructions.size()) index = getILCount();
     bool branch = isBranchOpcode(instruction->opcode());
-    HRESULT hr = insertInstruction(index, std::move(instruction));
+    HRESULT hr = insertInstruction(index, *instruction);
     if (SUCCEEDED(hr) && branch) hr = createBranchLabel(index);
     return hr;
 }
 
 HRESULT MethodBuilder::replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) {
     if (index >= instructions.size()) return E_INVALIDARG;
-    InstructionPtr instruction(newInstruction(opcode, operand, target));
+    std::optional<Instruction> instruction = newInstruction(opcode, operand, target);
     if (!instruction) return E_OUTOFMEMORY;
-    if (offsetsValid) instruction->setOffset(instructions[index]->offset());
-    instruction->setOrigin(instructions[index]->origin());
-    if (instruction->size() != instructions[index]->size()) {
+    if (offsetsValid) instruction->setOffset(instructions[index].offset());
+    instruction->setOrigin(instructions[index].origin());
+    if (instruction->size() != instructions[index].size()) {
         offsetsValid = false;
         targetsValid = false;
     }
     bool branch = isBranchOpcode(instruction->opcode());
-    // The old object is destroyed here.
-    instructions[index] = std::move(instruction);
+    instructions[index] = *instruction;
     return branch ? createBranchLabel(index) : S_OK;
 }
 
 HRESULT MethodBuilder::insertIL(unsigned int index, const unsigned char* code, unsigned int length) {
     if (index > instructions.size()) index = getILCount();
-    std::vector<InstructionPtr> decoded;
+    std::vector<Instruction> decoded;
     HRESULT hr = ILDecoder::decode(code, length, decoded);
     if (FAILED(hr)) return hr;
     unsigned int origin = 0;
-    for (InstructionPtr& instruction : decoded) {
+    for (Instruction& instruction : decoded) {
         // Switch entries belong to their switch.
-        if (instruction->opcode() != Opcode::OPCODE_CASE) instruction->setOrigin(origin);
-        origin += instruction->size();
+        if (instruction.opcode() != Opcode::OPCODE_CASE) instruction.setOrigin(origin);
+        origin += instruction.size();
     }
 
     // A label behind the code marks its end and gives branches to the first
@@ -168,8 +167,7 @@ HRESULT MethodBuilder::insertIL(unsigned int index, const unsigned char* code, u
     unsigned int endLabel = getLabel(index + 1);
     if (endLabel == 0) return E_OUTOFMEMORY;
     try {
-        instructions.insert(instructions.begin() + index, std::make_move_iterator(decoded.begin()),
-                            std::make_move_iterator(decoded.end()));
+        instructions.insert(instructions.begin() + index, decoded.begin(), decoded.end());
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
@@ -179,7 +177,7 @@ HRESULT MethodBuilder::insertIL(unsigned int index, const unsigned char* code, u
     // Labels inserted on the way shift the entries, so the length is read anew;
     // a branch met twice already has its target.
     for (unsigned int i = index; i < instructions.size() && SUCCEEDED(hr); ++i) {
-        const Instruction& instruction = *instructions[i];
+        const Instruction& instruction = instructions[i];
         if (isLabel(instruction) && instruction.operand() == endLabel) break;
         if (isBranchOpcode(instruction.opcode())) hr = createBranchLabel(i);
     }
@@ -187,14 +185,16 @@ HRESULT MethodBuilder::insertIL(unsigned int index, const unsigned char* code, u
 }
 
 HRESULT MethodBuilder::createBranchLabel(unsigned int index) {
-    Instruction* branch = instructions[index].get();
-    if (!isBranchOpcode(branch->opcode()) || branch->target() != 0) return S_OK;
-    int found = findInstruction(index, ILDecoder::branchDistance(*branch));
+    const Instruction& branch = instructions[index];
+    if (!isBranchOpcode(branch.opcode()) || branch.target() != 0) return S_OK;
+    int found = findInstruction(index, ILDecoder::branchDistance(branch));
     if (found < 0) return E_UNEXPECTED;
-    // The branch object stays where it is even if a label goes in ahead of it.
+    const size_t count = instructions.size();
     unsigned int label = getLabel(static_cast<unsigned int>(found));
     if (label == 0) return E_UNEXPECTED;
-    branch->setTarget(label);
+    // A label that went in at or ahead of the branch moved it one place on.
+    if (instructions.size() != count && static_cast<unsigned int>(found) <= index) ++index;
+    instructions[index].setTarget(label);
     return S_OK;
 }
 
@@ -202,18 +202,18 @@ int MethodBuilder::findInstruction(unsigned int index, int distance) {
     size_t count = instructions.size();
     size_t j = static_cast<size_t>(index) + 1;
     // Distances in a switch count from the end of its table.
-    while (j < count && instructions[j]->opcode() == Opcode::OPCODE_CASE) ++j;
+    while (j < count && instructions[j].opcode() == Opcode::OPCODE_CASE) ++j;
     if (j >= count) return -1;
     long sum = 0;
     if (distance >= 0) {
         for (; j < count; ++j) {
             if (sum == distance) return static_cast<int>(j);
-            sum += instructions[j]->size();
+            sum += instructions[j].size();
         }
         return -1;
     }
     for (size_t k = j; k-- > 0;) {
-        sum -= instructions[k]->size();
+        sum -= instructions[k].size();
         if (sum == distance) return static_cast<int>(k);
     }
     return -1;
@@ -221,11 +221,11 @@ int MethodBuilder::findInstruction(unsigned int index, int distance) {
 
 unsigned int MethodBuilder::getLabel(unsigned int index) {
     // The entry ahead is tested first, so a run of labels reuses its last one.
-    if (index > 0 && index - 1 < instructions.size() && isLabel(*instructions[index - 1])) {
-        return static_cast<unsigned int>(instructions[index - 1]->operand());
+    if (index > 0 && index - 1 < instructions.size() && isLabel(instructions[index - 1])) {
+        return static_cast<unsigned int>(instructions[index - 1].operand());
     }
-    if (index < instructions.size() && isLabel(*instructions[index])) {
-        return static_cast<unsigned int>(instructions[index]->operand());
+    if (index < instructions.size() && isLabel(instructions[index])) {
+        return static_cast<unsigned int>(instructions[index].operand());
     }
     unsigned int number = nextLabel++;
     return SUCCEEDED(insertIL(index, Opcode::OPCODE_LABEL, number, 0)) ? number : 0;
@@ -270,7 +270,7 @@ HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFl
         }
         // A label inserted at i has size 0: the walk goes on over it with the
         // same position.
-        if (i < getILCount()) position += instructions[i]->size();
+        if (i < getILCount()) position += instructions[i].size();
     }
     if (pending != 0) return E_UNEXPECTED;
     return addClause(record);
@@ -319,8 +319,8 @@ bool MethodBuilder::areEntryStarts(const unsigned long* positions, unsigned int 
         }
     };
     mark();
-    for (const InstructionPtr& instruction : instructions) {
-        running += instruction->size();
+    for (const Instruction& instruction : instructions) {
+        running += instruction.size();
         mark();
     }
     return found == (1u << count) - 1;
@@ -330,7 +330,7 @@ void MethodBuilder::updateOffsetsAndLabels() {
     if (offsetsValid) return;
     unsigned int position = 0;
     for (unsigned int i = 0; i < instructions.size(); ++i) {
-        Instruction& instruction = *instructions[i];
+        Instruction& instruction = instructions[i];
         instruction.setOffset(position);
         if (isLabel(instruction)) placeLabel(static_cast<unsigned int>(instruction.operand()), i);
         position += instruction.size();
@@ -340,9 +340,9 @@ void MethodBuilder::updateOffsetsAndLabels() {
 
 unsigned int MethodBuilder::getCurrentILByteIndex(unsigned int index) {
     updateOffsetsAndLabels();
-    if (index < instructions.size()) return instructions[index]->offset();
+    if (index < instructions.size()) return instructions[index].offset();
     if (instructions.empty()) return 0;
-    const Instruction& last = *instructions.back();
+    const Instruction& last = instructions.back();
     return last.offset() + last.size();
 }
 
@@ -368,9 +368,9 @@ HRESULT MethodBuilder::mapOrigins(std::vector<COR_IL_MAP>& map) {
     HRESULT hr = updateTargets();
     if (FAILED(hr)) return hr;
     updateOffsetsAndLabels();
-    for (const InstructionPtr& instruction : instructions) {
-        if (instruction->origin() != IILInstruction::kNoOrigin) {
-            map.push_back({instruction->origin(), instruction->offset(), TRUE});
+    for (const Instruction& instruction : instructions) {
+        if (instruction.origin() != Instruction::kNoOrigin) {
+            map.push_back({instruction.origin(), instruction.offset(), TRUE});
         }
     }
     return S_OK;
@@ -387,7 +387,7 @@ int MethodBuilder::findLabel(unsigned int label) {
 }
 
 HRESULT MethodBuilder::settleBranch(unsigned int index, unsigned int end) {
-    const Instruction& branch = *instructions[index];
+    const Instruction branch = instructions[index];
     int labelIndex = findLabel(branch.target());
     if (labelIndex < 0) return E_UNEXPECTED;
     int distance = static_cast<int>(getCurrentILByteIndex(static_cast<unsigned int>(labelIndex)) - end);
@@ -430,12 +430,12 @@ HRESULT MethodBuilder::updateTargets() {
         unsigned int position = 0;
         // A change of form invalidates the offsets; the walk then starts over.
         for (unsigned int i = 0; i < instructions.size() && offsetsValid && SUCCEEDED(hr); ++i) {
-            position += instructions[i]->size();
-            if (!isBranchOpcode(instructions[i]->opcode())) continue;
+            position += instructions[i].size();
+            if (!isBranchOpcode(instructions[i].opcode())) continue;
             unsigned int end = position;
-            for (unsigned int j = i + 1; j < instructions.size() && instructions[j]->opcode() == Opcode::OPCODE_CASE;
+            for (unsigned int j = i + 1; j < instructions.size() && instructions[j].opcode() == Opcode::OPCODE_CASE;
                  ++j) {
-                end += instructions[j]->size();
+                end += instructions[j].size();
             }
             hr = settleBranch(i, end);
         }
@@ -451,10 +451,10 @@ HRESULT MethodBuilder::writeToBuffer(unsigned char* buffer) {
     HRESULT hr = updateTargets();
     if (FAILED(hr)) return hr;
     unsigned int position = kFatHeaderSize;
-    for (const InstructionPtr& instruction : instructions) {
-        if (instruction->size() == 0) continue;
-        std::memcpy(buffer + position, instruction->data(), instruction->size());
-        position += instruction->size();
+    for (const Instruction& instruction : instructions) {
+        if (instruction.size() == 0) continue;
+        std::memcpy(buffer + position, instruction.data(), instruction.size());
+        position += instruction.size();
     }
     if (clauses.empty()) return S_OK;
     while ((position - kFatHeaderSize) % 4 != 0) buffer[position++] = 0;
@@ -501,7 +501,7 @@ int MethodBuilder::print(FILE* stream, unsigned int origin) {
     for (unsigned int i = 0; i < instructions.size(); ++i) {
         // The layout may replace entries (branch forms): it goes first.
         unsigned int b = getILByteIndex(i);
-        const Instruction& instruction = *instructions[i];
+        const Instruction& instruction = instructions[i];
         const OpcodeInfo* info = findOpcode(instruction.opcode());
         fprintf_8(stream, "%7X ", b);
         if (b >= origin) {

@@ -32,7 +32,7 @@ public:
     unsigned int getEHCount() override;
     unsigned int getTotalSize() override;
     HRESULT writeToBuffer(unsigned char* buffer) override;
-    IILInstruction* getIL(unsigned int index) override;
+    const Instruction* getIL(unsigned int index) override;
     HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
     HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
     HRESULT insertIL(unsigned int index, const unsigned char* code, unsigned int length) override;
@@ -43,7 +43,7 @@ public:
     int print(FILE* stream, unsigned int origin) override;
 
 private:
-    [[nodiscard]] HRESULT insertInstruction(unsigned int index, InstructionPtr instruction);
+    [[nodiscard]] HRESULT insertInstruction(unsigned int index, const Instruction& instruction);
     [[nodiscard]] HRESULT createBranchLabel(unsigned int index);
     [[nodiscard]] HRESULT addClause(const MethodBuilderEHClause& record);
     int findInstruction(unsigned int index, int distance);
@@ -58,7 +58,7 @@ private:
     void printClauses(FILE* stream);
 
     IMAGE_COR_ILMETHOD_FAT header;
-    std::vector<InstructionPtr> instructions;
+    std::vector<Instruction> instructions;
     IMAGE_COR_ILMETHOD_SECT_FAT ehHeader;
     std::vector<MethodBuilderEHClause> clauses;
     // Where each label stands, by number. The builder counts its own labels up

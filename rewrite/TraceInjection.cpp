@@ -267,7 +267,7 @@ HRESULT Profiler::findBaseConstructorCall(unsigned int* index) {
     unsigned int base = classOf(import, extends);
     unsigned int count = current.builder->getILCount();
     for (unsigned int i = 0; i + 1 < count; ++i) {
-        IILInstruction* instruction = current.builder->getIL(i);
+        const Instruction* instruction = current.builder->getIL(i);
         if (instruction->opcode() != Opcode::call) continue;
         unsigned int token = static_cast<unsigned int>(instruction->operand());
         char16_t name[kNameSize] = {};

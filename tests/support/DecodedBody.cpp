@@ -19,21 +19,21 @@ DecodedBody DecodedBody::read(const unsigned char* body) {
     out.localSigToken = out.fat ? header.LocalVarSigTok : 0;
     out.codeSize = buffer->getCodeSize();
     out.clauses = clausesOf(*buffer);
-    std::vector<InstructionPtr> decoded;
+    std::vector<::Instruction> decoded;
     if (FAILED(ILDecoder::decode(buffer->getCode(), out.codeSize, decoded))) {
         out.error = "the code does not decode";
         return out;
     }
     uint32_t offset = 0;
-    for (const InstructionPtr& instruction : decoded) {
+    for (const ::Instruction& instruction : decoded) {
         // A switch's table entries follow it as entries of their own.
-        if (instruction->opcode() != Opcode::OPCODE_CASE) {
+        if (instruction.opcode() != Opcode::OPCODE_CASE) {
             // Two-byte opcodes are held with their bytes in encoding order.
-            const auto value = static_cast<uint32_t>(instruction->opcode());
+            const auto value = static_cast<uint32_t>(instruction.opcode());
             const uint32_t opcode = value > 0xFF ? 0xFE00u | value >> 8 : value;
-            out.instructions.push_back({offset, opcode, instruction->operand()});
+            out.instructions.push_back({offset, opcode, instruction.operand()});
         }
-        offset += instruction->size();
+        offset += instruction.size();
     }
     return out;
 }

@@ -49,7 +49,7 @@ Shape shapeOf(IMethodBuffer& buffer) {
     unsigned int offset = 0;
     unsigned long ordinal = 0;
     while (offset < size) {
-        InstructionPtr instruction(readInstruction(code + offset, size - offset));
+        const std::optional<Instruction> instruction = readInstruction(code + offset, size - offset);
         if (!instruction) return shape;
         ordinalAt[offset] = static_cast<long>(ordinal++);
         offset += instruction->size();
