@@ -153,15 +153,15 @@ unsigned int read32(const unsigned char* p) {
 struct Decoded {
     unsigned int offset;
     unsigned int value;  // one byte, or 0xFE | second byte << 8
-    unsigned int operand;
+    unsigned int operand = 0;
     unsigned int next;  // offset of the following instruction
     unsigned int firstTarget;
-    unsigned int targetCount;
+    unsigned int targetCount = 0;
     // What the opcode table says the opcode does to the stack and to control:
     // the decoder lets only the table's opcodes through.
     const OpcodeInfo* effect;
     // A try block begins here: the stack must be empty.
-    bool tryStart;
+    bool tryStart = false;
 };
 
 struct Region {
@@ -306,8 +306,11 @@ private:
             }
             unsigned int start = offset + length;
             if (operandSize > codeSize - start) return fail("Operand cut at 0x%X.", offset);
-            Decoded instruction{offset, value, 0,    start + operandSize, static_cast<unsigned int>(targets.size()),
-                                0,      info,  false};
+            Decoded instruction{.offset = offset,
+                                .value = value,
+                                .next = start + operandSize,
+                                .firstTarget = static_cast<unsigned int>(targets.size()),
+                                .effect = info};
             const unsigned char* operand = code + start;
             if (operandSize == 1) instruction.operand = operand[0];
             if (operandSize == 2) instruction.operand = static_cast<unsigned int>(operand[0] | operand[1] << 8);

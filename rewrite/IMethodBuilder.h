@@ -63,7 +63,7 @@ public:
     virtual unsigned int getTotalSize() = 0;
     // Writes a fat header, the code and fat clauses into getTotalSize() bytes.
     [[nodiscard]] virtual HRESULT writeToBuffer(unsigned char* buffer) = 0;
-    // Owned by the builder; null past the end.
+    // Owned by the builder, valid until the list next changes; null past the end.
     virtual const Instruction* getIL(unsigned int index) = 0;
     // Inserts at index, or appends at or past the end. A branch with target 0
     // is tied to the place its operand points to.

@@ -118,7 +118,8 @@ private:
     // What the rewrite keeps of a module until it unloads: one lookup a method
     // reaches it all, and what the runtime was asked once is not asked again.
     struct ModuleFacts {
-        // The runtime's view of the module's metadata.
+        // The runtime's own view of the module's metadata, which sees what the
+        // rewrite defines; the context may read from the module's image.
         AutoCOMPointer<IMetaDataImport> import;
         std::unordered_map<mdMethodDef, Outcome> outcomes;
         // The bodies as the runtime first handed them, when asked to keep them:
@@ -207,10 +208,8 @@ private:
     // tests.
     struct MethodRewrite {
         IMetaDataContext* context = nullptr;
-        // The runtime's own view of the module's metadata, which sees what the
-        // rewrite defines; the context may read from the module's image.
-        AutoCOMPointer<IMetaDataImport> import;
         ModuleFacts* facts = nullptr;
+        IMetaDataImport* import() const { return facts->import.get(); }
         AutoPointer<IMethodBuilder> builder;
         AutoPointer<IMethodBuffer> buffer;
         AutoPointer<IMethodBlobInputStream> signature;

@@ -56,7 +56,7 @@ HRESULT Profiler::hijackMethod(IMetaDataContext* method) {
 
 HRESULT Profiler::updateHijacks() {
     if (isDotnetCore || hijackTokens[0] != 0) return S_OK;
-    IMetaDataImport* import = current.import.get();
+    IMetaDataImport* import = current.import();
     const ModuleID module = current.context->getModuleID();
     unsigned int tokens[kHijackTokenCount] = {};
 

@@ -63,8 +63,6 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
                                          reinterpret_cast<IUnknown**>(&facts->import));
         }
     }
-    AutoCOMPointer<IMetaDataImport> newImport;
-    if (SUCCEEDED(hr)) newImport = facts->import;
     AutoPointer<IMethodBuffer> newBuffer;
     if (SUCCEEDED(hr)) {
         newBuffer = IMethodBuffer::newInstance(body);
@@ -81,7 +79,6 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     if (SUCCEEDED(hr)) {
         current = MethodRewrite{};
         current.context = newContext;
-        current.import = std::move(newImport);
         current.facts = facts;
         current.isCoreLibrary = coreLibrary;
         current.builder = std::move(newBuilder);
@@ -91,7 +88,7 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
 }
 
 HRESULT Profiler::updateSignatures() {
-    IMetaDataImport* import = current.import.get();
+    IMetaDataImport* import = current.import();
     PCCOR_SIGNATURE bytes = nullptr;
     ULONG length = 0;
     HRESULT hr = import->GetMethodProps(current.context->getMethodDef(), nullptr, nullptr, 0, nullptr, nullptr, &bytes,
@@ -231,7 +228,7 @@ HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasRe
     unsigned int added = hasResult ? 2 : 1;
     HRESULT hr = blob->writeByte(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG);
 
-    IMetaDataImport* import = current.import.get();
+    IMetaDataImport* import = current.import();
     unsigned int incomingToken = current.buffer->isTinyHeader() ? 0 : current.buffer->getHeader()->Fat.LocalVarSigTok;
     if (SUCCEEDED(hr) && incomingToken != 0) {
         PCCOR_SIGNATURE bytes = nullptr;

@@ -178,7 +178,7 @@ bool Profiler::mapRewrittenOnLoad(FunctionID function) {
 HRESULT Profiler::verifyBody() {
     PCCOR_SIGNATURE locals = nullptr;
     ULONG localsLength = 0;
-    HRESULT hr = current.import.get()->GetSigFromToken(current.localSigToken, &locals, &localsLength);
+    HRESULT hr = current.import()->GetSigFromToken(current.localSigToken, &locals, &localsLength);
     if (FAILED(hr)) return hr;
     VerifiedMethod method{current.newBody,
                           current.builder->getTotalSize(),
@@ -189,7 +189,7 @@ HRESULT Profiler::verifyBody() {
                           current.signature->getLength(),
                           locals,
                           localsLength,
-                          current.import.get()};
+                          current.import()};
     hr = BodyVerifier::verify(method, verifierReason, kVerifierReasonSize);
     if (hr == E_FAIL) lastError = verifierReason;
     return hr;
@@ -259,7 +259,7 @@ HRESULT Profiler::refuseUnwrappableCode() {
 // its base class (a struct's constructors on locals are other calls). Without
 // one, as in the root class, the entry code goes first.
 HRESULT Profiler::findBaseConstructorCall(unsigned int* index) {
-    IMetaDataImport* import = current.import.get();
+    IMetaDataImport* import = current.import();
     mdToken extends = 0;
     HRESULT hr = import->GetTypeDefProps(current.context->getTypeDef(), nullptr, 0, nullptr, nullptr, &extends);
     if (FAILED(hr)) return hr;

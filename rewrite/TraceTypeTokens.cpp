@@ -57,7 +57,7 @@ bool Profiler::mayBeByRefLike(unsigned char type, IMethodBlobInputStream* stream
     unsigned int number = 0;
     if (FAILED(genericNumber(stream, index, &number))) return true;
     AutoCOMPointer<IMetaDataImport2> import;
-    if (FAILED(current.import.get()->QueryInterface(IID_IMetaDataImport2, reinterpret_cast<void**>(&import)))) {
+    if (FAILED(current.import()->QueryInterface(IID_IMetaDataImport2, reinterpret_cast<void**>(&import)))) {
         return true;
     }
     mdToken owner = type == ELEMENT_TYPE_VAR ? current.context->getTypeDef() : current.context->getMethodDef();
@@ -170,7 +170,7 @@ Profiler::TypeTraits Profiler::readTraits(IMetaDataImport* import, unsigned int 
 // defines it; false if it cannot be found.
 bool Profiler::findDefinition(unsigned int token, AutoCOMPointer<IMetaDataImport>& otherScope, IMetaDataImport** scope,
                               unsigned int* definition) {
-    IMetaDataImport* import = current.import.get();
+    IMetaDataImport* import = current.import();
     *scope = import;
     if (TypeFromToken(token) == mdtTypeSpec) {
         unsigned int resolved = 0;
