@@ -37,8 +37,9 @@ private:
     };
     Broad& broad();
 
-    // The flag sits in the set's tail padding: groups come by the hundred thousand.
+    // The set last but for the flag, which sits in its tail padding, and the
+    // group's own flags in what is left: groups come by the hundred thousand.
+    std::unique_ptr<Broad> more;
     [[no_unique_address]] ClassSet classes;
     bool matchAll = false;
-    std::unique_ptr<Broad> more;
 };

@@ -4,22 +4,17 @@
 
 #include "metadata/IMetaDataContext.h"
 
-bool ClassSet::hasQualified() {
-    countQualified();
-    return qualifiedCount >= 1;
+void ClassSet::insert(const char16_t* text) {
+    if (text == nullptr) {
+        return;
+    }
+    WCharSet::insert(text);
+    (text[0] == u'[' ? anyQualified : anyPlain) = true;
 }
 
-void ClassSet::countQualified() {
-    const int members = static_cast<int>(size());
-    if (countedSize != members) {
-        countedSize = members;
-        qualifiedCount = 0;
-        forEach([this](const char16_t* item) {
-            if (item[0] == u'[') {
-                ++qualifiedCount;
-            }
-        });
-    }
+void ClassSet::clear() {
+    WCharSet::clear();
+    anyQualified = anyPlain = false;
 }
 
 bool isClassWithAssembly(const char16_t* s) {
@@ -93,9 +88,8 @@ bool findInClassSets(ClassSet& set, const char16_t* assembly, const char16_t* cl
     return set.contains(qualified);
 }
 
-bool ClassSet::mayHoldClassOf(const char16_t* assembly) {
-    countQualified();
-    if (qualifiedCount < static_cast<int>(size())) {
+bool ClassSet::mayHoldClassOf(const char16_t* assembly) const {
+    if (anyPlain) {
         return true;
     }
     // The key findInClassSets builds, without the class name: its beginning.

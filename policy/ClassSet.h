@@ -11,21 +11,28 @@
 #include "metadata/IMetaDataContext.h"
 #include "policy/WCharSet.h"
 
-class ClassSet : public WCharSet {
+class ClassSet : private WCharSet {
 public:
-    // True if some member begins with '['. The count is refreshed at the first
-    // call after the set changed size; two readers arrive at the same count.
-    bool hasQualified();
+    void insert(const char16_t* text);
+    void clear();
+    using WCharSet::contains;
+    using WCharSet::empty;
+    using WCharSet::forEach;
+    using WCharSet::size;
+    // True if some member begins with '['.
+    bool hasQualified() const { return anyQualified; }
     // False only when no member can name a class of this assembly: every
     // member is bracketed and none agrees with "[assembly]" under the set's
     // prefix ordering.
-    bool mayHoldClassOf(const char16_t* assembly);
+    bool mayHoldClassOf(const char16_t* assembly) const;
 
 private:
-    void countQualified();
-
-    int countedSize = -1;
-    int qualifiedCount = -1;
+    // Kept as members come: a key that agrees with a member shares its first
+    // unit, so a member turned away changes neither. They sit in the base's
+    // tail padding, and a class matcher's flag after them: groups come by the
+    // hundred thousand.
+    bool anyQualified = false;
+    bool anyPlain = false;
 };
 
 // True for "[A]X": a leading '[', a ']' and at least one unit behind it.

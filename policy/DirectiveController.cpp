@@ -93,7 +93,7 @@ IDirectiveGroup* DirectiveController::getDirectiveGroup(const char16_t* name) {
         return line;
     }
     auto found = groups.find(name);
-    return found == groups.end() ? nullptr : found->second.get();
+    return found == groups.end() ? nullptr : &found->second;
 }
 
 IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
@@ -105,17 +105,15 @@ IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
     if (ClassLineGroup* line = lineGroups.find(name)) {
         return line;
     }
-    auto [entry, added] = groups.try_emplace(name);
-    return groupAt(entry, added);
-}
-
-IDirectiveGroup* DirectiveController::groupAt(DirectiveGroupMap::iterator entry, bool added) {
-    indexStale = true;
-    if (added) {
-        // The group's name is its key in the map.
-        entry->second = std::make_unique<MatchingDirectiveGroup>(entry->first.c_str());
+    const std::u16string_view key(name);
+    auto entry = groups.lower_bound(key);
+    if (entry == groups.end() || entry->first != key) {
+        char16_t* owned = groupNames.allocate(key.size() + 1);
+        std::copy_n(name, key.size() + 1, owned);
+        entry = groups.emplace_hint(entry, std::piecewise_construct, std::forward_as_tuple(owned, key.size()),
+                                    std::forward_as_tuple(owned));
     }
-    return entry->second.get();
+    return &entry->second;
 }
 
 IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
@@ -151,12 +149,12 @@ DirectiveGroupIndex::Candidates DirectiveController::groupsInOrder() {
     for (ClassLineGroup* line : lineGroups.byName()) {
         const std::u16string_view name(line->getName());
         for (; entry != groups.end() && CodeUnitOrder{}(entry->first, name); ++entry) {
-            ordered.push_back(entry->second.get());
+            ordered.push_back(&entry->second);
         }
         ordered.push_back(line);
     }
     for (; entry != groups.end(); ++entry) {
-        ordered.push_back(entry->second.get());
+        ordered.push_back(&entry->second);
     }
     return ordered;
 }

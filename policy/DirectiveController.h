@@ -2,6 +2,8 @@
 #pragma once
 
 #include <atomic>
+#include <map>
+#include <string_view>
 
 #include "platform/AutoPointer.h"
 #include "policy/ClassLineGroups.h"
@@ -11,6 +13,8 @@
 #include "policy/DirectiveMatchingCache.h"
 #include "policy/IDirectiveController.h"
 #include "policy/MatchContext.h"
+#include "policy/MatchingDirectiveGroup.h"
+#include "policy/TextArena.h"
 
 class MethodNameRows;
 
@@ -62,7 +66,6 @@ private:
     enum class Meeting { General, Filed, All };
 
     // The group of a map entry, made if the entry was just added.
-    IDirectiveGroup* groupAt(DirectiveGroupMap::iterator entry, bool added);
     // The named groups and the class-line groups, merged in the order of names.
     DirectiveGroupIndex::Candidates groupsInOrder();
 
@@ -95,7 +98,11 @@ private:
     FILE* log;
     ClassMethodFilter skips;
     ClassMethodFilter dynamicInstrumentationSkips;
-    DirectiveGroupMap groups;
+    // Groups by name, in ascending order of code units: the order in which
+    // they are asked. Each lives in its map entry, its name in the arena: a
+    // generated file makes them by the hundred thousand.
+    std::map<std::u16string_view, MatchingDirectiveGroup, CodeUnitOrder> groups;
+    TextArena groupNames;
     // Kept apart from the map, but for a name that the map already holds.
     ClassLineGroups lineGroups;
     int anonymousCount = 0;

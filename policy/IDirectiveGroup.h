@@ -7,8 +7,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <map>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -86,7 +84,3 @@ inline int unitOrder(const char16_t* a, const char16_t* b) {
     }
     return static_cast<int>(*a) - static_cast<int>(*b);
 }
-
-// Groups by name, in ascending order of code units: the order in which they
-// are asked.
-using DirectiveGroupMap = std::map<std::u16string, std::unique_ptr<IDirectiveGroup>, CodeUnitOrder>;

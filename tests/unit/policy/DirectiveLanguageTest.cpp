@@ -437,3 +437,17 @@ TEST(ClassSet, QualifiedLookupOfAnOverlongNameStaysInItsBuffer) {
     EXPECT_TRUE(findInClassSets(set, u"A", longName.c_str()));
     EXPECT_FALSE(findInClassSets(set, u"B", longName.c_str()));
 }
+
+TEST(ClassSet, AssemblyTestFollowsTheBracketedAndPlainMembers) {
+    ClassSet set;
+    EXPECT_FALSE(set.mayHoldClassOf(u"A"));
+    set.insert(u"[A]N.C");
+    set.insert(u"[A]N.CX");  // one key with the first: the set is unchanged
+    EXPECT_TRUE(set.mayHoldClassOf(u"A"));
+    EXPECT_FALSE(set.mayHoldClassOf(u"B"));
+    set.insert(u"N.D");
+    EXPECT_TRUE(set.mayHoldClassOf(u"B"));
+    set.clear();
+    set.insert(u"[A]N.C");
+    EXPECT_FALSE(set.mayHoldClassOf(u"B"));
+}
