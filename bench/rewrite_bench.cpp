@@ -24,7 +24,7 @@ bool rebuild(const AssemblyBodies::Body& body, std::vector<unsigned char>& out) 
     std::unique_ptr<IMethodBuffer> source(IMethodBuffer::newInstance(body.bytes));
     std::unique_ptr<IMethodBuilder> builder(IMethodBuilder::newInstance());
     builder->copyHeader(source->getHeader());
-    HRESULT hr = builder->insertIL(0, source->getCode(), source->getCodeSize());
+    HRESULT hr = builder->decodeIL(source->getCode(), source->getCodeSize());
     IMAGE_COR_ILMETHOD_SECT_EH* eh = source->getEH();
     for (unsigned int i = 0; i < source->getEHClauses() && SUCCEEDED(hr); ++i) {
         hr = source->isSmallEH() ? builder->insertEHClause(&eh->Small.Clauses[i])

@@ -113,7 +113,7 @@ void DecodeAndWrite(benchmark::State& state) {
             std::unique_ptr<IMethodBuilder> builder(IMethodBuilder::newInstance());
             builder->copyHeader(buffer->getHeader());
             // Every body of the library decodes: the round-trip tests prove it.
-            (void)builder->insertIL(0, buffer->getCode(), buffer->getCodeSize());
+            (void)builder->decodeIL(buffer->getCode(), buffer->getCodeSize());
             IMAGE_COR_ILMETHOD_SECT_EH* section = buffer->hasEH() ? buffer->getEH() : nullptr;
             for (unsigned int i = 0; section != nullptr && i < buffer->getEHClauses(); ++i) {
                 if (buffer->isSmallEH()) {

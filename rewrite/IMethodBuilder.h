@@ -69,10 +69,12 @@ public:
     // is tied to the place its operand points to.
     [[nodiscard]] virtual HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
     [[nodiscard]] virtual HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
-    // Decodes code into the list at index. E_UNEXPECTED for undecodable or
-    // truncated code and for branches that do not land on an instruction of the
-    // code or its end; the list is then unchanged.
-    [[nodiscard]] virtual HRESULT insertIL(unsigned int index, const unsigned char* code, unsigned int length) = 0;
+    // Decodes a body's code into the empty list, a label in front of each
+    // place a branch lands on and one behind the code. E_UNEXPECTED for a list
+    // that is not empty, for undecodable or truncated code and for branches
+    // that do not land on an instruction of the code or its end; the list is
+    // then unchanged.
+    [[nodiscard]] virtual HRESULT decodeIL(const unsigned char* code, unsigned int length) = 0;
     // Byte index of the entry after the branches are settled; kUnsettled if
     // they cannot be (and so the code size too).
     static constexpr unsigned int kUnsettled = 0xFFFFFFFF;

@@ -18,6 +18,8 @@ constexpr unsigned int kFatClauseSize = 24;
 constexpr unsigned int kFirstTraceLabel = 0x80000000;
 constexpr unsigned int kLabelRun = 1u << 16;
 constexpr size_t kKeptEntries = 4096;
+// Entries a rewrite adds to a body, about: its calls, labels and clauses.
+constexpr size_t kAddedEntries = 128;
 
 // Pending places of a clause while insertEHClause looks for them.
 enum PendingPlace : unsigned int {
@@ -46,20 +48,27 @@ HRESULT IMethodBuilder::insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_F
                           clause->HandlerOffset, clause->HandlerLength, clause->ClassToken);
 }
 
-MethodBuilder::MethodBuilder() : header{}, ehHeader{} {
-    header.Flags = CorILMethod_FatFormat;
-    header.Size = kFatSizeInWords;
+MethodBuilder::MethodBuilder() {
+    clear();
 }
 
 void MethodBuilder::clear() {
-    // The entries' list keeps its room, unless a body far above the usual
-    // size grew it.
-    std::vector<Instruction> kept = std::move(instructions);
-    *this = MethodBuilder();
-    if (kept.capacity() <= kKeptEntries) {
-        kept.clear();
-        instructions = std::move(kept);
-    }
+    // The lists keep their room for the next body, unless one far above the
+    // usual size grew them: fresh memory costs a fault a page.
+    if (instructions.capacity() > kKeptEntries) std::vector<Instruction>().swap(instructions);
+    if (labelAt.capacity() > kKeptEntries * 4) std::vector<unsigned int>().swap(labelAt);
+    instructions.clear();
+    clauses.clear();
+    builderLabels.clear();
+    traceLabels.clear();
+    otherLabels.clear();
+    header = IMAGE_COR_ILMETHOD_FAT{};
+    header.Flags = CorILMethod_FatFormat;
+    header.Size = kFatSizeInWords;
+    ehHeader = IMAGE_COR_ILMETHOD_SECT_FAT{};
+    offsetsValid = false;
+    targetsValid = false;
+    nextLabel = 1;
 }
 
 IMAGE_COR_ILMETHOD_FAT* MethodBuilder::getFatHeader() { return &header; }
@@ -150,38 +159,57 @@ HRESULT MethodBuilder::replaceIL(unsigned int index, Opcode opcode, unsigned lon
     return branch ? createBranchLabel(index) : S_OK;
 }
 
-HRESULT MethodBuilder::insertIL(unsigned int index, const unsigned char* code, unsigned int length) {
-    if (index > instructions.size()) index = getILCount();
-    std::vector<Instruction> decoded;
-    HRESULT hr = ILDecoder::decode(code, length, decoded);
+HRESULT MethodBuilder::decodeIL(const unsigned char* code, unsigned int length) {
+    if (!instructions.empty()) return E_UNEXPECTED;
+    HRESULT hr = ILDecoder::decode(code, length, instructions);
     if (FAILED(hr)) return hr;
-    unsigned int origin = 0;
-    for (Instruction& instruction : decoded) {
-        // Switch entries belong to their switch.
-        if (instruction.opcode() != Opcode::OPCODE_CASE) instruction.setOrigin(origin);
-        origin += instruction.size();
-    }
-
-    // A label behind the code marks its end and gives branches to the first
-    // byte behind it a place to land.
-    unsigned int endLabel = getLabel(index + 1);
-    if (endLabel == 0) return E_OUTOFMEMORY;
     try {
-        instructions.insert(instructions.begin() + index, decoded.begin(), decoded.end());
+        // The label of each place a branch lands on, numbered as the branches
+        // come after the one behind the code; the decoder checked the places.
+        labelAt.assign(static_cast<size_t>(length) + 1, 0);
+        labelAt[length] = nextLabel++;
+        size_t labels = 1;
+        unsigned int position = 0;
+        unsigned int tableEnd = 0;
+        for (Instruction& instruction : instructions) {
+            const bool isCase = instruction.opcode() == Opcode::OPCODE_CASE;
+            // Switch entries belong to their switch.
+            if (!isCase) instruction.setOrigin(position);
+            position += instruction.size();
+            // Switch distances count from the end of the whole table.
+            if (instruction.opcode() == Opcode::switch_) {
+                tableEnd = position + static_cast<unsigned int>(instruction.operand()) * 4;
+            }
+            if (!isBranchOpcode(instruction.opcode())) continue;
+            const long from = isCase ? tableEnd : position;
+            unsigned int& label = labelAt[static_cast<size_t>(from + ILDecoder::branchDistance(instruction))];
+            if (label == 0) {
+                label = nextLabel++;
+                ++labels;
+            }
+            instruction.setTarget(label);
+        }
+        // The labels go in from the back, each entry moved once, with room
+        // for what the rewrite adds.
+        const size_t decoded = instructions.size();
+        instructions.reserve(decoded + labels + kAddedEntries);
+        instructions.resize(decoded + labels, Instruction::label(0));
+        size_t to = instructions.size();
+        instructions[--to] = Instruction::label(labelAt[length]);
+        for (size_t from = decoded; from-- > 0;) {
+            const Instruction instruction = instructions[from];
+            instructions[--to] = instruction;
+            if (instruction.opcode() != Opcode::OPCODE_CASE && labelAt[instruction.origin()] != 0) {
+                instructions[--to] = Instruction::label(labelAt[instruction.origin()]);
+            }
+        }
     } catch (const std::bad_alloc&) {
+        instructions.clear();
         return E_OUTOFMEMORY;
     }
     offsetsValid = false;
     targetsValid = false;
-
-    // Labels inserted on the way shift the entries, so the length is read anew;
-    // a branch met twice already has its target.
-    for (unsigned int i = index; i < instructions.size() && SUCCEEDED(hr); ++i) {
-        const Instruction& instruction = instructions[i];
-        if (isLabel(instruction) && instruction.operand() == endLabel) break;
-        if (isBranchOpcode(instruction.opcode())) hr = createBranchLabel(i);
-    }
-    return hr;
+    return S_OK;
 }
 
 HRESULT MethodBuilder::createBranchLabel(unsigned int index) {

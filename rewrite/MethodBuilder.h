@@ -35,7 +35,7 @@ public:
     const Instruction* getIL(unsigned int index) override;
     HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
     HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
-    HRESULT insertIL(unsigned int index, const unsigned char* code, unsigned int length) override;
+    HRESULT decodeIL(const unsigned char* code, unsigned int length) override;
     unsigned int getILByteIndex(unsigned int index) override;
     unsigned int getILCount() override;
     HRESULT mapOrigins(std::vector<COR_IL_MAP>& map) override;
@@ -67,6 +67,8 @@ private:
     std::vector<int> builderLabels;
     std::vector<int> traceLabels;
     std::unordered_map<unsigned int, unsigned int> otherLabels;
+    // The label of each byte of the code being decoded, by place.
+    std::vector<unsigned int> labelAt;
     bool offsetsValid = false;
     bool targetsValid = false;
     unsigned int nextLabel = 1;

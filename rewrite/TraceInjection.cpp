@@ -197,7 +197,7 @@ HRESULT Profiler::verifyBody() {
 
 HRESULT Profiler::updateOriginalCode() {
     current.builder->copyHeader(current.buffer->getHeader());
-    HRESULT hr = current.builder->insertIL(0, current.buffer->getCode(), current.buffer->getCodeSize());
+    HRESULT hr = current.builder->decodeIL(current.buffer->getCode(), current.buffer->getCodeSize());
     if (SUCCEEDED(hr) && current.buffer->hasEH()) {
         IMAGE_COR_ILMETHOD_SECT_EH* section = current.buffer->getEH();
         bool small = current.buffer->isSmallEH();

@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     BodyVerifier::verify(method, reason, 160);
 
     std::unique_ptr<IMethodBuilder> builder(IMethodBuilder::newInstance());
-    if (builder != nullptr && SUCCEEDED(builder->insertIL(0, data + 1, static_cast<unsigned int>(size - 1)))) {
+    if (builder != nullptr && SUCCEEDED(builder->decodeIL(data + 1, static_cast<unsigned int>(size - 1)))) {
         std::unique_ptr<unsigned char[]> out(new unsigned char[builder->getTotalSize()]);
         builder->writeToBuffer(out.get());
     }

@@ -109,7 +109,7 @@ void roundTripAssembly(const std::string& path, Totals& totals) {
 
         std::unique_ptr<IMethodBuilder> builder(IMethodBuilder::newInstance());
         builder->copyHeader(source->getHeader());
-        ASSERT_EQ(builder->insertIL(0, source->getCode(), source->getCodeSize()), S_OK);
+        ASSERT_EQ(builder->decodeIL(source->getCode(), source->getCodeSize()), S_OK);
         IMAGE_COR_ILMETHOD_SECT_EH* eh = source->getEH();
         for (unsigned int i = 0; i < source->getEHClauses(); ++i) {
             ASSERT_EQ(source->isSmallEH() ? builder->insertEHClause(&eh->Small.Clauses[i])
