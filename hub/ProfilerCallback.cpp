@@ -4,7 +4,6 @@
 #include <new>
 
 #include "gate/ProfilingManager.h"
-#include "metadata/ImageMetaData.h"
 #include "platform/HeldLock.h"
 #include "runtime/Guids.h"
 
@@ -164,21 +163,3 @@ HRESULT ProfilerCallback::ReJITCompilationFinished(FunctionID functionId, ReJITI
                                                    BOOL fIsSafeToBlock) {
     return JITCompilationFinished(functionId, hrStatus, fIsSafeToBlock);
 }
-
-// Slots that ignore their arguments.
-
-HRESULT ProfilerCallback::ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStatus) {
-    HeldLock held(&profilerLock);
-    if (profiler != nullptr) {
-        profiler->forgetModule(moduleId);
-    }
-    moduleShims.erase(moduleId);
-    ImageMetaData::forget(moduleId);
-    // The id may come back for another module: the context must not take
-    // this one's metadata and names for it.
-    if (metaDataContext != nullptr && metaDataContext->getModuleID() == moduleId) {
-        metaDataContext->setModuleID(0);
-    }
-    return S_OK;
-}
-

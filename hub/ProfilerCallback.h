@@ -62,6 +62,7 @@ public:
     HRESULT AssemblyUnloadStarted(AssemblyID assemblyId) override;
     HRESULT AssemblyUnloadFinished(AssemblyID assemblyId, HRESULT hrStatus) override;
     HRESULT ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus) override;
+    HRESULT ModuleUnloadStarted(ModuleID moduleId) override;
     HRESULT ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStatus) override;
     HRESULT JITCompilationStarted(FunctionID functionId, BOOL fIsSafeToBlock) override;
     HRESULT JITCompilationFinished(FunctionID functionId, HRESULT hrStatus, BOOL fIsSafeToBlock) override;

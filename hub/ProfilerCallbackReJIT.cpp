@@ -136,6 +136,11 @@ void ProfilerCallback::ServiceReJITRequests() {
             info10 = nullptr;
         }
         for (rejit_requests& batch : rejitRequests) {
+            // A batch that an unload emptied has nothing left to ask for.
+            if (batch.count == 0) {
+                putReJITStatus(batch.identifier, S_FALSE);
+                continue;
+            }
             // The methods that inlined one of these when they were compiled
             // are compiled again too: a newly selected method reaches the agent
             // also from its callers.
@@ -153,6 +158,10 @@ void ProfilerCallback::ServiceReJITRequests() {
         // first compile, which carried the instrumentation, so the method is
         // compiled again and ReJITCompilationStarted hands it its own body.
         for (rejit_requests& batch : revertRequests) {
+            if (batch.count == 0) {
+                putReJITStatus(batch.identifier, S_FALSE);
+                continue;
+            }
             HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
             account.rejitRequested(batch.count, hr);
             IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();

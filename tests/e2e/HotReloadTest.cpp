@@ -78,6 +78,20 @@ void followsItsDirectives(const std::string& setting = "") {
     EXPECT_NE(coreShim, std::string::npos) << why();
     EXPECT_LT(log.find("Defined Synthetic Shim in Reload\n"), coreShim) << why();
 
+    // A plugin loaded into a collectible context and unloaded: nothing of it
+    // reaches the runtime afterwards, neither a request by its name nor the
+    // next reload's walk over what was compiled, a list of its struct included.
+    e2e::touch(install, "plugin");
+    ASSERT_TRUE(waitUntil([&] { return native().find("plugin unloaded, asked again: -1\n") != std::string::npos; }))
+        << why();
+    e2e::touch(install, "reload");
+    EXPECT_TRUE(waitUntil([&] {
+        const std::string notes = native();
+        return notes.find("reloaded ", notes.find("plugin unloaded")) != std::string::npos;
+    })) << why();
+    EXPECT_NE(install.logText().find("Failed to find module [ReloadPlugin] ReloadPlugin \n"), std::string::npos)
+        << why();
+
     const e2e::RunResult& run = program.stop();
     EXPECT_EQ(run.exitCode, 0) << run.describe() << why();
     EXPECT_EQ(run.out, reference.out) << run.describe() << why();

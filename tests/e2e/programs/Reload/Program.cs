@@ -1,8 +1,9 @@
 // A program that keeps calling two methods while the test changes which of
 // them are traced. The test steers it with files in the working directory:
-// "reload" asks the profiler for a hot reload of the directives, "stop" ends
-// the loop. What the profiler's exports answer goes to "native.txt", never
-// to the output, which is the same with and without the profiler.
+// "reload" asks the profiler for a hot reload of the directives, "plugin"
+// loads a plugin and unloads it, "stop" ends the loop. What the profiler's
+// exports answer goes to "native.txt", never to the output, which is the same
+// with and without the profiler.
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 
@@ -24,6 +25,7 @@ namespace Reload
     {
         internal static delegate* unmanaged<byte, void> reloadDirectives;
         private static delegate* unmanaged<int, int> getReJITStatus;
+        private static delegate* unmanaged<char*, char*, int, int> request;
 
         public static int Main(string[] args)
         {
@@ -44,6 +46,11 @@ namespace Reload
                     File.Delete("reload");
                     reloadDirectives(1);
                     Note("reloaded " + i);
+                }
+                if (File.Exists("plugin"))
+                {
+                    File.Delete("plugin");
+                    Note("plugin " + Plugin.LoadAndUnload());
                 }
                 if (File.Exists("environment"))
                 {
@@ -69,7 +76,7 @@ namespace Reload
             if (path == null || !NativeLibrary.TryLoad(path, out IntPtr library))
                 return -1;
             var supports = (delegate* unmanaged<byte>)NativeLibrary.GetExport(library, "Native_SupportsReJIT");
-            var request = (delegate* unmanaged<char*, char*, int, int>)NativeLibrary.GetExport(library, "Native_RequestReJIT");
+            request = (delegate* unmanaged<char*, char*, int, int>)NativeLibrary.GetExport(library, "Native_RequestReJIT");
             reloadDirectives = (delegate* unmanaged<byte, void>)NativeLibrary.GetExport(library, "Native_ReloadDirectives");
             getReJITStatus = (delegate* unmanaged<int, int>)NativeLibrary.GetExport(library, "Native_GetReJITStatus");
             Note("supports " + supports());
@@ -82,6 +89,16 @@ namespace Reload
             Note("unknown " + unknown);
             Note("requested " + gamma);
             return gamma;
+        }
+
+        // The answer to a ReJIT request for the first method of the module of
+        // that name, or -2 without the profiler's exports.
+        internal static int RequestByName(string name)
+        {
+            if (request == null)
+                return -2;
+            fixed (char* module = name, assembly = name)
+                return request(module, assembly, 0x06000001);
         }
 
         // What the profiler hands the agent, from the library wherever it was
