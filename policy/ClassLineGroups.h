@@ -38,7 +38,8 @@ private:
     // The group at that index in the order of numbers.
     ClassLineGroup& at(size_t index);
 
-    TextArena text;
+    // A line names its group, class and method: 64 KB take a few hundred lines.
+    TextArena text{size_t{1} << 15};
     // Blocks of kBlock groups, each reserved once: a group never moves, as
     // the index points at it. All but the first, which a small file fills
     // page by page, are mapped whole as they are made (see MemoryPages).

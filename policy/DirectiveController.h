@@ -100,9 +100,9 @@ private:
     ClassMethodFilter dynamicInstrumentationSkips;
     // Groups by name, in ascending order of code units: the order in which
     // they are asked. Each lives in its map entry, its name in the arena: a
-    // generated file makes them by the hundred thousand.
+    // generated file makes them by the hundred thousand, most files a few.
     std::map<std::u16string_view, MatchingDirectiveGroup, CodeUnitOrder> groups;
-    TextArena groupNames;
+    TextArena groupNames{512};
     // Kept apart from the map, but for a name that the map already holds.
     ClassLineGroups lineGroups;
     int anonymousCount = 0;

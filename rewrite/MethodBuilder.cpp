@@ -49,7 +49,7 @@ HRESULT IMethodBuilder::insertEHClause(const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_F
 }
 
 MethodBuilder::MethodBuilder() {
-    clear();
+    MethodBuilder::clear();
 }
 
 void MethodBuilder::clear() {
