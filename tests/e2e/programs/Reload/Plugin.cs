@@ -32,10 +32,8 @@ namespace Reload
             TypeBuilder square = module.DefineType("ReloadPlugin.Square", TypeAttributes.Public);
             ILGenerator il = square.DefineMethod("Of", MethodAttributes.Public | MethodAttributes.Static, typeof(int),
                                                  new[] { typeof(int) }).GetILGenerator();
-            il.Emit(OpCodes.Ldarg_0);
-            il.Emit(OpCodes.Dup);
-            il.Emit(OpCodes.Mul);
-            il.Emit(OpCodes.Ret);
+            foreach (OpCode opcode in new[] { OpCodes.Ldarg_0, OpCodes.Dup, OpCodes.Mul, OpCodes.Ret })
+                il.Emit(opcode);
             square.CreateType();
             using var image = new MemoryStream();
             assembly.Save(image);
