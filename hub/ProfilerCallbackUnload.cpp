@@ -14,6 +14,16 @@ namespace {
 constexpr int kDeepestArgument = 8;
 constexpr ULONG32 kArgumentBatch = 16;
 
+bool classOfModule(ICorProfilerInfo2* info, ClassID type, ModuleID module, int depth);
+
+// One of the generic arguments is the module's, or has one that is.
+bool anyOfModule(ICorProfilerInfo2* info, const ClassID* arguments, ULONG32 count, ModuleID module, int depth) {
+    for (ULONG32 i = 0; i < count && i < kArgumentBatch; ++i) {
+        if (classOfModule(info, arguments[i], module, depth)) return true;
+    }
+    return false;
+}
+
 // The class, or a generic argument of it at any depth, is the module's.
 bool classOfModule(ICorProfilerInfo2* info, ClassID type, ModuleID module, int depth) {
     ModuleID owner = 0;
@@ -22,11 +32,7 @@ bool classOfModule(ICorProfilerInfo2* info, ClassID type, ModuleID module, int d
     if (type == 0 || FAILED(info->GetClassIDInfo2(type, &owner, nullptr, nullptr, kArgumentBatch, &count, arguments))) {
         return false;
     }
-    if (owner == module) return true;
-    for (ULONG32 i = 0; depth > 0 && i < count && i < kArgumentBatch; ++i) {
-        if (classOfModule(info, arguments[i], module, depth - 1)) return true;
-    }
-    return false;
+    return owner == module || (depth > 0 && anyOfModule(info, arguments, count, module, depth - 1));
 }
 
 // The function is the module's, or an instantiation over one of its types:
@@ -39,11 +45,8 @@ bool functionOfModule(ICorProfilerInfo2* info, FunctionID function, ModuleID mod
     if (FAILED(info->GetFunctionInfo2(function, 0, &type, &owner, nullptr, kArgumentBatch, &count, arguments))) {
         return false;
     }
-    if (owner == module || classOfModule(info, type, module, kDeepestArgument)) return true;
-    for (ULONG32 i = 0; i < count && i < kArgumentBatch; ++i) {
-        if (classOfModule(info, arguments[i], module, kDeepestArgument)) return true;
-    }
-    return false;
+    return owner == module || classOfModule(info, type, module, kDeepestArgument) ||
+           anyOfModule(info, arguments, count, module, kDeepestArgument);
 }
 
 // Drops the batches' entries of the module, keeping each batch's order.

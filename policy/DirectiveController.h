@@ -65,7 +65,6 @@ private:
     // scan selected, the groups filed under the class's names, or both.
     enum class Meeting { General, Filed, All };
 
-    // The group of a map entry, made if the entry was just added.
     // The named groups and the class-line groups, merged in the order of names.
     DirectiveGroupIndex::Candidates groupsInOrder();
 

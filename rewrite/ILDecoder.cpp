@@ -15,8 +15,9 @@ static HRESULT decodeStraight(const unsigned char* code, unsigned int length, st
                               std::vector<unsigned int>& ends) {
     unsigned int position = 0;
     while (position < length) {
-        const std::optional<Instruction> instruction = readInstruction(code + position, length - position);
+        std::optional<Instruction> instruction = readInstruction(code + position, length - position);
         if (!instruction) return E_UNEXPECTED;
+        instruction->setOrigin(position);
         position += instruction->size();
         bool isSwitch = instruction->opcode() == Opcode::switch_;
         unsigned long count = instruction->operand();
@@ -53,11 +54,12 @@ static HRESULT checkTargets(unsigned int length, const std::vector<Instruction>&
     return S_OK;
 }
 
-HRESULT ILDecoder::decode(const unsigned char* code, unsigned int length, std::vector<Instruction>& out) {
+HRESULT ILDecoder::decode(const unsigned char* code, unsigned int length, std::vector<Instruction>& out,
+                          std::vector<unsigned int>& ends) {
     out.clear();
+    ends.clear();
     HRESULT hr = S_OK;
     try {
-        std::vector<unsigned int> ends;
         hr = decodeStraight(code, length, out, ends);
         if (SUCCEEDED(hr)) hr = checkTargets(length, out, ends);
     } catch (const std::bad_alloc&) {

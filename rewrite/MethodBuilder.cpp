@@ -57,6 +57,7 @@ void MethodBuilder::clear() {
     // usual size grew them: fresh memory costs a fault a page.
     if (instructions.capacity() > kKeptEntries) std::vector<Instruction>().swap(instructions);
     if (labelAt.capacity() > kKeptEntries * 4) std::vector<unsigned int>().swap(labelAt);
+    if (distancesFrom.capacity() > kKeptEntries) std::vector<unsigned int>().swap(distancesFrom);
     instructions.clear();
     clauses.clear();
     builderLabels.clear();
@@ -161,7 +162,7 @@ HRESULT MethodBuilder::replaceIL(unsigned int index, Opcode opcode, unsigned lon
 
 HRESULT MethodBuilder::decodeIL(const unsigned char* code, unsigned int length) {
     if (!instructions.empty()) return E_UNEXPECTED;
-    HRESULT hr = ILDecoder::decode(code, length, instructions);
+    HRESULT hr = ILDecoder::decode(code, length, instructions, distancesFrom);
     if (FAILED(hr)) return hr;
     try {
         // The label of each place a branch lands on, numbered as the branches
@@ -169,20 +170,11 @@ HRESULT MethodBuilder::decodeIL(const unsigned char* code, unsigned int length) 
         labelAt.assign(static_cast<size_t>(length) + 1, 0);
         labelAt[length] = nextLabel++;
         size_t labels = 1;
-        unsigned int position = 0;
-        unsigned int tableEnd = 0;
-        for (Instruction& instruction : instructions) {
-            const bool isCase = instruction.opcode() == Opcode::OPCODE_CASE;
-            // Switch entries belong to their switch.
-            if (!isCase) instruction.setOrigin(position);
-            position += instruction.size();
-            // Switch distances count from the end of the whole table.
-            if (instruction.opcode() == Opcode::switch_) {
-                tableEnd = position + static_cast<unsigned int>(instruction.operand()) * 4;
-            }
+        for (size_t i = 0; i < instructions.size(); ++i) {
+            Instruction& instruction = instructions[i];
             if (!isBranchOpcode(instruction.opcode())) continue;
-            const long from = isCase ? tableEnd : position;
-            unsigned int& label = labelAt[static_cast<size_t>(from + ILDecoder::branchDistance(instruction))];
+            const long place = static_cast<long>(distancesFrom[i]) + ILDecoder::branchDistance(instruction);
+            unsigned int& label = labelAt[static_cast<size_t>(place)];
             if (label == 0) {
                 label = nextLabel++;
                 ++labels;

@@ -67,8 +67,10 @@ private:
     std::vector<int> builderLabels;
     std::vector<int> traceLabels;
     std::unordered_map<unsigned int, unsigned int> otherLabels;
-    // The label of each byte of the code being decoded, by place.
+    // The label of each byte of the code being decoded, by place, and where
+    // each decoded entry's distance counts from.
     std::vector<unsigned int> labelAt;
+    std::vector<unsigned int> distancesFrom;
     bool offsetsValid = false;
     bool targetsValid = false;
     unsigned int nextLabel = 1;

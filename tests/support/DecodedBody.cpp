@@ -20,20 +20,19 @@ DecodedBody DecodedBody::read(const unsigned char* body) {
     out.codeSize = buffer->getCodeSize();
     out.clauses = clausesOf(*buffer);
     std::vector<::Instruction> decoded;
-    if (FAILED(ILDecoder::decode(buffer->getCode(), out.codeSize, decoded))) {
+    std::vector<unsigned int> ends;
+    if (FAILED(ILDecoder::decode(buffer->getCode(), out.codeSize, decoded, ends))) {
         out.error = "the code does not decode";
         return out;
     }
-    uint32_t offset = 0;
     for (const ::Instruction& instruction : decoded) {
         // A switch's table entries follow it as entries of their own.
         if (instruction.opcode() != Opcode::OPCODE_CASE) {
             // Two-byte opcodes are held with their bytes in encoding order.
             const auto value = static_cast<uint32_t>(instruction.opcode());
             const uint32_t opcode = value > 0xFF ? 0xFE00u | value >> 8 : value;
-            out.instructions.push_back({offset, opcode, instruction.operand()});
+            out.instructions.push_back({instruction.origin(), opcode, instruction.operand()});
         }
-        offset += instruction.size();
     }
     return out;
 }
