@@ -1,8 +1,8 @@
 // A module's unload. While it is under way, its ids are still valid: what
 // names the module goes then, so that no later call hands the runtime an id of
 // freed memory (a request to compile again, a hot reload's walk, a lookup by
-// name). Once it is done, the rewrite and the shims forget it, as its id may
-// come back for another module.
+// name, the agent's question about a sampled function). Once it is done, the
+// rewrite and the shims forget it, as its id may come back for another module.
 #include "hub/ProfilerCallback.h"
 #include "metadata/ImageMetaData.h"
 #include "platform/HeldLock.h"
@@ -66,20 +66,28 @@ void dropModule(std::vector<rejit_requests>& batches, ModuleID module) {
 }  // namespace
 
 HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
-    HeldLock held(&profilerLock);
-    {
-        HeldLock names(&moduleLock);
-        std::erase_if(moduleIds, [&](const auto& entry) { return entry.second == moduleId; });
-    }
-    dropModule(rejitRequests, moduleId);
-    dropModule(revertRequests, moduleId);
-    std::erase_if(precompiledInliners, [&](const auto& method) { return method.first == moduleId; });
     AutoCOMPointer<ICorProfilerInfo2> info2;
-    if (controller != nullptr && profilerInfo != nullptr &&
-        SUCCEEDED(profilerInfo->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2)))) {
-        std::erase_if(controller->getCompiledMethods(),
-                      [&](const auto& entry) { return functionOfModule(info2.get(), entry.first, moduleId); });
+    if (profilerInfo != nullptr) {
+        (void)profilerInfo->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2));
     }
+    const auto ofModule = [&](FunctionID function) {
+        return info2 != nullptr && functionOfModule(info2.get(), function, moduleId);
+    };
+    {
+        HeldLock held(&profilerLock);
+        {
+            HeldLock names(&moduleLock);
+            std::erase_if(moduleIds, [&](const auto& entry) { return entry.second == moduleId; });
+        }
+        dropModule(rejitRequests, moduleId);
+        dropModule(revertRequests, moduleId);
+        std::erase_if(precompiledInliners, [&](const auto& method) { return method.first == moduleId; });
+        if (controller != nullptr) {
+            std::erase_if(controller->getCompiledMethods(), [&](const auto& entry) { return ofModule(entry.first); });
+        }
+    }
+    // The agent may still hold the ids of the module's functions from its samples.
+    traceProfiler.releaseFunctions(ofModule);
     return S_OK;
 }
 

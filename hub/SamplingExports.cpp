@@ -87,28 +87,30 @@ TARN_EXPORT void Native_GetClassForFunctionId(unsigned long functionId, char16_t
 
 TARN_EXPORT HRESULT Native_GetModuleAndMetadataTokensForFunctionId(unsigned long functionId, char16_t* moduleName,
                                                                    unsigned int size, unsigned int* token) {
-    ICorProfilerInfo* info = fpc != nullptr ? fpc->getProfilerInfo() : nullptr;
-    if (info == nullptr) {
+    if (fpc == nullptr) {
         return -1;
     }
-    ModuleID module = 0;
-    mdToken methodToken = 0;
-    HRESULT hr = info->GetFunctionInfo(functionId, nullptr, &module, &methodToken);
-    if (SUCCEEDED(hr)) {
-        if (token != nullptr) {
-            *token = methodToken;
+    return fpc->getTraceProfiler().askAboutFunction(functionId, [&](ICorProfilerInfo* info) {
+        ModuleID module = 0;
+        mdToken methodToken = 0;
+        HRESULT hr = info->GetFunctionInfo(functionId, nullptr, &module, &methodToken);
+        if (SUCCEEDED(hr)) {
+            if (token != nullptr) {
+                *token = methodToken;
+            }
+            ULONG length = 0;
+            hr = info->GetModuleInfo(module, nullptr, size, &length, moduleName, nullptr);
         }
-        ULONG length = 0;
-        hr = info->GetModuleInfo(module, nullptr, size, &length, moduleName, nullptr);
-    }
-    return hr;
+        return hr;
+    });
 }
 
 TARN_EXPORT unsigned int Native_GetMetadataTokenForFunctionId(unsigned long functionId) {
-    ICorProfilerInfo* info = fpc != nullptr ? fpc->getProfilerInfo() : nullptr;
     mdToken methodToken = 0;
-    if (info != nullptr) {
-        info->GetFunctionInfo(functionId, nullptr, nullptr, &methodToken);
+    if (fpc != nullptr) {
+        (void)fpc->getTraceProfiler().askAboutFunction(functionId, [&](ICorProfilerInfo* info) {
+            return info->GetFunctionInfo(functionId, nullptr, nullptr, &methodToken);
+        });
     }
     return methodToken;
 }

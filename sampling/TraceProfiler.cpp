@@ -33,12 +33,16 @@ TraceProfiler::TraceProfiler(ISamplingOwner* callback)
     sessions.reserve(kMaxSessions);
     InitializeCriticalSection(&cacheLock);
     InitializeCriticalSection(&sessionLock);
+    InitializeCriticalSection(&askLock);
+    InitializeCriticalSection(&sampledLock);
     InitializeConditionVariable(&wakeUp);
 }
 
 TraceProfiler::~TraceProfiler() {
     Shutdown();
     pthread_cond_destroy(&wakeUp);
+    DeleteCriticalSection(&sampledLock);
+    DeleteCriticalSection(&askLock);
     DeleteCriticalSection(&sessionLock);
     DeleteCriticalSection(&cacheLock);
 }

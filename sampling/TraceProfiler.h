@@ -10,18 +10,26 @@
 // guards the table, the unsafe flag and the unresolved threads; the cache lock
 // the three name caches, and no one takes the session lock while holding it.
 // Neither lock is held while the runtime is asked to stop. Enabled and
-// shutting down are plain fields.
+// shutting down are plain fields. The ask lock guards the released functions
+// and is held over the runtime's answers about them; the sampled lock guards
+// the sampled functions and is never held over a call into the runtime.
 // Results are small negative numbers: -1 no such session or table full, -2 the
 // runtime could not say which thread calls, -42 a thread number known to have
 // no managed thread, -404 sampling is disabled.
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
+#include "platform/AutoPointer.h"
 #include "platform/CoreCLRPAL.h"
+#include "platform/HeldLock.h"
+#include "runtime/CorErrors.h"
+#include "runtime/CorProfilerInfo.h"
 #include "runtime/ProfilerStructs.h"
 #include "policy/IProperties.h"
 #include "sampling/ISamplingOwner.h"
@@ -80,6 +88,16 @@ public:
     // size units with the terminator; out is left as it was if either is unknown.
     int GetClassForFunctionId(FunctionID function, char16_t* out, int size);
 
+    // Asks the runtime about a function id that the agent hands back: ask(info)
+    // answers, under the lock that an unload takes to release ids. A released
+    // id is refused with E_INVALIDARG and no call, as the runtime has freed
+    // what it points at; -1 once the runtime is gone.
+    template <typename Ask>
+    HRESULT askAboutFunction(FunctionID function, Ask ask);
+    // From a module's unload, while its ids are still valid: the sampled
+    // functions that ofModule claims are released.
+    void releaseFunctions(const std::function<bool(FunctionID)>& ofModule);
+
     bool isEnabled() const { return enabled; }
     bool isShuttingDown() const { return shuttingDown; }
     int getLogLevel() const { return logLevel; }
@@ -111,6 +129,9 @@ private:
     void recordFrames(trace_profiler_session& session, const FunctionID* functions, int count, bool complete);
     bool resolveThread(trace_profiler_session& session, ICorProfilerInfo* info);
     void logFailedSnapshot(int index, HRESULT hr);
+    // The function's class, module and token, and its module's assembly.
+    [[nodiscard]] HRESULT askFunctionAndAssembly(FunctionID function, ClassID& classId, ModuleID& moduleId,
+                                                 mdToken* token, AssemblyID& assemblyId);
     void cacheClassInfo(FunctionID function);
     [[nodiscard]] HRESULT cacheAssemblyName(ICorProfilerInfo* info, AssemblyID assemblyId, FunctionID function);
     void concatEnclosingClass(mdTypeDef typeDef, IMetaDataImport* import, char16_t* out);
@@ -129,8 +150,12 @@ private:
     std::map<unsigned long, std::u16string> classNames;
     std::map<unsigned long, std::u16string> functionNames;
     std::map<int, int> unresolvedThreads;
-    // Functions of the samples that the last pass added, for the class cache.
-    std::vector<FunctionID> uncachedFunctions;
+    // Functions of the samples that the last pass added.
+    std::vector<FunctionID> newFunctions;
+    // Every function that a sample has named, until its module unloads.
+    std::unordered_set<FunctionID> sampledFunctions;
+    // Functions of unloaded modules, until a sample names the same id again.
+    std::unordered_set<FunctionID> releasedFunctions;
     // Under the session lock; written to the log at shutdown.
     PauseStatistics pauses;
     // Its storage is reserved for all 64 entries at once: the sampling thread
@@ -139,6 +164,8 @@ private:
     HANDLE samplingThread;
     CRITICAL_SECTION cacheLock;
     CRITICAL_SECTION sessionLock;
+    CRITICAL_SECTION askLock;
+    CRITICAL_SECTION sampledLock;
     CONDITION_VARIABLE wakeUp;
 };
 
@@ -146,3 +173,13 @@ private:
 // on, S_FALSE ends the walk.
 [[nodiscard]] HRESULT TraceProfilerStackSnapshotCallback(FunctionID function, UINT_PTR ip, COR_PRF_FRAME_INFO frameInfo,
                                            ULONG32 contextSize, BYTE context[], void* clientData);
+
+template <typename Ask>
+HRESULT TraceProfiler::askAboutFunction(FunctionID function, Ask ask) {
+    AutoCOMPointer<ICorProfilerInfo> info(profilerInfo());
+    if (info == nullptr) {
+        return -1;
+    }
+    HeldLock held(&askLock);
+    return releasedFunctions.count(function) != 0 ? E_INVALIDARG : ask(info.get());
+}

@@ -1,6 +1,7 @@
 // Names for the bare FunctionIDs of the samples: with the class cache on, each
-// recorded frame gets its class and assembly names cached while the runtime is
-// stopped, and the agent's questions are answered from the cache alone.
+// recorded frame gets its class and assembly names cached right after its pass,
+// and the agent's questions are answered from the cache alone. The ids of a
+// module that unloads are refused from then on.
 #include "platform/AutoPointer.h"
 #include "platform/HeldLock.h"
 #include "runtime/CorErrors.h"
@@ -32,6 +33,36 @@ void appendWithin(char16_t* out, const char16_t* text, size_t capacity) {
 
 }  // namespace
 
+HRESULT TraceProfiler::askFunctionAndAssembly(FunctionID function, ClassID& classId, ModuleID& moduleId, mdToken* token,
+                                              AssemblyID& assemblyId) {
+    return askAboutFunction(function, [&](ICorProfilerInfo* info) {
+        const HRESULT hr = info->GetFunctionInfo(function, &classId, &moduleId, token);
+        return hr == S_OK ? info->GetModuleInfo(moduleId, nullptr, 0, nullptr, nullptr, &assemblyId) : hr;
+    });
+}
+
+void TraceProfiler::releaseFunctions(const std::function<bool(FunctionID)>& ofModule) {
+    std::vector<FunctionID> released;
+    {
+        HeldLock held(&sampledLock);
+        released.assign(sampledFunctions.begin(), sampledFunctions.end());
+    }
+    // The runtime is asked with no lock held.
+    std::erase_if(released, [&](FunctionID function) { return !ofModule(function); });
+    if (released.empty()) {
+        return;
+    }
+    {
+        HeldLock held(&sampledLock);
+        for (FunctionID function : released) sampledFunctions.erase(function);
+    }
+    HeldLock held(&askLock);
+    releasedFunctions.insert(released.begin(), released.end());
+    if (logs(kDebug)) {
+        log("Released %d sampled functions of an unloading module\n", static_cast<int>(released.size()));
+    }
+}
+
 void TraceProfiler::cacheClassInfo(FunctionID function) {
     AutoCOMPointer<ICorProfilerInfo> info(profilerInfo());
     if (info == nullptr) {
@@ -42,10 +73,7 @@ void TraceProfiler::cacheClassInfo(FunctionID function) {
     mdToken methodToken = 0;
     AssemblyID assemblyId = 0;
     mdTypeDef typeDef = 0;
-    HRESULT hr = info->GetFunctionInfo(function, &classId, &moduleId, &methodToken);
-    if (hr == S_OK) {
-        hr = info->GetModuleInfo(moduleId, nullptr, 0, nullptr, nullptr, &assemblyId);
-    }
+    HRESULT hr = askFunctionAndAssembly(function, classId, moduleId, &methodToken, assemblyId);
     if (hr == S_OK && classId != 0) {
         hr = info->GetClassIDInfo(classId, nullptr, &typeDef);
     }
@@ -141,17 +169,13 @@ void TraceProfiler::concatEnclosingClass(mdTypeDef typeDef, IMetaDataImport* imp
 }
 
 int TraceProfiler::GetClassForFunctionId(FunctionID function, char16_t* out, int size) {
-    AutoCOMPointer<ICorProfilerInfo> info(profilerInfo());
-    if (info == nullptr || out == nullptr || size <= 0) {
+    if (out == nullptr || size <= 0) {
         return 0;
     }
     ClassID classId = 0;
     ModuleID moduleId = 0;
     AssemblyID assemblyId = 0;
-    HRESULT hr = info->GetFunctionInfo(function, &classId, &moduleId, nullptr);
-    if (hr == S_OK) {
-        hr = info->GetModuleInfo(moduleId, nullptr, 0, nullptr, nullptr, &assemblyId);
-    }
+    const HRESULT hr = askFunctionAndAssembly(function, classId, moduleId, nullptr, assemblyId);
     if (hr != S_OK) {
         if (logs(kDebug)) {
             log("Native_GetClassForFunctionId Failed to lookup class: 0x%x or assembly: 0x%x\n", classId, assemblyId);

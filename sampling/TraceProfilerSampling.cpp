@@ -148,6 +148,9 @@ void TraceProfiler::samplePass(bool wokeEarly) {
     // Nothing thrown may leave the runtime stopped.
     try {
         sampleDueSessions(wokeEarly, suspended, counts);
+        // Known before the runtime goes on, and with it an unload.
+        HeldLock held(&sampledLock);
+        sampledFunctions.insert(newFunctions.begin(), newFunctions.end());
     } catch (...) {
         if (logs(kError)) {
             log("Sampling pass ended by an error\n");
@@ -176,10 +179,15 @@ void TraceProfiler::samplePass(bool wokeEarly) {
     // let go, keeps an agent that has read the samples from asking too early.
     EnterCriticalSection(&cacheLock);
     LeaveCriticalSection(&sessionLock);
-    for (FunctionID function : uncachedFunctions) {
-        cacheClassInfo(function);
+    {
+        // An id of a module gone may have come back for another function.
+        HeldLock held(&askLock);
+        for (FunctionID function : newFunctions) releasedFunctions.erase(function);
     }
-    uncachedFunctions.clear();
+    if (useClassCache) {
+        for (FunctionID function : newFunctions) cacheClassInfo(function);
+    }
+    newFunctions.clear();
     LeaveCriticalSection(&cacheLock);
 }
 
@@ -294,7 +302,7 @@ int TraceProfiler::sampleForSession(trace_profiler_session& session) {
 }
 
 // One walk's frames, innermost first, counted by function, caller and depth;
-// a frame not seen before waits for its class name.
+// a frame not seen before is noted as new.
 void TraceProfiler::recordFrames(trace_profiler_session& session, const FunctionID* functions, int count,
                                  bool complete) {
     for (int i = 0; i < count; ++i) {
@@ -308,9 +316,7 @@ void TraceProfiler::recordFrames(trace_profiler_session& session, const Function
         } else {
             session.sampleIndex.emplace(key, session.samples.size());
             session.samples.push_back(trace_profiler_sample {key.function, key.parent, key.depth, 1});
-            if (useClassCache) {
-                uncachedFunctions.push_back(key.function);
-            }
+            newFunctions.push_back(key.function);
         }
     }
 }

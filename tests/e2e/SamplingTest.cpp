@@ -158,6 +158,30 @@ TEST_F(Sampling, ShutdownDuringSamplingLeavesAProgramThatEnds) {
     }
 }
 
+// A thread sampled in a plugin's method, read again once the plugin has been
+// unloaded: the runtime has freed what the plugin's function ids pointed at,
+// so they are refused, and the program's own frames still answer.
+TEST_F(Sampling, FunctionsOfAnUnloadedPluginAreRefused) {
+    const auto lines = run({"plugin"});
+    const auto tokens = tokensOf(lines);
+    const auto plugin = linesStartingWith(lines, "plugin token ");
+    ASSERT_EQ(plugin.size(), 1u) << why(lines);
+    const Session loaded(lines, "loaded ");
+    const Sample* entry = loaded.find(plugin[0].substr(13));
+    ASSERT_NE(entry, nullptr) << why(lines);
+    EXPECT_EQ(entry->className, "SampledPlugin.Host, SampledPlugin");
+
+    const Session unloaded(lines, "unloaded ");
+    ASSERT_EQ(unloaded.samples.size(), loaded.samples.size()) << why(lines);
+    const auto again = std::find_if(unloaded.samples.begin(), unloaded.samples.end(),
+                                    [&](const Sample& sample) { return sample.function == entry->function; });
+    ASSERT_NE(again, unloaded.samples.end()) << why(lines);
+    EXPECT_EQ(std::tie(again->token, again->module, again->className), std::make_tuple("0", "?", "")) << why(lines);
+    const Sample* b = unloaded.find(tokens.at("B"));
+    ASSERT_NE(b, nullptr) << why(lines);
+    EXPECT_EQ(b->className, "Sampled.Chain, Sampled");
+}
+
 // The registry's exports, reached by their decorated names from the agent:
 // each answers 0, and with no hooks installed on this runtime no method is
 // recorded. The agent's record of a method is laid out as ours.
