@@ -87,7 +87,7 @@ HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
         }
     }
     // The agent may still hold the ids of the module's functions from its samples.
-    traceProfiler.releaseFunctions(ofModule);
+    traceProfiler.ModuleUnloading(moduleId, ofModule);
     return S_OK;
 }
 

@@ -351,6 +351,42 @@ void TraceProfiler::ThreadDestroyed(ThreadID threadId) {
     }
 }
 
+void TraceProfiler::ModuleUnloading(ModuleID module, const std::function<bool(FunctionID)>& ofModule) {
+    {
+        // Such a session would look the method up in the module at each pass.
+        HeldLock held(&sessionLock);
+        for (auto& session : sessions) {
+            if (session.sampling && session.nativeThread == 0 && session.rootFunction == 0 &&
+                session.module == module) {
+                session.sampling = false;
+                if (logs(kDebug)) {
+                    log("Stopped sampling session %d: its method's module unloads\n",
+                        static_cast<int>(&session - sessions.data()));
+                }
+            }
+        }
+    }
+    std::vector<FunctionID> released;
+    {
+        HeldLock held(&sampledLock);
+        released.assign(sampledFunctions.begin(), sampledFunctions.end());
+    }
+    // The runtime is asked with no lock held.
+    std::erase_if(released, [&](FunctionID function) { return !ofModule(function); });
+    if (released.empty()) {
+        return;
+    }
+    {
+        HeldLock held(&sampledLock);
+        for (FunctionID function : released) sampledFunctions.erase(function);
+    }
+    HeldLock held(&askLock);
+    releasedFunctions.insert(released.begin(), released.end());
+    if (logs(kDebug)) {
+        log("Released %d sampled functions of an unloading module\n", static_cast<int>(released.size()));
+    }
+}
+
 void TraceProfiler::SetUnsafe(bool value) {
     HeldLock held(&sessionLock);
     unsafe = value;

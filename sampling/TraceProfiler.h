@@ -94,9 +94,10 @@ public:
     // what it points at; -1 once the runtime is gone.
     template <typename Ask>
     HRESULT askAboutFunction(FunctionID function, Ask ask);
-    // From a module's unload, while its ids are still valid: the sampled
-    // functions that ofModule claims are released.
-    void releaseFunctions(const std::function<bool(FunctionID)>& ofModule);
+    // From a module's unload, while its ids are still valid: a session on a
+    // method of the module that has not found its frame yet stops, and the
+    // sampled functions that ofModule claims are released.
+    void ModuleUnloading(ModuleID module, const std::function<bool(FunctionID)>& ofModule);
 
     bool isEnabled() const { return enabled; }
     bool isShuttingDown() const { return shuttingDown; }

@@ -41,28 +41,6 @@ HRESULT TraceProfiler::askFunctionAndAssembly(FunctionID function, ClassID& clas
     });
 }
 
-void TraceProfiler::releaseFunctions(const std::function<bool(FunctionID)>& ofModule) {
-    std::vector<FunctionID> released;
-    {
-        HeldLock held(&sampledLock);
-        released.assign(sampledFunctions.begin(), sampledFunctions.end());
-    }
-    // The runtime is asked with no lock held.
-    std::erase_if(released, [&](FunctionID function) { return !ofModule(function); });
-    if (released.empty()) {
-        return;
-    }
-    {
-        HeldLock held(&sampledLock);
-        for (FunctionID function : released) sampledFunctions.erase(function);
-    }
-    HeldLock held(&askLock);
-    releasedFunctions.insert(released.begin(), released.end());
-    if (logs(kDebug)) {
-        log("Released %d sampled functions of an unloading module\n", static_cast<int>(released.size()));
-    }
-}
-
 void TraceProfiler::cacheClassInfo(FunctionID function) {
     AutoCOMPointer<ICorProfilerInfo> info(profilerInfo());
     if (info == nullptr) {

@@ -39,6 +39,25 @@ TEST(TraceProfiler, ReadersAnswerOnlyBetweenStopAndClose) {
     EXPECT_EQ(profiler.CloseProfilingSession(500), -1);
 }
 
+// A session on a method that has not found its frame looks the method up in
+// its module at each pass: the module's unload stops it. A session whose
+// frame was found, or on another module, goes on.
+TEST(TraceProfiler, UnloadStopsMethodSessionsStillLookingInTheModule) {
+    TraceProfiler profiler(nullptr);
+    trace_profiler_session looking, found, elsewhere;
+    looking.module = found.module = 0x100;
+    elsewhere.module = 0x200;
+    found.rootFunction = 0x300;
+    const int indexes[] = {profiler.StartProfilingWithSession(looking), profiler.StartProfilingWithSession(found),
+                           profiler.StartProfilingWithSession(elsewhere)};
+    EXPECT_EQ(profiler.activeSessionCount(), 3);
+    profiler.ModuleUnloading(0x100, [](FunctionID) { return false; });
+    EXPECT_EQ(profiler.activeSessionCount(), 2);
+    // Stopped, it reads as any stopped session.
+    EXPECT_GE(profiler.ReadStackSampleCount(indexes[0]), 0);
+    EXPECT_EQ(profiler.ReadStackSampleCount(indexes[1]), -1);
+}
+
 TEST(TraceProfiler, ConfigurationFromProperties) {
     const std::u16string prefix = u"harrowlite.agent.deep.instrumentation.";
     struct Row {
