@@ -11,7 +11,9 @@
 # program's own classes selected are interleaved too: a before and after.
 # With "large", only hello runs, with generated directive files of 5 and 50 MB
 # of one-method lines beside its own small one (and the other library's runs
-# take the large files).
+# take the large files). As a fifth of the generated lines name classes of the
+# core library, the small file is also run with one such line: what the core
+# library's selection costs by itself, whatever the file's size.
 # Prints the median, minimum and maximum wall time, and the median's ratio to
 # the run without the profiler, and the profiler's account of its last run with
 # the program's own classes selected.
@@ -85,10 +87,12 @@ configurations=("1 no profiler" "2 no profiler, DOTNET_ReadyToRun=0" "3 profiler
 [[ -n $other ]] && configurations+=("5 other library, the program's own classes")
 if [[ -n $large ]]; then
     programs=(Hello)
-    configurations=("1 no profiler" "4 profiler, the program's own classes" "6 profiler, 5 MB of one-method lines"
+    configurations=("1 no profiler" "4 profiler, the program's own classes"
+                    "c profiler, own classes + one core line" "6 profiler, 5 MB of one-method lines"
                     "7 profiler, 50 MB of one-method lines")
     [[ -n $other ]] && configurations+=("8 other library, 5 MB of one-method lines"
                                         "9 other library, 50 MB of one-method lines")
+    install core $'IdentifyAssemblyAs: Hello Own\nTraceAllMethodsIfFlagged: Own\nTurnOn: Own\nTraceOneMethodOfClass: System.IO.Stream Read\n'
     for megabytes in 5 50; do
         install "large$megabytes" ""
         generated "$megabytes" >"$work/large$megabytes/program.fmd"
@@ -105,6 +109,7 @@ environment() {  # configuration program
     7*) profiled large50 ;;
     8*) profiled large5 "$other" ;;
     9*) profiled large50 "$other" ;;
+    c*) profiled core ;;
     esac
 }
 
