@@ -73,6 +73,9 @@ HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
     const auto ofModule = [&](FunctionID function) {
         return info2 != nullptr && functionOfModule(info2.get(), function, moduleId);
     };
+    const auto typeOfModule = [&](ClassID type) {
+        return info2 != nullptr && classOfModule(info2.get(), type, moduleId, kDeepestArgument);
+    };
     {
         HeldLock held(&profilerLock);
         {
@@ -86,8 +89,9 @@ HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
             std::erase_if(controller->getCompiledMethods(), [&](const auto& entry) { return ofModule(entry.first); });
         }
     }
-    // The agent may still hold the ids of the module's functions from its samples.
-    traceProfiler.ModuleUnloading(moduleId, ofModule);
+    // The agent may still hold the ids of the module's functions from its samples,
+    // and the class cache their names.
+    traceProfiler.ModuleUnloading(moduleId, ofModule, typeOfModule);
     return S_OK;
 }
 

@@ -351,7 +351,8 @@ void TraceProfiler::ThreadDestroyed(ThreadID threadId) {
     }
 }
 
-void TraceProfiler::ModuleUnloading(ModuleID module, const std::function<bool(FunctionID)>& ofModule) {
+void TraceProfiler::ModuleUnloading(ModuleID module, const std::function<bool(FunctionID)>& functionOfModule,
+                                    const std::function<bool(ClassID)>& classOfModule) {
     {
         // Such a session would look the method up in the module at each pass.
         HeldLock held(&sessionLock);
@@ -372,19 +373,50 @@ void TraceProfiler::ModuleUnloading(ModuleID module, const std::function<bool(Fu
         released.assign(sampledFunctions.begin(), sampledFunctions.end());
     }
     // The runtime is asked with no lock held.
-    std::erase_if(released, [&](FunctionID function) { return !ofModule(function); });
+    std::erase_if(released, [&](FunctionID function) { return !functionOfModule(function); });
+    forgetLater(module, released, classOfModule);
     if (released.empty()) {
         return;
-    }
-    {
-        HeldLock held(&sampledLock);
-        for (FunctionID function : released) sampledFunctions.erase(function);
     }
     HeldLock held(&askLock);
     releasedFunctions.insert(released.begin(), released.end());
     if (logs(kDebug)) {
         log("Released %d sampled functions of an unloading module\n", static_cast<int>(released.size()));
     }
+}
+
+void TraceProfiler::forgetLater(ModuleID module, const std::vector<FunctionID>& released,
+                                const std::function<bool(ClassID)>& classOfModule) {
+    AutoCOMPointer<ICorProfilerInfo> info(profilerInfo());
+    AssemblyID assembly = 0;
+    std::vector<ClassID> types;
+    if (info != nullptr) {
+        (void)info->GetModuleInfo(module, nullptr, 0, nullptr, nullptr, &assembly);
+        for (FunctionID function : released) {
+            ClassID type = 0;
+            // A method instantiated over the module's types may belong to a class that stays.
+            if (SUCCEEDED(info->GetFunctionInfo(function, &type, nullptr, nullptr)) && type != 0 &&
+                classOfModule(type)) {
+                types.push_back(type);
+            }
+        }
+    }
+    HeldLock held(&sampledLock);
+    for (FunctionID function : released) sampledFunctions.erase(function);
+    if (assembly != 0) staleNames.assemblies.push_back(assembly);
+    staleNames.classes.insert(staleNames.classes.end(), types.begin(), types.end());
+    staleNames.functions.insert(staleNames.functions.end(), released.begin(), released.end());
+}
+
+void TraceProfiler::forgetStaleNames() {
+    StaleNames stale;
+    {
+        HeldLock held(&sampledLock);
+        std::swap(stale, staleNames);
+    }
+    for (AssemblyID assembly : stale.assemblies) assemblyNames.erase(assembly);
+    for (ClassID type : stale.classes) classNames.erase(type);
+    for (FunctionID function : stale.functions) functionNames.erase(function);
 }
 
 void TraceProfiler::SetUnsafe(bool value) {

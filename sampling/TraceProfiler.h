@@ -96,8 +96,10 @@ public:
     HRESULT askAboutFunction(FunctionID function, Ask ask);
     // From a module's unload, while its ids are still valid: a session on a
     // method of the module that has not found its frame yet stops, and the
-    // sampled functions that ofModule claims are released.
-    void ModuleUnloading(ModuleID module, const std::function<bool(FunctionID)>& ofModule);
+    // sampled functions that functionOfModule claims are released. Their
+    // classes that classOfModule claims lose their cached names.
+    void ModuleUnloading(ModuleID module, const std::function<bool(FunctionID)>& functionOfModule,
+                         const std::function<bool(ClassID)>& classOfModule);
 
     bool isEnabled() const { return enabled; }
     bool isShuttingDown() const { return shuttingDown; }
@@ -134,6 +136,15 @@ private:
     [[nodiscard]] HRESULT askFunctionAndAssembly(FunctionID function, ClassID& classId, ModuleID& moduleId,
                                                  mdToken* token, AssemblyID& assemblyId);
     void cacheClassInfo(FunctionID function);
+    // Notes, while the ids are still valid, the names cached for the module's
+    // assembly, the released functions and those of their classes that go with
+    // the module: the runtime gives freed ids to later assemblies, classes and
+    // functions. The sampled functions lose the released ones.
+    void forgetLater(ModuleID module, const std::vector<FunctionID>& released,
+                     const std::function<bool(ClassID)>& classOfModule);
+    // Under the cache lock, before the cache is read or written: takes out
+    // the names noted so.
+    void forgetStaleNames();
     [[nodiscard]] HRESULT cacheAssemblyName(ICorProfilerInfo* info, AssemblyID assemblyId, FunctionID function);
     void concatEnclosingClass(mdTypeDef typeDef, IMetaDataImport* import, char16_t* out);
 
@@ -157,6 +168,13 @@ private:
     std::unordered_set<FunctionID> sampledFunctions;
     // Functions of unloaded modules, until a sample names the same id again.
     std::unordered_set<FunctionID> releasedFunctions;
+    // Ids whose cached names an unload made stale, under the sampled lock.
+    struct StaleNames {
+        std::vector<AssemblyID> assemblies;
+        std::vector<ClassID> classes;
+        std::vector<FunctionID> functions;
+    };
+    StaleNames staleNames;
     // Under the session lock; written to the log at shutdown.
     PauseStatistics pauses;
     // Its storage is reserved for all 64 entries at once: the sampling thread

@@ -161,6 +161,7 @@ int TraceProfiler::GetClassForFunctionId(FunctionID function, char16_t* out, int
         return 0;
     }
     HeldLock held(&cacheLock);
+    forgetStaleNames();
     auto assembly = assemblyNames.find(assemblyId);
     auto className = classId != 0 ? classNames.find(classId) : functionNames.find(function);
     bool classKnown = className != (classId != 0 ? classNames.end() : functionNames.end());

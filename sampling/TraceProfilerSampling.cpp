@@ -179,6 +179,7 @@ void TraceProfiler::samplePass(bool wokeEarly) {
     // let go, keeps an agent that has read the samples from asking too early.
     EnterCriticalSection(&cacheLock);
     LeaveCriticalSection(&sessionLock);
+    forgetStaleNames();
     {
         // An id of a module gone may have come back for another function.
         HeldLock held(&askLock);

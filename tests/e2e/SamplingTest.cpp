@@ -158,28 +158,36 @@ TEST_F(Sampling, ShutdownDuringSamplingLeavesAProgramThatEnds) {
     }
 }
 
-// A thread sampled in a plugin's method, read again once the plugin has been
-// unloaded: the runtime has freed what the plugin's function ids pointed at,
-// so they are refused, and the program's own frames still answer.
-TEST_F(Sampling, FunctionsOfAnUnloadedPluginAreRefused) {
-    const auto lines = run({"plugin"});
-    const auto tokens = tokensOf(lines);
+// Plugins, one after another, each sampled in its own method. While one is
+// there, its frame is named after it; once it has been unloaded, its function
+// ids are refused, as the runtime has freed what they pointed at, and the
+// program's own frames still answer. The next plugins get the freed ids (of
+// functions, classes, assemblies) again, and are still named after themselves.
+TEST_F(Sampling, PluginsAreNamedAfterThemselvesAndRefusedOnceUnloaded) {
+    constexpr int kPlugins = 10;
+    const auto lines = run({"plugins", std::to_string(kPlugins)});
     const auto plugin = linesStartingWith(lines, "plugin token ");
-    ASSERT_EQ(plugin.size(), 1u) << why(lines);
-    const Session loaded(lines, "loaded ");
-    const Sample* entry = loaded.find(plugin[0].substr(13));
-    ASSERT_NE(entry, nullptr) << why(lines);
-    EXPECT_EQ(entry->className, "SampledPlugin.Host, SampledPlugin");
+    ASSERT_EQ(plugin.size(), size_t{kPlugins}) << why(lines);
+    for (int round = 0; round < kPlugins; ++round) {
+        const std::string name = "SampledPlugin" + std::to_string(round);
+        const Session loaded(lines, "loaded " + std::to_string(round) + " ");
+        const Sample* entry = loaded.find(plugin[round].substr(13));
+        ASSERT_NE(entry, nullptr) << name << "\n" << why(lines);
+        EXPECT_EQ(std::tie(entry->module, entry->className), std::make_tuple(name, name + ".Host, " + name));
 
-    const Session unloaded(lines, "unloaded ");
-    ASSERT_EQ(unloaded.samples.size(), loaded.samples.size()) << why(lines);
-    const auto again = std::find_if(unloaded.samples.begin(), unloaded.samples.end(),
-                                    [&](const Sample& sample) { return sample.function == entry->function; });
-    ASSERT_NE(again, unloaded.samples.end()) << why(lines);
-    EXPECT_EQ(std::tie(again->token, again->module, again->className), std::make_tuple("0", "?", "")) << why(lines);
-    const Sample* b = unloaded.find(tokens.at("B"));
-    ASSERT_NE(b, nullptr) << why(lines);
-    EXPECT_EQ(b->className, "Sampled.Chain, Sampled");
+        const Session unloaded(lines, "unloaded " + std::to_string(round) + " ");
+        ASSERT_EQ(unloaded.samples.size(), loaded.samples.size()) << name << "\n" << why(lines);
+        const auto again = std::find_if(unloaded.samples.begin(), unloaded.samples.end(),
+                                        [&](const Sample& sample) { return sample.function == entry->function; });
+        ASSERT_NE(again, unloaded.samples.end()) << why(lines);
+        EXPECT_EQ(std::tie(again->token, again->module, again->className), std::make_tuple("0", "?", "")) << name;
+        // The work that the plugin's method called, a lambda of the program.
+        const auto work = std::find_if(unloaded.samples.begin(), unloaded.samples.end(),
+                                       [&](const Sample& sample) { return sample.parent == entry->function; });
+        ASSERT_NE(work, unloaded.samples.end()) << why(lines);
+        EXPECT_EQ(std::tie(work->module, work->className),
+                  std::make_tuple("Sampled.dll", "Sampled.Program+<>c, Sampled"));
+    }
 }
 
 // The registry's exports, reached by their decorated names from the agent:

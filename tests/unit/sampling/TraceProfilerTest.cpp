@@ -51,7 +51,8 @@ TEST(TraceProfiler, UnloadStopsMethodSessionsStillLookingInTheModule) {
     const int indexes[] = {profiler.StartProfilingWithSession(looking), profiler.StartProfilingWithSession(found),
                            profiler.StartProfilingWithSession(elsewhere)};
     EXPECT_EQ(profiler.activeSessionCount(), 3);
-    profiler.ModuleUnloading(0x100, [](FunctionID) { return false; });
+    profiler.ModuleUnloading(
+        0x100, [](FunctionID) { return false; }, [](ClassID) { return false; });
     EXPECT_EQ(profiler.activeSessionCount(), 2);
     // Stopped, it reads as any stopped session.
     EXPECT_GE(profiler.ReadStackSampleCount(indexes[0]), 0);

@@ -78,7 +78,7 @@ namespace Sampled
                     notes.AddRange((string[])agent("Registry", new object[] { "Sampled.Chain", typeof(Chain).GetMethod("C").MetadataToken,
                         typeof(Chain).GetMethod("B").MetadataToken, new Action(Chain.B) }));
                 else if (mode == "exit") Exit(agent, int.Parse(args[1]));
-                else if (mode == "plugin") Plugin(agent);
+                else if (mode == "plugins") Plugins(agent, int.Parse(args[1]));
                 else if (mode == "bench") Bench(agent, args[1] == "sampled", int.Parse(args[2]));
             }
             else
@@ -146,40 +146,47 @@ namespace Sampled
             busy.Join();
         }
 
-        // A thread sampled while in a plugin's method; its session read while
-        // the plugin is there and again once it has been unloaded.
-        private static void Plugin(Func<string, object[], object> agent)
+        // Plugins, one after the other, each with names of its own: a thread
+        // sampled while in the plugin's method, its session read while the
+        // plugin is there and again once it has been unloaded. The runtime
+        // reuses an unloaded plugin's ids for the next ones.
+        private static void Plugins(Func<string, object[], object> agent, int count)
         {
             agent("PushInterval", new object[] { 5 });
-            byte[] image = PluginImage.Build("SampledPlugin", module =>
+            for (int round = 0; round < count; round++)
             {
-                // Run(work) is work() + 1: the add after the call keeps the call from
-                // becoming a jump that would leave no frame of Run.
-                TypeBuilder host = module.DefineType("SampledPlugin.Host", TypeAttributes.Public);
-                ILGenerator il = host.DefineMethod("Run", MethodAttributes.Public | MethodAttributes.Static, typeof(int),
-                                                   new[] { typeof(Func<int>) }).GetILGenerator();
-                il.Emit(OpCodes.Ldarg_0);
-                il.Emit(OpCodes.Callvirt, typeof(Func<int>).GetMethod("Invoke"));
-                il.Emit(OpCodes.Ldc_I4_1);
-                il.Emit(OpCodes.Add);
-                il.Emit(OpCodes.Ret);
-                host.CreateType();
-            });
-            int session = -1;
-            bool unloaded = PluginImage.LoadUseUnload(image, plugin =>
-            {
-                MethodInfo run = plugin.GetType("SampledPlugin.Host").GetMethod("Run");
-                Func<int> work = () => { var until = DateTime.UtcNow.AddMilliseconds(300); while (DateTime.UtcNow < until) Chain.B(); return 0; };
-                var thread = Busy(() => run.Invoke(null, new object[] { work }), out int id);
-                session = (int)agent("StartForThread", new object[] { id, 0 });
-                thread.Join();
-                var deadline = DateTime.UtcNow.AddSeconds(20);
-                while ((int)agent("SampleCount", new object[] { session }) < 0 && DateTime.UtcNow < deadline)
-                    Thread.Sleep(10);
-                Note("plugin token " + run.MetadataToken.ToString("x"));
-                Note("loaded " + Describe(agent, session));
-            });
-            Note("unloaded " + (unloaded ? Describe(agent, session) : "no"));
+                string name = "SampledPlugin" + round;
+                byte[] image = PluginImage.Build(name, module =>
+                {
+                    // Run(work) is work() + 1: the add after the call keeps the call from
+                    // becoming a jump that would leave no frame of Run.
+                    TypeBuilder host = module.DefineType(name + ".Host", TypeAttributes.Public);
+                    ILGenerator il = host.DefineMethod("Run", MethodAttributes.Public | MethodAttributes.Static, typeof(int),
+                                                       new[] { typeof(Func<int>) }).GetILGenerator();
+                    il.Emit(OpCodes.Ldarg_0);
+                    il.Emit(OpCodes.Callvirt, typeof(Func<int>).GetMethod("Invoke"));
+                    il.Emit(OpCodes.Ldc_I4_1);
+                    il.Emit(OpCodes.Add);
+                    il.Emit(OpCodes.Ret);
+                    host.CreateType();
+                });
+                int session = -1;
+                bool unloaded = PluginImage.LoadUseUnload(image, plugin =>
+                {
+                    MethodInfo run = plugin.GetType(name + ".Host").GetMethod("Run");
+                    Func<int> work = () => { var until = DateTime.UtcNow.AddMilliseconds(100); while (DateTime.UtcNow < until) Chain.B(); return 0; };
+                    var thread = Busy(() => run.Invoke(null, new object[] { work }), out int id);
+                    session = (int)agent("StartForThread", new object[] { id, 0 });
+                    thread.Join();
+                    var deadline = DateTime.UtcNow.AddSeconds(20);
+                    while ((int)agent("SampleCount", new object[] { session }) < 0 && DateTime.UtcNow < deadline)
+                        Thread.Sleep(10);
+                    Note("plugin token " + run.MetadataToken.ToString("x"));
+                    Note("loaded " + round + " " + Describe(agent, session));
+                });
+                Note("unloaded " + round + " " + (unloaded ? Describe(agent, session) : "kept"));
+                agent("Close", new object[] { session });
+            }
             agent("PopInterval", new object[0]);
         }
 
