@@ -50,7 +50,6 @@ TEST(TraceProfiler, UnloadStopsMethodSessionsStillLookingInTheModule) {
     found.rootFunction = 0x300;
     const int indexes[] = {profiler.StartProfilingWithSession(looking), profiler.StartProfilingWithSession(found),
                            profiler.StartProfilingWithSession(elsewhere)};
-    EXPECT_EQ(profiler.activeSessionCount(), 3);
     profiler.ModuleUnloading(
         0x100, [](FunctionID) { return false; }, [](ClassID) { return false; });
     EXPECT_EQ(profiler.activeSessionCount(), 2);
