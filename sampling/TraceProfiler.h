@@ -12,7 +12,8 @@
 // Neither lock is held while the runtime is asked to stop. Enabled and
 // shutting down are plain fields. The ask lock guards the released functions
 // and is held over the runtime's answers about them; the sampled lock guards
-// the sampled functions and is never held over a call into the runtime.
+// the sampled functions and the stale names, is taken last and is never held
+// over a call into the runtime.
 // Results are small negative numbers: -1 no such session or table full, -2 the
 // runtime could not say which thread calls, -42 a thread number known to have
 // no managed thread, -404 sampling is disabled.

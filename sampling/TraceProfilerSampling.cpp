@@ -181,9 +181,13 @@ void TraceProfiler::samplePass(bool wokeEarly) {
     LeaveCriticalSection(&sessionLock);
     forgetStaleNames();
     {
-        // An id of a module gone may have come back for another function.
-        HeldLock held(&askLock);
-        for (FunctionID function : newFunctions) releasedFunctions.erase(function);
+        // An id of a module gone may have come back for another function; one
+        // that an unload released after this pass sampled it stays released.
+        HeldLock asked(&askLock);
+        HeldLock sampled(&sampledLock);
+        for (FunctionID function : newFunctions) {
+            if (sampledFunctions.count(function) != 0) releasedFunctions.erase(function);
+        }
     }
     if (useClassCache) {
         for (FunctionID function : newFunctions) cacheClassInfo(function);
