@@ -46,7 +46,8 @@ tests/check_dependencies.sh "$build/tarn.NativeProfiler.so"
 step "test programs published for linux-arm64"
 work=$(pwd)/$build/e2e
 rm -rf "$work" && mkdir -p "$work/src"
-cp tests/e2e/programs/Directory.Build.props "$work/src/"
+# The programs' shared props and the sources beside their folders that they include.
+cp tests/e2e/programs/Directory.Build.props tests/e2e/programs/*.cs "$work/src/"
 for program in Hello Sampled Reload; do
     cp -r "tests/e2e/programs/$program" "$work/src/"
     rm -rf "$work/src/$program/obj" "$work/src/$program/bin"
