@@ -135,12 +135,15 @@ void ProfilerCallback::ServiceReJITRequests() {
         if (FAILED(profilerInfo->QueryInterface(IID_ICorProfilerInfo10, reinterpret_cast<void**>(&info10)))) {
             info10 = nullptr;
         }
+        // A batch with nothing to ask for, one that an unload emptied or that
+        // a full one opened, is not sent: its status reads S_FALSE.
+        const auto settledEmpty = [this](const rejit_requests& batch) {
+            if (batch.count != 0) return false;
+            putReJITStatus(batch.identifier, S_FALSE);
+            return true;
+        };
         for (rejit_requests& batch : rejitRequests) {
-            // A batch that an unload emptied has nothing left to ask for.
-            if (batch.count == 0) {
-                putReJITStatus(batch.identifier, S_FALSE);
-                continue;
-            }
+            if (settledEmpty(batch)) continue;
             // The methods that inlined one of these when they were compiled
             // are compiled again too: a newly selected method reaches the agent
             // also from its callers.
@@ -158,10 +161,7 @@ void ProfilerCallback::ServiceReJITRequests() {
         // first compile, which carried the instrumentation, so the method is
         // compiled again and ReJITCompilationStarted hands it its own body.
         for (rejit_requests& batch : revertRequests) {
-            if (batch.count == 0) {
-                putReJITStatus(batch.identifier, S_FALSE);
-                continue;
-            }
+            if (settledEmpty(batch)) continue;
             HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
             account.rejitRequested(batch.count, hr);
             IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();

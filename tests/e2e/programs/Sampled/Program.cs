@@ -115,9 +115,7 @@ namespace Sampled
             var ending = Busy(() => { var until = DateTime.UtcNow.AddMilliseconds(300); while (DateTime.UtcNow < until) Chain.B(); }, out int endingId);
             int ended = (int)agent("StartForThread", new object[] { endingId, 0 });
             ending.Join();
-            var deadline = DateTime.UtcNow.AddSeconds(20);
-            while ((int)agent("SampleCount", new object[] { ended }) < 0 && DateTime.UtcNow < deadline)
-                Thread.Sleep(10);
+            WaitUntilStopped(agent, ended);
             Note("ended " + Describe(agent, ended));
             Note("unknown thread " + agent("StartForThread", new object[] { 1, 0 }));
             Thread.Sleep(200);
@@ -178,9 +176,7 @@ namespace Sampled
                     var thread = Busy(() => run.Invoke(null, new object[] { work }), out int id);
                     session = (int)agent("StartForThread", new object[] { id, 0 });
                     thread.Join();
-                    var deadline = DateTime.UtcNow.AddSeconds(20);
-                    while ((int)agent("SampleCount", new object[] { session }) < 0 && DateTime.UtcNow < deadline)
-                        Thread.Sleep(10);
+                    WaitUntilStopped(agent, session);
                     Note("plugin token " + run.MetadataToken.ToString("x"));
                     Note("loaded " + round + " " + Describe(agent, session));
                 });
@@ -218,6 +214,14 @@ namespace Sampled
             threads.ForEach(t => t.Join());
             foreach (int index in sessions)
                 Note("bench " + Describe(agent, index).Split('\n')[0]);
+        }
+
+        // Until the session has stopped by itself (its thread ended), for 20 s at most.
+        private static void WaitUntilStopped(Func<string, object[], object> agent, int index)
+        {
+            var deadline = DateTime.UtcNow.AddSeconds(20);
+            while ((int)agent("SampleCount", new object[] { index }) < 0 && DateTime.UtcNow < deadline)
+                Thread.Sleep(10);
         }
 
         public static string Describe(Func<string, object[], object> agent, int index)
