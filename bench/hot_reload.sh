@@ -3,6 +3,8 @@
 # methods, every one of them selected: how long the reload takes (the walk over
 # the compiled methods holds the profiler's lock), and the longest first call of
 # a fresh method, which waits for its compile, before and during the reload.
+# Then twenty plugins are loaded and unloaded: the account's time in module
+# unloads, which hold the same lock.
 #
 # Usage: bench/hot_reload.sh <build directory>
 set -euo pipefail
@@ -26,3 +28,4 @@ CORECLR_ENABLE_PROFILING=1 CORECLR_PROFILER='{7C1E42A9-63D0-4B1F-9E25-3AD8F06B17
 CORECLR_PROFILER_PATH="$build/tarn.NativeProfiler.so" TMSENV_AGENT_PROFILE="$work/agent/default.properties" \
     DOTNET_CLI_TELEMETRY_OPTOUT=1 dotnet "$program" bench
 grep -E '^(PDB reload complete|Hot Reload processing|Hot Reload complete)' "$work"/agent/native_*.log
+grep -oE 'module unloads [0-9.]+ ms' "$work"/agent/native_*.log | tail -1

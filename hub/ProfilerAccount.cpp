@@ -68,10 +68,10 @@ void ProfilerAccount::write(FILE* log) const {
     }
     fprintf_8(log,
               "  time in callbacks: metadata %.1f ms, decision %.1f ms, rewrite %.1f ms, its log lines %.1f ms, "
-              "shim %.1f ms, module loads %.1f ms, searches for precompiled code %.1f ms\n",
+              "shim %.1f ms, module loads %.1f ms, searches for precompiled code %.1f ms, module unloads %.1f ms\n",
               milliseconds(phaseTime[kMetadata]), milliseconds(phaseTime[kDecision]), milliseconds(phaseTime[kRewrite]),
               milliseconds(phaseTime[kLog]), milliseconds(phaseTime[kShim]), milliseconds(phaseTime[kModuleLoad]),
-              milliseconds(phaseTime[kPrecompiledSearch]));
+              milliseconds(phaseTime[kPrecompiledSearch]), milliseconds(phaseTime[kModuleUnload]));
     fprintf_8(log,
               "  per method: rewrite %.1f us and its log lines %.1f us (%llu rewritten), the runtime's own compile "
               "%.1f us (%llu compiled)\n",

@@ -20,8 +20,19 @@ class ProfilerAccount {
 public:
     // The log lines of the rewrites and their flushes have a phase of their
     // own: each flush is a write to the file system. The runtime asks before
-    // it runs each precompiled method for the first time.
-    enum Phase { kMetadata, kDecision, kRewrite, kLog, kShim, kModuleLoad, kPrecompiledSearch, kPhaseCount };
+    // it runs each precompiled method for the first time. An unload holds the
+    // profiler's lock while it forgets the module's functions.
+    enum Phase {
+        kMetadata,
+        kDecision,
+        kRewrite,
+        kLog,
+        kShim,
+        kModuleLoad,
+        kPrecompiledSearch,
+        kModuleUnload,
+        kPhaseCount
+    };
 
     // Adds the time from its construction to its end to a phase; timed
     // within another phase, takes it out of that one.

@@ -66,6 +66,7 @@ void dropModule(std::vector<rejit_requests>& batches, ModuleID module) {
 }  // namespace
 
 HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
+    ProfilerAccount::Timed timed(account, ProfilerAccount::kModuleUnload);
     AutoCOMPointer<ICorProfilerInfo2> info2;
     if (profilerInfo != nullptr) {
         (void)profilerInfo->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2));
