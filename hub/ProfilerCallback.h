@@ -157,6 +157,7 @@ private:
         AppDomainID domainId = 0;
         // COR_PRF_MODULE_FLAGS; none where the runtime cannot say.
         DWORD flags = 0;
+        bool flagsKnown = false;
     };
     [[nodiscard]] HRESULT recordModuleNames(ModuleID moduleId, ModuleNames& names);
     void logModuleAndPatchAgent(ModuleID moduleId, const ModuleNames& names);
@@ -182,6 +183,11 @@ private:
     HRESULT startCompile(FunctionID functionId, BOOL fIsSafeToBlock, bool decide);
     // The compile path of one method, under profilerLock and the re-entrance flag.
     void compileMethod(FunctionID functionId);
+    // The controller's decision on the function in hand; one that it newly
+    // remembers is noted if an unload may take it. Under profilerLock.
+    int decide(IMetaDataContext* context);
+    void noteDecided(FunctionID functionId);
+    void noteModuleKind(ModuleID moduleId, bool flagsKnown, DWORD flags);
     // Assembly, class and method of the method in hand; false if one cannot be read.
     bool methodNames(char16_t** assembly, char16_t** className, char16_t** method);
     // Steps of ModuleLoadFinished: the generic agent trigger, the hijack of
@@ -283,6 +289,14 @@ private:
         }
     };
     std::unordered_set<std::pair<ModuleID, mdMethodDef>, MethodOfModuleHash> precompiledInliners;
+    // Whether each loaded module can unload (collectible, or of a kind the
+    // runtime would not say), noted before any of its functions is decided,
+    // and how many can. Under profilerLock.
+    std::unordered_map<ModuleID, bool> moduleCanUnload;
+    size_t modulesThatCanUnload = 0;
+    // The decided functions that an unload may take: an unload walks only
+    // these, not every decided function. Under profilerLock.
+    std::unordered_set<FunctionID> unloadableFunctions;
     // Batches waiting for the service thread, under profilerLock.
     std::vector<rejit_requests> rejitRequests;
     std::vector<rejit_requests> revertRequests;

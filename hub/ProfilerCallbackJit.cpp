@@ -42,7 +42,9 @@ HRESULT ProfilerCallback::startCompile(FunctionID functionId, BOOL fIsSafeToBloc
         } else if (profiler != nullptr && controller != nullptr) {
             // Remembered as decided, so that a hot reload compares it too.
             const bool rewritten = profiler->mapRewrittenOnLoad(functionId);
-            controller->getCompiledMethods().emplace(functionId, rewritten ? S_OK : S_FALSE);
+            if (controller->getCompiledMethods().emplace(functionId, rewritten ? S_OK : S_FALSE).second) {
+                noteDecided(functionId);
+            }
         }
     } catch (...) {
         // The runtime compiles the method's own body.
@@ -83,7 +85,7 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
     bool monitored = false;
     {
         ProfilerAccount::Timed timed(account, ProfilerAccount::kDecision);
-        monitored = controller->shouldMonitorMethod(context) == 0;
+        monitored = decide(context) == 0;
     }
     account.methodCompiled(monitored);
 
@@ -171,7 +173,7 @@ HRESULT ProfilerCallback::JITCachedFunctionSearchStarted(FunctionID functionId, 
         }
         if (controller->isGenericAgentTriggerPendingFor(metaDataContext) ||
             precompiledInliners.count({metaDataContext->getModuleID(), metaDataContext->getMethodDef()}) != 0 ||
-            controller->shouldMonitorMethod(metaDataContext) == 0) {
+            decide(metaDataContext) == 0) {
             *pbUseCachedFunction = FALSE;
         }
     } catch (...) {
@@ -188,7 +190,7 @@ HRESULT ProfilerCallback::JITInlining(FunctionID callerId, FunctionID calleeId, 
             return S_OK;
         }
         // An inlined method would never reach the compile event.
-        if (controller->shouldMonitorMethod(metaDataContext) == 0) {
+        if (decide(metaDataContext) == 0) {
             *pfShouldInline = FALSE;
         }
         // With dynamic instrumentation every method outside its skip filter

@@ -42,17 +42,17 @@ struct ModuleVersion {
     USHORT version[4] = {};
 };
 
-// The runtime's flags of a module (COR_PRF_MODULE_...); none if it cannot say.
-DWORD moduleFlags(ICorProfilerInfo* info, ModuleID moduleId) {
+// The runtime's flags of a module (COR_PRF_MODULE_...); none, and known
+// false, if it cannot say.
+DWORD moduleFlags(ICorProfilerInfo* info, ModuleID moduleId, bool* known = nullptr) {
     AutoCOMPointer<ICorProfilerInfo3> info3;
     ULONG length = 0;
     AssemblyID assembly = 0;
     DWORD flags = 0;
-    if (FAILED(info->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3))) ||
-        FAILED(info3->GetModuleInfo2(moduleId, nullptr, 0, &length, nullptr, &assembly, &flags))) {
-        return 0;
-    }
-    return flags;
+    const bool read = SUCCEEDED(info->QueryInterface(IID_ICorProfilerInfo3, reinterpret_cast<void**>(&info3))) &&
+                      SUCCEEDED(info3->GetModuleInfo2(moduleId, nullptr, 0, &length, nullptr, &assembly, &flags));
+    if (known != nullptr) *known = read;
+    return read ? flags : 0;
 }
 
 ModuleVersion readModuleVersion(ICorProfilerInfo* info, ModuleID moduleId) {
@@ -104,6 +104,7 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
         }
         ModuleNames names;
         HRESULT result = recordModuleNames(moduleId, names);
+        noteModuleKind(moduleId, names.flagsKnown, names.flags);
         const char16_t* assemblyName = names.assembly.c_str();
         findGenericTrigger(moduleId, names.domainId, names.domain.c_str(), result);
         if (SUCCEEDED(result)) {
@@ -147,7 +148,7 @@ HRESULT ProfilerCallback::recordModuleNames(ModuleID moduleId, ModuleNames& name
         HeldLock held(&moduleLock);
         moduleIds.emplace(names.path, moduleId);
     }
-    names.flags = moduleFlags(profilerInfo, moduleId);
+    names.flags = moduleFlags(profilerInfo, moduleId, &names.flagsKnown);
     if (SUCCEEDED(result)) {
         result = readName(names.assembly, [&](ULONG size, ULONG* length, char16_t* name) {
             return profilerInfo->GetAssemblyInfo(assemblyId, size, length, name, &names.domainId, nullptr);

@@ -3,10 +3,13 @@
 // freed memory (a request to compile again, a hot reload's walk, a lookup by
 // name, the agent's question about a sampled function). Once it is done, the
 // rewrite and the shims forget it, as its id may come back for another module.
+#include <functional>
+
 #include "hub/ProfilerCallback.h"
 #include "metadata/ImageMetaData.h"
 #include "platform/HeldLock.h"
 #include "runtime/Guids.h"
+#include "runtime/ProfilerEnums.h"
 
 namespace {
 
@@ -14,39 +17,46 @@ namespace {
 constexpr int kDeepestArgument = 8;
 constexpr ULONG32 kArgumentBatch = 16;
 
-bool classOfModule(ICorProfilerInfo2* info, ClassID type, ModuleID module, int depth);
+// The checks below follow a function to the modules that its memory goes with:
+// its own, its class's and those of its generic arguments at any depth. owned
+// says whether a module counts; unreadable is the answer where the runtime
+// cannot say.
+struct Ownership {
+    ICorProfilerInfo2* info;
+    std::function<bool(ModuleID)> owned;
+    bool unreadable;
+};
 
-// One of the generic arguments is the module's, or has one that is.
-bool anyOfModule(ICorProfilerInfo2* info, const ClassID* arguments, ULONG32 count, ModuleID module, int depth) {
+bool classOwned(const Ownership& check, ClassID type, int depth);
+
+bool anyOwned(const Ownership& check, const ClassID* arguments, ULONG32 count, int depth) {
     for (ULONG32 i = 0; i < count && i < kArgumentBatch; ++i) {
-        if (classOfModule(info, arguments[i], module, depth)) return true;
+        if (classOwned(check, arguments[i], depth)) return true;
     }
     return false;
 }
 
-// The class, or a generic argument of it at any depth, is the module's.
-bool classOfModule(ICorProfilerInfo2* info, ClassID type, ModuleID module, int depth) {
+bool classOwned(const Ownership& check, ClassID type, int depth) {
     ModuleID owner = 0;
     ClassID arguments[kArgumentBatch];
     ULONG32 count = 0;
-    if (type == 0 || FAILED(info->GetClassIDInfo2(type, &owner, nullptr, nullptr, kArgumentBatch, &count, arguments))) {
-        return false;
+    if (type == 0) return false;
+    if (FAILED(check.info->GetClassIDInfo2(type, &owner, nullptr, nullptr, kArgumentBatch, &count, arguments))) {
+        return check.unreadable;
     }
-    return owner == module || (depth > 0 && anyOfModule(info, arguments, count, module, depth - 1));
+    return check.owned(owner) || (depth > 0 && anyOwned(check, arguments, count, depth - 1));
 }
 
-// The function is the module's, or an instantiation over one of its types:
-// both go with the module's memory.
-bool functionOfModule(ICorProfilerInfo2* info, FunctionID function, ModuleID module) {
+bool functionOwned(const Ownership& check, FunctionID function) {
     ClassID type = 0;
     ModuleID owner = 0;
     ClassID arguments[kArgumentBatch];
     ULONG32 count = 0;
-    if (FAILED(info->GetFunctionInfo2(function, 0, &type, &owner, nullptr, kArgumentBatch, &count, arguments))) {
-        return false;
+    if (FAILED(check.info->GetFunctionInfo2(function, 0, &type, &owner, nullptr, kArgumentBatch, &count, arguments))) {
+        return check.unreadable;
     }
-    return owner == module || classOfModule(info, type, module, kDeepestArgument) ||
-           anyOfModule(info, arguments, count, module, kDeepestArgument);
+    return check.owned(owner) || classOwned(check, type, kDeepestArgument) ||
+           anyOwned(check, arguments, count, kDeepestArgument);
 }
 
 // Drops the batches' entries of the module, keeping each batch's order.
@@ -71,11 +81,13 @@ HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
     if (profilerInfo != nullptr) {
         (void)profilerInfo->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2));
     }
+    // The module's functions, and instantiations over its types: both go with its memory.
+    const Ownership ofThisModule{info2.get(), [moduleId](ModuleID owner) { return owner == moduleId; }, false};
     const auto ofModule = [&](FunctionID function) {
-        return info2 != nullptr && functionOfModule(info2.get(), function, moduleId);
+        return info2 != nullptr && functionOwned(ofThisModule, function);
     };
     const auto typeOfModule = [&](ClassID type) {
-        return info2 != nullptr && classOfModule(info2.get(), type, moduleId, kDeepestArgument);
+        return info2 != nullptr && classOwned(ofThisModule, type, kDeepestArgument);
     };
     {
         HeldLock held(&profilerLock);
@@ -87,7 +99,12 @@ HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
         dropModule(revertRequests, moduleId);
         std::erase_if(precompiledInliners, [&](const auto& method) { return method.first == moduleId; });
         if (controller != nullptr) {
-            std::erase_if(controller->getCompiledMethods(), [&](const auto& entry) { return ofModule(entry.first); });
+            IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
+            std::erase_if(unloadableFunctions, [&](FunctionID function) {
+                if (!ofModule(function)) return false;
+                compiled.erase(function);
+                return true;
+            });
         }
     }
     // The agent may still hold the ids of the module's functions from its samples,
@@ -102,10 +119,48 @@ HRESULT ProfilerCallback::ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStat
         profiler->forgetModule(moduleId);
     }
     moduleShims.erase(moduleId);
+    if (auto kind = moduleCanUnload.find(moduleId); kind != moduleCanUnload.end()) {
+        if (kind->second) --modulesThatCanUnload;
+        moduleCanUnload.erase(kind);
+    }
     ImageMetaData::forget(moduleId);
     // The context must not take this one's metadata and names for another.
     if (metaDataContext != nullptr && metaDataContext->getModuleID() == moduleId) {
         metaDataContext->setModuleID(0);
     }
     return S_OK;
+}
+
+void ProfilerCallback::noteModuleKind(ModuleID moduleId, bool flagsKnown, DWORD flags) {
+    HeldLock held(&profilerLock);
+    const bool canUnload = !flagsKnown || (flags & COR_PRF_MODULE_COLLECTIBLE) != 0;
+    if (moduleCanUnload.emplace(moduleId, canUnload).second && canUnload) ++modulesThatCanUnload;
+}
+
+// The memo grows by one exactly when the controller decides a function anew.
+int ProfilerCallback::decide(IMetaDataContext* context) {
+    const size_t known = controller->getCompiledMethods().size();
+    const int status = controller->shouldMonitorMethod(context);
+    if (controller->getCompiledMethods().size() != known) noteDecided(context->getFunctionID());
+    return status;
+}
+
+// While no module that can unload is loaded, no function can go with one.
+// After an attach, the modules loaded before it are noted only as the
+// catch-up reaches them: a module not noted yet may unload too.
+void ProfilerCallback::noteDecided(FunctionID functionId) {
+    if (modulesThatCanUnload == 0 && !attached) return;
+    AutoCOMPointer<ICorProfilerInfo2> info2;
+    if (profilerInfo == nullptr ||
+        FAILED(profilerInfo->QueryInterface(IID_ICorProfilerInfo2, reinterpret_cast<void**>(&info2)))) {
+        unloadableFunctions.insert(functionId);
+        return;
+    }
+    const Ownership mayUnload{info2.get(),
+                              [this](ModuleID owner) {
+                                  auto kind = moduleCanUnload.find(owner);
+                                  return kind == moduleCanUnload.end() || kind->second;
+                              },
+                              true};
+    if (functionOwned(mayUnload, functionId)) unloadableFunctions.insert(functionId);
 }
