@@ -31,6 +31,7 @@ MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
         return;
     }
     findBlock(rowSize);
+    findHeap();
 }
 
 // A table written to since it was read keeps its rows in more than one block:
@@ -55,6 +56,26 @@ void MethodNameRows::findBlock(ULONG rowSize) {
     }
 }
 
+// The engine hands out names as pointers into its heap, which a scope
+// written to keeps in more than one block: where the heap's last byte and the
+// names of the middle and last rows lie at their index from the first string,
+// the heap is one block.
+void MethodNameRows::findHeap() {
+    ULONG size = 0;
+    const char* first = nullptr;
+    if (rows == 0 || FAILED(tables->GetStringHeapSize(&size)) || size < 2 || FAILED(tables->GetString(1, &first)) ||
+        first == nullptr) {
+        return;
+    }
+    const char* start = first - 1;
+    for (ULONG index : {size - 1, nameIndex((rows + 1) / 2), nameIndex(rows)}) {
+        const char* at = nullptr;
+        if (index == 0 || index >= size || FAILED(tables->GetString(index, &at)) || at != start + index) return;
+    }
+    heap = start;
+    heapSize = size;
+}
+
 ULONG MethodNameRows::nameIndex(ULONG row) {
     if (block != nullptr) {
         // Columns are little-endian, as in the file.
@@ -70,6 +91,7 @@ ULONG MethodNameRows::nameIndex(ULONG row) {
 }
 
 const char* MethodNameRows::text(ULONG index) {
+    if (heap != nullptr) return index != 0 && index < heapSize ? heap + index : nullptr;
     const char* text = nullptr;
     return index != 0 && SUCCEEDED(tables->GetString(index, &text)) ? text : nullptr;
 }

@@ -31,6 +31,7 @@ public:
 
 private:
     void findBlock(ULONG rowSize);
+    void findHeap();
 
     IMetaDataImport* import;
     AutoCOMPointer<IMetaDataTables> tables;
@@ -41,4 +42,8 @@ private:
     ULONG stride = 0;
     ULONG columnOffset = 0;
     ULONG columnSize = 0;
+    // The string heap in one block, an index being an offset into it: a name
+    // is then read without a call into the engine.
+    const char* heap = nullptr;
+    ULONG heapSize = 0;
 };

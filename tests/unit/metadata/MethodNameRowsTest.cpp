@@ -9,13 +9,23 @@ using MethodNameRowsTest = RealMetadataFixture;
 
 // Every row's name index as the scope's own column reader gives it, and every
 // name as GetMethodProps gives it: read-only scopes (whose table lies in one
-// block) and one opened for writing, small string heaps and the core
-// library's large one.
+// block) and one opened for writing, with a method and name added (its heap
+// and table then grow in a block of their own), small string heaps and the
+// core library's large one.
 TEST_F(MethodNameRowsTest, EveryRowReadsAsTheScopeReadsIt) {
     for (const auto& [path, writable] : {std::pair{RealAssemblies::coreLibPath(), false},
                                          {RealAssemblies::testAsset("MetadataShapes"), false},
                                          {RealAssemblies::testAsset("MetadataShapes"), true}}) {
         IMetaDataImport* import = info->importOf(module(path, writable));
+        if (writable) {
+            AutoCOMPointer<IMetaDataEmit> emit;
+            ASSERT_EQ(import->QueryInterface(IID_IMetaDataEmit, reinterpret_cast<void**>(&emit)), S_OK);
+            const COR_SIGNATURE staticVoid[] = {0x00, 0x00, 0x01};
+            mdMethodDef added = 0;
+            ASSERT_EQ(emit->DefineMethod(TokenFromRid(2, mdtTypeDef), u"AddedWithANameNoOtherMethodHas",
+                                         mdPublic | mdStatic, staticVoid, sizeof(staticVoid), 0, 0, &added),
+                      S_OK);
+        }
         AutoCOMPointer<IMetaDataTables> tables;
         ASSERT_EQ(import->QueryInterface(IID_IMetaDataTables, reinterpret_cast<void**>(&tables)), S_OK);
         MethodNameRows rows(import);
