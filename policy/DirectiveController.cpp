@@ -54,6 +54,8 @@ constexpr int kLineSize = 2048;
 // Tokens asked for at once while a module is scanned.
 constexpr ULONG kTypeBatch = 1024;
 constexpr ULONG kMethodBatch = 512;
+// How many rows ahead a scan of method names asks for a name.
+constexpr ULONG kNamesAhead = 16;
 
 // Every token that an enumeration of the import lists, batch by batch:
 // enumerate fills a batch, and visit takes each token and gives the running
@@ -477,6 +479,7 @@ HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchCon
     HRESULT hr = S_OK;
     // A class's methods stand together in the table.
     for (ULONG row = 1; SUCCEEDED(hr) && row <= rows.count() && !match.getGroups().empty(); ++row) {
+        rows.prefetchName(row + kNamesAhead);
         ++methodCount;
         const ULONG index = rows.nameIndex(row);
         const char* text = rows.text(index);
