@@ -102,9 +102,11 @@ HRESULT ProfilerCallback::ModuleLoadFinished(ModuleID moduleId, HRESULT hrStatus
         if (profilerInfo == nullptr || controller == nullptr || nativeLog == nullptr) {
             return S_OK;
         }
+        // Noted first: nothing below may decide a function of the module before.
         ModuleNames names;
-        HRESULT result = recordModuleNames(moduleId, names);
+        names.flags = moduleFlags(profilerInfo, moduleId, &names.flagsKnown);
         noteModuleKind(moduleId, names.flagsKnown, names.flags);
+        HRESULT result = recordModuleNames(moduleId, names);
         const char16_t* assemblyName = names.assembly.c_str();
         findGenericTrigger(moduleId, names.domainId, names.domain.c_str(), result);
         if (SUCCEEDED(result)) {
@@ -148,7 +150,6 @@ HRESULT ProfilerCallback::recordModuleNames(ModuleID moduleId, ModuleNames& name
         HeldLock held(&moduleLock);
         moduleIds.emplace(names.path, moduleId);
     }
-    names.flags = moduleFlags(profilerInfo, moduleId, &names.flagsKnown);
     if (SUCCEEDED(result)) {
         result = readName(names.assembly, [&](ULONG size, ULONG* length, char16_t* name) {
             return profilerInfo->GetAssemblyInfo(assemblyId, size, length, name, &names.domainId, nullptr);
