@@ -306,11 +306,15 @@ private:
             }
             unsigned int start = offset + length;
             if (operandSize > codeSize - start) return fail("Operand cut at 0x%X.", offset);
-            Decoded instruction{.offset = offset,
-                                .value = value,
-                                .next = start + operandSize,
-                                .firstTarget = static_cast<unsigned int>(targets.size()),
-                                .effect = info};
+            // Built in its place: a copy of the whole record per instruction
+            // stalled on the pieces just written.
+            indexAt[offset] = static_cast<int>(instructions.size());
+            Decoded& instruction =
+                instructions.emplace_back(Decoded{.offset = offset,
+                                                  .value = value,
+                                                  .next = start + operandSize,
+                                                  .firstTarget = static_cast<unsigned int>(targets.size()),
+                                                  .effect = info});
             const unsigned char* operand = code + start;
             if (operandSize == 1) instruction.operand = operand[0];
             if (operandSize == 2) instruction.operand = static_cast<unsigned int>(operand[0] | operand[1] << 8);
@@ -328,8 +332,6 @@ private:
                 instruction.next = end;
             }
             instruction.targetCount = static_cast<unsigned int>(targets.size()) - instruction.firstTarget;
-            indexAt[offset] = static_cast<int>(instructions.size());
-            instructions.push_back(instruction);
             offset = instruction.next;
         }
         return true;
