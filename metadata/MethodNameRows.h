@@ -2,8 +2,9 @@
 // name of every method of a module. The name column is read straight from the
 // table when the scope keeps its rows in one block (it says where they are),
 // else through GetColumn; a plain ASCII name is read from the string heap
-// without a call into the metadata engine's locked interface, any other name
-// through GetMethodProps. Either way the name is the one
+// without a call into the metadata engine's locked interface (straight from
+// the heap when it too lies in one block), any other name through
+// GetMethodProps. Either way the name is the one
 // IMetaDataContext::getMethodName reads.
 //
 // Contract: the import outlives the reader; its scope is not written to while
