@@ -1,6 +1,7 @@
 #include "policy/DirectiveController.h"
 
 #include <algorithm>
+#include <span>
 #include <new>
 #include <optional>
 #include <string_view>
@@ -329,10 +330,11 @@ HRESULT DirectiveController::scanTypes(IMetaDataContext* context, MatchContext& 
     return hr;
 }
 
-HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext& match, mdTypeDef type,
-                                        Meeting meeting, FILE* log, bool logClasses,
-                                        std::vector<IDirectiveGroup*>& matched) {
+HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext& match, mdTypeDef type, Meeting meeting,
+                                        FILE* log, bool logClasses, std::vector<IDirectiveGroup*>& matched,
+                                        std::vector<const DirectiveGroupIndex::NameRun*>* runs) {
     matched.clear();
+    if (runs != nullptr) runs->clear();
     IMetaDataImport* import = match.getImport();
     DWORD flags = 0;
     mdToken extends = mdTokenNil;
@@ -366,7 +368,7 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
     }
     DirectiveGroupIndex::Candidates candidates;
     std::vector<const char16_t*> names;
-    groupIndex().candidates(assembly, className, candidates, meeting == Meeting::All, &names);
+    groupIndex().candidates(assembly, className, candidates, meeting == Meeting::All, &names, runs);
     FiledAnswers answers;
     const auto takes = [&](IDirectiveGroup* group) { return match.accepts(group) && group->matchClass(context); };
     for (size_t i = 0; i < candidates.size(); ++i) {
@@ -374,6 +376,9 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
             matched.push_back(candidates[i]);
         }
     }
+    // A run's groups differ in their method alone.
+    if (runs != nullptr)
+        std::erase_if(*runs, [&](const DirectiveGroupIndex::NameRun* run) { return !takes(run->sample); });
     return hr;
 }
 
@@ -381,13 +386,17 @@ HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& m
                                       FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
                                       unsigned int& methodCount) {
     std::vector<IDirectiveGroup*> matched;
-    HRESULT hr = matchClass(context, match, type, meeting, log, logClasses, matched);
+    // A logged scan names each group that selects a method.
+    std::vector<const DirectiveGroupIndex::NameRun*> runs;
+    HRESULT hr = matchClass(context, match, type, meeting, log, logClasses, matched, log == nullptr ? &runs : nullptr);
     std::vector<mdMethodDef> concrete;
-    if (SUCCEEDED(hr) && !matched.empty()) {
+    if (SUCCEEDED(hr) && (!matched.empty() || !runs.empty())) {
         ULONG listed = 0;
         hr = listConcreteMethods(match.getImport(), type, concrete, listed);
         // Counted as often as a group looks at them.
-        methodCount += listed * static_cast<unsigned int>(matched.size());
+        size_t groups = matched.size();
+        for (const DirectiveGroupIndex::NameRun* run : runs) groups += run->groups;
+        methodCount += listed * static_cast<unsigned int>(groups);
     }
     if (log == nullptr) {
         // Each method is met by all the groups at once: its name is read once.
@@ -396,7 +405,7 @@ HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& m
         // names they have between them.
         std::vector<IDirectiveGroup*> others;
         std::vector<const char16_t*> soleNames;
-        splitBySoleMethod(matched, others, soleNames);
+        splitBySoleMethod(matched, runs, others, soleNames);
         for (auto method = concrete.begin(); SUCCEEDED(hr) && method != concrete.end(); ++method) {
             hr = context->setMethodDef(*method);
             bool selected = false;
@@ -438,15 +447,22 @@ HRESULT DirectiveController::scanType(IMetaDataContext* context, MatchContext& m
 }
 
 void DirectiveController::splitBySoleMethod(const std::vector<IDirectiveGroup*>& groups,
+                                            const std::vector<const DirectiveGroupIndex::NameRun*>& runs,
                                             std::vector<IDirectiveGroup*>& others,
                                             std::vector<const char16_t*>& soleNames) {
     std::unordered_set<std::u16string_view> seen;
+    const auto add = [&](const char16_t* sole) {
+        if (seen.insert(sole).second) soleNames.push_back(sole);
+    };
     for (IDirectiveGroup* group : groups) {
         if (const char16_t* sole = group->soleMethod()) {
-            if (seen.insert(sole).second) soleNames.push_back(sole);
+            add(sole);
         } else {
             others.push_back(group);
         }
+    }
+    for (const DirectiveGroupIndex::NameRun* run : runs) {
+        for (const DirectiveGroupIndex::MethodPlaces& method : std::span(run->methods, run->count)) add(method.name);
     }
 }
 

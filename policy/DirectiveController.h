@@ -70,9 +70,11 @@ private:
 
     // The groups, met as said, whose class test passes for the type; none for
     // an interface or a skipped class. The class is named in log when
-    // logClasses is set.
+    // logClasses is set. With runs, filed groups of runs come as the runs
+    // that pass, each tested once.
     [[nodiscard]] HRESULT matchClass(IMetaDataContext* context, MatchContext& match, mdTypeDef type, Meeting meeting,
-                                     FILE* log, bool logClasses, std::vector<IDirectiveGroup*>& matched);
+                                     FILE* log, bool logClasses, std::vector<IDirectiveGroup*>& matched,
+                                     std::vector<const DirectiveGroupIndex::NameRun*>* runs = nullptr);
     // Every type definition of the module, each adding what the groups that
     // meet it select, named in log if it is not null.
     [[nodiscard]] HRESULT scanTypes(IMetaDataContext* context, MatchContext& match, Meeting meeting, FILE* log,
@@ -81,10 +83,11 @@ private:
     [[nodiscard]] HRESULT scanType(IMetaDataContext* context, MatchContext& match, mdTypeDef type, Meeting meeting,
                                    FILE* log, bool logClasses, std::set<mdMethodDef>& methods,
                                    unsigned int& methodCount);
-    // The groups that select one method by name, as their distinct names,
-    // and the others.
-    static void splitBySoleMethod(const std::vector<IDirectiveGroup*>& groups, std::vector<IDirectiveGroup*>& others,
-                                  std::vector<const char16_t*>& soleNames);
+    // The groups that select one method by name and the runs' methods, as
+    // their distinct names, and the other groups.
+    static void splitBySoleMethod(const std::vector<IDirectiveGroup*>& groups,
+                                  const std::vector<const DirectiveGroupIndex::NameRun*>& runs,
+                                  std::vector<IDirectiveGroup*>& others, std::vector<const char16_t*>& soleNames);
     // The type's methods that have a body, and how many it has in all.
     [[nodiscard]] static HRESULT listConcreteMethods(IMetaDataImport* import, mdTypeDef type,
                                                      std::vector<mdMethodDef>& concrete, ULONG& listed);

@@ -166,7 +166,8 @@ void DirectiveGroupIndex::addRun(std::vector<std::pair<const char16_t*, uint32_t
         runMethods.push_back({sole[first].first, places, static_cast<uint32_t>(end - first), sole[first].first[0]});
     }
     runs.push_back({byOrdinal[sole.front().second], methods,
-                    static_cast<uint32_t>(runMethods.data() + runMethods.size() - methods)});
+                    static_cast<uint32_t>(runMethods.data() + runMethods.size() - methods),
+                    static_cast<uint32_t>(sole.size())});
 }
 
 void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<Found>& found,
@@ -237,6 +238,10 @@ void DirectiveGroupIndex::collectFiled(const char16_t* assembly, const char16_t*
     found.erase(
         std::unique(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.ordinal == b.ordinal; }),
         found.end());
+    if (nameRuns != nullptr) {
+        std::sort(nameRuns->begin(), nameRuns->end());
+        nameRuns->erase(std::unique(nameRuns->begin(), nameRuns->end()), nameRuns->end());
+    }
 }
 
 template <typename Add>
@@ -253,11 +258,13 @@ void DirectiveGroupIndex::inOrder(const std::vector<Found>& found, bool withGene
 }
 
 void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* className, Candidates& out,
-                                     bool withGeneral, std::vector<const char16_t*>* names) const {
+                                     bool withGeneral, std::vector<const char16_t*>* names,
+                                     std::vector<const NameRun*>* runs) const {
     out.clear();
     if (names != nullptr) names->clear();
+    if (runs != nullptr) runs->clear();
     std::vector<Found> found;
-    collectFiled(assembly, className, found, nullptr);
+    collectFiled(assembly, className, found, runs);
     inOrder(found, withGeneral, [&](uint32_t ordinal, const char16_t* name) {
         out.push_back(byOrdinal[ordinal]);
         if (names != nullptr) names->push_back(name);
@@ -270,7 +277,5 @@ void DirectiveGroupIndex::candidateRuns(const char16_t* assembly, const char16_t
     nameRuns.clear();
     std::vector<Found> found;
     collectFiled(assembly, className, found, &nameRuns);
-    std::sort(nameRuns.begin(), nameRuns.end());
-    nameRuns.erase(std::unique(nameRuns.begin(), nameRuns.end()), nameRuns.end());
     inOrder(found, true, [&](uint32_t ordinal, const char16_t*) { groups.push_back({ordinal, byOrdinal[ordinal]}); });
 }

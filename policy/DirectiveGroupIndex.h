@@ -48,6 +48,7 @@ public:
         IDirectiveGroup* sample;  // any of its groups, for the class test
         const MethodPlaces* methods;
         uint32_t count;
+        uint32_t groups;
     };
 
     // Files every group, given in the order in which they are asked.
@@ -55,9 +56,10 @@ public:
     // The groups filed under a name that agrees with the class, plain or with
     // its assembly in brackets, and the general groups if asked for; none
     // filed for a null class name. With names, each candidate's name beside
-    // it: equal names are one pointer, and a general group has none.
+    // it: equal names are one pointer, and a general group has none. With
+    // runs, the groups of runs come as their runs, once each.
     void candidates(const char16_t* assembly, const char16_t* className, Candidates& out, bool withGeneral,
-                    std::vector<const char16_t*>* names = nullptr) const;
+                    std::vector<const char16_t*>* names = nullptr, std::vector<const NameRun*>* runs = nullptr) const;
     // The same candidates, general groups included, with their places; but
     // the groups of runs come as their runs, once each.
     void candidateRuns(const char16_t* assembly, const char16_t* className, std::vector<Placed>& groups,
@@ -85,7 +87,8 @@ private:
     // nameRuns, the groups of a run are left out and the run added instead.
     void collectAgreeing(std::u16string_view name, std::vector<Found>& found, std::vector<size_t>& starts,
                          std::vector<const NameRun*>* nameRuns) const;
-    // The groups filed under names that agree with the class, in order, once each.
+    // The groups filed under names that agree with the class, in order, once
+    // each; with nameRuns, the runs once each.
     void collectFiled(const char16_t* assembly, const char16_t* className, std::vector<Found>& found,
                       std::vector<const NameRun*>* nameRuns) const;
     // Calls add(ordinal, name) for each found group and, if asked, each
