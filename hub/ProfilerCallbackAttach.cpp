@@ -167,7 +167,12 @@ void ProfilerCallback::catchUpModule(ICorProfilerInfo3* info3, ModuleID module, 
         forceOverloads(module, u"System.Threading.Thread", u"Sleep", "System.Threading.Thread::Sleep");
     }
     std::set<mdMethodDef> methods;
-    controller->getMonitoredMethodsForModule(profilerInfo, module, methods, true);
+    {
+        // Compiles on other threads decide with the same index, which a scan
+        // extends.
+        HeldLock held(&profilerLock);
+        controller->getMonitoredMethodsForModule(profilerInfo, module, methods, true);
+    }
     for (mdMethodDef method : methods) {
         RequestReJIT(module, method, false);
     }

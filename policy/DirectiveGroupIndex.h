@@ -15,8 +15,9 @@
 //
 // Contract: the names belong to the groups, whose class rules do not change
 // between a rebuild and the next change of the rules; runs live until the next
-// rebuild. No lock inside: candidateRuns makes a name's run the first time a
-// class meets it, so its callers are serialised (the match cache's are).
+// rebuild. No lock inside: asked for runs, a lookup makes a name's run the
+// first time a class meets it, so its callers are serialised (the match
+// cache's and the module scans' are).
 #pragma once
 
 #include <cstdint>

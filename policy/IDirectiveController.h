@@ -3,10 +3,10 @@
 // the decisions made from them.
 //
 // Contract:
-//  - No lock inside. Reading directives and every decision run under the
-//    caller's serialisation (the callback hub's profilerLock), but for
-//    getMonitoredMethodsForModule, which only reads rule sets and may run on a
-//    module-load thread outside it.
+//  - No lock inside. Reading directives, every decision and every module
+//    scan run under the caller's serialisation (the callback hub's
+//    profilerLock): scans and decisions share the group index, which both
+//    extend.
 //  - Groups, filters and results refer to objects owned by the controller;
 //    they live as long as it does. The caller owns a match result.
 //  - Statuses are 32-bit: 0 or positive for success, E_FAIL when a group could
