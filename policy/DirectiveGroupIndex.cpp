@@ -1,6 +1,7 @@
 #include "policy/DirectiveGroupIndex.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "metadata/IMetaDataContext.h"
 #include "platform/MemoryPages.h"
@@ -40,6 +41,46 @@ struct Sortable {
     std::u16string_view name() const { return {text, length}; }
 };
 
+// Sorts entries on their chunks in three-way partitions: the entries of one
+// range share most chunks (a file's names share long beginnings), and an
+// entry equal to the pivot is not looked at again. Past the depth a fair
+// split allows, the rest goes to std::sort.
+void sortOnChunks(Sortable* first, Sortable* last, int depthLeft) {
+    constexpr long kFew = 16;
+    while (last - first > kFew) {
+        if (depthLeft-- == 0) {
+            std::sort(first, last, [](const Sortable& a, const Sortable& b) { return a.chunk < b.chunk; });
+            return;
+        }
+        const uint64_t a = first->chunk;
+        const uint64_t b = first[(last - first) / 2].chunk;
+        const uint64_t c = last[-1].chunk;
+        const uint64_t pivot = std::max(std::min(a, b), std::min(std::max(a, b), c));
+        Sortable* below = first;
+        Sortable* above = last;
+        for (Sortable* at = first; at < above;) {
+            if (at->chunk < pivot) {
+                std::swap(*below++, *at++);
+            } else if (at->chunk > pivot) {
+                std::swap(*at, *--above);
+            } else {
+                ++at;
+            }
+        }
+        // The smaller side by a call, the larger in this loop: the stack stays shallow.
+        if (below - first < last - above) {
+            sortOnChunks(first, below, depthLeft);
+            first = above;
+        } else {
+            sortOnChunks(above, last, depthLeft);
+            last = below;
+        }
+    }
+    for (Sortable* at = first + (first != last ? 1 : 0); at < last; ++at) {
+        for (Sortable* to = at; to > first && to[-1].chunk > to->chunk; --to) std::swap(to[-1], *to);
+    }
+}
+
 // Sorts the names four units at a time: each name of a range is read once for
 // its next four units, and the range is sorted on those as numbers. A
 // generated file's names share long beginnings, which a comparison of whole
@@ -68,7 +109,8 @@ void sortByChunks(std::vector<Sortable>& entries) {
             alike = alike && entry->chunk == begin->chunk;
         }
         if (!alike) {
-            std::sort(begin, end, [](const Sortable& a, const Sortable& b) { return a.chunk < b.chunk; });
+            Sortable* first = entries.data() + range.first;
+            sortOnChunks(first, first + range.count, 2 * static_cast<int>(std::bit_width(range.count)));
         }
         for (auto run = begin; run != end;) {
             const auto runEnd =
@@ -96,13 +138,21 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     MemoryPages::reserve(names, byOrdinal.size());
     for (uint32_t ordinal = 0; ordinal < byOrdinal.size(); ++ordinal) {
         if (ordinal + kAhead < byOrdinal.size()) __builtin_prefetch(byOrdinal[ordinal + kAhead]);
+        // The class names lie elsewhere: fetched once their group is in.
+        if (ordinal + kAhead / 2 < byOrdinal.size()) {
+            if (const char16_t* sole = byOrdinal[ordinal + kAhead / 2]->soleClass()) __builtin_prefetch(sole);
+        }
         IDirectiveGroup* group = byOrdinal[ordinal];
-        const bool named = group->namedClassesOnly([&](const char16_t* name) {
+        const auto file = [&](const char16_t* name) {
             const std::u16string_view text(name);
             names.push_back({text.data(), static_cast<uint32_t>(text.size()), ordinal, 0});
             bracketed = bracketed || name[0] == u'[';
-        });
-        if (!named) {
+        };
+        // A one-line group gives its one name without a call through a function object.
+        const char16_t* sole = group->soleClass();
+        if (sole != nullptr) {
+            file(sole);
+        } else if (!group->namedClassesOnly(file)) {
             generalGroups.push_back(group);
             generalOrdinals.push_back(ordinal);
         }
