@@ -110,22 +110,23 @@ ClassLineGroup* ClassLineGroups::find(const char16_t* name) {
     return found < count && at(found).getNumber() == number ? &at(found) : nullptr;
 }
 
-std::vector<ClassLineGroup*> ClassLineGroups::byName() {
-    std::vector<ClassLineGroup*> ordered;
+void ClassLineGroups::inNameOrder(const std::function<void(ClassLineGroup*)>& visit) {
     if (count == 0) {
-        return ordered;
+        return;
     }
-    // Numbers that went to other groups have no entry.
     const size_t numbers = at(count - 1).getNumber() + size_t{1};
+    if (numbers == count) {
+        // No number went to another group: each group's number is its index.
+        inTextOrder(static_cast<uint32_t>(numbers), [&](uint32_t number) { visit(&at(number)); });
+        return;
+    }
     std::vector<ClassLineGroup*> byNumber;
     MemoryPages::reserve(byNumber, numbers);
     byNumber.resize(numbers, nullptr);
     for (std::vector<ClassLineGroup>& block : blocks) {
         for (ClassLineGroup& group : block) byNumber[group.getNumber()] = &group;
     }
-    MemoryPages::reserve(ordered, count);
-    inTextOrder(static_cast<uint32_t>(byNumber.size()), [&](uint32_t number) {
-        if (byNumber[number] != nullptr) ordered.push_back(byNumber[number]);
+    inTextOrder(static_cast<uint32_t>(numbers), [&](uint32_t number) {
+        if (byNumber[number] != nullptr) visit(byNumber[number]);
     });
-    return ordered;
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string_view>
 #include <vector>
 
@@ -28,9 +29,9 @@ public:
     ClassLineGroup* find(const char16_t* name);
     size_t size() const { return count; }
 
-    // The groups in the order of their names' code units ("Anonymous_10"
-    // before "Anonymous_2").
-    std::vector<ClassLineGroup*> byName();
+    // Calls visit with each group in the order of their names' code units
+    // ("Anonymous_10" before "Anonymous_2").
+    void inNameOrder(const std::function<void(ClassLineGroup*)>& visit);
 
 private:
     static constexpr size_t kBlock = 1024;

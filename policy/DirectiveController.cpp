@@ -149,13 +149,13 @@ DirectiveGroupIndex::Candidates DirectiveController::groupsInOrder() {
     DirectiveGroupIndex::Candidates ordered;
     MemoryPages::reserve(ordered, groups.size() + lineGroups.size());
     auto entry = groups.begin();
-    for (ClassLineGroup* line : lineGroups.byName()) {
+    lineGroups.inNameOrder([&](ClassLineGroup* line) {
         const std::u16string_view name(line->getName());
         for (; entry != groups.end() && CodeUnitOrder{}(entry->first, name); ++entry) {
             ordered.push_back(&entry->second);
         }
         ordered.push_back(line);
-    }
+    });
     for (; entry != groups.end(); ++entry) {
         ordered.push_back(&entry->second);
     }
