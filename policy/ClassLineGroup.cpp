@@ -1,10 +1,23 @@
 #include "policy/ClassLineGroup.h"
 
+#include <algorithm>
+
+#include "policy/ClassLineGroups.h"
 #include "policy/ClassSet.h"
+
+const char16_t* ClassLineGroup::getName() {
+    if (!name) {
+        char16_t made[ClassLineGroups::kNameSize];
+        const size_t length = ClassLineGroups::nameOf(number, made);
+        name = std::make_unique_for_overwrite<char16_t[]>(length + 1);
+        std::copy_n(made, length + 1, name.get());
+    }
+    return name.get();
+}
 
 MatchingDirectiveGroup& ClassLineGroup::full() {
     if (!changed) {
-        changed = std::make_unique<MatchingDirectiveGroup>(text);
+        changed = std::make_unique<MatchingDirectiveGroup>(getName());
         changed->getClassMatcher()->addClassRule(className());
         if (methodAt != 0) {
             changed->getMethodMatcher()->addMethodRule(method());

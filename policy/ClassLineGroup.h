@@ -16,10 +16,11 @@
 
 class ClassLineGroup final : public IDirectiveGroup {
 public:
-    // text holds the name, the class and the method one behind the other, each
-    // ending in a zero; a method at 0 stands for all methods.
-    ClassLineGroup(const char16_t* text, uint32_t number, uint16_t classAt, uint16_t methodAt)
-        : text(text), number(number), classAt(classAt), methodAt(methodAt) {}
+    // text holds the class and the method one behind the other, each ending
+    // in a zero; a method at 0 stands for all methods. The group's name is
+    // made the first time it is asked for: most are never named.
+    ClassLineGroup(const char16_t* text, uint32_t number, uint16_t methodAt)
+        : text(text), number(number), methodAt(methodAt) {}
 
     uint32_t getNumber() const { return number; }
 
@@ -28,7 +29,7 @@ public:
     void setActive(bool value) override { full().setActive(value); }
     bool isCreated() override { return changed ? changed->isCreated() : true; }
     void setCreated() override { full().setCreated(); }
-    const char16_t* getName() override { return text; }
+    const char16_t* getName() override;
     IClassMatcher* getClassMatcher() override { return full().getClassMatcher(); }
     IClassMethodFilter* getClassMethodFilter() override { return full().getClassMethodFilter(); }
     IMethodMatcher* getMethodMatcher() override { return full().getMethodMatcher(); }
@@ -48,12 +49,12 @@ public:
 private:
     // The full group with the same rules and state, made at the first call.
     MatchingDirectiveGroup& full();
-    const char16_t* className() const { return text + classAt; }
+    const char16_t* className() const { return text; }
     const char16_t* method() const { return methodAt != 0 ? text + methodAt : nullptr; }
 
     const char16_t* text;
     uint32_t number;
-    uint16_t classAt;
     uint16_t methodAt;
+    std::unique_ptr<char16_t[]> name;
     std::unique_ptr<MatchingDirectiveGroup> changed;
 };

@@ -49,18 +49,15 @@ size_t ClassLineGroups::nameOf(uint32_t number, char16_t (&name)[kNameSize]) {
     return static_cast<size_t>(at - name);
 }
 
-ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view name, const char16_t* className,
-                                     const char16_t* method) {
+ClassLineGroup* ClassLineGroups::add(uint32_t number, const char16_t* className, const char16_t* method) {
     const size_t classLength = strlen_u16(className);
-    if (name.size() + classLength + 2 > std::numeric_limits<uint16_t>::max()) {
+    if (classLength + 1 > std::numeric_limits<uint16_t>::max()) {
         return nullptr;
     }
     const std::u16string_view methodName = method != nullptr ? MethodMatcher::ruleName(method) : u"";
-    const auto classAt = static_cast<uint16_t>(name.size() + 1);
-    const auto methodAt = static_cast<uint16_t>(method != nullptr ? classAt + classLength + 1 : 0);
-    char16_t* room = text.allocate(classAt + classLength + 1 + (method != nullptr ? methodName.size() + 1 : 0));
-    *std::copy(name.begin(), name.end(), room) = 0;
-    std::copy_n(className, classLength + 1, room + classAt);
+    const auto methodAt = static_cast<uint16_t>(method != nullptr ? classLength + 1 : 0);
+    char16_t* room = text.allocate(classLength + 1 + (method != nullptr ? methodName.size() + 1 : 0));
+    std::copy_n(className, classLength + 1, room);
     if (method != nullptr) {
         *std::copy(methodName.begin(), methodName.end(), room + methodAt) = 0;
     }
@@ -73,7 +70,7 @@ ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view name, 
         }
         blocks.push_back(std::move(block));
     }
-    ClassLineGroup& added = blocks.back().emplace_back(room, number, classAt, methodAt);
+    ClassLineGroup& added = blocks.back().emplace_back(room, number, methodAt);
     ++count;
     return &added;
 }

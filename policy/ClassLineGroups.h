@@ -20,11 +20,11 @@ public:
     // "Anonymous_<number>" in name; its length.
     static size_t nameOf(uint32_t number, char16_t (&name)[kNameSize]);
 
-    // A new group named so, its number above every number so far, for a class
+    // A new group of that number, above every number so far, for a class
     // that is not blank and a method rule as written (null: all methods). Null
-    // for a class too long for the group's 16-bit offsets: a line of a file is
+    // for a class too long for the group's 16-bit offset: a line of a file is
     // far shorter, one given at run time need not be.
-    ClassLineGroup* add(uint32_t number, std::u16string_view name, const char16_t* className, const char16_t* method);
+    ClassLineGroup* add(uint32_t number, const char16_t* className, const char16_t* method);
     // The group of that name, or null.
     ClassLineGroup* find(const char16_t* name);
     size_t size() const { return count; }
@@ -39,7 +39,7 @@ private:
     // The group at that index in the order of numbers.
     ClassLineGroup& at(size_t index);
 
-    // A line names its group, class and method: 64 KB take a few hundred lines.
+    // A line names its class and method: 64 KB take several hundred lines.
     TextArena text{size_t{1} << 15};
     // Blocks of kBlock groups, each reserved once: a group never moves, as
     // the index points at it. All but the first, which a small file fills

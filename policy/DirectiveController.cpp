@@ -133,11 +133,11 @@ IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
 ClassLineGroup* DirectiveController::addClassLineGroup(const char16_t* className, const char16_t* method) {
     char16_t name[ClassLineGroups::kNameSize];
     const auto number = static_cast<uint32_t>(anonymousCount);
-    const size_t length = ClassLineGroups::nameOf(number, name);
+    ClassLineGroups::nameOf(number, name);
     if (className == nullptr || *className == 0 || groups.find(name) != groups.end()) {
         return nullptr;
     }
-    ClassLineGroup* group = lineGroups.add(number, {name, length}, className, method);
+    ClassLineGroup* group = lineGroups.add(number, className, method);
     if (group != nullptr) {
         ++anonymousCount;
         indexStale = true;
@@ -150,9 +150,13 @@ DirectiveGroupIndex::Candidates DirectiveController::groupsInOrder() {
     MemoryPages::reserve(ordered, groups.size() + lineGroups.size());
     auto entry = groups.begin();
     lineGroups.inNameOrder([&](ClassLineGroup* line) {
-        const std::u16string_view name(line->getName());
-        for (; entry != groups.end() && CodeUnitOrder{}(entry->first, name); ++entry) {
-            ordered.push_back(&entry->second);
+        if (entry != groups.end()) {
+            // The line groups' names are not kept.
+            char16_t text[ClassLineGroups::kNameSize];
+            const std::u16string_view name(text, ClassLineGroups::nameOf(line->getNumber(), text));
+            for (; entry != groups.end() && CodeUnitOrder{}(entry->first, name); ++entry) {
+                ordered.push_back(&entry->second);
+            }
         }
         ordered.push_back(line);
     });

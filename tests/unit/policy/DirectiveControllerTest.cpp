@@ -289,17 +289,13 @@ TEST_F(DirectiveMatchingCacheOnShop, GlobalSkipsHoldForEveryMethodOfAKnownClass)
 // A class's candidates come in the groups' order, whichever name, plain or
 // bracketed, each was filed under and however the names interleave.
 TEST(DirectiveGroupIndex, CandidatesKeepTheGroupsOrderAcrossNames) {
-    struct Line {
-        std::u16string text;
-        uint16_t classAt;
-    };
-    const Line lines[] = {{std::u16string(u"L0\0Shop.Order\0Run\0", 18), 3},
-                          {std::u16string(u"L1\0Shop.Ord\0Run\0", 16), 3},
-                          {std::u16string(u"L2\0[Shapes]Shop.Order\0Run\0", 26), 3},
-                          {std::u16string(u"L3\0Shop.Order\0Run\0", 18), 3},
-                          {std::u16string(u"L4\0Shop.OrderLine\0Run\0", 22), 3},
-                          {std::u16string(u"L5\0Shop.Invoice\0Run\0", 20), 3},
-                          {std::u16string(u"L6\0Shop.Ord\0Run\0", 16), 3}};
+    const std::u16string lines[] = {std::u16string(u"Shop.Order\0Run\0", 15),
+                                    std::u16string(u"Shop.Ord\0Run\0", 13),
+                                    std::u16string(u"[Shapes]Shop.Order\0Run\0", 23),
+                                    std::u16string(u"Shop.Order\0Run\0", 15),
+                                    std::u16string(u"Shop.OrderLine\0Run\0", 19),
+                                    std::u16string(u"Shop.Invoice\0Run\0", 17),
+                                    std::u16string(u"Shop.Ord\0Run\0", 13)};
     std::vector<std::unique_ptr<IDirectiveGroup>> owned;
     DirectiveGroupIndex::Candidates ordered;
     for (uint32_t i = 0; i < std::size(lines); ++i) {
@@ -309,10 +305,8 @@ TEST(DirectiveGroupIndex, CandidatesKeepTheGroupsOrderAcrossNames) {
             general->getClassMatcher()->addAllClassesRule();
             ordered.push_back(owned.emplace_back(std::move(general)).get());
         }
-        const Line& line = lines[i];
-        const auto methodAt = static_cast<uint16_t>(line.text.size() - 4);
-        ordered.push_back(
-            owned.emplace_back(std::make_unique<ClassLineGroup>(line.text.data(), i, line.classAt, methodAt)).get());
+        const auto methodAt = static_cast<uint16_t>(lines[i].size() - 4);
+        ordered.push_back(owned.emplace_back(std::make_unique<ClassLineGroup>(lines[i].data(), i, methodAt)).get());
     }
     DirectiveGroupIndex index;
     index.rebuild(ordered);
