@@ -33,32 +33,25 @@ uint64_t chunkAt(std::u16string_view name, size_t position) {
 constexpr uint64_t kNewName = 0;
 constexpr uint64_t kSameName = 1;
 
-struct Sortable {
-    const char16_t* text;
-    uint32_t length;
-    uint32_t ordinal;
-    uint64_t chunk;  // the units sorted on; once sorted, kNewName or kSameName
-    std::u16string_view name() const { return {text, length}; }
-};
-
 // Sorts entries on their chunks in three-way partitions: the entries of one
 // range share most chunks (a file's names share long beginnings), and an
 // entry equal to the pivot is not looked at again. Past the depth a fair
 // split allows, the rest goes to std::sort.
-void sortOnChunks(Sortable* first, Sortable* last, int depthLeft) {
+template <typename Entry>
+void sortOnChunks(Entry* first, Entry* last, int depthLeft) {
     constexpr long kFew = 16;
     while (last - first > kFew) {
         if (depthLeft-- == 0) {
-            std::sort(first, last, [](const Sortable& a, const Sortable& b) { return a.chunk < b.chunk; });
+            std::sort(first, last, [](const Entry& a, const Entry& b) { return a.chunk < b.chunk; });
             return;
         }
         const uint64_t a = first->chunk;
         const uint64_t b = first[(last - first) / 2].chunk;
         const uint64_t c = last[-1].chunk;
         const uint64_t pivot = std::max(std::min(a, b), std::min(std::max(a, b), c));
-        Sortable* below = first;
-        Sortable* above = last;
-        for (Sortable* at = first; at < above;) {
+        Entry* below = first;
+        Entry* above = last;
+        for (Entry* at = first; at < above;) {
             if (at->chunk < pivot) {
                 std::swap(*below++, *at++);
             } else if (at->chunk > pivot) {
@@ -76,8 +69,8 @@ void sortOnChunks(Sortable* first, Sortable* last, int depthLeft) {
             last = below;
         }
     }
-    for (Sortable* at = first + (first != last ? 1 : 0); at < last; ++at) {
-        for (Sortable* to = at; to > first && to[-1].chunk > to->chunk; --to) std::swap(to[-1], *to);
+    for (Entry* at = first + (first != last ? 1 : 0); at < last; ++at) {
+        for (Entry* to = at; to > first && to[-1].chunk > to->chunk; --to) std::swap(to[-1], *to);
     }
 }
 
@@ -87,7 +80,8 @@ void sortOnChunks(Sortable* first, Sortable* last, int depthLeft) {
 // names would read again at every step; a range whose units are all alike is
 // not sorted at all. Ranges still to sort wait on the heap. Sorted, each
 // name's chunk says whether it equals the one before.
-void sortByChunks(std::vector<Sortable>& entries) {
+template <typename Entry>
+void sortByChunks(std::vector<Entry>& entries) {
     struct Range {
         size_t first;
         size_t count;
@@ -109,12 +103,11 @@ void sortByChunks(std::vector<Sortable>& entries) {
             alike = alike && entry->chunk == begin->chunk;
         }
         if (!alike) {
-            Sortable* first = entries.data() + range.first;
+            Entry* first = entries.data() + range.first;
             sortOnChunks(first, first + range.count, 2 * static_cast<int>(std::bit_width(range.count)));
         }
         for (auto run = begin; run != end;) {
-            const auto runEnd =
-                std::find_if(run, end, [&](const Sortable& entry) { return entry.chunk != run->chunk; });
+            const auto runEnd = std::find_if(run, end, [&](const Entry& entry) { return entry.chunk != run->chunk; });
             // Names that end within these units are equal.
             if (runEnd - run > 1 && (run->chunk & 0xFFFF) != 0) {
                 pending.push_back({static_cast<size_t>(run - entries.begin()), static_cast<size_t>(runEnd - run),
@@ -134,8 +127,8 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     generalGroups.clear();
     generalOrdinals.clear();
     bracketed = false;
-    std::vector<Sortable> names;
-    MemoryPages::reserve(names, byOrdinal.size());
+    filed.clear();
+    MemoryPages::reserve(filed, byOrdinal.size());
     for (uint32_t ordinal = 0; ordinal < byOrdinal.size(); ++ordinal) {
         if (ordinal + kAhead < byOrdinal.size()) __builtin_prefetch(byOrdinal[ordinal + kAhead]);
         // The class names lie elsewhere: fetched once their group is in.
@@ -145,7 +138,7 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
         IDirectiveGroup* group = byOrdinal[ordinal];
         const auto file = [&](const char16_t* name) {
             const std::u16string_view text(name);
-            names.push_back({text.data(), static_cast<uint32_t>(text.size()), ordinal, 0});
+            filed.push_back({text.data(), static_cast<uint32_t>(text.size()), ordinal, 0});
             bracketed = bracketed || name[0] == u'[';
         };
         // A one-line group gives its one name without a call through a function object.
@@ -157,17 +150,15 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
             generalOrdinals.push_back(ordinal);
         }
     }
-    sortByChunks(names);
-    filed.clear();
-    MemoryPages::reserve(filed, names.size());
-    for (size_t first = 0, end = 0; first < names.size(); first = end) {
+    sortByChunks(filed);
+    for (size_t first = 0, end = 0; first < filed.size(); first = end) {
         // One name's groups, in order; they share the text of the first.
-        for (end = first + 1; end < names.size() && names[end].chunk == kSameName; ++end) {
+        for (end = first + 1; end < filed.size() && filed[end].chunk == kSameName; ++end) {
         }
-        const auto begin = names.begin() + static_cast<long>(first);
-        const auto stop = names.begin() + static_cast<long>(end);
-        std::sort(begin, stop, [](const Sortable& a, const Sortable& b) { return a.ordinal < b.ordinal; });
-        for (auto entry = begin; entry != stop; ++entry) filed.push_back({begin->text, begin->length, entry->ordinal});
+        const auto begin = filed.begin() + static_cast<long>(first);
+        const auto stop = filed.begin() + static_cast<long>(end);
+        std::sort(begin, stop, [](const Filed& a, const Filed& b) { return a.ordinal < b.ordinal; });
+        for (auto entry = begin + 1; entry < stop; ++entry) entry->text = begin->text;
     }
     // Runs are made as classes meet their names, within what is reserved here.
     runs.clear();

@@ -71,11 +71,14 @@ public:
 
 private:
     // A name and the place of its group among all; a generated file files
-    // hundreds of thousands.
+    // hundreds of thousands, sorted where they lie.
     struct Filed {
         const char16_t* text;
         uint32_t length;
         uint32_t ordinal;
+        // The units a rebuild sorts on; once sorted, whether the name equals
+        // the one before.
+        uint64_t chunk;
         std::u16string_view name() const { return {text, length}; }
     };
     // A group found for a class, by its place, and the name it was filed under.
