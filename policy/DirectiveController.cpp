@@ -1,9 +1,9 @@
 #include "policy/DirectiveController.h"
 
 #include <algorithm>
-#include <span>
 #include <new>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <unordered_set>
 
@@ -381,8 +381,9 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
         }
     }
     // A run's groups differ in their method alone.
-    if (runs != nullptr)
+    if (runs != nullptr) {
         std::erase_if(*runs, [&](const DirectiveGroupIndex::NameRun* run) { return !takes(run->sample); });
+    }
     return hr;
 }
 
