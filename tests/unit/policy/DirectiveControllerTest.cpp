@@ -71,6 +71,7 @@ const char* const kDirectiveSets[] = {
     // both ways, plain and bracketed, some repeated, as a generated file makes them.
     "TraceOneMethodOfClass: Shop.Order Place\n"
     "TraceOneMethodOfClass: Shop.Order Place\n"
+    "TraceOneMethodOfClass: Shop.Order Dispose\n"
     "TraceOneMethodOfClass: Shop.Ord GetName\n"
     "TraceAllMethodsOfClass: [System.Private.CoreLib]System.Text.StringBuilderX\n"
     "TraceAllMethodsOfClass: System.Collections.Generic.Dictionary+Enum\n"
