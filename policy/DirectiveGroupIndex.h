@@ -49,7 +49,7 @@ public:
         IDirectiveGroup* sample;  // any of its groups, for the class test
         const MethodPlaces* methods;
         uint32_t count;
-        uint32_t groups;
+        uint32_t groups;  // how many groups the run stands for
     };
 
     // Files every group, given in the order in which they are asked.
