@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <new>
-#include <optional>
 #include <span>
 #include <string_view>
 #include <unordered_set>
@@ -29,8 +28,7 @@ namespace {
 // and without names that a later scan could take for its own.
 class BorrowedContext {
 public:
-    BorrowedContext(AutoPointer<IMetaDataContext>& context, std::atomic<bool>& taken)
-        : context(context), taken(taken) {}
+    explicit BorrowedContext(AutoPointer<IMetaDataContext>& context) : context(context) {}
     BorrowedContext(const BorrowedContext&) = delete;
     BorrowedContext& operator=(const BorrowedContext&) = delete;
     ~BorrowedContext() {
@@ -41,12 +39,10 @@ public:
             context->setMethodDef(0);
             context->setSuperToken(0);
         }
-        taken = false;
     }
 
 private:
     AutoPointer<IMetaDataContext>& context;
-    std::atomic<bool>& taken;
 };
 
 // Longest line of a directive file, terminator included; a longer line
@@ -256,14 +252,9 @@ void DirectiveController::getMonitoredMethodsForModule(IProfilerController* cont
     const int64_t started = Performance::GetTimeInMillis();
     unsigned int typeCount = 0;
     unsigned int methodCount = 0;
-    const bool shared = info != nullptr && !scanContextTaken.exchange(true);
-    std::optional<BorrowedContext> borrowed;
-    if (shared) {
-        borrowed.emplace(scanContext, scanContextTaken);
-        if (scanContext.get() == nullptr) scanContext = IMetaDataContext::newInstance(info);
-    }
-    AutoPointer<IMetaDataContext> own(info != nullptr && !shared ? IMetaDataContext::newInstance(info) : nullptr);
-    IMetaDataContext* context = shared ? scanContext.get() : own.get();
+    const BorrowedContext borrowed(scanContext);
+    if (info != nullptr && scanContext.get() == nullptr) scanContext = IMetaDataContext::newInstance(info);
+    IMetaDataContext* context = info != nullptr ? scanContext.get() : nullptr;
     HRESULT hr = context != nullptr ? context->setModuleID(module) : E_INVALIDARG;
 
     if (SUCCEEDED(hr) && !skips.skipAssembly(context)) {

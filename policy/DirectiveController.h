@@ -1,7 +1,6 @@
 // The directive controller.
 #pragma once
 
-#include <atomic>
 #include <map>
 #include <string_view>
 
@@ -118,10 +117,9 @@ private:
     AutoPointer<DirectiveMatchingCache> cache;
     DirectiveGroupIndex index;
     bool indexStale = true;
-    // One context serves the module scans one after another: a context is
-    // large (its name buffers), and one made and freed at every module load
-    // faults its pages in again each time. A scan that finds it taken makes
-    // its own.
+    // One context serves the module scans one after another, as they run
+    // under the caller's serialisation: a context is large (its name
+    // buffers), and one made and freed at every module load faults its pages
+    // in again each time.
     AutoPointer<IMetaDataContext> scanContext;
-    std::atomic<bool> scanContextTaken{false};
 };
