@@ -1,6 +1,9 @@
 // The trace functions that instrumented methods reach through the synthetic
 // shim. Each call becomes one text line appended to the file named by
-// TARN_AGENT_RECORD; without it nothing is recorded. Nothing here may throw
+// TARN_AGENT_RECORD; without it nothing is recorded. A line reaches the file
+// with the first call made 20 ms or more after the last write, and every line
+// does when the process ends: a write per call made the web service with every
+// method traced six times slower. Nothing here may throw
 // into the caller (but catchTrace when TARN_AGENT_THROW_IN_CATCH is set, to
 // prove that such an exception never replaces the program's own), and a call
 // that arrives while this thread is already in the agent (a value's ToString
@@ -26,7 +29,10 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
         private static readonly string recordPath = ReadVariable("TARN_AGENT_RECORD");
         private static readonly int traceValue = ReadTraceValue();
         private static readonly bool throwInCatch = ReadVariable("TARN_AGENT_THROW_IN_CATCH") != null;
+        private const long FlushMilliseconds = 20;
+
         private static StreamWriter writer;
+        private static long lastFlush;
 
         [ThreadStatic] private static bool busy;
 
@@ -142,11 +148,37 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
                 if (writer == null)
                 {
                     var stream = new FileStream(recordPath, FileMode.Append, FileAccess.Write,
-                        FileShare.ReadWrite | FileShare.Delete);
-                    writer = new StreamWriter(stream, new UTF8Encoding(false)) { AutoFlush = true };
+                        FileShare.ReadWrite | FileShare.Delete, 1 << 16);
+                    writer = new StreamWriter(stream, new UTF8Encoding(false));
+                    AppDomain.CurrentDomain.ProcessExit += (sender, args) => FlushForGood();
+                    AppDomain.CurrentDomain.UnhandledException += (sender, args) => FlushForGood();
                 }
                 writer.Write(line);
                 writer.Write('\n');
+                long now = Environment.TickCount64;
+                if (writer.AutoFlush || now - lastFlush < FlushMilliseconds)
+                    return;
+                writer.Flush();
+                lastFlush = now;
+            }
+        }
+
+        // At the end every line is written, and so is each one that comes later.
+        private static void FlushForGood()
+        {
+            busy = true;
+            try
+            {
+                lock (gate)
+                    writer.AutoFlush = true;
+            }
+            catch (Exception)
+            {
+                // What is left in the buffer is lost.
+            }
+            finally
+            {
+                busy = false;
             }
         }
 
