@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
-#include <ranges>
 
 #include "platform/MemoryPages.h"
 #include "platform/Text16.h"
@@ -102,8 +101,17 @@ ClassLineGroup* ClassLineGroups::find(const char16_t* name) {
     if (number > std::numeric_limits<uint32_t>::max()) {
         return nullptr;
     }
-    const size_t found = *std::ranges::partition_point(std::views::iota(size_t{0}, count),
-                                                       [&](size_t index) { return at(index).getNumber() < number; });
+    // Numbers rise with the place: the first place whose number is not below.
+    size_t found = 0;
+    for (size_t rest = count; rest > 0;) {
+        const size_t half = rest / 2;
+        if (at(found + half).getNumber() < number) {
+            found += half + 1;
+            rest -= half + 1;
+        } else {
+            rest = half;
+        }
+    }
     return found < count && at(found).getNumber() == number ? &at(found) : nullptr;
 }
 
