@@ -166,6 +166,7 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
         // At the end every line is written, and so is each one that comes later.
         private static void FlushForGood()
         {
+            bool wasBusy = busy;
             busy = true;
             try
             {
@@ -178,7 +179,7 @@ namespace com.tarn.harrowlite.fieldmark.dotnet
             }
             finally
             {
-                busy = false;
+                busy = wasBusy;
             }
         }
 

@@ -2,8 +2,8 @@
 // serves a few requests to itself (System.Text.Json on the server, Newtonsoft.Json
 // on the client), prints what it received and stops. Its output depends only on
 // its own computation, not on how fast it runs: with every method traced and
-// every call recorded it runs a hundred times slower (the first request alone
-// takes over a minute), so neither side may give up on the other on a clock.
+// every call recorded it runs ten to a hundred times slower, so neither side
+// may give up on the other on a clock.
 using System.Net.Http.Json;
 using Microsoft.AspNetCore.Builder;
 using Microsoft.AspNetCore.Hosting.Server;
