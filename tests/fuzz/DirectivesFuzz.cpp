@@ -21,7 +21,7 @@ public:
     HRESULT setFunction(FunctionID) override { return E_NOTIMPL; }
     IMetaDataImport* getImport() override { return nullptr; }
     ICorProfilerInfo* getInfo() override { return nullptr; }
-    FunctionID getFunctionID() override { return classId; }
+    FunctionID getFunctionID() override { return 0; }
     unsigned int getMethodID() override { return 0; }
     ModuleID getModuleID() override { return 1; }
     ClassID getClassID() override { return classId; }
