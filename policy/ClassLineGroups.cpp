@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr std::u16string_view kPrefix = u"Anonymous_";
-
 // Calls visit with 0 to count - 1 in the order of their decimal text.
 template <typename Visit>
 void inTextOrder(uint32_t count, Visit visit) {
@@ -42,7 +40,7 @@ void inTextOrder(uint32_t count, Visit visit) {
 size_t ClassLineGroups::nameOf(uint32_t number, char16_t (&name)[kNameSize]) {
     char digits[12];
     const char* end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
-    char16_t* at = std::copy(kPrefix.begin(), kPrefix.end(), name);
+    char16_t* at = std::copy(kNamePrefix.begin(), kNamePrefix.end(), name);
     at = std::copy(static_cast<const char*>(digits), end, at);
     *at = 0;
     return static_cast<size_t>(at - name);
@@ -83,11 +81,11 @@ ClassLineGroup* ClassLineGroups::find(const char16_t* name) {
         return nullptr;
     }
     const std::u16string_view text(name);
-    if (!text.starts_with(kPrefix) || text.size() == kPrefix.size() || text.size() > kPrefix.size() + 10) {
+    if (!text.starts_with(kNamePrefix) || text.size() == kNamePrefix.size() || text.size() > kNamePrefix.size() + 10) {
         return nullptr;
     }
     // The digits as the name gives them: no sign, no leading zero.
-    const std::u16string_view digits = text.substr(kPrefix.size());
+    const std::u16string_view digits = text.substr(kNamePrefix.size());
     if (digits.size() > 1 && digits[0] == u'0') {
         return nullptr;
     }

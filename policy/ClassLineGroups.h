@@ -16,6 +16,8 @@ class ClassLineGroups {
 public:
     // Longest name of an anonymous group, its terminating zero included.
     static constexpr size_t kNameSize = 24;
+    // What every anonymous group's name begins with.
+    static constexpr std::u16string_view kNamePrefix = u"Anonymous_";
 
     // "Anonymous_<number>" in name; its length.
     static size_t nameOf(uint32_t number, char16_t (&name)[kNameSize]);

@@ -111,6 +111,7 @@ IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
         std::copy_n(name, key.size() + 1, owned);
         entry = groups.emplace_hint(entry, std::piecewise_construct, std::forward_as_tuple(owned, key.size()),
                                     std::forward_as_tuple(owned));
+        anonymousNamesTaken = anonymousNamesTaken || key.starts_with(ClassLineGroups::kNamePrefix);
     }
     return &entry->second;
 }
@@ -118,7 +119,10 @@ IDirectiveGroup* DirectiveController::addDirectiveGroup(const char16_t* name) {
 IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
     char16_t name[ClassLineGroups::kNameSize];
     ClassLineGroups::nameOf(static_cast<uint32_t>(anonymousCount++), name);
+    const bool taken = anonymousNamesTaken;
     IDirectiveGroup* group = addDirectiveGroup(name);
+    // Its number is spent: no later line's group can be given its name.
+    anonymousNamesTaken = taken;
     if (group != nullptr) {
         group->setActive(true);
         group->setCreated();
@@ -127,11 +131,17 @@ IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
 }
 
 ClassLineGroup* DirectiveController::addClassLineGroup(const char16_t* className, const char16_t* method) {
-    char16_t name[ClassLineGroups::kNameSize];
-    const auto number = static_cast<uint32_t>(anonymousCount);
-    ClassLineGroups::nameOf(number, name);
-    if (className == nullptr || *className == 0 || groups.find(name) != groups.end()) {
+    if (className == nullptr || *className == 0) {
         return nullptr;
+    }
+    const auto number = static_cast<uint32_t>(anonymousCount);
+    // Only a named group can have taken the name; most files name none so.
+    if (anonymousNamesTaken) {
+        char16_t name[ClassLineGroups::kNameSize];
+        ClassLineGroups::nameOf(number, name);
+        if (groups.find(name) != groups.end()) {
+            return nullptr;
+        }
     }
     ClassLineGroup* group = lineGroups.add(number, className, method);
     if (group != nullptr) {

@@ -107,6 +107,8 @@ private:
     // Kept apart from the map, but for a name that the map already holds.
     ClassLineGroups lineGroups;
     int anonymousCount = 0;
+    // Whether a named group has a name of the anonymous groups' form.
+    bool anonymousNamesTaken = false;
     // The keyword of the last line read, with its number of arguments, and
     // the entry that they found.
     struct {

@@ -190,24 +190,38 @@ const DirectiveGroupIndex::NameRun* DirectiveGroupIndex::runAt(uint32_t filedAt)
     return &runs.back();
 }
 
-void DirectiveGroupIndex::addRun(std::vector<std::pair<const char16_t*, uint32_t>>& sole) const {
-    // Equal method names together, each one's places in order.
-    std::sort(sole.begin(), sole.end(), [](const auto& a, const auto& b) {
-        const int order = unitOrder(a.first, b.first);
-        return order != 0 ? order < 0 : a.second < b.second;
-    });
-    const MethodPlaces* methods = runMethods.data() + runMethods.size();
-    for (size_t first = 0, end = 0; first < sole.size(); first = end) {
-        const char16_t* name = sole[first].first;
-        const uint32_t* places = runPlaces.data() + runPlaces.size();
-        for (end = first; end < sole.size() && unitOrder(sole[end].first, name) == 0; ++end) {
-            runPlaces.push_back(sole[end].second);
-            inRun[sole[end].second] = true;
+void DirectiveGroupIndex::addRun(const std::vector<std::pair<const char16_t*, uint32_t>>& sole) const {
+    // Each distinct method name in the order first met, and its groups' count:
+    // a run of a generated file has hundreds of groups and a few names.
+    std::unordered_map<std::u16string_view, uint32_t> slotOf;
+    std::vector<const char16_t*> names;
+    std::vector<uint32_t> counts;
+    std::vector<uint32_t> slots;
+    slots.reserve(sole.size());
+    for (const auto& [method, place] : sole) {
+        const auto [slot, added] = slotOf.try_emplace(method, static_cast<uint32_t>(names.size()));
+        if (added) {
+            names.push_back(method);
+            counts.push_back(0);
         }
-        runMethods.push_back({sole[first].first, places, static_cast<uint32_t>(end - first), sole[first].first[0]});
+        ++counts[slot->second];
+        slots.push_back(slot->second);
     }
-    runs.push_back({byOrdinal[sole.front().second], methods,
-                    static_cast<uint32_t>(runMethods.data() + runMethods.size() - methods),
+    // Each name's places one after another, in the order of places as given;
+    // the room was reserved at the rebuild, so nothing moves.
+    const MethodPlaces* methods = runMethods.data() + runMethods.size();
+    runPlaces.resize(runPlaces.size() + sole.size());
+    uint32_t* places = runPlaces.data() + runPlaces.size() - sole.size();
+    std::vector<uint32_t> next(names.size());
+    for (uint32_t slot = 0, start = 0; slot < names.size(); start += counts[slot++]) {
+        next[slot] = start;
+        runMethods.push_back({names[slot], places + start, counts[slot], names[slot][0]});
+    }
+    for (size_t i = 0; i < sole.size(); ++i) {
+        places[next[slots[i]]++] = sole[i].second;
+        inRun[sole[i].second] = true;
+    }
+    runs.push_back({byOrdinal[sole.front().second], methods, static_cast<uint32_t>(names.size()),
                     static_cast<uint32_t>(sole.size())});
 }
 

@@ -102,9 +102,9 @@ private:
     // The run of the name filed from filedAt on, made the first time it is
     // asked for; null if the name has no run.
     const NameRun* runAt(uint32_t filedAt) const;
-    // Makes a run of one-line groups' method names and places, in the order
-    // of places.
-    void addRun(std::vector<std::pair<const char16_t*, uint32_t>>& sole) const;
+    // Makes a run of one-line groups' method names and places, given in the
+    // order of places.
+    void addRun(const std::vector<std::pair<const char16_t*, uint32_t>>& sole) const;
 
     Candidates byOrdinal;
     Candidates generalGroups;
