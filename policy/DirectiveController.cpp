@@ -12,6 +12,7 @@
 #include "platform/MemoryPages.h"
 #include "platform/Performance.h"
 #include "policy/DirectiveKeywords.h"
+#include "policy/DirectiveLineReader.h"
 #include "policy/DirectiveMatchResult.h"
 #include "policy/FiledAnswers.h"
 #include "policy/IProfilerController.h"
@@ -45,9 +46,6 @@ private:
     AutoPointer<IMetaDataContext>& context;
 };
 
-// Longest line of a directive file, terminator included; a longer line
-// arrives in pieces.
-constexpr int kLineSize = 2048;
 // Tokens asked for at once while a module is scanned.
 constexpr ULONG kTypeBatch = 1024;
 constexpr ULONG kMethodBatch = 512;
@@ -221,21 +219,18 @@ IDirectiveMatchResult* DirectiveController::shouldMonitorResult(IMetaDataContext
 }
 
 HRESULT DirectiveController::readDirectives(FILE* stream) {
-    char16_t line[kLineSize];
-    HRESULT status = S_OK;
-    while (SUCCEEDED(status) && fgets_u16(line, kLineSize, stream) != nullptr) {
-        status = readDirective(line);
-    }
-    return status;
+    indexStale = true;
+    return DirectiveLineReader::read(stream, [this](const DirectiveLine& line) { return applyDirective(line); });
 }
 
 HRESULT DirectiveController::readDirective(char16_t* line) {
     indexStale = true;
+    DirectiveLine parsed;
+    return DirectiveKeywords::parse(line, parsed) ? applyDirective(parsed) : S_OK;
+}
+
+HRESULT DirectiveController::applyDirective(const DirectiveLine& parsed) {
     try {
-        DirectiveLine parsed;
-        if (!DirectiveKeywords::parse(line, parsed)) {
-            return S_OK;
-        }
         // A generated file repeats one keyword line after line.
         if (parsed.count != lastKeyword.count || unitOrder(lastKeyword.text.c_str(), parsed.keyword) != 0) {
             lastKeyword.text = parsed.keyword;

@@ -60,6 +60,8 @@ public:
     DirectiveMatchingCache& getCache() { return *cache; }
 
 private:
+    // What a line taken apart says, done; E_FAIL where memory ran out.
+    HRESULT applyDirective(const DirectiveLine& parsed);
     // The groups a module scan meets a class with: the general groups the
     // scan selected, the groups filed under the class's names, or both.
     enum class Meeting { General, Filed, All };
