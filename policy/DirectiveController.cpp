@@ -7,7 +7,6 @@
 #include <unordered_set>
 
 #include "metadata/MethodNameRows.h"
-#include "platform/File16.h"
 #include "platform/FormattedOutput.h"
 #include "platform/MemoryPages.h"
 #include "platform/Performance.h"

@@ -1,10 +1,10 @@
 // Hosts that make a profiler's life hard: a long command line, a program in a
 // deep folder rewritten on module load, a log file that cannot be opened,
-// directive files that cannot be read, a regular expression that backtracks,
-// byte order marks, a device in a list, named pipes at every input and at the
-// log, a planted link, child processes, a umask of 000, a long agent home. In
-// each the program prints and returns what it does without the profiler, in
-// time, and the log says what happened.
+// directive files that cannot be read or are megabytes long, a regular
+// expression that backtracks, byte order marks, a device in a list, named
+// pipes at every input and at the log, a planted link, child processes, a
+// umask of 000, a long agent home. In each the program prints and returns what
+// it does without the profiler, in time, and the log says what happened.
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -134,6 +134,16 @@ TEST(HostileHost, ProgramsRunUnchangedAndTheLogSaysWhatHappened) {
          [](AgentInstall& install, const e2e::Comparison& run) {
              EXPECT_NE(install.logText().find("program.fmd: larger than 64 MB\n"), std::string::npos) << run.why;
          }},
+        {"a generated directive file of megabytes, its selecting line last",
+         [&](AgentInstall& install, e2e::RunOptions&) {
+             std::string lines;
+             for (int i = 0; lines.size() < (3u << 20); ++i) {
+                 lines += "TraceOneMethodOfClass: Company" + std::to_string(i) + ".Endpoint Invoke\n";
+             }
+             install.directives(lines + "TraceOneMethodOfClass: Program Fibonacci\n");
+             return hello;
+         },
+         "Instrumented [Hello]Program::Fibonacci"},
         {"named pipes as the directive file and as AgentProfile.config",
          [&](AgentInstall& install, e2e::RunOptions&) {
              pipeAt(install.agentDirectory() + "/pipe.fmd");
