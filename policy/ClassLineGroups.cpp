@@ -46,16 +46,17 @@ size_t ClassLineGroups::nameOf(uint32_t number, char16_t (&name)[kNameSize]) {
     return static_cast<size_t>(at - name);
 }
 
-ClassLineGroup* ClassLineGroups::add(uint32_t number, const char16_t* className, const char16_t* method) {
-    const size_t classLength = strlen_u16(className);
+ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view className, std::u16string_view method) {
+    const size_t classLength = className.size();
     if (classLength + 1 > std::numeric_limits<uint16_t>::max()) {
         return nullptr;
     }
-    const std::u16string_view methodName = method != nullptr ? MethodMatcher::ruleName(method) : u"";
-    const auto methodAt = static_cast<uint16_t>(method != nullptr ? classLength + 1 : 0);
-    char16_t* room = text.allocate(classLength + 1 + (method != nullptr ? methodName.size() + 1 : 0));
-    std::copy_n(className, classLength + 1, room);
-    if (method != nullptr) {
+    const bool oneMethod = !method.empty();
+    const std::u16string_view methodName = MethodMatcher::ruleName(method);
+    const auto methodAt = static_cast<uint16_t>(oneMethod ? classLength + 1 : 0);
+    char16_t* room = text.allocate(classLength + 1 + (oneMethod ? methodName.size() + 1 : 0));
+    *std::copy(className.begin(), className.end(), room) = 0;
+    if (oneMethod) {
         *std::copy(methodName.begin(), methodName.end(), room + methodAt) = 0;
     }
     if (blocks.empty() || blocks.back().size() == kBlock) {

@@ -23,10 +23,10 @@ public:
     static size_t nameOf(uint32_t number, char16_t (&name)[kNameSize]);
 
     // A new group of that number, above every number so far, for a class
-    // that is not blank and a method rule as written (null: all methods). Null
+    // that is not blank and a method rule as written (empty: all methods). Null
     // for a class too long for the group's 16-bit offset: a line of a file is
     // far shorter, one given at run time need not be.
-    ClassLineGroup* add(uint32_t number, const char16_t* className, const char16_t* method);
+    ClassLineGroup* add(uint32_t number, std::u16string_view className, std::u16string_view method);
     // The group of that name, or null.
     ClassLineGroup* find(const char16_t* name);
     size_t size() const { return count; }

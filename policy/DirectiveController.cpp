@@ -127,8 +127,8 @@ IDirectiveGroup* DirectiveController::addAnonymousDirectiveGroup() {
     return group;
 }
 
-ClassLineGroup* DirectiveController::addClassLineGroup(const char16_t* className, const char16_t* method) {
-    if (className == nullptr || *className == 0) {
+ClassLineGroup* DirectiveController::addClassLineGroup(std::u16string_view className, std::u16string_view method) {
+    if (className.empty()) {
         return nullptr;
     }
     const auto number = static_cast<uint32_t>(anonymousCount);

@@ -44,10 +44,10 @@ public:
     // A new group "Anonymous_<n>", active and created; null if it cannot be had.
     IDirectiveGroup* addAnonymousDirectiveGroup();
     // The same as a compact group with a rule for the class and one for the
-    // method (null: all methods), as a line that names both makes it; null
+    // method (empty: all methods), as a line that names both makes it; null
     // where the group must be a full one: its name is taken, or the class blank
     // or very long.
-    ClassLineGroup* addClassLineGroup(const char16_t* className, const char16_t* method);
+    ClassLineGroup* addClassLineGroup(std::u16string_view className, std::u16string_view method);
     // Every group, in the order in which they are asked.
     const DirectiveGroupIndex::Candidates& allGroups() { return groupIndex().all(); }
     // The index of the groups as they are now.

@@ -138,17 +138,18 @@ HRESULT methods(DirectiveController& controller, const DirectiveLine& line) {
 // a full one. No method stands for all methods.
 
 template <ClassRule rule>
-HRESULT lineGroup(DirectiveController& controller, const char16_t* className, const char16_t* method) {
-    if (rule == &IClassMatcher::addClassRule && controller.addClassLineGroup(className, method) != nullptr) {
+HRESULT lineGroup(DirectiveController& controller, const DirectiveLine& line, bool oneMethod) {
+    const std::u16string_view method = oneMethod ? line.argument(1) : std::u16string_view();
+    if (rule == &IClassMatcher::addClassRule && controller.addClassLineGroup(line.argument(0), method) != nullptr) {
         return S_OK;
     }
     IDirectiveGroup* group = controller.addAnonymousDirectiveGroup();
     if (group == nullptr) {
         return E_FAIL;
     }
-    (group->getClassMatcher()->*rule)(className);
-    if (method != nullptr) {
-        group->getMethodMatcher()->addMethodRule(method);
+    (group->getClassMatcher()->*rule)(line.arguments[0]);
+    if (oneMethod) {
+        group->getMethodMatcher()->addMethodRule(line.arguments[1]);
     } else {
         group->getMethodMatcher()->addAllMethodsRule();
     }
@@ -157,12 +158,12 @@ HRESULT lineGroup(DirectiveController& controller, const char16_t* className, co
 
 template <ClassRule rule>
 HRESULT allMethodsOf(DirectiveController& controller, const DirectiveLine& line) {
-    return lineGroup<rule>(controller, line.arguments[0], nullptr);
+    return lineGroup<rule>(controller, line, false);
 }
 
 template <ClassRule rule>
 HRESULT oneMethodOf(DirectiveController& controller, const DirectiveLine& line) {
-    return lineGroup<rule>(controller, line.arguments[0], line.arguments[1]);
+    return lineGroup<rule>(controller, line, true);
 }
 
 // Class, method, label and flag; the label is dropped. A line without the flag
@@ -284,6 +285,8 @@ bool DirectiveKeywords::parse(char16_t* line, DirectiveLine& parsed) {
         if (token == nullptr) {
             break;
         }
+        // A token ends where the rest begins, or with the line.
+        parsed.lengths[tokens] = static_cast<uint32_t>(rest != nullptr ? rest - 1 - token : strlen_u16(token));
         parsed.arguments[tokens++] = token;
     }
     parsed.count = tokens < 3 ? tokens : 3;

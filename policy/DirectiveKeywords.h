@@ -9,6 +9,9 @@
 // reaches: "Skip: A" acts as SkipAssembly. Anything else is ignored silently.
 #pragma once
 
+#include <cstdint>
+#include <string_view>
+
 #include "runtime/CorTypes.h"
 
 class DirectiveController;
@@ -22,6 +25,10 @@ struct DirectiveLine {
     char16_t* arguments[4] = {};
     // 0 to 3: the fourth token does not count.
     int count = 0;
+    // The units of each argument.
+    uint32_t lengths[4] = {};
+
+    std::u16string_view argument(int i) const { return {arguments[i], lengths[i]}; }
 };
 
 class DirectiveKeywords {

@@ -29,9 +29,8 @@ void MethodMatcher::addMethodRule(const char16_t* method) {
     methods.insert(std::u16string(ruleName(method)).c_str());
 }
 
-std::u16string_view MethodMatcher::ruleName(const char16_t* method) {
-    const std::u16string_view text(method);
-    return text.substr(0, text.find(u';'));
+std::u16string_view MethodMatcher::ruleName(std::u16string_view method) {
+    return method.substr(0, method.find(u';'));
 }
 
 void MethodMatcher::addMethodAnnotationRule(const char16_t* attribute) {

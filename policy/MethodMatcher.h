@@ -30,7 +30,7 @@ public:
     bool matchFurtherVerifyAnnotationRule(char16_t* className, char16_t* assemblyName);
 
     // The name a method rule takes: what stands before the first ';'.
-    static std::u16string_view ruleName(const char16_t* method);
+    static std::u16string_view ruleName(std::u16string_view method);
 
 private:
     bool matchesPattern(std::u16string_view name) const;
