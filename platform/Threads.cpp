@@ -31,7 +31,11 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T stackSize, 
     auto* handle = new ThreadHandleInternal();
     auto* start = new ThreadStart{routine, parameter};
     if (pthread_create(&handle->thread, nullptr, runThread, start) != 0) {
+        // No thread (a limit of threads reached): no handle either, so that
+        // nobody waits for a thread that never ran.
         delete start;
+        delete handle;
+        return nullptr;
     }
     return RegisterHandle(handle);
 }

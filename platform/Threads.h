@@ -4,7 +4,8 @@
 #include "platform/Win32Types.h"
 
 // attributes must be null, flags 0 and threadId null; stackSize is ignored. The
-// routine's result is dropped. Close the handle with CloseHandle.
+// routine's result is dropped. Close the handle with CloseHandle. Null where no
+// thread can be had.
 HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize, LPTHREAD_START_ROUTINE routine,
                     LPVOID parameter, DWORD flags, LPDWORD threadId);
 // Waits until the thread of a handle from CreateThread has returned. Once only

@@ -2,17 +2,17 @@
 
 #include <sys/stat.h>
 
-#include <condition_variable>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <new>
-#include <exception>
-#include <thread>
 #include <vector>
 
 #include "platform/File16.h"
+#include "platform/Handles.h"
+#include "platform/HeldLock.h"
+#include "platform/Synchronization.h"
 #include "platform/Text16.h"
+#include "platform/Threads.h"
 #include "runtime/CorErrors.h"
 
 namespace {
@@ -49,37 +49,44 @@ std::unique_ptr<Batch> emptied(std::unique_ptr<Batch> batch) {
     return batch;
 }
 
-// Batches on their way from the reading thread to the applying one.
+// Batches on their way from the reading thread to the applying one. Only one
+// of the two can wait at a time (the reader for room, the taker for a batch),
+// so one wake-up always reaches the one waiting.
 class Handover {
 public:
+    Handover() {
+        InitializeCriticalSection(&lock);
+        InitializeConditionVariable(&changed);
+    }
+    ~Handover() {
+        pthread_cond_destroy(&changed);
+        DeleteCriticalSection(&lock);
+    }
+    Handover(const Handover&) = delete;
+    Handover& operator=(const Handover&) = delete;
+
     // Waits for room; false once the taker has stopped.
-    bool put(std::unique_ptr<Batch> batch) {
-        std::unique_lock<std::mutex> held(lock);
-        changed.wait(held, [&] { return stopped || waiting.size() < kBatchesWaiting; });
+    bool put(std::unique_ptr<Batch>& batch) {
+        HeldLock held(&lock);
+        while (!stopped && waiting.size() >= kBatchesWaiting) SleepConditionVariableCS(&changed, &lock, -1);
         if (stopped) return false;
         waiting.push_back(std::move(batch));
-        changed.notify_all();
+        WakeConditionVariable(&changed);
         return true;
     }
     // The next batch; null once the reader has finished and every batch is taken.
     std::unique_ptr<Batch> take() {
-        std::unique_lock<std::mutex> held(lock);
-        changed.wait(held, [&] { return finished || !waiting.empty(); });
+        HeldLock held(&lock);
+        while (!finished && waiting.empty()) SleepConditionVariableCS(&changed, &lock, -1);
         if (waiting.empty()) return nullptr;
         std::unique_ptr<Batch> batch = std::move(waiting.front());
         waiting.pop_front();
-        changed.notify_all();
+        WakeConditionVariable(&changed);
         return batch;
-    }
-    void finish(HRESULT status) {
-        const std::lock_guard<std::mutex> held(lock);
-        finished = true;
-        readStatus = status;
-        changed.notify_all();
     }
     // A batch applied, for the reader to fill again.
     void giveBack(std::unique_ptr<Batch> batch) {
-        const std::lock_guard<std::mutex> held(lock);
+        HeldLock held(&lock);
         try {
             spare.push_back(std::move(batch));
         } catch (const std::bad_alloc&) {
@@ -88,25 +95,31 @@ public:
     }
     // A batch given back, if any.
     std::unique_ptr<Batch> takeBack() {
-        const std::lock_guard<std::mutex> held(lock);
+        HeldLock held(&lock);
         if (spare.empty()) return nullptr;
         std::unique_ptr<Batch> batch = std::move(spare.back());
         spare.pop_back();
         return batch;
     }
+    void finish(HRESULT status) {
+        HeldLock held(&lock);
+        finished = true;
+        readStatus = status;
+        WakeConditionVariable(&changed);
+    }
     void stop() {
-        const std::lock_guard<std::mutex> held(lock);
+        HeldLock held(&lock);
         stopped = true;
-        changed.notify_all();
+        WakeConditionVariable(&changed);
     }
     HRESULT status() {
-        const std::lock_guard<std::mutex> held(lock);
+        HeldLock held(&lock);
         return readStatus;
     }
 
 private:
-    std::mutex lock;
-    std::condition_variable changed;
+    CRITICAL_SECTION lock;
+    CONDITION_VARIABLE changed;
     std::deque<std::unique_ptr<Batch>> waiting;  // guarded by lock
     std::vector<std::unique_ptr<Batch>> spare;   // guarded by lock
     bool finished = false;                       // guarded by lock
@@ -145,7 +158,7 @@ void readBatches(FILE* stream, Handover& handover) {
                 DirectiveLine parsed;
                 if (DirectiveKeywords::parse(batch->text.data() + start, parsed)) batch->lines.push_back(parsed);
             }
-            if (!batch->lines.empty() && !handover.put(std::move(batch))) {
+            if (!batch->lines.empty() && !handover.put(batch)) {
                 return;
             }
         }
@@ -156,22 +169,39 @@ void readBatches(FILE* stream, Handover& handover) {
     handover.finish(status);
 }
 
+// What the reading thread is given.
+struct ReadJob {
+    FILE* stream;
+    Handover& handover;
+};
+
+DWORD runReader(LPVOID argument) {
+    const ReadJob& job = *static_cast<ReadJob*>(argument);
+    readBatches(job.stream, job.handover);
+    return 0;
+}
+
 HRESULT readOnThread(FILE* stream, const DirectiveLineReader::Apply& apply) {
     Handover handover;
-    std::thread reader;
+    ReadJob job{stream, handover};
+    HANDLE reader = nullptr;
     try {
-        reader = std::thread(readBatches, stream, std::ref(handover));
-    } catch (const std::exception&) {
+        reader = CreateThread(nullptr, 0, runReader, &job, 0, nullptr);
+    } catch (const std::bad_alloc&) {
+        reader = nullptr;
+    }
+    if (reader == nullptr) {
         // No thread to be had: the stream is read here.
         return readInTurn(stream, apply);
     }
     // However the applying ends, the reader is stopped and waited for.
     struct Joined {
         Handover& handover;
-        std::thread& reader;
+        HANDLE reader;
         ~Joined() {
             handover.stop();
-            reader.join();
+            JoinThread(reader);
+            CloseHandle(reader);
         }
     } joined{handover, reader};
     HRESULT status = S_OK;
