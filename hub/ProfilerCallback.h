@@ -218,6 +218,8 @@ private:
     int recompilePrecompiledInliners();
     // Signals the service thread until it has left; then its handle is closed.
     void stopServiceThread();
+    // No service thread could be had: queued re-instrumentation waits.
+    void logNoServiceThread();
     // The catch-up of an attach.
     [[nodiscard]] HRESULT catchUp();
     [[nodiscard]] HRESULT listModules(ICorProfilerInfo3* info3, std::vector<ModuleID>& modules);

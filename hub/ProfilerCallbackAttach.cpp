@@ -76,6 +76,7 @@ HRESULT ProfilerCallback::ProfilerAttachComplete() {
     try {
         if (IsReJITEnabled() && eventMask != 0 && serviceThread == nullptr) {
             serviceThread = CreateThread(nullptr, 0, ServiceReJITThreadFunction, this, 0, nullptr);
+            if (serviceThread == nullptr) logNoServiceThread();
         }
     } catch (...) {
         // Without the service thread the queued requests wait for nobody.

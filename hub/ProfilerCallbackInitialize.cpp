@@ -78,6 +78,7 @@ HRESULT ProfilerCallback::Initialize(IUnknown* pICorProfilerInfoUnk) {
         if (SUCCEEDED(hr) && IsReJITEnabled() && !attached) {
             hooksEnabled = false;
             serviceThread = CreateThread(nullptr, 0, ServiceReJITThreadFunction, this, 0, nullptr);
+            if (serviceThread == nullptr) logNoServiceThread();
         }
         traceProfiler.Init(ProfilingManager::getInstance()->getProperties());
         return FAILED(hr) ? CORPROF_E_PROFILER_CANCEL_ACTIVATION : hr;

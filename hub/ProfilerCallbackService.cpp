@@ -28,6 +28,14 @@ DWORD ProfilerCallback::ServiceReJITThreadFunction(LPVOID parameter) {
     return 0;
 }
 
+void ProfilerCallback::logNoServiceThread() {
+    if (nativeLog != nullptr) {
+        fprintf_8(nativeLog,
+                  "No thread to be had for the ReJIT service: requests to instrument again are not served\n");
+        fflush(nativeLog);
+    }
+}
+
 void ProfilerCallback::stopServiceThread() {
     if (serviceThread == nullptr) {
         return;

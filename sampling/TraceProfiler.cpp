@@ -201,6 +201,9 @@ int TraceProfiler::StartProfilingWithSession(trace_profiler_session& session) {
         }
         if (samplingThread == nullptr && !shuttingDown) {
             samplingThread = CreateThread(nullptr, 0, runSamplingThread, this, 0, nullptr);
+            if (samplingThread == nullptr && logs(kError)) {
+                log("No thread to be had for sampling: the next request tries again\n");
+            }
         }
         if (index >= 0 && logs(kInfo)) {
             log("[%d] Start profiling from 0x%x.0x%x on thread (%d)\n", index, session.module, session.method,
