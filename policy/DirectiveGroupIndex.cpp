@@ -4,7 +4,9 @@
 #include <bit>
 
 #include "metadata/IMetaDataContext.h"
+#include "platform/Handles.h"
 #include "platform/MemoryPages.h"
+#include "platform/Threads.h"
 #include "policy/ClassSet.h"
 
 namespace {
@@ -74,49 +76,145 @@ void sortOnChunks(Entry* first, Entry* last, int depthLeft) {
     }
 }
 
-// Sorts the names four units at a time: each name of a range is read once for
-// its next four units, and the range is sorted on those as numbers. A
-// generated file's names share long beginnings, which a comparison of whole
-// names would read again at every step; a range whose units are all alike is
-// not sorted at all. Ranges still to sort wait on the heap. Sorted, each
-// name's chunk says whether it equals the one before.
+// A range of names still to sort, and the units that all of them share.
+struct ChunkRange {
+    size_t first;
+    size_t count;
+    size_t depth;
+};
+
+// From this many names on, a rebuild sorts on two threads.
+constexpr size_t kSharedSortFrom = size_t{1} << 15;
+
+// Sorts the names of a range on their next four units: each name is read
+// once for them, and the range is sorted on those as numbers. A generated
+// file's names share long beginnings, which a comparison of whole names would
+// read again at every step; a range whose units are all alike is not sorted
+// at all. The parts whose names may still differ go to pending; the names of
+// the others get their marks: whether each equals the one before.
+template <typename Entry>
+void sortRange(std::vector<Entry>& entries, const ChunkRange& range, std::vector<ChunkRange>& pending) {
+    const auto begin = entries.begin() + static_cast<long>(range.first);
+    const auto end = begin + static_cast<long>(range.count);
+    bool alike = true;
+    for (auto entry = begin; entry != end; ++entry) {
+        // The names lie all over the file's text, in another order.
+        if (end - entry > static_cast<long>(kAhead)) {
+            __builtin_prefetch(entry[kAhead].text + range.depth);
+        }
+        entry->chunk = chunkAt(entry->name(), range.depth);
+        alike = alike && entry->chunk == begin->chunk;
+    }
+    if (!alike) {
+        Entry* first = entries.data() + range.first;
+        sortOnChunks(first, first + range.count, 2 * static_cast<int>(std::bit_width(range.count)));
+    }
+    for (auto run = begin; run != end;) {
+        const auto runEnd = std::find_if(run, end, [&](const Entry& entry) { return entry.chunk != run->chunk; });
+        // Names that end within these units are equal.
+        if (runEnd - run > 1 && (run->chunk & 0xFFFF) != 0) {
+            pending.push_back(
+                {static_cast<size_t>(run - entries.begin()), static_cast<size_t>(runEnd - run), range.depth + 4});
+        } else {
+            for (auto entry = run; entry != runEnd; ++entry) entry->chunk = entry == run ? kNewName : kSameName;
+        }
+        run = runEnd;
+    }
+}
+
+// Sorts the pending ranges and the parts they split into; ranges still to
+// sort wait on the heap.
+template <typename Entry>
+void sortPending(std::vector<Entry>& entries, std::vector<ChunkRange>& pending) {
+    while (!pending.empty()) {
+        const ChunkRange range = pending.back();
+        pending.pop_back();
+        sortRange(entries, range, pending);
+    }
+}
+
+// Ranges sorted on a thread of their own; sorted again by the caller if the
+// thread could not finish (memory ran out), as sorting a range twice does no
+// harm.
+template <typename Entry>
+struct SortShare {
+    std::vector<Entry>& entries;
+    std::vector<ChunkRange> ranges;
+    bool sorted = false;
+};
+
+template <typename Entry>
+DWORD sortShare(LPVOID argument) {
+    auto& share = *static_cast<SortShare<Entry>*>(argument);
+    try {
+        std::vector<ChunkRange> pending = share.ranges;
+        sortPending(share.entries, pending);
+        share.sorted = true;
+    } catch (...) {
+        // Left to the caller.
+    }
+    return 0;
+}
+
+// Sorts the names; once sorted, each name's chunk says whether it equals the
+// one before. Many names are sorted on two threads: the largest range is split
+// until none holds half of them, and the ranges are then dealt out.
 template <typename Entry>
 void sortByChunks(std::vector<Entry>& entries) {
-    struct Range {
-        size_t first;
-        size_t count;
-        size_t depth;  // units that every name of the range shares
-    };
-    std::vector<Range> pending{{0, entries.size(), 0}};
-    while (!pending.empty()) {
-        const Range range = pending.back();
-        pending.pop_back();
-        const auto begin = entries.begin() + static_cast<long>(range.first);
-        const auto end = begin + static_cast<long>(range.count);
-        bool alike = true;
-        for (auto entry = begin; entry != end; ++entry) {
-            // The names lie all over the file's text, in another order.
-            if (end - entry > static_cast<long>(kAhead)) {
-                __builtin_prefetch(entry[kAhead].text + range.depth);
+    std::vector<ChunkRange> pending{{0, entries.size(), 0}};
+    if (entries.size() < kSharedSortFrom) {
+        sortPending(entries, pending);
+        return;
+    }
+    const auto larger = [](const ChunkRange& a, const ChunkRange& b) { return a.count > b.count; };
+    for (;;) {
+        const auto largest = std::min_element(pending.begin(), pending.end(), larger);
+        if (largest == pending.end() || largest->count * 2 <= entries.size()) break;
+        const ChunkRange range = *largest;
+        pending.erase(largest);
+        sortRange(entries, range, pending);
+    }
+    // The largest ranges first, each to the side with fewer names so far.
+    std::sort(pending.begin(), pending.end(), larger);
+    SortShare<Entry> share{entries, {}};
+    std::vector<ChunkRange> own;
+    size_t ownNames = 0;
+    size_t sharedNames = 0;
+    for (const ChunkRange& range : pending) {
+        if (ownNames <= sharedNames) {
+            own.push_back(range);
+            ownNames += range.count;
+        } else {
+            share.ranges.push_back(range);
+            sharedNames += range.count;
+        }
+    }
+    HANDLE helper = nullptr;
+    if (!share.ranges.empty()) {
+        try {
+            helper = CreateThread(nullptr, 0, sortShare<Entry>, &share, 0, nullptr);
+        } catch (const std::bad_alloc&) {
+            helper = nullptr;
+        }
+    }
+    if (helper == nullptr) {
+        own.insert(own.end(), share.ranges.begin(), share.ranges.end());
+    }
+    {
+        // However this thread's part ends, the helper is waited for: it sorts
+        // in the same vector.
+        struct Joined {
+            HANDLE helper;
+            ~Joined() {
+                if (helper == nullptr) return;
+                JoinThread(helper);
+                CloseHandle(helper);
             }
-            entry->chunk = chunkAt(entry->name(), range.depth);
-            alike = alike && entry->chunk == begin->chunk;
-        }
-        if (!alike) {
-            Entry* first = entries.data() + range.first;
-            sortOnChunks(first, first + range.count, 2 * static_cast<int>(std::bit_width(range.count)));
-        }
-        for (auto run = begin; run != end;) {
-            const auto runEnd = std::find_if(run, end, [&](const Entry& entry) { return entry.chunk != run->chunk; });
-            // Names that end within these units are equal.
-            if (runEnd - run > 1 && (run->chunk & 0xFFFF) != 0) {
-                pending.push_back({static_cast<size_t>(run - entries.begin()), static_cast<size_t>(runEnd - run),
-                                   range.depth + 4});
-            } else {
-                for (auto entry = run; entry != runEnd; ++entry) entry->chunk = entry == run ? kNewName : kSameName;
-            }
-            run = runEnd;
-        }
+        } joined{helper};
+        sortPending(entries, own);
+    }
+    if (helper != nullptr && !share.sorted) {
+        sortPending(entries, share.ranges);
     }
 }
 

@@ -322,3 +322,36 @@ TEST(DirectiveGroupIndex, CandidatesKeepTheGroupsOrderAcrossNames) {
     index.candidates(u"Shapes", u"Shop.Order", found, false);
     EXPECT_THAT(found, ElementsAre(ordered[0], ordered[1], ordered[3], ordered[4], ordered[5], ordered[7]));
 }
+
+// Names by the ten thousand are sorted on two threads: a class's candidates
+// are still exactly the groups whose names agree with it, in the groups' order.
+TEST(DirectiveGroupIndex, ManyNamesGiveTheGroupsOfEveryAgreeingName) {
+    std::vector<std::u16string> lines;
+    for (int i = 0; i < 50000; ++i) {
+        const std::string name = "Company" + std::to_string(i % 97) + ".Service" + std::to_string(i % 1013) +
+                                 (i % 3 == 0 ? "" : ".Endpoint" + std::to_string(i % 7001));
+        lines.push_back(RealAssemblies::widen(name) + std::u16string(u"\0Run\0", 5));
+    }
+    std::vector<std::unique_ptr<IDirectiveGroup>> owned;
+    DirectiveGroupIndex::Candidates ordered;
+    for (uint32_t i = 0; i < lines.size(); ++i) {
+        const auto methodAt = static_cast<uint16_t>(lines[i].size() - 4);
+        ordered.push_back(owned.emplace_back(std::make_unique<ClassLineGroup>(lines[i].data(), i, methodAt)).get());
+    }
+    DirectiveGroupIndex index;
+    index.rebuild(ordered);
+    for (const char* probe : {"Company5.Service5", "Company5.Service5.Endpoint5", "Company1", "Company96.Service1012",
+                              "Company50.Service1.Endpoint1x", "Nowhere"}) {
+        const std::u16string className = RealAssemblies::widen(probe);
+        DirectiveGroupIndex::Candidates expected;
+        for (uint32_t i = 0; i < lines.size(); ++i) {
+            const std::u16string_view name(lines[i].data());
+            if (name.starts_with(className) || std::u16string_view(className).starts_with(name)) {
+                expected.push_back(ordered[i]);
+            }
+        }
+        DirectiveGroupIndex::Candidates found;
+        index.candidates(u"Shapes", className.c_str(), found, false);
+        EXPECT_TRUE(found == expected) << probe << ": " << found.size() << " found, " << expected.size() << " expected";
+    }
+}
