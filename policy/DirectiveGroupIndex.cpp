@@ -276,6 +276,12 @@ const DirectiveGroupIndex::NameRun* DirectiveGroupIndex::runAt(uint32_t filedAt)
     }
     std::vector<std::pair<const char16_t*, uint32_t>> sole;
     for (auto entry = filed.begin() + filedAt; entry != filed.end() && entry->text == filed[filedAt].text; ++entry) {
+        // A name's groups lie all over memory: each is fetched ahead, its
+        // place in the list of groups further ahead still.
+        if (filed.end() - entry > static_cast<long>(2 * kAhead)) {
+            __builtin_prefetch(&byOrdinal[entry[2 * kAhead].ordinal]);
+            __builtin_prefetch(byOrdinal[entry[kAhead].ordinal]);
+        }
         IDirectiveGroup* group = byOrdinal[entry->ordinal];
         const char16_t* method = group->soleClass() != nullptr ? group->soleMethod() : nullptr;
         if (method != nullptr) sole.emplace_back(method, entry->ordinal);
@@ -296,10 +302,11 @@ void DirectiveGroupIndex::addRun(const std::vector<std::pair<const char16_t*, ui
     std::vector<uint32_t> counts;
     std::vector<uint32_t> slots;
     slots.reserve(sole.size());
-    for (const auto& [method, place] : sole) {
-        const auto [slot, added] = slotOf.try_emplace(method, static_cast<uint32_t>(names.size()));
+    for (size_t i = 0; i < sole.size(); ++i) {
+        if (i + kAhead < sole.size()) __builtin_prefetch(sole[i + kAhead].first);
+        const auto [slot, added] = slotOf.try_emplace(sole[i].first, static_cast<uint32_t>(names.size()));
         if (added) {
-            names.push_back(method);
+            names.push_back(sole[i].first);
             counts.push_back(0);
         }
         ++counts[slot->second];

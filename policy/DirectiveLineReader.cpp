@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cstring>
+
 #include <deque>
 #include <memory>
 #include <new>
@@ -11,7 +13,7 @@
 #include "platform/Handles.h"
 #include "platform/HeldLock.h"
 #include "platform/Synchronization.h"
-#include "platform/Text16.h"
+#include "platform/TextConversion.h"
 #include "platform/Threads.h"
 #include "runtime/CorErrors.h"
 
@@ -147,12 +149,16 @@ HRESULT readInTurn(FILE* stream, const DirectiveLineReader::Apply& apply) {
 void readBatches(FILE* stream, Handover& handover) {
     HRESULT status = S_OK;
     try {
-        char16_t line[kLineSize];
+        char line[kLineSize];
         for (bool more = true; more;) {
             std::unique_ptr<Batch> batch = emptied(handover.takeBack());
-            while (batch->starts.size() < kBatchLines && (more = fgets_u16(line, kLineSize, stream) != nullptr)) {
-                batch->starts.push_back(batch->text.size());
-                batch->text.insert(batch->text.end(), line, line + strlen_u16(line) + 1);
+            // Each line widened straight into the batch, as fgets_u16 widens it.
+            while (batch->starts.size() < kBatchLines && (more = std::fgets(line, kLineSize, stream) != nullptr)) {
+                const size_t start = batch->text.size();
+                const size_t length = strnlen(line, kLineSize - 1);
+                batch->starts.push_back(start);
+                batch->text.resize(start + length + 1);
+                CopyChar8To16(line, batch->text.data() + start, length + 1);
             }
             for (size_t start : batch->starts) {
                 DirectiveLine parsed;
