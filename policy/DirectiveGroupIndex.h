@@ -17,7 +17,8 @@
 // between a rebuild and the next change of the rules; runs live until the next
 // rebuild. No lock inside: asked for runs, a lookup makes a name's run the
 // first time a class meets it, so its callers are serialised (the match
-// cache's and the module scans' are).
+// cache's and the module scans' are). A rebuild of tens of thousands of names
+// sorts part of them on a thread of its own, which it waits for.
 #pragma once
 
 #include <cstdint>
