@@ -1,6 +1,7 @@
 #include "platform/Threads.h"
 
 #include <ctime>
+#include <memory>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -28,16 +29,16 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES lpThreadAttributes, SIZE_T stackSize, 
     PAL_ASSERT(lpThreadAttributes == NULL);
     PAL_ASSERT(dwCreationFlags == 0);
     PAL_ASSERT(lpThreadId == NULL);
-    auto* handle = new ThreadHandleInternal();
-    auto* start = new ThreadStart{routine, parameter};
-    if (pthread_create(&handle->thread, nullptr, runThread, start) != 0) {
+    auto handle = std::make_unique<ThreadHandleInternal>();
+    auto start = std::make_unique<ThreadStart>(ThreadStart{routine, parameter});
+    if (pthread_create(&handle->thread, nullptr, runThread, start.get()) != 0) {
         // No thread (a limit of threads reached): no handle either, so that
         // nobody waits for a thread that never ran.
-        delete start;
-        delete handle;
         return nullptr;
     }
-    return RegisterHandle(handle);
+    // The thread owns its start from here.
+    start.release();
+    return RegisterHandle(handle.release());
 }
 
 void JoinThread(HANDLE thread) {
