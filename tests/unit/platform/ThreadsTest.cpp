@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 #include "platform/Handles.h"
 
@@ -18,29 +18,16 @@ DWORD countUp(LPVOID counter) {
     return 0;
 }
 
-// The pages of address space this process holds now.
-long pagesHeld() {
-    long pages = 0;
-    FILE* statm = fopen("/proc/self/statm", "r");
-    if (statm != nullptr) {
-        if (fscanf(statm, "%ld", &pages) != 1) pages = 0;
-        fclose(statm);
-    }
-    return pages;
-}
-
-// In a child: 0 if CreateThread gives no handle once the address space is
-// all but used up; 1 if it gives one; 2 if the limit cannot be set, 3 if it is
-// not enforced here (an emulator keeps such limits to itself).
+// In a child: 0 if CreateThread gives no handle once the address space is all
+// but used up, 1 if it gives one; 2 if the limit cannot be set, 3 if it is not
+// enforced here (an emulator keeps such limits to itself).
 int createWithoutRoom() {
-    const rlim_t held = static_cast<rlim_t>(pagesHeld()) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
-    const rlim_t room = held + (rlim_t{1} << 20);
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t room = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (rlim_t{1} << 20);
     const rlimit limit{room, room};
-    if (held == 0 || setrlimit(RLIMIT_AS, &limit) != 0) return 2;
-    if (void* probe = mmap(nullptr, size_t{16} << 20, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        probe != MAP_FAILED) {
-        return 3;
-    }
+    if (pages == 0 || setrlimit(RLIMIT_AS, &limit) != 0) return 2;
+    if (mmap(nullptr, size_t{16} << 20, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) != MAP_FAILED) return 3;
     int unused = 0;
     return CreateThread(nullptr, 0, countUp, &unused, 0, nullptr) == nullptr ? 0 : 1;
 }
@@ -60,7 +47,6 @@ TEST(Threads, ThreadRunsOrNoHandleIsGiven) {
         std::_Exit(createWithoutRoom()),
         [](int status) { return WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 3); }, "");
 #endif
-
     int counter = 0;
     HANDLE thread = CreateThread(nullptr, 0, countUp, &counter, 0, nullptr);
     ASSERT_NE(thread, nullptr);

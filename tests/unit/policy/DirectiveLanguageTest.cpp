@@ -424,13 +424,6 @@ TEST_F(DirectiveLanguage, BadInputLeavesWhatEarlierLinesBuilt) {
     }
 }
 
-TEST_F(DirectiveLanguage, OverlongLineArrivesInPieces) {
-    // The read stops after 2047 units; what follows is read as a line of its own.
-    auto controller = directives("SetFlag: " + std::string(2047 - 9, 'x') + "TurnOn: Hidden\n");
-    EXPECT_THAT(groupNames(*controller), ElementsAre("Hidden", std::string(2047 - 9, 'x')));
-    EXPECT_TRUE(controller->getDirectiveGroup(u"Hidden")->isActive());
-}
-
 TEST(ClassSet, QualifiedLookupOfAnOverlongNameStaysInItsBuffer) {
     ClassSet set;
     std::u16string longName(3000, u'N');
