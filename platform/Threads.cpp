@@ -2,9 +2,11 @@
 
 #include <ctime>
 #include <memory>
+#include <new>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/Handles.h"
 #include "platform/PalAssert.h"
 #include "platform/ThreadHandleInternal.h"
 
@@ -45,6 +47,21 @@ void JoinThread(HANDLE thread) {
     auto* handle = static_cast<ThreadHandleInternal*>(static_cast<HandleInternal*>(thread));
     if (handle->thread != 0) {
         pthread_join(handle->thread, nullptr);
+    }
+}
+
+ScopedThread::ScopedThread(LPTHREAD_START_ROUTINE routine, LPVOID parameter) {
+    try {
+        thread = CreateThread(nullptr, 0, routine, parameter, 0, nullptr);
+    } catch (const std::bad_alloc&) {
+        thread = nullptr;
+    }
+}
+
+ScopedThread::~ScopedThread() {
+    if (thread != nullptr) {
+        JoinThread(thread);
+        CloseHandle(thread);
     }
 }
 

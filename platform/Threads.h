@@ -11,6 +11,22 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES attributes, SIZE_T stackSize, LPTHREAD
 // Waits until the thread of a handle from CreateThread has returned. Once only
 // for each thread; the handle still needs CloseHandle.
 void JoinThread(HANDLE thread);
+
+// A thread that is waited for and closed when the scope that started it ends,
+// however it ends; none where no thread can be had (the caller then does the
+// work itself).
+class ScopedThread {
+public:
+    ScopedThread(LPTHREAD_START_ROUTINE routine, LPVOID parameter);
+    ~ScopedThread();
+    ScopedThread(const ScopedThread&) = delete;
+    ScopedThread& operator=(const ScopedThread&) = delete;
+    bool started() const { return thread != nullptr; }
+
+private:
+    HANDLE thread = nullptr;
+};
+
 // A pseudo-handle, the same for every thread; CloseHandle refuses it.
 HANDLE GetCurrentThread();
 // The kernel's thread number.

@@ -4,7 +4,6 @@
 #include <bit>
 
 #include "metadata/IMetaDataContext.h"
-#include "platform/Handles.h"
 #include "platform/MemoryPages.h"
 #include "platform/Threads.h"
 #include "policy/ClassSet.h"
@@ -189,31 +188,20 @@ void sortByChunks(std::vector<Entry>& entries) {
             sharedNames += range.count;
         }
     }
-    HANDLE helper = nullptr;
-    if (!share.ranges.empty()) {
-        try {
-            helper = CreateThread(nullptr, 0, sortShare<Entry>, &share, 0, nullptr);
-        } catch (const std::bad_alloc&) {
-            helper = nullptr;
-        }
+    if (share.ranges.empty()) {
+        sortPending(entries, own);
+        return;
     }
-    if (helper == nullptr) {
-        own.insert(own.end(), share.ranges.begin(), share.ranges.end());
-    }
+    bool shared = false;
     {
         // However this thread's part ends, the helper is waited for: it sorts
         // in the same vector.
-        struct Joined {
-            HANDLE helper;
-            ~Joined() {
-                if (helper == nullptr) return;
-                JoinThread(helper);
-                CloseHandle(helper);
-            }
-        } joined{helper};
+        const ScopedThread helper(sortShare<Entry>, &share);
+        shared = helper.started();
+        if (!shared) own.insert(own.end(), share.ranges.begin(), share.ranges.end());
         sortPending(entries, own);
     }
-    if (helper != nullptr && !share.sorted) {
+    if (shared && !share.sorted) {
         sortPending(entries, share.ranges);
     }
 }

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "platform/File16.h"
-#include "platform/Handles.h"
 #include "platform/HeldLock.h"
 #include "platform/Synchronization.h"
 #include "platform/TextConversion.h"
@@ -190,26 +189,17 @@ DWORD runReader(LPVOID argument) {
 HRESULT readOnThread(FILE* stream, const DirectiveLineReader::Apply& apply) {
     Handover handover;
     ReadJob job{stream, handover};
-    HANDLE reader = nullptr;
-    try {
-        reader = CreateThread(nullptr, 0, runReader, &job, 0, nullptr);
-    } catch (const std::bad_alloc&) {
-        reader = nullptr;
-    }
-    if (reader == nullptr) {
+    const ScopedThread reader(runReader, &job);
+    if (!reader.started()) {
         // No thread to be had: the stream is read here.
         return readInTurn(stream, apply);
     }
-    // However the applying ends, the reader is stopped and waited for.
-    struct Joined {
+    // However the applying ends, the reader is told to stop before it is
+    // waited for.
+    const struct Stopping {
         Handover& handover;
-        HANDLE reader;
-        ~Joined() {
-            handover.stop();
-            JoinThread(reader);
-            CloseHandle(reader);
-        }
-    } joined{handover, reader};
+        ~Stopping() { handover.stop(); }
+    } stopping{handover};
     HRESULT status = S_OK;
     while (SUCCEEDED(status)) {
         std::unique_ptr<Batch> batch = handover.take();
