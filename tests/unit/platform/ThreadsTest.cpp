@@ -20,8 +20,9 @@ DWORD countUp(LPVOID counter) {
 
 // In a child: 0 if CreateThread gives no handle once the address space is all
 // but used up, 1 if it gives one; 2 if the limit cannot be set, 3 if it is not
-// enforced here (an emulator keeps such limits to itself).
-int createWithoutRoom() {
+// enforced here (an emulator keeps such limits to itself). Unused under a
+// sanitizer.
+[[maybe_unused]] int createWithoutRoom() {
     rlim_t pages = 0;
     std::ifstream("/proc/self/statm") >> pages;
     const rlim_t room = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (rlim_t{1} << 20);
