@@ -131,6 +131,7 @@ HRESULT MetaDataContext::setImport(IMetaDataImport* newImport) {
 
 HRESULT MetaDataContext::setModuleID(ModuleID newModuleID) {
     moduleID = newModuleID;
+    moduleAssemblyOf = 0;
     return S_OK;
 }
 
@@ -318,15 +319,22 @@ HRESULT MetaDataContext::getTypeRefClassName(mdTypeRef token, char16_t* buffer, 
     return hr;
 }
 
+// Every class of a module reports the module's assembly: the runtime is asked
+// once a module.
 HRESULT MetaDataContext::getModuleAssemblyName(char16_t* buffer, ULONG size) {
-    LPCBYTE baseAddress = nullptr;
-    AssemblyID assemblyID = 0;
-    ULONG length = 0;
-    HRESULT hr = info->GetModuleInfo(moduleID, &baseAddress, 0, nullptr, nullptr, &assemblyID);
-    if (SUCCEEDED(hr)) {
-        hr = info->GetAssemblyInfo(assemblyID, size, &length, buffer, nullptr, nullptr);
+    if (moduleAssemblyOf != moduleID || moduleID == 0) {
+        LPCBYTE baseAddress = nullptr;
+        AssemblyID assemblyID = 0;
+        ULONG length = 0;
+        HRESULT hr = info->GetModuleInfo(moduleID, &baseAddress, 0, nullptr, nullptr, &assemblyID);
+        if (SUCCEEDED(hr)) {
+            hr = info->GetAssemblyInfo(assemblyID, kNameSize, &length, moduleAssembly, nullptr, nullptr);
+        }
+        if (FAILED(hr)) return hr;
+        moduleAssemblyOf = moduleID;
     }
-    return hr;
+    if (size != 0) strncpy_u16(buffer, moduleAssembly, size);
+    return S_OK;
 }
 
 HRESULT MetaDataContext::getTypeDefAssemblyName(mdTypeDef, char16_t* buffer, ULONG size, ULONG*) {

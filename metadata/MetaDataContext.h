@@ -94,6 +94,9 @@ private:
     FunctionID functionID = 0;
     ModuleID moduleID = 0;
     ClassID classID = 0;
+    // The module whose assembly name moduleAssembly holds; 0 for none.
+    ModuleID moduleAssemblyOf = 0;
+    char16_t moduleAssembly[kNameSize];
 
     bool methodNameKnown = false;
     mdMethodDef methodDef = 0;
