@@ -125,9 +125,7 @@ HRESULT ProfilerCallback::ModuleUnloadFinished(ModuleID moduleId, HRESULT hrStat
     }
     ImageMetaData::forget(moduleId);
     // The context must not take this one's metadata and names for another.
-    if (metaDataContext != nullptr && metaDataContext->getModuleID() == moduleId) {
-        metaDataContext->setModuleID(0);
-    }
+    if (metaDataContext != nullptr) metaDataContext->forgetModule(moduleId);
     return S_OK;
 }
 

@@ -55,8 +55,11 @@ public:
     virtual HRESULT setMethodDef(mdMethodDef token) = 0;
     virtual HRESULT setTypeDef(mdTypeDef token) = 0;
     virtual HRESULT setSuperToken(mdToken token) = 0;
+    // A module unloads: what the context keeps of it goes, as its id may come
+    // back for another module.
+    virtual void forgetModule(ModuleID moduleID) = 0;
 
-    // The assembly of the module; asks the runtime on every call.
+    // The assembly of the module; the runtime is asked once a module.
     [[nodiscard]] virtual HRESULT getAssemblyName(char16_t** assembly) = 0;
     // Cached: class and assembly of the type def, nested names joined by '+'.
     [[nodiscard]] virtual HRESULT getClassName(char16_t** assembly, char16_t** className) = 0;

@@ -69,13 +69,22 @@ HRESULT MetaDataContext::setFunction(FunctionID newFunctionID) {
     AutoCOMPointer<IMetaDataImport> newImport;
 
     HRESULT hr = info->GetFunctionInfo(newFunctionID, &newClassID, &newModuleID, &newMethodDef);
-    // The module's metadata is opened again only when the module changes.
+    // A module's metadata is opened once while the module is among those met last.
     const bool sameModule = SUCCEEDED(hr) && newModuleID == moduleID && import.get() != nullptr;
     if (SUCCEEDED(hr) && !sameModule) {
-        hr = ImageMetaData::open(info, newModuleID, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&newImport));
+        KnownModule& entry = knownModule(newModuleID);
+        if (entry.import.get() == nullptr) {
+            hr = ImageMetaData::open(info, newModuleID, IID_IMetaDataImport,
+                                     reinterpret_cast<IUnknown**>(&entry.import));
+        }
+        newImport = entry.import;
     }
     IMetaDataImport* reader = sameModule ? import.get() : newImport.get();
-    if (SUCCEEDED(hr)) {
+    // The class's id names the method's class for a fraction of a search for
+    // the method's parent; shared generic code has none.
+    ModuleID classModule = 0;
+    if (SUCCEEDED(hr) && (newClassID == 0 || FAILED(info->GetClassIDInfo(newClassID, &classModule, &newTypeDef)) ||
+                          classModule != newModuleID || TypeFromToken(newTypeDef) != mdtTypeDef)) {
         hr = reader->GetMethodProps(newMethodDef, &newTypeDef, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
                                     nullptr);
     }
@@ -129,10 +138,35 @@ HRESULT MetaDataContext::setImport(IMetaDataImport* newImport) {
     return S_OK;
 }
 
+// A scan starts afresh: whatever was kept under the id may be of a module
+// that has since unloaded.
 HRESULT MetaDataContext::setModuleID(ModuleID newModuleID) {
+    forgetModule(newModuleID);
     moduleID = newModuleID;
-    moduleAssemblyOf = 0;
     return S_OK;
+}
+
+void MetaDataContext::forgetModule(ModuleID module) {
+    for (KnownModule& entry : known) {
+        if (entry.id == module) entry.reset(0);
+    }
+    if (moduleID == module) moduleID = 0;
+}
+
+MetaDataContext::KnownModule& MetaDataContext::knownModule(ModuleID id) {
+    for (KnownModule& entry : known) {
+        if (entry.id == id) return entry;
+    }
+    KnownModule& taken = known[nextKnown];
+    nextKnown = (nextKnown + 1) % kKnownModules;
+    taken.reset(id);
+    return taken;
+}
+
+void MetaDataContext::KnownModule::reset(ModuleID newId) {
+    id = newId;
+    import = nullptr;
+    assemblyKnown = false;
 }
 
 HRESULT MetaDataContext::setMethodDef(mdMethodDef token) {
@@ -264,11 +298,10 @@ void MetaDataContext::stripEndGenericMarker(char16_t* buffer, long length, ULONG
 HRESULT MetaDataContext::getTypeDefClassName(mdTypeDef token, char16_t* buffer, ULONG size, ULONG* outLength) {
     DWORD flags = 0;
     ULONG length = 0;
-    HRESULT hr = import->GetTypeDefProps(token, nullptr, 0, nullptr, &flags, nullptr);
+    // One call for the name and the flags: most classes are not nested.
+    HRESULT hr = import->GetTypeDefProps(token, buffer, size, &length, &flags, nullptr);
     if (SUCCEEDED(hr)) {
-        if ((flags & tdVisibilityMask) < tdNestedPublic) {
-            hr = import->GetTypeDefProps(token, buffer, size, &length, nullptr, nullptr);
-        } else {
+        if ((flags & tdVisibilityMask) >= tdNestedPublic) {
             mdTypeDef enclosing = 0;
             ULONG enclosingLength = 0;
             hr = import->GetNestedClassProps(token, &enclosing);
@@ -319,21 +352,20 @@ HRESULT MetaDataContext::getTypeRefClassName(mdTypeRef token, char16_t* buffer, 
     return hr;
 }
 
-// Every class of a module reports the module's assembly: the runtime is asked
-// once a module.
+// Every class of a module reports the module's assembly.
 HRESULT MetaDataContext::getModuleAssemblyName(char16_t* buffer, ULONG size) {
-    if (moduleAssemblyOf != moduleID || moduleID == 0) {
+    if (moduleID == 0) return E_FAIL;
+    KnownModule& entry = knownModule(moduleID);
+    if (!entry.assemblyKnown) {
         LPCBYTE baseAddress = nullptr;
         AssemblyID assemblyID = 0;
         ULONG length = 0;
         HRESULT hr = info->GetModuleInfo(moduleID, &baseAddress, 0, nullptr, nullptr, &assemblyID);
-        if (SUCCEEDED(hr)) {
-            hr = info->GetAssemblyInfo(assemblyID, kNameSize, &length, moduleAssembly, nullptr, nullptr);
-        }
+        if (SUCCEEDED(hr)) hr = info->GetAssemblyInfo(assemblyID, kNameSize, &length, entry.assembly, nullptr, nullptr);
         if (FAILED(hr)) return hr;
-        moduleAssemblyOf = moduleID;
+        entry.assemblyKnown = true;
     }
-    if (size != 0) strncpy_u16(buffer, moduleAssembly, size);
+    if (size != 0) strncpy_u16(buffer, entry.assembly, size);
     return S_OK;
 }
 

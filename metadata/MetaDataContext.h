@@ -29,6 +29,7 @@ public:
     HRESULT setMethodDef(mdMethodDef token) override;
     HRESULT setTypeDef(mdTypeDef token) override;
     HRESULT setSuperToken(mdToken token) override;
+    void forgetModule(ModuleID moduleID) override;
 
     HRESULT getAssemblyName(char16_t** assembly) override;
     HRESULT getClassName(char16_t** assembly, char16_t** className) override;
@@ -94,9 +95,20 @@ private:
     FunctionID functionID = 0;
     ModuleID moduleID = 0;
     ClassID classID = 0;
-    // The module whose assembly name moduleAssembly holds; 0 for none.
-    ModuleID moduleAssemblyOf = 0;
-    char16_t moduleAssembly[kNameSize];
+    // The modules met last, their metadata opened and their assembly named
+    // once: the runtime's searches for precompiled code hop between a few
+    // modules at nearly every call.
+    struct KnownModule {
+        ModuleID id = 0;
+        AutoCOMPointer<IMetaDataImport> import;
+        bool assemblyKnown = false;
+        char16_t assembly[kNameSize];
+        void reset(ModuleID newId);
+    };
+    static constexpr unsigned int kKnownModules = 8;
+    KnownModule& knownModule(ModuleID id);
+    KnownModule known[kKnownModules];
+    unsigned int nextKnown = 0;
 
     bool methodNameKnown = false;
     mdMethodDef methodDef = 0;

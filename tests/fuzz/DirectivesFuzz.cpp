@@ -34,6 +34,7 @@ public:
     HRESULT setMethodDef(mdMethodDef) override { return E_NOTIMPL; }
     HRESULT setTypeDef(mdTypeDef) override { return E_NOTIMPL; }
     HRESULT setSuperToken(mdToken) override { return E_NOTIMPL; }
+    void forgetModule(ModuleID) override {}
     HRESULT getAssemblyName(char16_t** name) override { return give(assembly, name); }
     HRESULT getClassName(char16_t** inAssembly, char16_t** name) override {
         if (inAssembly != nullptr) *inAssembly = assembly.data();
