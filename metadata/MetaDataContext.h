@@ -105,7 +105,7 @@ private:
         char16_t assembly[kNameSize];
         void reset(ModuleID newId);
     };
-    static constexpr unsigned int kKnownModules = 8;
+    static constexpr unsigned int kKnownModules = 16;
     KnownModule& knownModule(ModuleID id);
     KnownModule known[kKnownModules];
     unsigned int nextKnown = 0;
