@@ -34,6 +34,24 @@ TEST_F(MetaDataContextNames, NestedGenericDefinitionsAreJoinedAndStrippedAtEvery
     EXPECT_EQ(RealAssemblies::narrow(assembly), "System.Private.CoreLib");
 }
 
+// The runtime's searches for precompiled code hop between modules: a module
+// met before keeps its assembly's name until it unloads.
+TEST_F(MetaDataContextNames, ModulesMetBeforeAreNamedOnceUntilTheyUnload) {
+    const FunctionID own = function(shapes, {u"Shapes.Attributed"}, u"Marked");
+    const FunctionID core = function(info->addModule(RealAssemblies::coreLibPath()), {u"System.Object"}, u"ToString");
+    for (FunctionID hop : {own, core, own}) {
+        ASSERT_EQ(context->setFunction(hop), S_OK);
+        (void)className();
+    }
+    EXPECT_THAT(className(), Pair("MetadataShapes", "Shapes.Attributed"));
+    EXPECT_EQ(info->calls("GetAssemblyInfo"), 2);
+
+    context->forgetModule(shapes);
+    ASSERT_EQ(context->setFunction(own), S_OK);
+    EXPECT_THAT(className(), Pair("MetadataShapes", "Shapes.Attributed"));
+    EXPECT_EQ(info->calls("GetAssemblyInfo"), 3);
+}
+
 TEST_F(MetaDataContextNames, ReferencesKeepTheirGenericMarkerAndNameTheirAssembly) {
     ASSERT_EQ(context->setFunction(function(shapes, {u"Shapes.Attributed"}, u"Marked")), S_OK);
     char16_t assembly[IMetaDataContext::kNameSize];
