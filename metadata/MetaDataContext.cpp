@@ -356,16 +356,17 @@ HRESULT MetaDataContext::getTypeRefClassName(mdTypeRef token, char16_t* buffer, 
 HRESULT MetaDataContext::getModuleAssemblyName(char16_t* buffer, ULONG size) {
     if (moduleID == 0) return E_FAIL;
     KnownModule& entry = knownModule(moduleID);
+    char16_t* assembly = knownAssemblies[&entry - known];
     if (!entry.assemblyKnown) {
         LPCBYTE baseAddress = nullptr;
         AssemblyID assemblyID = 0;
         ULONG length = 0;
         HRESULT hr = info->GetModuleInfo(moduleID, &baseAddress, 0, nullptr, nullptr, &assemblyID);
-        if (SUCCEEDED(hr)) hr = info->GetAssemblyInfo(assemblyID, kNameSize, &length, entry.assembly, nullptr, nullptr);
+        if (SUCCEEDED(hr)) hr = info->GetAssemblyInfo(assemblyID, kNameSize, &length, assembly, nullptr, nullptr);
         if (FAILED(hr)) return hr;
         entry.assemblyKnown = true;
     }
-    if (size != 0) strncpy_u16(buffer, entry.assembly, size);
+    if (size != 0) strncpy_u16(buffer, assembly, size);
     return S_OK;
 }
 

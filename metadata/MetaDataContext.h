@@ -98,16 +98,18 @@ private:
     // The modules met last, their metadata opened and their assembly named
     // once: the runtime's searches for precompiled code hop between a few
     // modules at nearly every call.
+    // The names lie apart from the entries: a context made touches one page
+    // of the entries, not one per name.
     struct KnownModule {
         ModuleID id = 0;
         AutoCOMPointer<IMetaDataImport> import;
         bool assemblyKnown = false;
-        char16_t assembly[kNameSize];
         void reset(ModuleID newId);
     };
     static constexpr unsigned int kKnownModules = 16;
     KnownModule& knownModule(ModuleID id);
     KnownModule known[kKnownModules];
+    char16_t knownAssemblies[kKnownModules][kNameSize];
     unsigned int nextKnown = 0;
 
     bool methodNameKnown = false;
