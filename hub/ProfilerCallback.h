@@ -27,6 +27,7 @@
 #include "runtime/ProfilerCallbackDefaults.h"
 #include "runtime/CorProfilerInfo.h"
 #include "sampling/TraceProfiler.h"
+#include "shim/CoreLibraryLookups.h"
 
 // One batch of methods for the runtime to compile again (or to revert).
 struct rejit_requests {
@@ -281,6 +282,8 @@ private:
         mdTypeDef shimClass;
     };
     std::map<ModuleID, ModuleShim> moduleShims;
+    // What every shim looks up in the core library.
+    CoreLibraryLookups coreLibraryLookups;
     // Methods refused their precompiled code for inlining selected ones, by
     // module and token; under profilerLock. Every search for precompiled code
     // looks here, and a selection that reaches the core library refuses some

@@ -200,7 +200,7 @@ HRESULT ProfilerCallback::prepareFirstModule(ModuleID moduleId, HRESULT result, 
     if (coreLibraryModule != 0 && isCoreCLR && !attached && !coreLibrarySelected) {
         profiler->placeShimInModules([this](ModuleID module) { return moduleShim(module); });
     } else if (coreLibraryModule != 0) {
-        SyntheticAgentShim shim;
+        SyntheticAgentShim shim(coreLibraryLookups);
         HRESULT defined = E_FAIL;
         {
             ProfilerAccount::Timed timedShim(account, ProfilerAccount::kShim, ProfilerAccount::kModuleLoad);
@@ -251,7 +251,7 @@ HRESULT ProfilerCallback::moduleShim(ModuleID moduleId) {
 
 HRESULT ProfilerCallback::defineShim(ModuleID moduleId, bool loaderFirst) {
     HRESULT defined = E_FAIL;
-    SyntheticAgentShim shim;
+    SyntheticAgentShim shim(coreLibraryLookups);
     {
         ProfilerAccount::Timed timedShim(account, ProfilerAccount::kShim, ProfilerAccount::kRewrite);
         defined =

@@ -4,6 +4,11 @@
 
 HRESULT BaseTokenGetter::getToken(unsigned long moduleID, unsigned int* token) {
     ModuleMetaData metadata;
+    HRESULT hr = gather(info, moduleID, metadata);
+    return SUCCEEDED(hr) ? getToken(metadata, token) : hr;
+}
+
+HRESULT BaseTokenGetter::gather(ICorProfilerInfo* info, unsigned long moduleID, ModuleMetaData& metadata) {
     metadata.moduleID = moduleID;
     HRESULT hr = info->GetModuleMetaData(moduleID, 0, IID_IMetaDataImport,
                                          reinterpret_cast<IUnknown**>(&metadata.import));
@@ -17,9 +22,6 @@ HRESULT BaseTokenGetter::getToken(unsigned long moduleID, unsigned int* token) {
     if (SUCCEEDED(hr)) {
         hr = metadata.import->QueryInterface(IID_IMetaDataAssemblyEmit,
                                              reinterpret_cast<void**>(&metadata.assemblyEmit));
-    }
-    if (SUCCEEDED(hr)) {
-        hr = getToken(metadata, token);
     }
     return hr;
 }

@@ -14,6 +14,8 @@ public:
 
     HRESULT getToken(unsigned long moduleID, unsigned int* token) override;
     [[nodiscard]] virtual HRESULT getToken(const ModuleMetaData& metadata, unsigned int* token) = 0;
+    // The module's metadata interfaces, for resolutions of one's own.
+    [[nodiscard]] static HRESULT gather(ICorProfilerInfo* info, unsigned long moduleID, ModuleMetaData& metadata);
     // Keeps nothing.
     void forgetModule(unsigned long) override {}
 

@@ -13,16 +13,18 @@ MemberTokenGetter::MemberTokenGetter(ICorProfilerInfo* info, const char16_t* ass
 HRESULT MemberTokenGetter::getToken(const ModuleMetaData& module, unsigned int* token) {
     unsigned int type = 0;
     HRESULT hr = TypeTokenGetter::getToken(module, &type);
-    if (FAILED(hr)) return hr;
+    return SUCCEEDED(hr) ? memberOf(module, type, memberName.c_str(), signature.data(), signatureLength, token) : hr;
+}
 
+HRESULT MemberTokenGetter::memberOf(const ModuleMetaData& module, unsigned int type, const char16_t* name,
+                                    const unsigned char* bytes, unsigned int length, unsigned int* token) {
     unsigned int member = 0;
+    HRESULT hr = S_OK;
     if (TypeFromToken(type) == mdtTypeDef) {
-        hr = module.import->FindMember(type, memberName.c_str(), signature.data(), signatureLength, &member);
+        hr = module.import->FindMember(type, name, bytes, length, &member);
     } else {
-        hr = module.import->FindMemberRef(type, memberName.c_str(), signature.data(), signatureLength, &member);
-        if (FAILED(hr)) {
-            hr = module.emit->DefineMemberRef(type, memberName.c_str(), signature.data(), signatureLength, &member);
-        }
+        hr = module.import->FindMemberRef(type, name, bytes, length, &member);
+        if (FAILED(hr)) hr = module.emit->DefineMemberRef(type, name, bytes, length, &member);
     }
     if (FAILED(hr)) return E_FAIL;
     *token = member;

@@ -14,6 +14,9 @@ public:
 
     using TypeTokenGetter::getToken;
     HRESULT getToken(const ModuleMetaData& metadata, unsigned int* token) override;
+    // The member of the class that TypeTokenGetter gave.
+    [[nodiscard]] static HRESULT memberOf(const ModuleMetaData& module, unsigned int type, const char16_t* name,
+                                          const unsigned char* bytes, unsigned int length, unsigned int* token);
 
 protected:
     std::u16string memberName;

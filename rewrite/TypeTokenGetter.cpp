@@ -8,14 +8,18 @@ TypeTokenGetter::TypeTokenGetter(ICorProfilerInfo* info, const char16_t* assembl
 HRESULT TypeTokenGetter::getToken(const ModuleMetaData& module, unsigned int* token) {
     unsigned int assembly = 0;
     HRESULT hr = AssemblyTokenGetter::getToken(module, &assembly);
-    if (FAILED(hr)) return hr;
+    return SUCCEEDED(hr) ? classIn(module, assembly, className.c_str(), token) : hr;
+}
 
+HRESULT TypeTokenGetter::classIn(const ModuleMetaData& module, unsigned int assembly, const char16_t* name,
+                                 unsigned int* token) {
     unsigned int type = 0;
+    HRESULT hr = S_OK;
     if (TypeFromToken(assembly) == mdtAssembly) {
-        hr = module.import->FindTypeDefByName(className.c_str(), mdTokenNil, &type);
+        hr = module.import->FindTypeDefByName(name, mdTokenNil, &type);
     } else {
-        hr = module.import->FindTypeRef(assembly, className.c_str(), &type);
-        if (FAILED(hr)) hr = module.emit->DefineTypeRefByName(assembly, className.c_str(), &type);
+        hr = module.import->FindTypeRef(assembly, name, &type);
+        if (FAILED(hr)) hr = module.emit->DefineTypeRefByName(assembly, name, &type);
     }
     if (FAILED(hr)) return E_FAIL;
     *token = type;

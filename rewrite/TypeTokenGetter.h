@@ -11,6 +11,9 @@ public:
 
     using AssemblyTokenGetter::getToken;
     HRESULT getToken(const ModuleMetaData& metadata, unsigned int* token) override;
+    // The class under the assembly token that AssemblyTokenGetter gave.
+    [[nodiscard]] static HRESULT classIn(const ModuleMetaData& module, unsigned int assembly, const char16_t* name,
+                                         unsigned int* token);
 
 protected:
     std::u16string className;

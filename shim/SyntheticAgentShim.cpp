@@ -77,6 +77,9 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
             fprintf_8(log, "Failed to find corlib types\n");
         }
 
+        if (SUCCEEDED(hr) && module != coreLibrary) {
+            hr = OpenReferences();
+        }
         if (SUCCEEDED(hr)) {
             hr = emit->DefineTypeDef(SharedNames::kSyntheticAgentShimClass, tdPublic, local(corlibTypes[Object]),
                                      nullptr, &shimType);
@@ -139,11 +142,11 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
 HRESULT SyntheticAgentShim::FindCorlibTypes() {
     HRESULT hr = S_OK;
     for (unsigned int type = 0; type < CorlibTypeCount && SUCCEEDED(hr); ++type) {
-        hr = import->FindTypeDefByName(kCorlibTypeNames[type], mdTypeDefNil, &corlibTypes[type]);
+        hr = lookups.findType(import, kCorlibTypeNames[type], &corlibTypes[type]);
     }
     // The desktop runtime has no load contexts; its loader takes Assembly.LoadFrom.
     if (SUCCEEDED(hr) && dotnetCore) {
-        hr = import->FindTypeDefByName(u"System.Runtime.Loader.AssemblyLoadContext", mdTypeDefNil, &loadContextType);
+        hr = lookups.findType(import, u"System.Runtime.Loader.AssemblyLoadContext", &loadContextType);
     }
     return hr;
 }

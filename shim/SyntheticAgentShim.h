@@ -17,14 +17,20 @@
 
 #include "rewrite/ILEmitter.h"
 #include "rewrite/IMethodBuilder.h"
+#include "rewrite/ModuleMetaData.h"
 #include "runtime/CorProfilerInfo.h"
 #include "runtime/MetaDataInterfaces.h"
 #include "shim/AgentTokens.h"
+#include "shim/CoreLibraryLookups.h"
 #include "shim/ShimDelegateTable.h"
 #include "shim/ShimSignature.h"
 
 class SyntheticAgentShim {
 public:
+    // The lookups in the core library are kept in lookups, which must outlive
+    // the object.
+    explicit SyntheticAgentShim(CoreLibraryLookups& lookups) : lookups(lookups) {}
+
     // Defines the class, its fields, methods and bodies in the module, then
     // applies the new metadata. The core library's members are looked up in
     // coreLibrary, which may be the module itself. Each failed step is
@@ -62,6 +68,7 @@ private:
     };
 
     [[nodiscard]] HRESULT FindCorlibTypes();
+    [[nodiscard]] HRESULT OpenReferences();
     // The token by which the module names a type of the core library (the
     // type's own in the core library); 0 and a log line if it has none.
     mdToken local(mdTypeDef corlibType);
@@ -105,6 +112,7 @@ private:
     HRESULT DumpMethodsWithName(mdTypeDef type, const char16_t* name);
     HRESULT DumpSignature(const COR_SIGNATURE* signature, ULONG length);
 
+    CoreLibraryLookups& lookups;
     ICorProfilerInfo* info = nullptr;
     IMetaDataEmit* emit = nullptr;
     // The core library's metadata: where its types and members are looked up.
@@ -112,7 +120,11 @@ private:
     FILE* log = nullptr;
     ModuleID module = 0;
     ModuleID coreLibrary = 0;
-    // The module's references to the core library's types, by their tokens there.
+    // Outside the core library: the module's metadata, its reference to the
+    // core library's assembly and to the core library's types, by their
+    // tokens there.
+    ModuleMetaData target;
+    unsigned int coreAssembly = 0;
     std::map<mdTypeDef, mdToken> localTypes;
     bool referenceFailed = false;
     bool dotnetCore = false;

@@ -165,9 +165,9 @@ HRESULT SyntheticAgentShim::FindLoaderMethods(HRESULT hr) {
 void SyntheticAgentShim::FindTokenMethods() {
     mdTypeDef methodBaseType = 0;
     mdTypeDef guidType = 0;
-    if (SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.Module", mdTypeDefNil, &moduleType)) &&
-        SUCCEEDED(import->FindTypeDefByName(u"System.Reflection.MethodBase", mdTypeDefNil, &methodBaseType)) &&
-        SUCCEEDED(import->FindTypeDefByName(u"System.Guid", mdTypeDefNil, &guidType))) {
+    if (SUCCEEDED(lookups.findType(import, u"System.Reflection.Module", &moduleType)) &&
+        SUCCEEDED(lookups.findType(import, u"System.Reflection.MethodBase", &methodBaseType)) &&
+        SUCCEEDED(lookups.findType(import, u"System.Guid", &guidType))) {
         ShimSignature manifestModule;
         manifestModule.add(IMAGE_CEE_CS_CALLCONV_HASTHIS).add(0).addClass(moduleType);
         ShimSignature resolveMethod;
@@ -440,8 +440,8 @@ void SyntheticAgentShim::FindFailureLogMethods() {
         .add(ELEMENT_TYPE_VOID)
         .add(ELEMENT_TYPE_STRING)
         .add(ELEMENT_TYPE_STRING);
-    if (FAILED(import->FindTypeDefByName(u"System.String", mdTypeDefNil, &stringType)) ||
-        FAILED(import->FindTypeDefByName(u"System.IO.File", mdTypeDefNil, &fileType)) ||
+    if (FAILED(lookups.findType(import, u"System.String", &stringType)) ||
+        FAILED(lookups.findType(import, u"System.IO.File", &fileType)) ||
         FAILED(findMethod(stringType, u"Concat", concat, &concatMethod)) ||
         FAILED(findMethod(corlibTypes[Exception], u"get_Message", getMessage, &getMessageMethod)) ||
         FAILED(findMethod(fileType, u"AppendAllText", appendAllText, &appendAllTextMethod))) {

@@ -33,7 +33,8 @@ protected:
     // Runs the shim once over the copy; the log goes to logText.
     HRESULT define(bool dotnetCore, bool attached) {
         CapturedStream log;
-        SyntheticAgentShim shim;
+        CoreLibraryLookups lookups;
+        SyntheticAgentShim shim(lookups);
         HRESULT hr = shim.DefineSyntheticAgentShim(info.get(), coreLib, log.get(), dotnetCore, attached, coreLib);
         logText = log.text();
         return hr;

@@ -67,7 +67,8 @@ TEST_F(SyntheticAgentShimLoader, OutsideTheCoreLibraryRefersToItsMembers) {
     environment.set("com.tarn.harrowlite.agentLocation", RealAssemblies::testAsset("AgentShapes").c_str());
     const ModuleID target = module(RealAssemblies::testAsset("PolicyShapes"), true);
     CapturedStream log;
-    SyntheticAgentShim shim;
+    CoreLibraryLookups lookups;
+    SyntheticAgentShim shim(lookups);
     ASSERT_EQ(shim.DefineSyntheticAgentShim(info.get(), target, log.get(), true, false, coreLib), S_OK) << log.text();
     EXPECT_EQ(shimType(), 0u);
     IMetaDataImport* own = info->importOf(target);
