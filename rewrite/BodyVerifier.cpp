@@ -1,7 +1,9 @@
 #include "rewrite/BodyVerifier.h"
 
+#include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
 #include <new>
 #include <vector>
 
@@ -20,6 +22,29 @@ constexpr unsigned char kPinned = 0x45;
 constexpr unsigned char kSentinel = 0x41;
 // Calls with more arguments than this are checked for depth only.
 constexpr unsigned int kCheckedArguments = 64;
+
+// The operand's bytes by its form; kNoOperand for the forms that code never
+// holds.
+constexpr unsigned char kNoOperand = 0xFF;
+constexpr unsigned char kOperandBytes[] = {0, 1, 2, 4, 8, 1, 4, kNoOperand, kNoOperand, kNoOperand};
+static_assert(std::size(kOperandBytes) == static_cast<size_t>(OperandForm::Unsupported) + 1);
+
+// The same by opcode slot, the last slot for no opcode at all: the decoder's
+// step to the next instruction waits on one load, not on the opcode's record
+// and then its form.
+constexpr auto kOperandBytesBySlot = [] {
+    std::array<unsigned char, kOpcodeSlots + 1> sizes{};
+    for (unsigned int slot = 0; slot < kOpcodeSlots; ++slot) {
+        const OpcodeInfo* info = opcode_table::kBySlot.records[slot];
+        sizes[slot] = kOperandBytes[static_cast<size_t>(info == nullptr ? OperandForm::Unsupported : info->form)];
+    }
+    sizes[kOpcodeSlots] = kNoOperand;
+    return sizes;
+}();
+
+// Where a block's edge lies, as the first clause with an edge there has it:
+// falling through to it leaves a block, or enters a handler.
+enum Edge : unsigned char { kNoEdge, kBlockEnd, kHandlerStart };
 
 // What the verifier knows of a stack slot: a reference, surely no reference
 // (a number, a value type, an address), or either.
@@ -160,6 +185,7 @@ struct Decoded {
     // What the opcode table says the opcode does to the stack and to control:
     // the decoder lets only the table's opcodes through.
     const OpcodeInfo* effect;
+    ControlFlow flow;  // the effect's, at hand for the passes that need no more
     // A try block begins here: the stack must be empty.
     bool tryStart = false;
 };
@@ -181,6 +207,7 @@ struct Scratch {
     std::vector<IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT> clauses;
     std::vector<Region> regions;
     std::vector<Region> filterBlocks;
+    std::vector<unsigned char> edges;
     std::vector<unsigned char> argumentKinds;
     std::vector<unsigned char> localKinds;
     std::vector<int> depthAt;
@@ -220,6 +247,7 @@ public:
           clauses(scratch.clauses),
           regions(scratch.regions),
           filterBlocks(scratch.filterBlocks),
+          edges(scratch.edges),
           argumentKinds(scratch.argumentKinds),
           localKinds(scratch.localKinds),
           depthAt(scratch.depthAt),
@@ -282,28 +310,10 @@ private:
                 value = 0xFE | static_cast<unsigned int>(code[offset + 1]) << 8;
                 length = 2;
             }
-            const OpcodeInfo* info = findOpcode(static_cast<Opcode>(value));
-            unsigned int operandSize = 0;
-            switch (info == nullptr ? OperandForm::Unsupported : info->form) {
-            case OperandForm::None:
-                break;
-            case OperandForm::Byte:
-            case OperandForm::ShortBranch:
-                operandSize = 1;
-                break;
-            case OperandForm::Variable:
-                operandSize = 2;
-                break;
-            case OperandForm::Word:
-            case OperandForm::LongBranch:
-                operandSize = 4;
-                break;
-            case OperandForm::DoubleWord:
-                operandSize = 8;
-                break;
-            default:
-                return fail("No opcode 0x%X at 0x%X.", value, offset);
-            }
+            const unsigned int slot = opcodeSlot(value);
+            const unsigned int operandSize = kOperandBytesBySlot[slot];
+            if (operandSize == kNoOperand) return fail("No opcode 0x%X at 0x%X.", value, offset);
+            const OpcodeInfo* info = opcode_table::kBySlot.records[slot];
             unsigned int start = offset + length;
             if (operandSize > codeSize - start) return fail("Operand cut at 0x%X.", offset);
             // Built in its place: a copy of the whole record per instruction
@@ -314,7 +324,8 @@ private:
                                                   .value = value,
                                                   .next = start + operandSize,
                                                   .firstTarget = static_cast<unsigned int>(targets.size()),
-                                                  .effect = info});
+                                                  .effect = info,
+                                                  .flow = info->flow});
             const unsigned char* operand = code + start;
             if (operandSize == 1) instruction.operand = operand[0];
             if (operandSize == 2) instruction.operand = static_cast<unsigned int>(operand[0] | operand[1] << 8);
@@ -442,7 +453,7 @@ private:
                 }
                 continue;
             }
-            if (instruction.effect->flow == ControlFlow::Leave)
+            if (instruction.flow == ControlFlow::Leave)
                 return fail("leave at 0x%X inside a filter.", instruction.offset);
             if (value == kRethrow) return fail("rethrow at 0x%X inside a filter.", instruction.offset);
             for (unsigned int t = 0; t < instruction.targetCount; ++t) {
@@ -472,8 +483,15 @@ private:
                     return fail("Clause %u holds clause %u that comes after it.", i / 2, j / 2);
             }
         }
+        // An instruction that falls through to a block's end was the block's
+        // last: the edge alone tells.
+        edges.assign(codeSize + 1, kNoEdge);
+        for (const Region& region : regions) {
+            if (edges[region.end] == kNoEdge) edges[region.end] = kBlockEnd;
+            if (!region.isTry && edges[region.begin] == kNoEdge) edges[region.begin] = kHandlerStart;
+        }
         for (const Decoded& instruction : instructions) {
-            const OpcodeInfo& effect = *instruction.effect;
+            const ControlFlow flow = instruction.flow;
             for (unsigned int t = 0; t < instruction.targetCount; ++t) {
                 unsigned int target = targets[instruction.firstTarget + t];
                 for (const Region& region : regions) {
@@ -482,22 +500,20 @@ private:
                     if (!from && to && !(region.isTry && target == region.begin)) {
                         return fail("Branch at 0x%X enters a block at 0x%X.", instruction.offset, target);
                     }
-                    if (from && !to && effect.flow != ControlFlow::Leave) {
+                    if (from && !to && flow != ControlFlow::Leave) {
                         return fail("Branch at 0x%X leaves a block without leave.", instruction.offset);
                     }
                 }
             }
-            bool fallsThrough = effect.flow == ControlFlow::Next || effect.flow == ControlFlow::Conditional ||
-                                effect.flow == ControlFlow::Call;
+            bool fallsThrough =
+                flow == ControlFlow::Next || flow == ControlFlow::Conditional || flow == ControlFlow::Call;
             if (!fallsThrough) continue;
             if (instruction.next >= codeSize) return fail("Code falls off its end at 0x%X.", instruction.offset);
-            for (const Region& region : regions) {
-                if (region.contains(instruction.offset) && instruction.next == region.end) {
-                    return fail("Code falls out of a block at 0x%X.", instruction.offset);
-                }
-                if (!region.isTry && instruction.next == region.begin) {
-                    return fail("Code falls into a handler at 0x%X.", instruction.next);
-                }
+            if (edges[instruction.next] == kBlockEnd) {
+                return fail("Code falls out of a block at 0x%X.", instruction.offset);
+            }
+            if (edges[instruction.next] == kHandlerStart) {
+                return fail("Code falls into a handler at 0x%X.", instruction.next);
             }
         }
         return true;
@@ -532,7 +548,7 @@ private:
                     return fail("tail. at 0x%X is not followed by a call and ret.", instruction.offset);
                 }
             }
-            if (instruction.effect->flow == ControlFlow::Return) {
+            if (instruction.flow == ControlFlow::Return) {
                 for (const Region& region : regions) {
                     if (region.contains(instruction.offset))
                         return fail("ret at 0x%X inside a block.", instruction.offset);
@@ -639,7 +655,7 @@ private:
             stack.resize(depth - effect.pop);
             // dup pushes what it took, twice.
             const unsigned char kind = instruction.value == op(Opcode::dup) ? top : slotKind(instruction, pushed);
-            stack.insert(stack.end(), static_cast<size_t>(effect.push), kind);
+            for (signed char i = 0; i < effect.push; ++i) stack.push_back(kind);
         }
         if (stack.size() > maxStack)
             return fail("Stack depth %zu above MaxStack %u at 0x%X.", stack.size(), maxStack, instruction.offset);
@@ -705,6 +721,7 @@ private:
     std::vector<IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT>& clauses;
     std::vector<Region>& regions;       // per clause: its try block, then its handler (with its filter)
     std::vector<Region>& filterBlocks;  // from a filter's start to its handler's
+    std::vector<unsigned char>& edges;  // by offset, up to the code's end
     std::vector<unsigned char>& argumentKinds;
     std::vector<unsigned char>& localKinds;
     std::vector<int>& depthAt;
