@@ -57,9 +57,13 @@ private:
     };
 
     // Assembly and class names of a type list (interfaces, attributes), filled
-    // once per class or method and handed out as the context's own arrays.
+    // once per class or method and handed out as the context's own arrays. A
+    // list that cannot be read (a generic interface) fails alike each time it
+    // is asked for: its failure is kept too, as every group with a rule on
+    // interfaces asks again.
     struct CachedTypeList {
         bool known = false;
+        HRESULT failure = S_OK;
         NameList assemblies;
         NameList classes;
         unsigned int count = 0;
@@ -70,9 +74,10 @@ private:
             HRESULT hr = S_OK;
             if (!known) {
                 hr = fill(*this);
-                if (FAILED(hr)) return hr;
                 known = true;
+                failure = FAILED(hr) ? hr : S_OK;
             }
+            if (FAILED(failure)) return failure;
             handOut(outAssemblies, outClasses, outCount);
             return hr;
         }

@@ -67,10 +67,10 @@ bool ClassLineGroup::addFirstUnits(FirstUnits& units) const {
     return true;
 }
 
-bool ClassLineGroup::namedClassesOnly(const std::function<void(const char16_t*)>& visit) {
+bool ClassLineGroup::namedClassesOnly(const std::function<void(const char16_t* name, bool parent)>& visit) {
     if (changed) {
         return changed->namedClassesOnly(visit);
     }
-    visit(className());
+    visit(className(), false);
     return true;
 }

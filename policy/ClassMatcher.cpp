@@ -71,12 +71,12 @@ bool ClassMatcher::mayMatchAssembly(const char16_t* assembly) {
     return !classes.empty() && classes.mayHoldClassOf(assembly);
 }
 
-bool ClassMatcher::namedClassesOnly(const std::function<void(const char16_t*)>& visit) {
-    if (matchAll || (more && (!more->assemblies.empty() || !more->parents.empty() || !more->annotations.empty() ||
-                              !more->patterns.empty()))) {
+bool ClassMatcher::namedClassesOnly(const std::function<void(const char16_t* name, bool parent)>& visit) {
+    if (matchAll || (more && (!more->assemblies.empty() || !more->annotations.empty() || !more->patterns.empty()))) {
         return false;
     }
-    classes.forEach(visit);
+    classes.forEach([&](const char16_t* name) { visit(name, false); });
+    if (more) more->parents.forEach([&](const char16_t* name) { visit(name, true); });
     return true;
 }
 

@@ -22,7 +22,7 @@ public:
     // fetch their names only when a rule of that kind exists.
     bool matchClass(IMetaDataContext* context) override;
     bool mayMatchAssembly(const char16_t* assembly) override;
-    bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) override;
+    bool namedClassesOnly(const std::function<void(const char16_t* name, bool parent)>& visit) override;
 
     bool matchesAll() const { return matchAll; }
 

@@ -70,6 +70,23 @@ HRESULT forEachListed(IMetaDataImport* import, Enumerate enumerate, ULONG& liste
     return hr;
 }
 
+// The class's base class and declared interfaces, as a class test reads them,
+// where the index files groups by parent names.
+DirectiveGroupIndex::Parents parentsOf(IMetaDataContext* context, const DirectiveGroupIndex& index) {
+    DirectiveGroupIndex::Parents parents;
+    if (!index.filesParents()) return parents;
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    if (SUCCEEDED(context->getParentName(&assembly, &className))) parents.push_back({assembly, className});
+    char16_t** assemblies = nullptr;
+    char16_t** classes = nullptr;
+    unsigned int count = 0;
+    if (SUCCEEDED(context->getInterfaces(&assemblies, &classes, &count))) {
+        for (unsigned int i = 0; i < count; ++i) parents.push_back({assemblies[i], classes[i]});
+    }
+    return parents;
+}
+
 }  // namespace
 
 IDirectiveController* IDirectiveController::newInstance(FILE* log) {
@@ -188,7 +205,7 @@ void DirectiveController::candidateRunsFor(IMetaDataContext* context, std::vecto
     if (!current.empty() && FAILED(context->getClassName(&assembly, &className))) {
         className = nullptr;
     }
-    current.candidateRuns(assembly, className, groups, runs);
+    current.candidateRuns(assembly, className, parentsOf(context, current), groups, runs);
 }
 
 bool DirectiveController::shouldMonitor(IMetaDataContext* context) {
@@ -367,7 +384,8 @@ HRESULT DirectiveController::matchClass(IMetaDataContext* context, MatchContext&
     }
     DirectiveGroupIndex::Candidates candidates;
     std::vector<const char16_t*> names;
-    groupIndex().candidates(assembly, className, candidates, meeting == Meeting::All, &names, runs);
+    const DirectiveGroupIndex& index = groupIndex();
+    index.candidates(assembly, className, parentsOf(context, index), candidates, meeting == Meeting::All, &names, runs);
     FiledAnswers answers;
     const auto takes = [&](IDirectiveGroup* group) { return match.accepts(group) && group->matchClass(context); };
     for (size_t i = 0; i < candidates.size(); ++i) {

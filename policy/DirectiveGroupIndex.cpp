@@ -206,6 +206,19 @@ void sortByChunks(std::vector<Entry>& entries) {
     }
 }
 
+// Once sorted, one name's entries in order of place, sharing the text of the first.
+template <typename Entry>
+void settleEqualNames(std::vector<Entry>& entries) {
+    for (size_t first = 0, end = 0; first < entries.size(); first = end) {
+        for (end = first + 1; end < entries.size() && entries[end].chunk == kSameName; ++end) {
+        }
+        const auto begin = entries.begin() + static_cast<long>(first);
+        const auto stop = entries.begin() + static_cast<long>(end);
+        std::sort(begin, stop, [](const Entry& a, const Entry& b) { return a.ordinal < b.ordinal; });
+        for (auto entry = begin + 1; entry < stop; ++entry) entry->text = begin->text;
+    }
+}
+
 }  // namespace
 
 void DirectiveGroupIndex::rebuild(Candidates ordered) {
@@ -213,7 +226,9 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     generalGroups.clear();
     generalOrdinals.clear();
     bracketed = false;
+    parentBracketed = false;
     filed.clear();
+    parentFiled.clear();
     MemoryPages::reserve(filed, byOrdinal.size());
     for (uint32_t ordinal = 0; ordinal < byOrdinal.size(); ++ordinal) {
         if (ordinal + kAhead < byOrdinal.size()) __builtin_prefetch(byOrdinal[ordinal + kAhead]);
@@ -222,29 +237,23 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
             if (const char16_t* sole = byOrdinal[ordinal + kAhead / 2]->soleClass()) __builtin_prefetch(sole);
         }
         IDirectiveGroup* group = byOrdinal[ordinal];
-        const auto file = [&](const char16_t* name) {
+        const auto file = [&](const char16_t* name, bool parent) {
             const std::u16string_view text(name);
-            filed.push_back({text.data(), static_cast<uint32_t>(text.size()), ordinal, 0});
-            bracketed = bracketed || name[0] == u'[';
+            (parent ? parentFiled : filed).push_back({text.data(), static_cast<uint32_t>(text.size()), ordinal, 0});
+            (parent ? parentBracketed : bracketed) |= name[0] == u'[';
         };
         // A one-line group gives its one name without a call through a function object.
         const char16_t* sole = group->soleClass();
         if (sole != nullptr) {
-            file(sole);
+            file(sole, false);
         } else if (!group->namedClassesOnly(file)) {
             generalGroups.push_back(group);
             generalOrdinals.push_back(ordinal);
         }
     }
-    sortByChunks(filed);
-    for (size_t first = 0, end = 0; first < filed.size(); first = end) {
-        // One name's groups, in order; they share the text of the first.
-        for (end = first + 1; end < filed.size() && filed[end].chunk == kSameName; ++end) {
-        }
-        const auto begin = filed.begin() + static_cast<long>(first);
-        const auto stop = filed.begin() + static_cast<long>(end);
-        std::sort(begin, stop, [](const Filed& a, const Filed& b) { return a.ordinal < b.ordinal; });
-        for (auto entry = begin + 1; entry < stop; ++entry) entry->text = begin->text;
+    for (std::vector<Filed>* names : {&filed, &parentFiled}) {
+        sortByChunks(*names);
+        settleEqualNames(*names);
     }
     // Runs are made as classes meet their names, within what is reserved here.
     runs.clear();
@@ -318,41 +327,42 @@ void DirectiveGroupIndex::addRun(const std::vector<std::pair<const char16_t*, ui
                     static_cast<uint32_t>(sole.size())});
 }
 
-void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<Found>& found,
-                                          std::vector<size_t>& starts, std::vector<const NameRun*>* nameRuns) const {
+void DirectiveGroupIndex::collectAgreeing(const std::vector<Filed>& names, std::u16string_view name, bool named,
+                                          std::vector<Found>& found, std::vector<size_t>& starts,
+                                          std::vector<const NameRun*>* nameRuns) const {
     // One name's groups, in order; equal names share their text.
     const auto takeName = [&](std::vector<Filed>::const_iterator first) {
         if (!found.empty()) starts.push_back(found.size());
         const NameRun* run = nullptr;
-        if (nameRuns != nullptr && first + 1 != filed.end() && (first + 1)->text == first->text) {
-            run = runAt(static_cast<uint32_t>(first - filed.begin()));
+        if (nameRuns != nullptr && first + 1 != names.end() && (first + 1)->text == first->text) {
+            run = runAt(static_cast<uint32_t>(first - names.begin()));
             if (run != nullptr) nameRuns->push_back(run);
         }
-        for (const char16_t* text = first->text; first != filed.end() && first->text == text; ++first) {
-            if (run == nullptr || !inRun[first->ordinal]) found.push_back({first->ordinal, text});
+        for (const char16_t* text = first->text; first != names.end() && first->text == text; ++first) {
+            if (run == nullptr || !inRun[first->ordinal]) found.push_back({first->ordinal, named ? text : nullptr});
         }
         return first;
     };
     // Filed names that begin with the class name...
     const auto byName = [](const Filed& a, std::u16string_view b) { return before(a.name(), b); };
-    for (auto at = std::lower_bound(filed.begin(), filed.end(), name, byName);
-         at != filed.end() && at->name().substr(0, name.size()) == name;) {
+    for (auto at = std::lower_bound(names.begin(), names.end(), name, byName);
+         at != names.end() && at->name().substr(0, name.size()) == name;) {
         at = takeName(at);
     }
     // ...and those the class name begins with: each is the greatest filed
     // name not above some prefix of it, found from the longest down.
     std::u16string_view rest = name.substr(0, name.size() - (name.empty() ? 0 : 1));
-    while (!name.empty() && !filed.empty()) {
-        auto at = std::upper_bound(filed.begin(), filed.end(), rest,
+    while (!name.empty() && !names.empty()) {
+        auto at = std::upper_bound(names.begin(), names.end(), rest,
                                    [](std::u16string_view a, const Filed& b) { return before(a, b.name()); });
-        if (at == filed.begin()) {
+        if (at == names.begin()) {
             break;
         }
         const std::u16string_view below = (--at)->name();
         const size_t common = static_cast<size_t>(
             std::mismatch(below.begin(), below.end(), rest.begin(), rest.end()).first - below.begin());
         if (common == below.size()) {
-            while (at != filed.begin() && (at - 1)->text == at->text) --at;
+            while (at != names.begin() && (at - 1)->text == at->text) --at;
             takeName(at);
             if (below.empty()) {
                 break;
@@ -364,17 +374,26 @@ void DirectiveGroupIndex::collectAgreeing(std::u16string_view name, std::vector<
     }
 }
 
-void DirectiveGroupIndex::collectFiled(const char16_t* assembly, const char16_t* className, std::vector<Found>& found,
-                                       std::vector<const NameRun*>* nameRuns) const {
-    if (filed.empty() || className == nullptr) {
+void DirectiveGroupIndex::collectClass(const std::vector<Filed>& names, bool anyBracketed, const char16_t* assembly,
+                                       const char16_t* className, bool named, std::vector<Found>& found,
+                                       std::vector<size_t>& starts, std::vector<const NameRun*>* nameRuns) const {
+    if (names.empty() || className == nullptr) {
         return;
     }
-    std::vector<size_t> starts;
-    collectAgreeing(className, found, starts, nameRuns);
-    if (bracketed) {
+    collectAgreeing(names, className, named, found, starts, nameRuns);
+    if (anyBracketed) {
         char16_t qualified[IMetaDataContext::kNameSize];
-        collectAgreeing(std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), found, starts,
-                        nameRuns);
+        collectAgreeing(names, std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), named,
+                        found, starts, nameRuns);
+    }
+}
+
+void DirectiveGroupIndex::collectFiled(const char16_t* assembly, const char16_t* className, const Parents& parents,
+                                       std::vector<Found>& found, std::vector<const NameRun*>* nameRuns) const {
+    std::vector<size_t> starts;
+    collectClass(filed, bracketed, assembly, className, true, found, starts, nameRuns);
+    for (const Parent& parent : parents) {
+        collectClass(parentFiled, parentBracketed, parent.assembly, parent.className, false, found, starts, nullptr);
     }
     // Each name's groups are in order already.
     for (size_t i = 0; i < starts.size(); ++i) {
@@ -405,25 +424,25 @@ void DirectiveGroupIndex::inOrder(const std::vector<Found>& found, bool withGene
     for (; general != generalEnd; ++general) add(*general, nullptr);
 }
 
-void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* className, Candidates& out,
-                                     bool withGeneral, std::vector<const char16_t*>* names,
+void DirectiveGroupIndex::candidates(const char16_t* assembly, const char16_t* className, const Parents& parents,
+                                     Candidates& out, bool withGeneral, std::vector<const char16_t*>* names,
                                      std::vector<const NameRun*>* runs) const {
     out.clear();
     if (names != nullptr) names->clear();
     if (runs != nullptr) runs->clear();
     std::vector<Found> found;
-    collectFiled(assembly, className, found, runs);
+    collectFiled(assembly, className, parents, found, runs);
     inOrder(found, withGeneral, [&](uint32_t ordinal, const char16_t* name) {
         out.push_back(byOrdinal[ordinal]);
         if (names != nullptr) names->push_back(name);
     });
 }
 
-void DirectiveGroupIndex::candidateRuns(const char16_t* assembly, const char16_t* className,
+void DirectiveGroupIndex::candidateRuns(const char16_t* assembly, const char16_t* className, const Parents& parents,
                                         std::vector<Placed>& groups, std::vector<const NameRun*>& nameRuns) const {
     groups.clear();
     nameRuns.clear();
     std::vector<Found> found;
-    collectFiled(assembly, className, found, &nameRuns);
+    collectFiled(assembly, className, parents, found, &nameRuns);
     inOrder(found, true, [&](uint32_t ordinal, const char16_t*) { groups.push_back({ordinal, byOrdinal[ordinal]}); });
 }

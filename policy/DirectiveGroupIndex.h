@@ -1,8 +1,10 @@
 // Which directive groups a class can meet. A group whose class rules are
-// nothing but class names ("N.C", "[A]N.C") is filed under each of them; every
-// other group is general and meets every class. A generated directive file
-// makes one group per line, each naming one class: a decision then consults
-// the few groups filed under names that agree with its class, not all of them.
+// nothing but class names ("N.C", "[A]N.C") and parent names is filed under
+// each of them, the parents' apart; every other group is general and meets
+// every class. A generated directive file makes one group per line, each
+// naming one class, and flags name classes and their bases: a decision then
+// consults the few groups filed under names that agree with its class, its
+// base class or an interface it declares, not all of them.
 //
 // Names agree as the class sets compare them: one is a prefix of the other.
 // The candidates are thus a superset of the groups whose class test can pass,
@@ -32,6 +34,12 @@
 class DirectiveGroupIndex {
 public:
     using Candidates = std::vector<IDirectiveGroup*>;
+    // A class's base class and declared interfaces, as a class test sees them.
+    struct Parent {
+        const char16_t* assembly;
+        const char16_t* className;
+    };
+    using Parents = std::vector<Parent>;
 
     // A group and its place among all.
     struct Placed {
@@ -56,19 +64,24 @@ public:
     // Files every group, given in the order in which they are asked.
     void rebuild(Candidates ordered);
     // The groups filed under a name that agrees with the class, plain or with
-    // its assembly in brackets, and the general groups if asked for; none
-    // filed for a null class name. With names, each candidate's name beside
-    // it: equal names are one pointer, and a general group has none. With
-    // runs, the groups of runs come as their runs, once each.
-    void candidates(const char16_t* assembly, const char16_t* className, Candidates& out, bool withGeneral,
-                    std::vector<const char16_t*>* names = nullptr, std::vector<const NameRun*>* runs = nullptr) const;
+    // its assembly in brackets, or under a parent name that agrees with one of
+    // its parents, and the general groups if asked for; no class name's for a
+    // null class name. With names, each candidate's class name beside it:
+    // equal names are one pointer, and a general group or one filed by a
+    // parent has none. With runs, the groups of runs come as their runs, once
+    // each.
+    void candidates(const char16_t* assembly, const char16_t* className, const Parents& parents, Candidates& out,
+                    bool withGeneral, std::vector<const char16_t*>* names = nullptr,
+                    std::vector<const NameRun*>* runs = nullptr) const;
     // The same candidates, general groups included, with their places; but
     // the groups of runs come as their runs, once each.
-    void candidateRuns(const char16_t* assembly, const char16_t* className, std::vector<Placed>& groups,
-                       std::vector<const NameRun*>& runs) const;
+    void candidateRuns(const char16_t* assembly, const char16_t* className, const Parents& parents,
+                       std::vector<Placed>& groups, std::vector<const NameRun*>& runs) const;
     const Candidates& general() const { return generalGroups; }
     const Candidates& all() const { return byOrdinal; }
-    bool empty() const { return filed.empty(); }
+    bool empty() const { return filed.empty() && parentFiled.empty(); }
+    // Whether a lookup needs the class's parents.
+    bool filesParents() const { return !parentFiled.empty(); }
 
 private:
     // A name and the place of its group among all; a generated file files
@@ -87,15 +100,22 @@ private:
         uint32_t ordinal;
         const char16_t* name;
     };
-    // Appends the groups filed under names that agree with name, name by
-    // name, and where each name's groups after the first name's start. With
-    // nameRuns, the groups of a run are left out and the run added instead.
-    void collectAgreeing(std::u16string_view name, std::vector<Found>& found, std::vector<size_t>& starts,
+    // Appends the groups filed in names under names that agree with name,
+    // name by name, and where each name's groups after the first name's
+    // start; with their names if asked. With nameRuns, the groups of a run
+    // are left out and the run added instead.
+    void collectAgreeing(const std::vector<Filed>& names, std::u16string_view name, bool named,
+                         std::vector<Found>& found, std::vector<size_t>& starts,
                          std::vector<const NameRun*>* nameRuns) const;
-    // The groups filed under names that agree with the class, in order, once
-    // each; with nameRuns, the runs once each.
-    void collectFiled(const char16_t* assembly, const char16_t* className, std::vector<Found>& found,
+    // The same for a class and its assembly: the plain name, then the
+    // bracketed one where some name is bracketed.
+    void collectClass(const std::vector<Filed>& names, bool anyBracketed, const char16_t* assembly,
+                      const char16_t* className, bool named, std::vector<Found>& found, std::vector<size_t>& starts,
                       std::vector<const NameRun*>* nameRuns) const;
+    // The groups filed under names that agree with the class or its parents,
+    // in order, once each; with nameRuns, the runs once each.
+    void collectFiled(const char16_t* assembly, const char16_t* className, const Parents& parents,
+                      std::vector<Found>& found, std::vector<const NameRun*>* nameRuns) const;
     // Calls add(ordinal, name) for each found group and, if asked, each
     // general group (with a null name), in order.
     template <typename Add>
@@ -110,9 +130,12 @@ private:
     Candidates byOrdinal;
     Candidates generalGroups;
     std::vector<uint32_t> generalOrdinals;
-    // Sorted by name, equal names by place; equal names share the text of the first.
+    // Sorted by name, equal names by place; equal names share the text of the
+    // first. Class names, and apart the names of parents.
     std::vector<Filed> filed;
+    std::vector<Filed> parentFiled;
     bool bracketed = false;
+    bool parentBracketed = false;
     // The runs made so far, by where their names start in filed, and what
     // they list; reserved whole at a rebuild, as runs point into them. Only
     // candidateRuns makes or reads them.

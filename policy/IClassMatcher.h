@@ -27,7 +27,8 @@ public:
     // False only when no class of the assembly can match: a module scan
     // passes over the groups that cannot select anything in it.
     virtual bool mayMatchAssembly(const char16_t* assembly) = 0;
-    // When class names are the only rules: calls visit with each and answers
-    // true. Otherwise answers false without a call.
-    virtual bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) = 0;
+    // When names of classes and of parent classes are the only rules: calls
+    // visit with each, a parent's marked, and answers true. Otherwise answers
+    // false without a call.
+    virtual bool namedClassesOnly(const std::function<void(const char16_t* name, bool parent)>& visit) = 0;
 };

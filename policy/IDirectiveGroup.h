@@ -45,7 +45,7 @@ public:
     virtual bool addFirstUnits(FirstUnits& units) const = 0;
     // See IClassMatcher::namedClassesOnly; a group without class rules names
     // no class and matches none.
-    virtual bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) = 0;
+    virtual bool namedClassesOnly(const std::function<void(const char16_t* name, bool parent)>& visit) = 0;
     // When not null, the group has no skip filter and selects, of a class it
     // takes, the methods whose names agree with this one and no other.
     virtual const char16_t* soleMethod() = 0;

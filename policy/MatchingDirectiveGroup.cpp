@@ -51,7 +51,7 @@ bool MatchingDirectiveGroup::mayMatchAssembly(const char16_t* assembly) {
     return classMatcher.mayMatchAssembly(assembly);
 }
 
-bool MatchingDirectiveGroup::namedClassesOnly(const std::function<void(const char16_t*)>& visit) {
+bool MatchingDirectiveGroup::namedClassesOnly(const std::function<void(const char16_t* name, bool parent)>& visit) {
     return classMatcher.namedClassesOnly(visit);
 }
 

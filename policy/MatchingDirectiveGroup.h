@@ -35,7 +35,7 @@ public:
     bool mayMatchAssembly(const char16_t* assembly) override;
     bool mayMatchName(const char16_t* name) override;
     bool addFirstUnits(FirstUnits& units) const override;
-    bool namedClassesOnly(const std::function<void(const char16_t*)>& visit) override;
+    bool namedClassesOnly(const std::function<void(const char16_t* name, bool parent)>& visit) override;
     const char16_t* soleMethod() override { return nullptr; }
     const char16_t* soleClass() override { return nullptr; }
 

@@ -313,13 +313,13 @@ TEST(DirectiveGroupIndex, CandidatesKeepTheGroupsOrderAcrossNames) {
     index.rebuild(ordered);
     DirectiveGroupIndex::Candidates found;
     std::vector<const char16_t*> names;
-    index.candidates(u"Shapes", u"Shop.Order", found, true, &names);
+    index.candidates(u"Shapes", u"Shop.Order", {}, found, true, &names);
     // All but the invoice's line, in order; equal names share one text.
     EXPECT_THAT(found, ElementsAre(ordered[0], ordered[1], ordered[2], ordered[3], ordered[4], ordered[5], ordered[7]));
     EXPECT_EQ(names[0], names[4]);
     EXPECT_EQ(names[1], names[6]);
     EXPECT_EQ(names[2], nullptr);
-    index.candidates(u"Shapes", u"Shop.Order", found, false);
+    index.candidates(u"Shapes", u"Shop.Order", {}, found, false);
     EXPECT_THAT(found, ElementsAre(ordered[0], ordered[1], ordered[3], ordered[4], ordered[5], ordered[7]));
 }
 
@@ -349,7 +349,7 @@ TEST(DirectiveGroupIndex, ManyNamesGiveTheGroupsOfEveryAgreeingName) {
             if (name.starts_with(className) || className.starts_with(name)) expected.push_back(ordered[i]);
         }
         DirectiveGroupIndex::Candidates found;
-        index.candidates(u"Shapes", className.c_str(), found, false);
+        index.candidates(u"Shapes", className.c_str(), {}, found, false);
         EXPECT_TRUE(found == expected) << probe << ": " << found.size() << " found, " << expected.size() << " expected";
     }
 }

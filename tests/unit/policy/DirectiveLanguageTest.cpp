@@ -44,7 +44,10 @@ struct Case {
 // The classes a group names, which must all be named.
 std::vector<std::string> classNames(IDirectiveGroup* group) {
     std::vector<std::string> all;
-    EXPECT_TRUE(group->namedClassesOnly([&](const char16_t* name) { all.push_back(RealAssemblies::narrow(name)); }));
+    EXPECT_TRUE(group->namedClassesOnly([&](const char16_t* name, bool parent) {
+        EXPECT_FALSE(parent);
+        all.push_back(RealAssemblies::narrow(name));
+    }));
     return all;
 }
 
@@ -310,7 +313,7 @@ TEST_F(DirectiveLanguage, CompactOneLineGroupsAnswerAsFullGroups) {
     IDirectiveGroup* longGroup = longClass->getDirectiveGroup(u"Anonymous_0");
     ASSERT_NE(longGroup, nullptr);
     EXPECT_TRUE(longGroup->mayMatchName(u"Run"));
-    EXPECT_TRUE(longGroup->namedClassesOnly([&](const char16_t* name) { EXPECT_EQ(strlen_u16(name), 70000u); }));
+    EXPECT_TRUE(longGroup->namedClassesOnly([&](const char16_t* name, bool) { EXPECT_EQ(strlen_u16(name), 70000u); }));
 
     // A later line that names the group changes it; a name that only looks
     // like it is another group.
