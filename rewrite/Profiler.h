@@ -131,6 +131,8 @@ private:
         // Local signatures already turned into tokens, by their bytes: the
         // runtime would find the equal blob too, at a far greater cost.
         std::unordered_map<std::string, unsigned int> localSignatureTokens;
+        // The same for the TypeSpecs of generic value types that are boxed.
+        std::unordered_map<std::string, unsigned int> typeSpecTokens;
         // The traits of the value types met, by the module's token for them;
         // a type whose definition could not be found is asked again.
         std::unordered_map<unsigned int, TypeTraits> typeTraits;

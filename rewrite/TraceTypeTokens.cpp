@@ -90,20 +90,22 @@ HRESULT Profiler::getMVarTypeToken(IMethodBlobInputStream* stream, unsigned int 
 
 HRESULT Profiler::getGenInstToken(IMethodBlobInputStream* stream, unsigned int index, unsigned int* token) {
     unsigned int length = 0;
-    unsigned char* copy = stream->copyLastSignature(index, &length);
-    if (copy == nullptr || length < 2) {
-        delete[] copy;
-        return E_INVALIDARG;
+    AutoArrayPointer<unsigned char> copy(stream->copyLastSignature(index, &length));
+    if (copy.get() == nullptr || length < 2) return E_INVALIDARG;
+    // A generic class: a reference, nothing to box.
+    if (copy.get()[1] != ELEMENT_TYPE_VALUETYPE) return S_FALSE;
+    std::string bytes(reinterpret_cast<const char*>(copy.get()), length);
+    std::unordered_map<std::string, unsigned int>& known = current.facts->typeSpecTokens;
+    if (auto found = known.find(bytes); found != known.end()) {
+        *token = found->second;
+        return S_OK;
     }
-    if (copy[1] != ELEMENT_TYPE_VALUETYPE) {
-        // A generic class: a reference, nothing to box.
-        delete[] copy;
-        return S_FALSE;
-    }
-    AutoPointer<ITypeSpecTokenGetter> getter(ITypeSpecTokenGetter::newTokenGetter(info, copy, length));
+    AutoPointer<ITypeSpecTokenGetter> getter(ITypeSpecTokenGetter::newTokenGetter(info, copy.detach(), length));
     if (getter.get() == nullptr) return E_OUTOFMEMORY;
     HRESULT hr = getter->getToken(current.context->getModuleID(), token);
-    return SUCCEEDED(hr) ? S_OK : hr;
+    if (FAILED(hr)) return hr;
+    known.emplace(std::move(bytes), *token);
+    return S_OK;
 }
 
 HRESULT Profiler::resolveTypeSpecClassToken(IMetaDataImport* import, unsigned int typeSpec, unsigned int* token) {
