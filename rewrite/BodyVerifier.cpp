@@ -208,6 +208,7 @@ struct Scratch {
     std::vector<Region> regions;
     std::vector<Region> filterBlocks;
     std::vector<unsigned char> edges;
+    std::vector<unsigned char> joins;
     std::vector<unsigned char> argumentKinds;
     std::vector<unsigned char> localKinds;
     std::vector<int> depthAt;
@@ -248,6 +249,7 @@ public:
           regions(scratch.regions),
           filterBlocks(scratch.filterBlocks),
           edges(scratch.edges),
+          joins(scratch.joins),
           argumentKinds(scratch.argumentKinds),
           localKinds(scratch.localKinds),
           depthAt(scratch.depthAt),
@@ -580,8 +582,8 @@ private:
         return SUCCEEDED(hr) ? true : fail("Unreadable local signature.");
     }
 
-    // Merges a path's stack into what is known at an instruction; a change
-    // sends the instruction back to the work list.
+    // Merges a path's stack into what is known at a join; a change sends the
+    // instruction back to the work list.
     bool reach(unsigned int offset, const std::vector<unsigned char>& stack, const char* how) {
         if (!isStart(offset)) return fail("No instruction at 0x%X (%s).", offset, how);
         int index = indexAt[offset];
@@ -611,9 +613,24 @@ private:
         return true;
     }
 
+    // Paths meet only where a branch, a clause or the entry leads; a try's
+    // start is checked as such too. Any other instruction is reached from the
+    // one before alone, and runs on with its stack, nothing kept.
+    void markJoins() {
+        joins.assign(instructions.size(), 0);
+        joins[0] = 1;
+        for (unsigned int target : targets) joins[static_cast<unsigned int>(indexAt[target])] = 1;
+        for (const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& clause : clauses) {
+            joins[static_cast<unsigned int>(indexAt[clause.TryOffset])] = 1;
+            joins[static_cast<unsigned int>(indexAt[clause.HandlerOffset])] = 1;
+            if (isFilter(clause)) joins[static_cast<unsigned int>(indexAt[clause.FilterOffset])] = 1;
+        }
+    }
+
     bool simulate() {
         depthAt.assign(instructions.size(), -1);
         kindsAt.assign(instructions.size(), 0);
+        markJoins();
         std::vector<unsigned char> stack;
         if (!reach(0, stack, "entry")) return false;
         for (const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& clause : clauses) {
@@ -625,14 +642,19 @@ private:
         while (!work.empty()) {
             unsigned int index = work.back();
             work.pop_back();
-            const Decoded& instruction = instructions[index];
             stack.assign(pool.begin() + kindsAt[index], pool.begin() + kindsAt[index] + depthAt[index]);
-            if (!step(instruction, stack)) return false;
+            do {
+                if (!step(instructions[index], stack, &index)) return false;
+            } while (index != kNone);
         }
         return true;
     }
 
-    bool step(const Decoded& instruction, std::vector<unsigned char>& stack) {
+    // Applies the instruction to the stack and passes the stack on to where
+    // control goes: the joins through the work list; next is the instruction
+    // that runs on with it, or kNone.
+    bool step(const Decoded& instruction, std::vector<unsigned char>& stack, unsigned int* next) {
+        *next = kNone;
         const OpcodeInfo& effect = *instruction.effect;
         unsigned int depth = static_cast<unsigned int>(stack.size());
         Kind pushed = producedKind(effect);
@@ -665,7 +687,12 @@ private:
         }
         bool fallsThrough = effect.flow == ControlFlow::Next || effect.flow == ControlFlow::Conditional ||
                             effect.flow == ControlFlow::Call;
-        return !fallsThrough || reach(instruction.next, stack, "next");
+        if (!fallsThrough) return true;
+        if (!isStart(instruction.next) || joins[static_cast<unsigned int>(indexAt[instruction.next])] != 0) {
+            return reach(instruction.next, stack, "next");
+        }
+        *next = static_cast<unsigned int>(indexAt[instruction.next]);
+        return true;
     }
 
     unsigned char slotKind(const Decoded& instruction, Kind pushed) const {
@@ -722,6 +749,7 @@ private:
     std::vector<Region>& regions;       // per clause: its try block, then its handler (with its filter)
     std::vector<Region>& filterBlocks;  // from a filter's start to its handler's
     std::vector<unsigned char>& edges;  // by offset, up to the code's end
+    std::vector<unsigned char>& joins;  // by instruction: paths may meet there
     std::vector<unsigned char>& argumentKinds;
     std::vector<unsigned char>& localKinds;
     std::vector<int>& depthAt;
