@@ -53,6 +53,9 @@ public:
     virtual HRESULT setImport(IMetaDataImport* import) = 0;
     virtual HRESULT setModuleID(ModuleID moduleID) = 0;
     virtual HRESULT setMethodDef(mdMethodDef token) = 0;
+    // The method with its name as a scan read it from the same scope:
+    // getMethodName answers that name without asking the scope again.
+    virtual HRESULT setMethod(mdMethodDef token, const char16_t* name) = 0;
     virtual HRESULT setTypeDef(mdTypeDef token) = 0;
     virtual HRESULT setSuperToken(mdToken token) = 0;
     // A module unloads: what the context keeps of it goes, as its id may come

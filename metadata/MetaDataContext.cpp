@@ -176,6 +176,13 @@ HRESULT MetaDataContext::setMethodDef(mdMethodDef token) {
     return S_OK;
 }
 
+HRESULT MetaDataContext::setMethod(mdMethodDef token, const char16_t* name) {
+    setMethodDef(token);
+    strncpy_u16(methodName, name, kNameSize);
+    methodNameKnown = true;
+    return S_OK;
+}
+
 HRESULT MetaDataContext::setTypeDef(mdTypeDef token) {
     typeDef = token;
     classNameKnown = false;

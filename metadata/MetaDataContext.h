@@ -27,6 +27,7 @@ public:
     HRESULT setImport(IMetaDataImport* import) override;
     HRESULT setModuleID(ModuleID moduleID) override;
     HRESULT setMethodDef(mdMethodDef token) override;
+    HRESULT setMethod(mdMethodDef token, const char16_t* name) override;
     HRESULT setTypeDef(mdTypeDef token) override;
     HRESULT setSuperToken(mdToken token) override;
     void forgetModule(ModuleID moduleID) override;

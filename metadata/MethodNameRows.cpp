@@ -1,6 +1,8 @@
 #include "metadata/MethodNameRows.h"
 
+#include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "runtime/CorErrors.h"
 #include "runtime/CorMetadataEnums.h"
@@ -8,10 +10,47 @@
 
 namespace {
 
-// The method table and its name column, in the order of the file format;
-// checked against the names the scope gives them before any row is read.
+// Tables and columns by their numbers in the file format; a column is checked
+// against the name the scope gives it before any row is read.
 constexpr ULONG kMethodTable = 6;
 constexpr ULONG kNameColumn = 3;
+constexpr ULONG kFlagsColumn = 2;
+constexpr ULONG kTypeDefTable = 2;
+constexpr ULONG kMethodListColumn = 5;
+constexpr ULONG kMethodPointerTable = 5;
+
+// A table's rows when they lie in one block: a table written to since it was
+// read keeps its rows in more than one block, and then the first, middle and
+// last rows do not lie a row size apart.
+const unsigned char* rowBlock(IMetaDataTables* tables, ULONG table, ULONG rows, ULONG rowSize) {
+    void* first = nullptr;
+    void* middle = nullptr;
+    void* last = nullptr;
+    const ULONG middleRow = (rows + 1) / 2;
+    if (rows == 0 || FAILED(tables->GetRow(table, 1, &first)) || FAILED(tables->GetRow(table, middleRow, &middle)) ||
+        FAILED(tables->GetRow(table, rows, &last)) || first == nullptr) {
+        return nullptr;
+    }
+    const auto* start = static_cast<const unsigned char*>(first);
+    const bool oneBlock = static_cast<const unsigned char*>(middle) == start + size_t{middleRow - 1} * rowSize &&
+                          static_cast<const unsigned char*>(last) == start + size_t{rows - 1} * rowSize;
+    return oneBlock ? start : nullptr;
+}
+
+// A little-endian cell of two or four bytes, as in the file.
+ULONG cellAt(const unsigned char* cell, ULONG size) {
+    ULONG value = cell[0] | (static_cast<ULONG>(cell[1]) << 8);
+    if (size == 4) value |= (static_cast<ULONG>(cell[2]) << 16) | (static_cast<ULONG>(cell[3]) << 24);
+    return value;
+}
+
+// A column's place and width, checked by its name.
+bool columnAt(IMetaDataTables* tables, ULONG table, ULONG column, const char* name, ULONG* offset, ULONG* size) {
+    ULONG type = 0;
+    const char* found = nullptr;
+    return SUCCEEDED(tables->GetColumnInfo(table, column, offset, size, &type, &found)) && found != nullptr &&
+           strcmp(found, name) == 0;
+}
 
 }  // namespace
 
@@ -32,28 +71,19 @@ MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
     }
     findBlock(rowSize);
     findHeap();
+    ULONG flagsSize = 0;
+    if (block != nullptr && (!columnAt(tables.get(), kMethodTable, kFlagsColumn, "Flags", &flagsOffset, &flagsSize) ||
+                             flagsSize != 2 || flagsOffset + flagsSize > stride)) {
+        flagsOffset = 0;
+    }
 }
 
-// A table written to since it was read keeps its rows in more than one block:
-// then the first, middle and last rows do not lie a row size apart.
 void MethodNameRows::findBlock(ULONG rowSize) {
     if (rows == 0 || (columnSize != 2 && columnSize != 4) || columnOffset + columnSize > rowSize) {
         return;
     }
-    void* first = nullptr;
-    void* middle = nullptr;
-    void* last = nullptr;
-    const ULONG middleRow = (rows + 1) / 2;
-    if (FAILED(tables->GetRow(kMethodTable, 1, &first)) || FAILED(tables->GetRow(kMethodTable, middleRow, &middle)) ||
-        FAILED(tables->GetRow(kMethodTable, rows, &last)) || first == nullptr) {
-        return;
-    }
-    const auto* start = static_cast<const unsigned char*>(first);
-    if (static_cast<const unsigned char*>(middle) == start + static_cast<size_t>(middleRow - 1) * rowSize &&
-        static_cast<const unsigned char*>(last) == start + static_cast<size_t>(rows - 1) * rowSize) {
-        block = start;
-        stride = rowSize;
-    }
+    block = rowBlock(tables.get(), kMethodTable, rows, rowSize);
+    if (block != nullptr) stride = rowSize;
 }
 
 // The engine hands out names as pointers into its heap, which a scope
@@ -76,16 +106,55 @@ void MethodNameRows::findHeap() {
     heapSize = size;
 }
 
-ULONG MethodNameRows::nameIndex(ULONG row) {
-    if (block != nullptr) {
-        // Columns are little-endian, as in the file.
-        const unsigned char* cell = block + static_cast<size_t>(row - 1) * stride + columnOffset;
-        ULONG index = cell[0] | (static_cast<ULONG>(cell[1]) << 8);
-        if (columnSize == 4) {
-            index |= (static_cast<ULONG>(cell[2]) << 16) | (static_cast<ULONG>(cell[3]) << 24);
-        }
-        return index;
+void MethodNameRows::readOwners() {
+    ownersRead = true;
+    ULONG rowSize = 0;
+    ULONG pointers = 0;
+    ULONG types = 0;
+    ULONG columns = 0;
+    ULONG key = 0;
+    const char* name = nullptr;
+    ULONG offset = 0;
+    ULONG size = 0;
+    // A method pointer table stands between the classes and the methods when
+    // a scope was written out of order.
+    if (block == nullptr || flagsOffset == 0 ||
+        FAILED(tables->GetTableInfo(kMethodPointerTable, &rowSize, &pointers, &columns, &key, &name)) ||
+        pointers != 0 || FAILED(tables->GetTableInfo(kTypeDefTable, &rowSize, &types, &columns, &key, &name)) ||
+        !columnAt(tables.get(), kTypeDefTable, kMethodListColumn, "MethodList", &offset, &size) ||
+        (size != 2 && size != 4) || offset + size > rowSize) {
+        return;
     }
+    const unsigned char* typeRows = rowBlock(tables.get(), kTypeDefTable, types, rowSize);
+    if (typeRows == nullptr) return;
+    try {
+        firstMethods.resize(types);
+    } catch (const std::bad_alloc&) {
+        // The scope answers each row then.
+        return;
+    }
+    for (ULONG type = 0; type < types; ++type) {
+        firstMethods[type] = cellAt(typeRows + size_t{type} * rowSize + offset, size);
+    }
+}
+
+HRESULT MethodNameRows::ownerAndFlags(ULONG row, mdTypeDef* owner, DWORD* flags) {
+    if (!ownersRead) readOwners();
+    if (firstMethods.empty() || row == 0 || row > rows) {
+        return import->GetMethodProps(TokenFromRid(row, mdtMethodDef), owner, nullptr, 0, nullptr, flags, nullptr,
+                                      nullptr, nullptr, nullptr);
+    }
+    // The last class whose methods start at or before the row; an empty
+    // class starts where the next one does.
+    const auto after = std::upper_bound(firstMethods.begin(), firstMethods.end(), row);
+    if (after == firstMethods.begin()) return E_FAIL;
+    *owner = TokenFromRid(static_cast<ULONG>(after - firstMethods.begin()), mdtTypeDef);
+    *flags = cellAt(block + static_cast<size_t>(row - 1) * stride + flagsOffset, 2);
+    return S_OK;
+}
+
+ULONG MethodNameRows::nameIndex(ULONG row) {
+    if (block != nullptr) return cellAt(block + static_cast<size_t>(row - 1) * stride + columnOffset, columnSize);
     ULONG index = 0;
     return SUCCEEDED(tables->GetColumn(kMethodTable, kNameColumn, row, &index)) ? index : 0;
 }

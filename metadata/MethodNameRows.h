@@ -5,11 +5,15 @@
 // without a call into the metadata engine's locked interface (straight from
 // the heap when it too lies in one block), any other name through
 // GetMethodProps. Either way the name is the one
-// IMetaDataContext::getMethodName reads.
+// IMetaDataContext::getMethodName reads. The class that defines each method,
+// and the method's flags, are read from the tables too where the rows lie in
+// one block and no method pointer table reorders them.
 //
 // Contract: the import outlives the reader; its scope is not written to while
 // the reader is in use.
 #pragma once
+
+#include <vector>
 
 #include "platform/AutoPointer.h"
 #include "runtime/MetaDataInterfaces.h"
@@ -29,6 +33,9 @@ public:
     [[nodiscard]] HRESULT name(ULONG row, ULONG index, char16_t* buffer, ULONG size);
     // The name at a string-heap index as the heap holds it (UTF-8), or null.
     const char* text(ULONG index);
+    // The class that defines a row's method and the method's flags, as
+    // GetMethodProps gives them. The class list is read at the first call.
+    [[nodiscard]] HRESULT ownerAndFlags(ULONG row, mdTypeDef* owner, DWORD* flags);
     // Asks the processor for a later row's name ahead of its reading: names
     // lie all over the heap, and a scan would wait for each in turn.
     void prefetchName(ULONG row) {
@@ -38,6 +45,9 @@ public:
 private:
     void findBlock(ULONG rowSize);
     void findHeap();
+    // Each class's first method row, in the order of the classes; none when
+    // the tables cannot give them.
+    void readOwners();
 
     IMetaDataImport* import;
     AutoCOMPointer<IMetaDataTables> tables;
@@ -52,4 +62,9 @@ private:
     // is then read without a call into the engine.
     const char* heap = nullptr;
     ULONG heapSize = 0;
+    // Where the flags column lies in a method row (0 when it cannot be read
+    // there), and each class's first method row.
+    ULONG flagsOffset = 0;
+    bool ownersRead = false;
+    std::vector<ULONG> firstMethods;
 };

@@ -503,10 +503,8 @@ HRESULT DirectiveController::listConcreteMethods(IMetaDataImport* import, mdType
         });
 }
 
-HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchContext& match,
-                                             MethodNameRows& rows, std::set<mdMethodDef>& methods,
-                                             unsigned int& methodCount) {
-    IMetaDataImport* import = match.getImport();
+HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchContext& match, MethodNameRows& rows,
+                                             std::set<mdMethodDef>& methods, unsigned int& methodCount) {
     char16_t name[IMetaDataContext::kNameSize];
     mdTypeDef visited = mdTypeDefNil;
     std::vector<IDirectiveGroup*> matched;
@@ -527,8 +525,7 @@ HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchCon
         const mdMethodDef method = TokenFromRid(row, mdtMethodDef);
         mdTypeDef type = mdTypeDefNil;
         DWORD attributes = 0;
-        hr = import->GetMethodProps(method, &type, nullptr, 0, nullptr, &attributes, nullptr, nullptr, nullptr,
-                                    nullptr);
+        hr = rows.ownerAndFlags(row, &type, &attributes);
         // The module's global functions belong to no class the scan by type
         // visits.
         if (FAILED(hr) || (attributes & mdAbstract) != 0 || RidFromToken(type) <= 1) {
@@ -539,7 +536,7 @@ HRESULT DirectiveController::scanMethodNames(IMetaDataContext* context, MatchCon
             hr = matchClass(context, match, type, Meeting::General, nullptr, false, matched);
         }
         if (SUCCEEDED(hr) && !matched.empty()) {
-            hr = context->setMethodDef(method);
+            hr = context->setMethod(method, name);
         }
         for (auto group = matched.begin(); SUCCEEDED(hr) && group != matched.end(); ++group) {
             if ((*group)->matchMethod(context)) {

@@ -32,6 +32,7 @@ public:
     HRESULT setImport(IMetaDataImport*) override { return E_NOTIMPL; }
     HRESULT setModuleID(ModuleID) override { return E_NOTIMPL; }
     HRESULT setMethodDef(mdMethodDef) override { return E_NOTIMPL; }
+    HRESULT setMethod(mdMethodDef, const char16_t*) override { return E_NOTIMPL; }
     HRESULT setTypeDef(mdTypeDef) override { return E_NOTIMPL; }
     HRESULT setSuperToken(mdToken) override { return E_NOTIMPL; }
     void forgetModule(ModuleID) override {}

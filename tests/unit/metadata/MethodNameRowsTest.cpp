@@ -8,10 +8,11 @@
 using MethodNameRowsTest = RealMetadataFixture;
 
 // Every row's name index as the scope's own column reader gives it, and every
-// name as GetMethodProps gives it: read-only scopes (whose table lies in one
-// block) and one opened for writing, with a method and name added (its heap
-// and table then grow in a block of their own), small string heaps and the
-// core library's large one.
+// name, class and flags as GetMethodProps gives them: read-only scopes (whose
+// table lies in one block) and one opened for writing, with a method and name
+// added (its heap and table then grow in a block of their own, and a method
+// pointer table orders the methods), small string heaps and the core
+// library's large one.
 TEST_F(MethodNameRowsTest, EveryRowReadsAsTheScopeReadsIt) {
     for (const auto& [path, writable] : {std::pair{RealAssemblies::coreLibPath(), false},
                                          {RealAssemblies::testAsset("MetadataShapes"), false},
@@ -38,12 +39,17 @@ TEST_F(MethodNameRowsTest, EveryRowReadsAsTheScopeReadsIt) {
             char16_t name[IMetaDataContext::kNameSize];
             char16_t expected[IMetaDataContext::kNameSize];
             ULONG length = 0;
+            mdTypeDef owner = 0, expectedOwner = 0;
+            DWORD flags = 0, expectedFlags = 0;
             ASSERT_EQ(rows.name(row, index, name, IMetaDataContext::kNameSize), S_OK);
-            ASSERT_EQ(import->GetMethodProps(TokenFromRid(row, mdtMethodDef), nullptr, expected,
-                                             IMetaDataContext::kNameSize, &length, nullptr, nullptr, nullptr,
+            ASSERT_EQ(rows.ownerAndFlags(row, &owner, &flags), S_OK);
+            ASSERT_EQ(import->GetMethodProps(TokenFromRid(row, mdtMethodDef), &expectedOwner, expected,
+                                             IMetaDataContext::kNameSize, &length, &expectedFlags, nullptr, nullptr,
                                              nullptr, nullptr),
                       S_OK);
             ASSERT_EQ(std::u16string(name), std::u16string(expected)) << path << " row " << row;
+            ASSERT_EQ(owner, expectedOwner) << path << " row " << row;
+            ASSERT_EQ(flags, expectedFlags) << path << " row " << row;
         }
     }
 }
