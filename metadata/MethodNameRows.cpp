@@ -44,6 +44,14 @@ ULONG cellAt(const unsigned char* cell, ULONG size) {
     return value;
 }
 
+// A table's row count and row size.
+bool tableSize(IMetaDataTables* tables, ULONG table, ULONG* rows, ULONG* rowSize) {
+    ULONG columns = 0;
+    ULONG key = 0;
+    const char* name = nullptr;
+    return SUCCEEDED(tables->GetTableInfo(table, rowSize, rows, &columns, &key, &name));
+}
+
 // A column's place and width, checked by its name.
 bool columnAt(IMetaDataTables* tables, ULONG table, ULONG column, const char* name, ULONG* offset, ULONG* size) {
     ULONG type = 0;
@@ -108,19 +116,15 @@ void MethodNameRows::findHeap() {
 
 void MethodNameRows::readOwners() {
     ownersRead = true;
-    ULONG rowSize = 0;
     ULONG pointers = 0;
     ULONG types = 0;
-    ULONG columns = 0;
-    ULONG key = 0;
-    const char* name = nullptr;
+    ULONG rowSize = 0;
     ULONG offset = 0;
     ULONG size = 0;
     // A method pointer table stands between the classes and the methods when
     // a scope was written out of order.
-    if (block == nullptr || flagsOffset == 0 ||
-        FAILED(tables->GetTableInfo(kMethodPointerTable, &rowSize, &pointers, &columns, &key, &name)) ||
-        pointers != 0 || FAILED(tables->GetTableInfo(kTypeDefTable, &rowSize, &types, &columns, &key, &name)) ||
+    if (block == nullptr || flagsOffset == 0 || !tableSize(tables.get(), kMethodPointerTable, &pointers, &rowSize) ||
+        pointers != 0 || !tableSize(tables.get(), kTypeDefTable, &types, &rowSize) ||
         !columnAt(tables.get(), kTypeDefTable, kMethodListColumn, "MethodList", &offset, &size) ||
         (size != 2 && size != 4) || offset + size > rowSize) {
         return;
