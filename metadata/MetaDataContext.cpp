@@ -167,6 +167,7 @@ void MetaDataContext::KnownModule::reset(ModuleID newId) {
     id = newId;
     import = nullptr;
     assemblyKnown = false;
+    attributeClasses.clear();
 }
 
 HRESULT MetaDataContext::setMethodDef(mdMethodDef token) {
@@ -461,10 +462,20 @@ HRESULT MetaDataContext::getAttributes(mdToken token, char16_t** assemblies, cha
     ULONG found = 0;
     HRESULT hr = import->EnumCustomAttributes(&enumerator, token, mdTokenNil, attributes,
                                               std::min<ULONG>(limit, kListLimit), &found);
+    // Only a module's own scope gives the tokens that its entry keeps.
+    KnownModule* entry =
+        moduleID != 0 && assemblies != nullptr && classes != nullptr ? &knownModule(moduleID) : nullptr;
     for (ULONG i = found; SUCCEEDED(hr) && i-- > 0;) {
         mdToken constructor = 0;
         mdToken attributeClass = 0;
         hr = import->GetCustomAttributeProps(attributes[i], nullptr, &constructor, nullptr, nullptr);
+        if (SUCCEEDED(hr) && entry != nullptr) {
+            if (auto known = entry->attributeClasses.find(constructor); known != entry->attributeClasses.end()) {
+                strncpy_u16(assemblies[i], known->second.first.c_str(), size);
+                strncpy_u16(classes[i], known->second.second.c_str(), size);
+                continue;
+            }
+        }
         if (SUCCEEDED(hr)) {
             switch (TypeFromToken(constructor)) {
             case mdtMethodDef:
@@ -482,6 +493,13 @@ HRESULT MetaDataContext::getAttributes(mdToken token, char16_t** assemblies, cha
         if (SUCCEEDED(hr)) {
             hr = getClassName(attributeClass, assemblies != nullptr ? assemblies[i] : nullptr,
                               classes != nullptr ? classes[i] : nullptr, size);
+        }
+        if (SUCCEEDED(hr) && entry != nullptr) {
+            try {
+                entry->attributeClasses.try_emplace(constructor, assemblies[i], classes[i]);
+            } catch (const std::bad_alloc&) {
+                // Read again next time.
+            }
         }
     }
     if (enumerator != nullptr) {

@@ -3,6 +3,9 @@
 // allocates nothing.
 #pragma once
 
+#include <string>
+#include <unordered_map>
+
 #include "metadata/IMetaDataContext.h"
 #include "platform/AutoPointer.h"
 
@@ -110,6 +113,10 @@ private:
         ModuleID id = 0;
         AutoCOMPointer<IMetaDataImport> import;
         bool assemblyKnown = false;
+        // The assembly and class of each attribute constructor met: a
+        // module's classes carry the same few attributes, and a rule on
+        // attributes reads every class's list.
+        std::unordered_map<mdToken, std::pair<std::u16string, std::u16string>> attributeClasses;
         void reset(ModuleID newId);
     };
     static constexpr unsigned int kKnownModules = 16;
