@@ -44,12 +44,13 @@ ULONG cellAt(const unsigned char* cell, ULONG size) {
     return value;
 }
 
-// A table's row count and row size.
-bool tableSize(IMetaDataTables* tables, ULONG table, ULONG* rows, ULONG* rowSize) {
+// A table's row count and row size, checked by its name.
+bool tableAt(IMetaDataTables* tables, ULONG table, const char* name, ULONG* rows, ULONG* rowSize) {
     ULONG columns = 0;
     ULONG key = 0;
-    const char* name = nullptr;
-    return SUCCEEDED(tables->GetTableInfo(table, rowSize, rows, &columns, &key, &name));
+    const char* found = nullptr;
+    return SUCCEEDED(tables->GetTableInfo(table, rowSize, rows, &columns, &key, &found)) && found != nullptr &&
+           strcmp(found, name) == 0;
 }
 
 // A column's place and width, checked by its name.
@@ -64,15 +65,9 @@ bool columnAt(IMetaDataTables* tables, ULONG table, ULONG column, const char* na
 
 MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
     ULONG rowSize = 0;
-    ULONG columns = 0;
-    ULONG key = 0;
-    const char* table = nullptr;
-    ULONG type = 0;
-    const char* column = nullptr;
     if (import == nullptr || FAILED(import->QueryInterface(IID_IMetaDataTables, reinterpret_cast<void**>(&tables))) ||
-        FAILED(tables->GetTableInfo(kMethodTable, &rowSize, &rows, &columns, &key, &table)) ||
-        FAILED(tables->GetColumnInfo(kMethodTable, kNameColumn, &columnOffset, &columnSize, &type, &column)) ||
-        table == nullptr || strcmp(table, "Method") != 0 || column == nullptr || strcmp(column, "Name") != 0) {
+        !tableAt(tables.get(), kMethodTable, "Method", &rows, &rowSize) ||
+        !columnAt(tables.get(), kMethodTable, kNameColumn, "Name", &columnOffset, &columnSize)) {
         tables = nullptr;
         rows = 0;
         return;
@@ -123,8 +118,9 @@ void MethodNameRows::readOwners() {
     ULONG size = 0;
     // A method pointer table stands between the classes and the methods when
     // a scope was written out of order.
-    if (block == nullptr || flagsOffset == 0 || !tableSize(tables.get(), kMethodPointerTable, &pointers, &rowSize) ||
-        pointers != 0 || !tableSize(tables.get(), kTypeDefTable, &types, &rowSize) ||
+    if (block == nullptr || flagsOffset == 0 ||
+        !tableAt(tables.get(), kMethodPointerTable, "MethodPtr", &pointers, &rowSize) || pointers != 0 ||
+        !tableAt(tables.get(), kTypeDefTable, "TypeDef", &types, &rowSize) ||
         !columnAt(tables.get(), kTypeDefTable, kMethodListColumn, "MethodList", &offset, &size) ||
         (size != 2 && size != 4) || offset + size > rowSize) {
         return;

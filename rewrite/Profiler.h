@@ -137,6 +137,19 @@ private:
         // a type whose definition could not be found is asked again.
         std::unordered_map<unsigned int, TypeTraits> typeTraits;
     };
+    // The token kept for a blob's bytes, else the one that ask gives, kept then.
+    template <typename Ask>
+    static HRESULT tokenOnce(std::unordered_map<std::string, unsigned int>& known, const unsigned char* bytes,
+                             unsigned int length, unsigned int* token, Ask ask) {
+        std::string key(reinterpret_cast<const char*>(bytes), length);
+        if (auto found = known.find(key); found != known.end()) {
+            *token = found->second;
+            return S_OK;
+        }
+        const HRESULT hr = ask(token);
+        if (SUCCEEDED(hr)) known.emplace(std::move(key), *token);
+        return hr;
+    }
 
     [[nodiscard]] HRESULT createGetters(bool isCoreCLR);
     [[nodiscard]] HRESULT runStages(IMetaDataContext* context, unsigned int* counter);

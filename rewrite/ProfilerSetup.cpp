@@ -267,17 +267,14 @@ HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasRe
     if (SUCCEEDED(hr)) hr = blob->writeByte(ELEMENT_TYPE_I4);
     if (FAILED(hr)) return hr;
 
-    std::string bytes(reinterpret_cast<const char*>(blob->getBytes()), blob->getLength());
-    std::unordered_map<std::string, unsigned int>& known = current.facts->localSignatureTokens;
-    if (auto found = known.find(bytes); found != known.end()) {
-        *sigToken = found->second;
-        return S_OK;
-    }
-    AutoCOMPointer<IMetaDataEmit> emit;
-    hr = import->QueryInterface(IID_IMetaDataEmit, reinterpret_cast<void**>(&emit));
-    if (SUCCEEDED(hr)) hr = emit->GetTokenFromSig(blob->getBytes(), blob->getLength(), sigToken);
-    if (SUCCEEDED(hr)) known.emplace(std::move(bytes), *sigToken);
-    return hr;
+    return tokenOnce(current.facts->localSignatureTokens, blob->getBytes(), blob->getLength(), sigToken,
+                     [&](unsigned int* token) {
+                         AutoCOMPointer<IMetaDataEmit> emit;
+                         HRESULT asked = import->QueryInterface(IID_IMetaDataEmit, reinterpret_cast<void**>(&emit));
+                         if (SUCCEEDED(asked))
+                             asked = emit->GetTokenFromSig(blob->getBytes(), blob->getLength(), token);
+                         return asked;
+                     });
 }
 
 HRESULT Profiler::updateTokens() {

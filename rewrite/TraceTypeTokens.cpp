@@ -94,18 +94,12 @@ HRESULT Profiler::getGenInstToken(IMethodBlobInputStream* stream, unsigned int i
     if (copy.get() == nullptr || length < 2) return E_INVALIDARG;
     // A generic class: a reference, nothing to box.
     if (copy.get()[1] != ELEMENT_TYPE_VALUETYPE) return S_FALSE;
-    std::string bytes(reinterpret_cast<const char*>(copy.get()), length);
-    std::unordered_map<std::string, unsigned int>& known = current.facts->typeSpecTokens;
-    if (auto found = known.find(bytes); found != known.end()) {
-        *token = found->second;
-        return S_OK;
-    }
-    AutoPointer<ITypeSpecTokenGetter> getter(ITypeSpecTokenGetter::newTokenGetter(info, copy.detach(), length));
-    if (getter.get() == nullptr) return E_OUTOFMEMORY;
-    HRESULT hr = getter->getToken(current.context->getModuleID(), token);
-    if (FAILED(hr)) return hr;
-    known.emplace(std::move(bytes), *token);
-    return S_OK;
+    const unsigned char* bytes = copy.get();
+    const HRESULT hr = tokenOnce(current.facts->typeSpecTokens, bytes, length, token, [&](unsigned int* asked) {
+        AutoPointer<ITypeSpecTokenGetter> getter(ITypeSpecTokenGetter::newTokenGetter(info, copy.detach(), length));
+        return getter.get() == nullptr ? E_OUTOFMEMORY : getter->getToken(current.context->getModuleID(), asked);
+    });
+    return SUCCEEDED(hr) ? S_OK : hr;
 }
 
 HRESULT Profiler::resolveTypeSpecClassToken(IMetaDataImport* import, unsigned int typeSpec, unsigned int* token) {
