@@ -21,7 +21,7 @@ constexpr unsigned int kTinyMaxStack = 8;
 constexpr unsigned char kPinned = 0x45;
 constexpr unsigned char kSentinel = 0x41;
 // Calls with more arguments than this are checked for depth only.
-constexpr unsigned int kCheckedArguments = 64;
+constexpr unsigned int kCheckedArguments = VerifiedCallee::kArguments;
 
 // The operand's bytes by its form; kNoOperand for the forms that code never
 // holds.
@@ -108,17 +108,12 @@ HRESULT readKind(BlobInputStream& stream, Kind* kind) {
     return S_OK;
 }
 
-// A callee as its signature describes it.
-struct Callee {
-    unsigned int parameters = 0;
-    bool hasThis = false;
-    bool explicitThis = false;
-    bool returns = false;
-    Kind result = kUnknown;
-    Kind kinds[kCheckedArguments] = {};
-};
+Kind kindOf(const VerifiedCallee& callee, unsigned int argument) {
+    if ((callee.objects >> argument & 1) != 0) return kObject;
+    return (callee.values >> argument & 1) != 0 ? kValue : kUnknown;
+}
 
-HRESULT readCallee(const unsigned char* bytes, unsigned int length, Callee* callee) {
+HRESULT readCallee(const unsigned char* bytes, unsigned int length, VerifiedCallee* callee) {
     BlobInputStream stream(bytes, length);
     unsigned char convention = 0;
     HRESULT hr = stream.readByte(&convention);
@@ -132,18 +127,22 @@ HRESULT readCallee(const unsigned char* bytes, unsigned int length, Callee* call
     hr = stream.peekByte(&returnType);
     if (FAILED(hr)) return hr;
     callee->returns = returnType != ELEMENT_TYPE_VOID;
+    Kind kind = kUnknown;
     if (callee->returns) {
-        hr = readKind(stream, &callee->result);
+        hr = readKind(stream, &kind);
+        callee->result = kind;
     } else {
         stream.readByte(nullptr);
     }
     for (unsigned int i = 0; i < callee->parameters && i < kCheckedArguments && SUCCEEDED(hr); ++i) {
-        hr = readKind(stream, &callee->kinds[i]);
+        hr = readKind(stream, &kind);
+        callee->objects |= uint64_t{kind == kObject} << i;
+        callee->values |= uint64_t{kind == kValue} << i;
     }
     return hr;
 }
 
-HRESULT calleeOf(IMetaDataImport* import, unsigned int token, Callee* callee) {
+HRESULT calleeOf(IMetaDataImport* import, unsigned int token, VerifiedCallee* callee) {
     if (import == nullptr) return E_FAIL;
     PCCOR_SIGNATURE bytes = nullptr;
     ULONG length = 0;
@@ -561,12 +560,12 @@ private:
     }
 
     bool readSlotKinds() {
-        Callee own;
+        VerifiedCallee own;
         if (FAILED(readCallee(method.signature, method.signatureLength, &own))) return fail("Unreadable signature.");
         unsigned int first = own.hasThis ? 1 : 0;
         argumentKinds.assign(method.argumentCount, kUnknown);
         for (unsigned int i = first; i < method.argumentCount && i - first < kCheckedArguments; ++i) {
-            argumentKinds[i] = own.kinds[i - first];
+            argumentKinds[i] = kindOf(own, i - first);
         }
         localKinds.assign(method.localCount, kUnknown);
         if (method.localSignature == nullptr) return true;
@@ -704,11 +703,21 @@ private:
         return pushed;
     }
 
-    bool applyCall(const Decoded& instruction, std::vector<unsigned char>& stack) {
-        Callee callee;
-        if (FAILED(calleeOf(method.import, instruction.operand, &callee))) {
-            return fail("No signature for the call at 0x%X.", instruction.offset);
+    // The callee of a call, read or kept; null if its signature cannot be read.
+    const VerifiedCallee* calleeAt(unsigned int token) {
+        if (method.callees == nullptr) {
+            return SUCCEEDED(calleeOf(method.import, token, &unkept)) ? &unkept : nullptr;
         }
+        if (auto known = method.callees->find(token); known != method.callees->end()) return &known->second;
+        VerifiedCallee read;
+        if (FAILED(calleeOf(method.import, token, &read))) return nullptr;
+        return &method.callees->emplace(token, read).first->second;
+    }
+
+    bool applyCall(const Decoded& instruction, std::vector<unsigned char>& stack) {
+        const VerifiedCallee* found = calleeAt(instruction.operand);
+        if (found == nullptr) return fail("No signature for the call at 0x%X.", instruction.offset);
+        const VerifiedCallee& callee = *found;
         bool construct = instruction.value == op(Opcode::newobj);
         unsigned int receiver = callee.hasThis && !callee.explicitThis && !construct ? 1 : 0;
         unsigned int pointer = instruction.value == op(Opcode::calli) ? 1 : 0;
@@ -717,7 +726,7 @@ private:
         if (depth < pop) return fail("Stack underflow at the call at 0x%X.", instruction.offset);
         unsigned int firstArgument = depth - pop + receiver;
         for (unsigned int i = 0; i < callee.parameters && i < kCheckedArguments; ++i) {
-            if (callee.kinds[i] == kObject && stack[firstArgument + i] == kValue) {
+            if ((callee.objects >> i & 1) != 0 && stack[firstArgument + i] == kValue) {
                 return fail("A value where an object is expected: argument %u of the call at 0x%X.", i,
                             instruction.offset);
             }
@@ -756,6 +765,7 @@ private:
     std::vector<unsigned int>& kindsAt;
     std::vector<unsigned char>& pool;
     std::vector<unsigned int>& work;
+    VerifiedCallee unkept;
 };
 
 }  // namespace

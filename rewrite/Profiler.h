@@ -14,6 +14,7 @@
 #include "metadata/IMetaDataContext.h"
 #include "platform/AutoPointer.h"
 #include "policy/IProfilerController.h"
+#include "rewrite/BodyVerifier.h"
 #include "rewrite/IMemberTokenGetter.h"
 #include "rewrite/IMethodBlobInputStream.h"
 #include "rewrite/IMethodBuffer.h"
@@ -136,6 +137,9 @@ private:
         // The traits of the value types met, by the module's token for them;
         // a type whose definition could not be found is asked again.
         std::unordered_map<unsigned int, TypeTraits> typeTraits;
+        // What the check of rewritten bodies read of the callees' signatures:
+        // the trace functions' above all, called by every rewritten method.
+        VerifiedCallees callees;
     };
     // The token kept for a blob's bytes, else the one that ask gives, kept then.
     template <typename Ask>

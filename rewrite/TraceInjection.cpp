@@ -189,7 +189,8 @@ HRESULT Profiler::verifyBody() {
                           current.signature->getLength(),
                           locals,
                           localsLength,
-                          current.import()};
+                          current.import(),
+                          &current.facts->callees};
     hr = BodyVerifier::verify(method, verifierReason, kVerifierReasonSize);
     if (hr == E_FAIL) lastError = verifierReason;
     return hr;

@@ -45,9 +45,10 @@ const unsigned char kLocals[3] = {0x07, 0x01, 0x08};
 
 class BodyVerifierTest : public RewriteFixture {
 protected:
-    std::string verify(const Bytes& body) {
+    std::string verify(const Bytes& body, VerifiedCallees* callees = nullptr) {
         const auto size = static_cast<unsigned int>(body.size());
-        VerifiedMethod method{body.data(), size, 1, 1, true, kSignature, 4, kLocals, 3, info->importOf(shapes)};
+        VerifiedMethod method{body.data(), size, 1, 1, true, kSignature, 4, kLocals, 3, info->importOf(shapes),
+                              callees};
         char16_t reason[160] = {};
         return BodyVerifier::verify(method, reason, 160) == S_OK ? "ok" : RealAssemblies::narrow(reason);
     }
@@ -95,16 +96,27 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
     for (const Case& c : filterCases) EXPECT_EQ(verify(c.body), c.fault);
 
     // An int where pushTrace(int32, object) takes its object: the runtime's
-    // InvalidProgramException; null is an object.
+    // InvalidProgramException; null is an object. The callees kept from one
+    // body to the next answer as their signatures do, each by its token.
     ASSERT_EQ(rewrite(u"RewriteShapes.Shapes", u"ManyReturns").hr, S_OK);
-    unsigned int push = profiler->getTraceToken(Profiler::kPushToken);
-    // Tiny body: ldc.i4.1 ldc.i4.1 call pushTrace ldc.i4.0 ret.
-    Bytes call = {(9 << 2) | 2, 0x17, 0x17, 0x28};
-    put32(call, push);
-    call.insert(call.end(), {0x16, 0x2A});
-    EXPECT_EQ(verify(call), "A value where an object is expected: argument 1 of the call at 0x2.");
-    call[2] = 0x14;
-    EXPECT_EQ(verify(call), "ok");
+    // Tiny bodies: ldc.i4.1 ldc.i4.1 call pushTrace ldc.i4.0 ret, and
+    // ldc.i4.1 ldc.i4.1 call initTrace(int32) ret.
+    auto call = [](unsigned int callee, unsigned char second, unsigned char beforeRet) {
+        Bytes body = {(9 << 2) | 2, 0x17, second, 0x28};
+        put32(body, callee);
+        body.insert(body.end(), {beforeRet, 0x2A});
+        return body;
+    };
+    const Bytes push = call(profiler->getTraceToken(Profiler::kPushToken), 0x17, 0x16);
+    const Bytes pushNull = call(profiler->getTraceToken(Profiler::kPushToken), 0x14, 0x16);
+    const Bytes init = call(profiler->getTraceToken(Profiler::kInitToken), 0x17, 0x26);
+    VerifiedCallees kept;
+    for (VerifiedCallees* callees : {static_cast<VerifiedCallees*>(nullptr), &kept, &kept}) {
+        EXPECT_EQ(verify(push, callees), "A value where an object is expected: argument 1 of the call at 0x2.");
+        EXPECT_EQ(verify(init, callees), "ok");
+        EXPECT_EQ(verify(pushNull, callees), "ok");
+    }
+    EXPECT_EQ(kept.size(), 2u);
 }
 
 }  // namespace
