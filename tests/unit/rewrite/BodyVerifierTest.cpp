@@ -99,17 +99,15 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
     // InvalidProgramException; null is an object. The callees kept from one
     // body to the next answer as their signatures do, each by its token.
     ASSERT_EQ(rewrite(u"RewriteShapes.Shapes", u"ManyReturns").hr, S_OK);
-    // Tiny bodies: ldc.i4.1 ldc.i4.1 call pushTrace ldc.i4.0 ret, and
-    // ldc.i4.1 ldc.i4.1 call initTrace(int32) ret.
-    auto call = [](unsigned int callee, unsigned char second, unsigned char beforeRet) {
+    // Tiny bodies: ldc.i4.1, ldc.i4.1 or ldnull, the call, ldc.i4.0 or pop, ret.
+    auto call = [&](auto callee, unsigned char second, unsigned char beforeRet) {
         Bytes body = {(9 << 2) | 2, 0x17, second, 0x28};
-        put32(body, callee);
+        put32(body, profiler->getTraceToken(callee));
         body.insert(body.end(), {beforeRet, 0x2A});
         return body;
     };
-    const Bytes push = call(profiler->getTraceToken(Profiler::kPushToken), 0x17, 0x16);
-    const Bytes pushNull = call(profiler->getTraceToken(Profiler::kPushToken), 0x14, 0x16);
-    const Bytes init = call(profiler->getTraceToken(Profiler::kInitToken), 0x17, 0x26);
+    const Bytes push = call(Profiler::kPushToken, 0x17, 0x16), pushNull = call(Profiler::kPushToken, 0x14, 0x16);
+    const Bytes init = call(Profiler::kInitToken, 0x17, 0x26);
     VerifiedCallees kept;
     for (VerifiedCallees* callees : {static_cast<VerifiedCallees*>(nullptr), &kept, &kept}) {
         EXPECT_EQ(verify(push, callees), "A value where an object is expected: argument 1 of the call at 0x2.");
