@@ -47,11 +47,56 @@ DirectiveMatchingCache::DirectiveMatchingCache(int maxSize) : maxSize(maxSize) {
 
 void DirectiveMatchingCache::clear() {
     entries.clear();
+    assemblies.clear();
+    names = Names::Unknown;
+}
+
+const AssemblyGroups* DirectiveMatchingCache::namesDecide(IMetaDataContext* context, const DirectiveGroupIndex& index) {
+    if (names == Names::Unknown) {
+        // No assembly has this name: a group that may match it may match any.
+        const auto everywhere = [](IDirectiveGroup* group) {
+            return group->mayMatchName(u"") && group->mayMatchAssembly(u"\x01");
+        };
+        names = index.empty() && std::ranges::none_of(index.general(), everywhere) ? Names::Decide : Names::Never;
+    }
+    char16_t* assembly = nullptr;
+    if (names == Names::Never || FAILED(context->getAssemblyName(&assembly))) {
+        return nullptr;
+    }
+    const auto [entry, added] = assemblies.try_emplace(assembly);
+    if (added) {
+        auto known = std::make_unique<AssemblyGroups>();
+        bool anyName = false;
+        for (IDirectiveGroup* group : index.general()) {
+            if (group->mayMatchAssembly(assembly)) {
+                // The empty name is taken only by rules that may take any.
+                anyName = anyName || group->mayMatchName(u"");
+                known->groups.push_back(group);
+                known->anyFirstUnit = !group->addFirstUnits(known->firstUnits) || known->anyFirstUnit;
+            }
+        }
+        if (!anyName) entry->second = std::move(known);
+    }
+    return entry->second.get();
+}
+
+bool DirectiveMatchingCache::mayTakeName(const AssemblyGroups& byNames, IMetaDataContext* context) {
+    char16_t* method = nullptr;
+    if (byNames.groups.empty()) {
+        return false;
+    }
+    if (FAILED(context->getMethodName(&method))) {
+        return true;
+    }
+    if (!byNames.anyFirstUnit && method[0] < byNames.firstUnits.size() && !byNames.firstUnits[method[0]]) {
+        return false;
+    }
+    return std::ranges::any_of(byNames.groups, [&](IDirectiveGroup* group) { return group->mayMatchName(method); });
 }
 
 bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveController& controller) {
     // A rebuilt index empties the cache: entries hold the runs of the last.
-    (void)controller.groupIndex();
+    const DirectiveGroupIndex& index = controller.groupIndex();
     // The tests below fetch names as they need them: a class already in the
     // cache is mostly decided by the method's name alone.
     const ClassID classId = context->getClassID();
@@ -59,12 +104,21 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
     ClassMethodFilter& skips = controller.getSkipFilter();
     if (entry != entries.end()) {
         DirectiveMatchingMetaData& known = *entry->second;
-        if (skips.skipClassMethod(context, known.globalRules)) {
+        if ((known.byNames != nullptr && !mayTakeName(*known.byNames, context)) ||
+            skips.skipClassMethod(context, known.globalRules)) {
             return false;
         }
         bool spoke = false;
         const bool answer = askMatched(context, known, spoke);
         return spoke ? answer : !known.complete && walk(context, known);
+    }
+    // Where every group is general, the assembly and the method's name mostly
+    // decide at once: most searches for precompiled code of a service fall in
+    // the framework's modules, where only the entry point's name could be
+    // selected. No group covers such a method: no skip of one could veto it.
+    const AssemblyGroups* byNames = namesDecide(context, index);
+    if (byNames != nullptr && !mayTakeName(*byNames, context)) {
+        return false;
     }
     const ClassMethodFilter::ClassRules rules = skips.rulesFor(context);
     if (skips.skipClassMethod(context, rules)) {
@@ -73,6 +127,7 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
     if (classId != 0 && static_cast<int64_t>(entries.size()) < maxSize) {
         entry = entries.emplace(classId, std::make_unique<DirectiveMatchingMetaData>()).first;
         entry->second->globalRules = rules;
+        entry->second->byNames = byNames;
         if (static_cast<int64_t>(entries.size()) == maxSize) {
             FILE* log = controller.getLog();
             if (log != nullptr) {

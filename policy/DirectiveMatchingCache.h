@@ -30,6 +30,15 @@
 
 class DirectiveController;
 
+// What can select a method of one assembly when every group is general: the
+// groups whose class rules may hold for a class of it, none of which takes
+// every method name, and the first units their method names may take.
+struct AssemblyGroups {
+    std::vector<IDirectiveGroup*> groups;
+    FirstUnits firstUnits;
+    bool anyFirstUnit = false;
+};
+
 // What is known of one class.
 struct DirectiveMatchingMetaData {
     using Placed = DirectiveGroupIndex::Placed;
@@ -61,6 +70,8 @@ struct DirectiveMatchingMetaData {
     size_t split = 0;
     // What the global filter takes from the class alone.
     ClassMethodFilter::ClassRules globalRules;
+    // Where the method's name alone may say no (see namesDecide).
+    const AssemblyGroups* byNames = nullptr;
 };
 
 class DirectiveMatchingCache {
@@ -92,9 +103,21 @@ private:
     // What the groups the class is known to meet say of the method in hand,
     // in their order: a skip says no, a match yes, and false if none speaks.
     static bool askMatched(IMetaDataContext* context, DirectiveMatchingMetaData& known, bool& spoke);
+    // The groups that may select a method of the assembly of the method in
+    // hand, where its name may rule them all out; null where it cannot: some
+    // group is filed under a name or takes any method name, or the assembly's
+    // name is unknown.
+    const AssemblyGroups* namesDecide(IMetaDataContext* context, const DirectiveGroupIndex& index);
+    // Some of the groups may take the method's name; true where it is unknown.
+    static bool mayTakeName(const AssemblyGroups& byNames, IMetaDataContext* context);
 
     int maxSize;
     Entries entries;
+    // By assembly name; no groups stand for a null answer of namesDecide.
+    std::unordered_map<std::u16string, std::unique_ptr<AssemblyGroups>> assemblies;
+    // Whether namesDecide can answer for any assembly: not where some group
+    // takes every name of every assembly's classes. Unknown until asked.
+    enum class Names { Unknown, Decide, Never } names = Names::Unknown;
     // The groups and runs of a decision without the cache, kept to spare an
     // allocation.
     std::vector<DirectiveGroupIndex::Placed> candidates;

@@ -77,6 +77,16 @@ const char* const kDirectiveSets[] = {
     "TraceAllMethodsOfClass: System.Collections.Generic.Dictionary+Enum\n"
     "TraceOneMethodOfClass: [PolicyShapes]Shop.Invoice Issue\n"
     "TraceOneMethodOfClass: [MetadataShapes]Nowhere.Class Run\n",
+
+    // No names filed: elsewhere than its assembly, a method is decided by its name.
+    "IdentifyAssemblyAs: PolicyShapes Shop\n"
+    "TraceAllMethodsIfFlagged: Shop\n"
+    "SkipClassForFlag: Shop.Invoice Shop\n"
+    "TurnOn: Shop\n"
+    "IdentifyAllClassesAs: Runs\n"
+    "TraceOneMethodIfFlagged: Runs Run\n"
+    "SkipMethodForFlag: Runs RunCore\n"
+    "TurnOn: Runs\n",
 };
 
 // Two groups on Shop.Order: A selects Place, B selects GetName.
@@ -90,27 +100,34 @@ TEST_F(DirectiveControllerOnAssemblies, DecisionAndAccountAgreeOnEveryMethod) {
     const ModuleID modules[] = {shop, module(RealAssemblies::coreLibPath()),
                                 module(RealAssemblies::testAsset("MetadataShapes")),
                                 module(RealAssemblies::aspNetCoreAssembly("Microsoft.AspNetCore.Mvc.ViewFeatures.dll"))};
+    // Without class ids every decision walks the groups; with them, most come from the cache.
     for (const char* text : kDirectiveSets) {
-        auto controller = directives(text);
-        int methods = 0, selected = 0, disagreements = 0;
-        for (ModuleID where : modules) {
-            forEachMethod(where, [&](IMetaDataContext* method) {
-                std::unique_ptr<IDirectiveMatchResult> result(controller->shouldMonitorResult(method));
-                const bool explained = !result->isSkippedGlobally() && result->getMatchedCount() > 0;
-                const bool decided = controller->shouldMonitor(method);
-                ++methods;
-                selected += decided ? 1 : 0;
-                disagreements += decided != explained ? 1 : 0;
-                if (result->isSkippedGlobally()) {
-                    EXPECT_EQ(result->getSkippedCount() + result->getMatchedCount() + result->getUnmatchedCount(), 0);
-                }
-            });
+        for (const bool withClassIds : {false, true}) {
+            auto controller = directives(text);
+            int methods = 0, selected = 0, disagreements = 0;
+            for (ModuleID where : modules) {
+                forEachMethod(
+                    where,
+                    [&](IMetaDataContext* method) {
+                        std::unique_ptr<IDirectiveMatchResult> result(controller->shouldMonitorResult(method));
+                        const bool explained = !result->isSkippedGlobally() && result->getMatchedCount() > 0;
+                        const bool decided = controller->shouldMonitor(method);
+                        ++methods;
+                        selected += decided ? 1 : 0;
+                        disagreements += decided != explained ? 1 : 0;
+                        if (result->isSkippedGlobally()) {
+                            EXPECT_EQ(
+                                result->getSkippedCount() + result->getMatchedCount() + result->getUnmatchedCount(), 0);
+                        }
+                    },
+                    withClassIds);
+            }
+            EXPECT_EQ(disagreements, 0) << text << withClassIds;
+            EXPECT_GT(methods, 30000) << text;
+            // Each set selects something, and far from everything.
+            EXPECT_GT(selected, 5) << text;
+            EXPECT_LT(selected, methods / 2) << text;
         }
-        EXPECT_EQ(disagreements, 0) << text;
-        EXPECT_GT(methods, 30000) << text;
-        // Each set selects something, and far from everything.
-        EXPECT_GT(selected, 5) << text;
-        EXPECT_LT(selected, methods / 2) << text;
     }
 }
 
@@ -270,6 +287,12 @@ TEST_F(DirectiveMatchingCacheOnShop, RulesReadLaterReachCachedClasses) {
     ASSERT_EQ(line(*controller, "TraceOneMethodOfClass: Shop.Order Dispose"), S_OK);
     EXPECT_TRUE(ask(*controller, u"Shop.Order", u"Dispose"));
     EXPECT_TRUE(ask(*controller, u"Shop.Order", u"GetName"));
+
+    // The same of an assembly that no group could match before.
+    auto assemblies = directives("IdentifyAssemblyAs: MetadataShapes A\nTraceAllMethodsIfFlagged: A\nTurnOn: A\n");
+    EXPECT_FALSE(ask(*assemblies, u"Shop.Order", u"Place"));
+    ASSERT_EQ(line(*assemblies, "IdentifyAssemblyAs: PolicyShapes A"), S_OK);
+    EXPECT_TRUE(ask(*assemblies, u"Shop.Order", u"Place"));
 }
 
 // The global filter's verdict on a class is kept in its entry; the exceptions
