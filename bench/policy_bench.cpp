@@ -157,15 +157,18 @@ std::unique_ptr<IDirectiveController> readLines(std::vector<std::u16string>& lin
     return controller;
 }
 
-void decideEveryMethod(benchmark::State& state, bool withCache, size_t generatedBytes = 0) {
+// Every method of the core library decided, with the realistic set, a
+// generated file of that many bytes, or the text given.
+void decideEveryMethod(benchmark::State& state, bool withCache, size_t generatedBytes = 0, const char* text = nullptr) {
     CoreLibrary& library = coreLibrary();
     if (!library.error.empty()) {
         state.SkipWithError(library.error.c_str());
         return;
     }
     size_t heap = 0;
-    std::vector<std::u16string> lines =
-        linesOf(generatedBytes == 0 ? realisticDirectives(library) : generatedDirectives(library, generatedBytes));
+    std::vector<std::u16string> lines = linesOf(text != nullptr       ? std::string(text)
+                                                : generatedBytes == 0 ? realisticDirectives(library)
+                                                                      : generatedDirectives(library, generatedBytes));
     const size_t rules = lines.size();
     std::unique_ptr<IDirectiveController> controller = readLines(lines, &heap);
     state.counters["heap_MB"] = static_cast<double>(heap) / 1e6;
@@ -216,6 +219,17 @@ void DecisionWithoutCache(benchmark::State& state) {
     decideEveryMethod(state, false);
 }
 BENCHMARK(DecisionWithoutCache)->Unit(benchmark::kMillisecond);
+
+// A service's own directives, one assembly of its own, and the group for entry
+// points that every process has: the core library's methods are decided by
+// their assembly and their names.
+void DecisionByAssemblyRule(benchmark::State& state) {
+    decideEveryMethod(state, true, 0,
+                      "IdentifyAssemblyAs: Shop.Service Own\nTraceAllMethodsIfFlagged: Own\nTurnOn: Own\n"
+                      "IdentifyAllClassesAs: Main\nTraceOneMethodIfFlagged: Main Main\n"
+                      "TraceOneMethodIfFlagged: Main main\nTurnOn: Main\n");
+}
+BENCHMARK(DecisionByAssemblyRule)->Unit(benchmark::kMillisecond);
 
 // The decision with a generated file of one-method lines of 5 MB and of 50 MB.
 void DecisionWithGeneratedFile(benchmark::State& state) {

@@ -48,6 +48,7 @@ DirectiveMatchingCache::DirectiveMatchingCache(int maxSize) : maxSize(maxSize) {
 void DirectiveMatchingCache::clear() {
     entries.clear();
     assemblies.clear();
+    lastAssembly = nullptr;
     names = Names::Unknown;
 }
 
@@ -63,8 +64,12 @@ const AssemblyGroups* DirectiveMatchingCache::namesDecide(IMetaDataContext* cont
     if (names == Names::Never || FAILED(context->getAssemblyName(&assembly))) {
         return nullptr;
     }
-    const auto [entry, added] = assemblies.try_emplace(assembly);
-    if (added) {
+    const std::u16string_view name(assembly);
+    if (lastAssembly != nullptr && lastAssembly->first == name) {
+        return lastAssembly->second.get();
+    }
+    auto entry = assemblies.find(name);
+    if (entry == assemblies.end()) {
         auto known = std::make_unique<AssemblyGroups>();
         bool anyName = false;
         for (IDirectiveGroup* group : index.general()) {
@@ -75,8 +80,9 @@ const AssemblyGroups* DirectiveMatchingCache::namesDecide(IMetaDataContext* cont
                 known->anyFirstUnit = !group->addFirstUnits(known->firstUnits) || known->anyFirstUnit;
             }
         }
-        if (!anyName) entry->second = std::move(known);
+        entry = assemblies.emplace(name, anyName ? nullptr : std::move(known)).first;
     }
+    lastAssembly = &*entry;
     return entry->second.get();
 }
 

@@ -24,6 +24,8 @@
 #include <vector>
 #include <unordered_map>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "policy/ClassMethodFilter.h"
 #include "policy/DirectiveGroupIndex.h"
@@ -113,8 +115,15 @@ private:
 
     int maxSize;
     Entries entries;
-    // By assembly name; no groups stand for a null answer of namesDecide.
-    std::unordered_map<std::u16string, std::unique_ptr<AssemblyGroups>> assemblies;
+    // Assembly names looked up as they are, without a string made for the key.
+    struct NameHash {
+        using is_transparent = void;
+        size_t operator()(std::u16string_view name) const { return std::hash<std::u16string_view>{}(name); }
+    };
+    // By assembly name; no groups stand for a null answer of namesDecide. The
+    // entry met last is met again for most methods.
+    std::unordered_map<std::u16string, std::unique_ptr<AssemblyGroups>, NameHash, std::equal_to<>> assemblies;
+    const std::pair<const std::u16string, std::unique_ptr<AssemblyGroups>>* lastAssembly = nullptr;
     // Whether namesDecide can answer for any assembly: not where some group
     // takes every name of every assembly's classes. Unknown until asked.
     enum class Names { Unknown, Decide, Never } names = Names::Unknown;
