@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "hub/MethodTraceRecords.h"
+#include "hub/MethodsByModule.h"
 #include "hub/ProfilerAccount.h"
 #include "metadata/IMetaDataContext.h"
 #include "platform/AutoPointer.h"
@@ -284,16 +285,10 @@ private:
     std::map<ModuleID, ModuleShim> moduleShims;
     // What every shim looks up in the core library.
     CoreLibraryLookups coreLibraryLookups;
-    // Methods refused their precompiled code for inlining selected ones, by
-    // module and token; under profilerLock. Every search for precompiled code
-    // looks here, and a selection that reaches the core library refuses some
-    // fifteen thousand.
-    struct MethodOfModuleHash {
-        size_t operator()(const std::pair<ModuleID, mdMethodDef>& method) const {
-            return method.first ^ (static_cast<size_t>(method.second) * 0x9E3779B97F4A7C15ull);
-        }
-    };
-    std::unordered_set<std::pair<ModuleID, mdMethodDef>, MethodOfModuleHash> precompiledInliners;
+    // Methods refused their precompiled code for inlining selected ones;
+    // under profilerLock. Every search for precompiled code looks here, and a
+    // selection that reaches the core library refuses some fifteen thousand.
+    MethodsByModule precompiledInliners;
     // Whether each loaded module can unload (collectible, or of a kind the
     // runtime would not say), noted before any of its functions is decided,
     // and how many can. Under profilerLock.

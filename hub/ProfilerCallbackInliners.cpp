@@ -55,7 +55,7 @@ void ProfilerCallback::refusePrecompiledInliners(ModuleID moduleId, const char16
     size_t before = precompiledInliners.size();
     for (mdMethodDef method : selected) {
         forEachPrecompiledInliner(info6, moduleId, method, [&](ModuleID module, mdMethodDef inliner) {
-            precompiledInliners.emplace(module, inliner);
+            precompiledInliners.insert(module, inliner);
         });
     }
     if (precompiledInliners.size() != before) {
@@ -83,7 +83,7 @@ int ProfilerCallback::recompilePrecompiledInliners() {
         for (mdMethodDef method : selected) {
             forEachPrecompiledInliner(info6, module, method, [&](ModuleID inlinerModule, mdMethodDef inliner) {
                 // Asked once; later searches for its precompiled code are refused too.
-                if (precompiledInliners.emplace(inlinerModule, inliner).second) {
+                if (precompiledInliners.insert(inlinerModule, inliner)) {
                     RequestReJIT(inlinerModule, inliner, false);
                     ++requested;
                 }

@@ -172,7 +172,7 @@ HRESULT ProfilerCallback::JITCachedFunctionSearchStarted(FunctionID functionId, 
             return S_OK;
         }
         if (controller->isGenericAgentTriggerPendingFor(metaDataContext) ||
-            precompiledInliners.count({metaDataContext->getModuleID(), metaDataContext->getMethodDef()}) != 0 ||
+            precompiledInliners.contains(metaDataContext->getModuleID(), metaDataContext->getMethodDef()) ||
             decide(metaDataContext) == 0) {
             *pbUseCachedFunction = FALSE;
         }

@@ -97,7 +97,7 @@ HRESULT ProfilerCallback::ModuleUnloadStarted(ModuleID moduleId) {
         }
         dropModule(rejitRequests, moduleId);
         dropModule(revertRequests, moduleId);
-        std::erase_if(precompiledInliners, [&](const auto& method) { return method.first == moduleId; });
+        precompiledInliners.eraseModule(moduleId);
         if (controller != nullptr) {
             IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
             std::erase_if(unloadableFunctions, [&](FunctionID function) {
