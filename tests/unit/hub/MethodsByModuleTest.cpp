@@ -6,8 +6,7 @@
 
 TEST(MethodsByModule, KeepsEachModulesRowsApart) {
     MethodsByModule set;
-    const ModuleID first = 0x7f0010;
-    const ModuleID second = 0x7f0020;
+    const ModuleID first = 0x7f0010, second = 0x7f0020;
     EXPECT_TRUE(set.insert(first, 0x06000041));
     EXPECT_FALSE(set.insert(first, 0x06000041));
     EXPECT_TRUE(set.insert(second, 0x06000041));
