@@ -15,6 +15,10 @@
 // own entry; a context without one is matched without the cache. There is no
 // eviction: when the limit is reached, new classes are matched without it.
 //
+// Where every group is general, the groups that may select a method of an
+// assembly are also kept, by its name: a method whose name none of them can
+// take is refused before its class is looked at.
+//
 // Contract: no lock inside; shouldMonitor and clear run under the caller's
 // serialisation (the callback hub's JIT-path lock).
 #pragma once

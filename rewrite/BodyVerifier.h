@@ -11,7 +11,8 @@
 // numbers in range; `tail.` followed by a call and ret; and no unboxed value
 // or pointer handed where a call expects an object.
 //
-// Contract: no lock inside, nothing thrown, nothing kept between calls.
+// Contract: no lock inside, nothing thrown, nothing kept between calls but the
+// callees' signatures, in the map the caller hands in for that.
 #pragma once
 
 #include <cstdint>
