@@ -52,7 +52,8 @@ void DirectiveMatchingCache::clear() {
     names = Names::Unknown;
 }
 
-const AssemblyGroups* DirectiveMatchingCache::namesDecide(IMetaDataContext* context, const DirectiveGroupIndex& index) {
+const MethodNameGroups* DirectiveMatchingCache::namesDecide(IMetaDataContext* context,
+                                                            const DirectiveGroupIndex& index) {
     if (names == Names::Unknown) {
         // No assembly has this name: a group that may match it may match any.
         const auto everywhere = [](IDirectiveGroup* group) {
@@ -70,34 +71,26 @@ const AssemblyGroups* DirectiveMatchingCache::namesDecide(IMetaDataContext* cont
     }
     auto entry = assemblies.find(name);
     if (entry == assemblies.end()) {
-        auto known = std::make_unique<AssemblyGroups>();
-        bool anyName = false;
+        auto known = std::make_unique<MethodNameGroups>();
         for (IDirectiveGroup* group : index.general()) {
-            if (group->mayMatchAssembly(assembly)) {
-                // The empty name is taken only by rules that may take any.
-                anyName = anyName || group->mayMatchName(u"");
-                known->groups.push_back(group);
-                known->anyFirstUnit = !group->addFirstUnits(known->firstUnits) || known->anyFirstUnit;
-            }
+            if (group->mayMatchAssembly(assembly)) known->add(group);
         }
-        entry = assemblies.emplace(name, anyName ? nullptr : std::move(known)).first;
+        // The empty name is taken only by rules that may take any.
+        entry = assemblies.emplace(name, known->mayMatchName(u"") ? nullptr : std::move(known)).first;
     }
     lastAssembly = &*entry;
     return entry->second.get();
 }
 
-bool DirectiveMatchingCache::mayTakeName(const AssemblyGroups& byNames, IMetaDataContext* context) {
+bool DirectiveMatchingCache::mayTakeName(const MethodNameGroups& byNames, IMetaDataContext* context) {
     char16_t* method = nullptr;
-    if (byNames.groups.empty()) {
+    if (byNames.all().empty()) {
         return false;
     }
     if (FAILED(context->getMethodName(&method))) {
         return true;
     }
-    if (!byNames.anyFirstUnit && method[0] < byNames.firstUnits.size() && !byNames.firstUnits[method[0]]) {
-        return false;
-    }
-    return std::ranges::any_of(byNames.groups, [&](IDirectiveGroup* group) { return group->mayMatchName(method); });
+    return byNames.mayStartWith(method[0]) && byNames.mayMatchName(method);
 }
 
 bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveController& controller) {
@@ -122,7 +115,7 @@ bool DirectiveMatchingCache::shouldMonitor(IMetaDataContext* context, DirectiveC
     // decide at once: most searches for precompiled code of a service fall in
     // the framework's modules, where only the entry point's name could be
     // selected. No group covers such a method: no skip of one could veto it.
-    const AssemblyGroups* byNames = namesDecide(context, index);
+    const MethodNameGroups* byNames = namesDecide(context, index);
     if (byNames != nullptr && !mayTakeName(*byNames, context)) {
         return false;
     }

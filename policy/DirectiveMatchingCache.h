@@ -33,17 +33,9 @@
 
 #include "policy/ClassMethodFilter.h"
 #include "policy/DirectiveGroupIndex.h"
+#include "policy/MethodNameGroups.h"
 
 class DirectiveController;
-
-// What can select a method of one assembly when every group is general: the
-// groups whose class rules may hold for a class of it, none of which takes
-// every method name, and the first units their method names may take.
-struct AssemblyGroups {
-    std::vector<IDirectiveGroup*> groups;
-    FirstUnits firstUnits;
-    bool anyFirstUnit = false;
-};
 
 // What is known of one class.
 struct DirectiveMatchingMetaData {
@@ -77,7 +69,7 @@ struct DirectiveMatchingMetaData {
     // What the global filter takes from the class alone.
     ClassMethodFilter::ClassRules globalRules;
     // Where the method's name alone may say no (see namesDecide).
-    const AssemblyGroups* byNames = nullptr;
+    const MethodNameGroups* byNames = nullptr;
 };
 
 class DirectiveMatchingCache {
@@ -110,12 +102,12 @@ private:
     // in their order: a skip says no, a match yes, and false if none speaks.
     static bool askMatched(IMetaDataContext* context, DirectiveMatchingMetaData& known, bool& spoke);
     // The groups that may select a method of the assembly of the method in
-    // hand, where its name may rule them all out; null where it cannot: some
-    // group is filed under a name or takes any method name, or the assembly's
-    // name is unknown.
-    const AssemblyGroups* namesDecide(IMetaDataContext* context, const DirectiveGroupIndex& index);
+    // hand, when every group is general and none of these takes every method
+    // name; null where it cannot: some group is filed under a name or takes
+    // any method name, or the assembly's name is unknown.
+    const MethodNameGroups* namesDecide(IMetaDataContext* context, const DirectiveGroupIndex& index);
     // Some of the groups may take the method's name; true where it is unknown.
-    static bool mayTakeName(const AssemblyGroups& byNames, IMetaDataContext* context);
+    static bool mayTakeName(const MethodNameGroups& byNames, IMetaDataContext* context);
 
     int maxSize;
     Entries entries;
@@ -126,8 +118,8 @@ private:
     };
     // By assembly name; no groups stand for a null answer of namesDecide. The
     // entry met last is met again for most methods.
-    std::unordered_map<std::u16string, std::unique_ptr<AssemblyGroups>, NameHash, std::equal_to<>> assemblies;
-    const std::pair<const std::u16string, std::unique_ptr<AssemblyGroups>>* lastAssembly = nullptr;
+    std::unordered_map<std::u16string, std::unique_ptr<MethodNameGroups>, NameHash, std::equal_to<>> assemblies;
+    const std::pair<const std::u16string, std::unique_ptr<MethodNameGroups>>* lastAssembly = nullptr;
     // Whether namesDecide can answer for any assembly: not where some group
     // takes every name of every assembly's classes. Unknown until asked.
     enum class Names { Unknown, Decide, Never } names = Names::Unknown;

@@ -18,25 +18,11 @@ void MatchContext::selectGroups(const DirectiveGroupIndex::Candidates& groups, c
     anyAssembly = moduleAssembly == nullptr;
     assembly = anyAssembly ? u"" : moduleAssembly;
     selected.clear();
-    firstUnits.reset();
-    anyFirstUnit = false;
     for (IDirectiveGroup* group : groups) {
-        if (accepts(group)) {
-            selected.push_back(group);
-            anyFirstUnit = !group->addFirstUnits(firstUnits) || anyFirstUnit;
-        }
+        if (accepts(group)) selected.add(group);
     }
 }
 
 bool MatchContext::accepts(IDirectiveGroup* group) const {
     return group->isActive() && group->isCreated() && (anyAssembly || group->mayMatchAssembly(assembly.c_str()));
-}
-
-bool MatchContext::mayMatchName(const char16_t* name) const {
-    for (IDirectiveGroup* group : selected) {
-        if (group->mayMatchName(name)) {
-            return true;
-        }
-    }
-    return false;
 }

@@ -7,6 +7,7 @@
 
 #include "platform/AutoPointer.h"
 #include "policy/DirectiveGroupIndex.h"
+#include "policy/MethodNameGroups.h"
 #include "runtime/CorProfilerInfo.h"
 #include "runtime/MetaDataInterfaces.h"
 
@@ -24,21 +25,17 @@ public:
     // The group is created and active, and its class rules can hold for a
     // class of the assembly given to selectGroups (any, for a null one).
     bool accepts(IDirectiveGroup* group) const;
-    const std::vector<IDirectiveGroup*>& getGroups() const { return selected; }
+    const std::vector<IDirectiveGroup*>& getGroups() const { return selected.all(); }
     // Some selected group may take a method of this name.
-    bool mayMatchName(const char16_t* name) const;
+    bool mayMatchName(const char16_t* name) const { return selected.mayMatchName(name); }
     // Some selected group may take a name whose first byte in the metadata's
     // own encoding is this one: a scan turns most names away before reading them.
-    bool mayStartWith(unsigned char unit) const {
-        return unit >= firstUnits.size() || anyFirstUnit || firstUnits[unit];
-    }
+    bool mayStartWith(unsigned char unit) const { return selected.mayStartWith(unit); }
 
 private:
     AutoCOMPointer<IMetaDataImport> import;
     HRESULT status;
-    std::vector<IDirectiveGroup*> selected;
+    MethodNameGroups selected;
     std::u16string assembly;
     bool anyAssembly = true;
-    FirstUnits firstUnits;
-    bool anyFirstUnit = false;
 };
