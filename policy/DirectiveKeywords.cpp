@@ -9,7 +9,11 @@
 
 namespace {
 
-const char16_t* const kBlanks = u"\r\n\t ";
+// What parts a line's arguments. Every unit of a generated file of megabytes
+// is tested, so the test is a comparison for most units.
+bool isBlank(char16_t unit) {
+    return unit <= u' ' && (unit == u' ' || unit == u'\t' || unit == u'\r' || unit == u'\n');
+}
 
 using FilterOf = IClassMethodFilter* (*)(DirectiveController&);
 using FilterRule = void (IClassMethodFilter::*)(const char16_t*);
@@ -267,12 +271,21 @@ bool DirectiveKeywords::parse(char16_t* line, DirectiveLine& parsed) {
     if (line == nullptr || line[0] == u'#') {
         return false;
     }
-    char16_t* rest = nullptr;
-    char16_t* keyword = StringUtils::strtok_u16(line, u":", &rest);
-    if (keyword == nullptr) {
+    // Tokens are ended in place, as strtok ends them; rest is null once the
+    // line has ended.
+    char16_t* keyword = line;
+    while (*keyword == u':') {
+        ++keyword;
+    }
+    if (*keyword == 0) {
         // Nothing but colons.
         return false;
     }
+    char16_t* rest = keyword;
+    while (*rest != 0 && *rest != u':') {
+        ++rest;
+    }
+    rest = *rest != 0 ? (*rest = 0, rest + 1) : nullptr;
     keyword = StringUtils::wcstrim(keyword);
     if (*keyword == 0) {
         return false;
@@ -281,13 +294,19 @@ bool DirectiveKeywords::parse(char16_t* line, DirectiveLine& parsed) {
     parsed.keyword = keyword;
     int tokens = 0;
     while (tokens < 4 && rest != nullptr) {
-        char16_t* token = StringUtils::strtok_u16(rest, kBlanks, &rest);
-        if (token == nullptr) {
+        while (isBlank(*rest)) {
+            ++rest;
+        }
+        if (*rest == 0) {
             break;
         }
-        // A token ends where the rest begins, or with the line.
-        parsed.lengths[tokens] = static_cast<uint32_t>(rest != nullptr ? rest - 1 - token : strlen_u16(token));
+        char16_t* token = rest;
+        while (*rest != 0 && !isBlank(*rest)) {
+            ++rest;
+        }
+        parsed.lengths[tokens] = static_cast<uint32_t>(rest - token);
         parsed.arguments[tokens++] = token;
+        rest = *rest != 0 ? (*rest = 0, rest + 1) : nullptr;
     }
     parsed.count = tokens < 3 ? tokens : 3;
     return true;
