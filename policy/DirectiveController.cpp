@@ -168,15 +168,20 @@ ClassLineGroup* DirectiveController::addClassLineGroup(std::u16string_view class
 DirectiveGroupIndex::Candidates DirectiveController::groupsInOrder() {
     DirectiveGroupIndex::Candidates ordered;
     MemoryPages::reserve(ordered, groups.size() + lineGroups.size());
+    // Whether a named group comes before a line group, whose name is not
+    // kept: a name without the line groups' prefix comes before all of their
+    // names or after all.
+    const auto before = [](std::u16string_view named, const ClassLineGroup& line) {
+        if (!named.starts_with(ClassLineGroups::kNamePrefix)) {
+            return CodeUnitOrder{}(named, ClassLineGroups::kNamePrefix);
+        }
+        char16_t text[ClassLineGroups::kNameSize];
+        return CodeUnitOrder{}(named, {text, ClassLineGroups::nameOf(line.getNumber(), text)});
+    };
     auto entry = groups.begin();
     lineGroups.inNameOrder([&](ClassLineGroup* line) {
-        if (entry != groups.end()) {
-            // The line groups' names are not kept.
-            char16_t text[ClassLineGroups::kNameSize];
-            const std::u16string_view name(text, ClassLineGroups::nameOf(line->getNumber(), text));
-            for (; entry != groups.end() && CodeUnitOrder{}(entry->first, name); ++entry) {
-                ordered.push_back(&entry->second);
-            }
+        for (; entry != groups.end() && before(entry->first, *line); ++entry) {
+            ordered.push_back(&entry->second);
         }
         ordered.push_back(line);
     });

@@ -255,8 +255,13 @@ TEST_F(DirectiveLanguage, OneLineFormsMakeLiveAnonymousGroups) {
     // Every repetition makes a group of its own, found by its name wherever
     // it is stored; the groups are asked in the order of their names' code
     // units ("Anonymous_10" before "Anonymous_2").
+    // Named groups take their places among them by name too.
     std::string repeated;
     std::vector<std::string> expected;
+    for (const std::string named : {"A", "Anonymous", "Anonymous_7x", "Z"}) {
+        repeated += "IdentifyClassAs: Shop.Order " + named + "\nTraceOneMethodIfFlagged: " + named + " Place\n";
+        expected.push_back(named);
+    }
     for (int i = 0; i < 1100; ++i) {
         // One number goes to a full group, which the class does not meet.
         repeated +=
@@ -264,7 +269,8 @@ TEST_F(DirectiveLanguage, OneLineFormsMakeLiveAnonymousGroups) {
         if (i != 1050 && i != 500) expected.push_back("Anonymous_" + std::to_string(i));
     }
     std::sort(expected.begin(), expected.end());
-    auto controller = directives(repeated + "TurnOff: Anonymous_1050\n");
+    auto controller = directives(
+        repeated + "TurnOff: Anonymous_1050\nTurnOn: A\nTurnOn: Anonymous\nTurnOn: Anonymous_7x\nTurnOn: Z\n");
     EXPECT_EQ(account(*controller, at({u"Shop.Order"}, u"Place")).matched, expected);
 }
 
