@@ -45,6 +45,9 @@ public:
     // False for a comment (a '#' as the very first unit) and for a line
     // without a keyword.
     static bool parse(char16_t* line, DirectiveLine& parsed);
+    // The same for a line whose length is known: a zero unit ends it there,
+    // and none comes before.
+    static bool parse(char16_t* line, size_t length, DirectiveLine& parsed);
     // The entry that the line's keyword names; null if none does.
     static const Keyword* find(const DirectiveLine& line);
     // The fewest arguments that a keyword with this name needs, whatever the

@@ -159,9 +159,13 @@ void readBatches(FILE* stream, Handover& handover) {
                 batch->text.resize(start + length + 1);
                 CopyChar8To16(line, batch->text.data() + start, length + 1);
             }
-            for (size_t start : batch->starts) {
+            for (size_t i = 0; i < batch->starts.size(); ++i) {
+                const size_t start = batch->starts[i];
+                const size_t end = i + 1 < batch->starts.size() ? batch->starts[i + 1] : batch->text.size();
                 DirectiveLine parsed;
-                if (DirectiveKeywords::parse(batch->text.data() + start, parsed)) batch->lines.push_back(parsed);
+                if (DirectiveKeywords::parse(batch->text.data() + start, end - start - 1, parsed)) {
+                    batch->lines.push_back(parsed);
+                }
             }
             if (!batch->lines.empty() && !handover.put(batch)) {
                 return;

@@ -51,13 +51,15 @@ TEST(DirectiveLineReader, LargeAndSmallFilesHandOverTheSameLinesAndStopAtAFailur
 // A line is taken apart in place: the keyword before the first colon, leading
 // colons skipped and blanks trimmed, then up to four tokens between blanks.
 TEST(DirectiveLineReader, LinesAreTakenApartInPlace) {
-    const std::pair<const char*, const char*> lines[] = {{"::TurnOn :  F\t\tG  H I J\r\n", "TurnOn|F|G|H|I|3"},
-                                                         {"K: a:b", "K|a:b|1"},
-                                                         {"Key", "Key|0"},
-                                                         {"K:\t\r\n", "K|0"},
-                                                         {":::", nullptr},
-                                                         {" \t:F", nullptr},
-                                                         {"#K: F", nullptr}};
+    const std::pair<const char*, const char*> lines[] = {
+        {"::TurnOn :  F\t\tG  H I J\r\n", "TurnOn|F|G|H|I|3"},
+        {"K: a:b", "K|a:b|1"},
+        {"Key", "Key|0"},
+        {"Keyword:abcdefgh\x01ijk \t lmnopqrs\xff", "Keyword|abcdefgh\x01ijk|lmnopqrs\xff|2"},
+        {"K:\t\r\n", "K|0"},
+        {":::", nullptr},
+        {" \t:F", nullptr},
+        {"#K: F", nullptr}};
     for (const auto& [text, expected] : lines) {
         std::u16string line = RealAssemblies::widen(text);
         DirectiveLine parsed;
