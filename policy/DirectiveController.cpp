@@ -1,6 +1,7 @@
 #include "policy/DirectiveController.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 #include <span>
 #include <string_view>
@@ -253,8 +254,10 @@ HRESULT DirectiveController::readDirective(char16_t* line) {
 HRESULT DirectiveController::applyDirective(const DirectiveLine& parsed) {
     try {
         // A generated file repeats one keyword line after line.
-        if (parsed.count != lastKeyword.count || unitOrder(lastKeyword.text.c_str(), parsed.keyword) != 0) {
-            lastKeyword.text = parsed.keyword;
+        const std::u16string_view text(parsed.keyword, parsed.keywordLength);
+        if (parsed.count != lastKeyword.count || text.size() != lastKeyword.text.size() ||
+            std::memcmp(text.data(), lastKeyword.text.data(), text.size() * sizeof(char16_t)) != 0) {
+            lastKeyword.text = text;
             lastKeyword.count = parsed.count;
             lastKeyword.found = DirectiveKeywords::find(parsed);
         }

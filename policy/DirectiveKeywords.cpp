@@ -330,6 +330,7 @@ bool DirectiveKeywords::parse(char16_t* line, size_t length, DirectiveLine& pars
     }
     parsed = DirectiveLine();
     parsed.keyword = keyword;
+    parsed.keywordLength = static_cast<uint32_t>(keywordEnd - keyword);
     int tokens = 0;
     while (tokens < 4 && rest != end) {
         while (isBlank(*rest)) {

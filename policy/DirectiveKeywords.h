@@ -20,6 +20,7 @@ class DirectiveController;
 struct DirectiveLine {
     // Trimmed and not empty.
     char16_t* keyword = nullptr;
+    uint32_t keywordLength = 0;
     // Arguments 1 to 3, then a fourth token that only the labelled form reads;
     // null where the line has none.
     char16_t* arguments[4] = {};

@@ -76,11 +76,3 @@ struct CodeUnitOrder {
         return a.size() < b.size();
     }
 };
-
-// The same order for two terminated names, read once and without their
-// lengths: below, equal or above zero.
-inline int unitOrder(const char16_t* a, const char16_t* b) {
-    for (; *a != 0 && *a == *b; ++a, ++b) {
-    }
-    return static_cast<int>(*a) - static_cast<int>(*b);
-}

@@ -64,6 +64,7 @@ TEST(DirectiveLineReader, LinesAreTakenApartInPlace) {
         std::u16string line = RealAssemblies::widen(text);
         DirectiveLine parsed;
         std::string seen = DirectiveKeywords::parse(line.data(), parsed) ? RealAssemblies::narrow(parsed.keyword) : "";
+        EXPECT_EQ(seen.size(), parsed.keywordLength) << text;
         for (int i = 0; i < 4 && parsed.arguments[i] != nullptr; ++i) {
             EXPECT_EQ(parsed.argument(i), std::u16string_view(parsed.arguments[i])) << text;
             seen += "|" + RealAssemblies::narrow(parsed.arguments[i]);
