@@ -152,7 +152,7 @@ void readBatches(FILE* stream, Handover& handover) {
         for (bool more = true; more;) {
             std::unique_ptr<Batch> batch = emptied(handover.takeBack());
             // Each line widened straight into the batch, as fgets_u16 widens it.
-            while (batch->starts.size() < kBatchLines && (more = std::fgets(line, kLineSize, stream) != nullptr)) {
+            while (batch->starts.size() < kBatchLines && (more = fgets_unlocked(line, kLineSize, stream) != nullptr)) {
                 const size_t start = batch->text.size();
                 const size_t length = strnlen(line, kLineSize - 1);
                 batch->starts.push_back(start);
