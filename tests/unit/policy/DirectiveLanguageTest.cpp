@@ -378,7 +378,8 @@ TEST_F(DirectiveLanguage, KeywordsCompareOverTheirOwnLength) {
     EXPECT_TRUE(selects(kEverything + "SkipClassForFlag: Shop.Order\n", {u"Shop.Order"}, u"Place"));
 
     EXPECT_THAT(groupNames(*directives("  SetFlag : F\n\tTurnOn:G\n")), ElementsAre("F", "G"));
-    EXPECT_THAT(groupNames(*directives("IdentifyClassAs: [PolicyShapes]Shop.Order F:x\n")), ElementsAre("F:x"));
+    EXPECT_THAT(groupNames(*directives("IdentifyClassAs: [PolicyShapes]Shop.Order F:x\x01y\n")),
+                ElementsAre("F:x\x01y"));
     EXPECT_EQ(globalFilterLog(*directives("SkipEmptyClasses\n")), "\t ! class: \n");
 
     for (const char* unknown : {"setflag: F\n", "SetFlag F\n", "SetFlag:\n", "#SetFlag: F\n", "   # SetFlag: F\n",

@@ -47,29 +47,3 @@ TEST(DirectiveLineReader, LargeAndSmallFilesHandOverTheSameLinesAndStopAtAFailur
         }
     }
 }
-
-// A line is taken apart in place: the keyword before the first colon, leading
-// colons skipped and blanks trimmed, then up to four tokens between blanks.
-TEST(DirectiveLineReader, LinesAreTakenApartInPlace) {
-    const std::pair<const char*, const char*> lines[] = {
-        {"::TurnOn :  F\t\tG  H I J\r\n", "TurnOn|F|G|H|I|3"},
-        {"K: a:b", "K|a:b|1"},
-        {"Key", "Key|0"},
-        {"Keyword:abcdefgh\x01ijk \t lmnopqrs\xff", "Keyword|abcdefgh\x01ijk|lmnopqrs\xff|2"},
-        {"K:\t\r\n", "K|0"},
-        {":::", nullptr},
-        {" \t:F", nullptr},
-        {"#K: F", nullptr}};
-    for (const auto& [text, expected] : lines) {
-        std::u16string line = RealAssemblies::widen(text);
-        DirectiveLine parsed;
-        std::string seen = DirectiveKeywords::parse(line.data(), parsed) ? RealAssemblies::narrow(parsed.keyword) : "";
-        EXPECT_EQ(seen.size(), parsed.keywordLength) << text;
-        for (int i = 0; i < 4 && parsed.arguments[i] != nullptr; ++i) {
-            EXPECT_EQ(parsed.argument(i), std::u16string_view(parsed.arguments[i])) << text;
-            seen += "|" + RealAssemblies::narrow(parsed.arguments[i]);
-        }
-        if (!seen.empty()) seen += "|" + std::to_string(parsed.count);
-        EXPECT_EQ(seen, expected != nullptr ? expected : "") << text;
-    }
-}
