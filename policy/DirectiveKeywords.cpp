@@ -5,7 +5,6 @@
 #include <cstring>
 #include <iterator>
 
-#include "platform/StringUtils.h"
 #include "platform/Text16.h"
 #include "policy/DirectiveController.h"
 #include "runtime/CorErrors.h"
@@ -19,9 +18,10 @@ bool isBlank(char16_t unit) {
 
 // The first colon (for a colon), or the first blank (for a blank), from at
 // on; end where there is none. Every unit of a generated file of megabytes
-// passes here: four units are read at once and a word that holds no unit
-// below '!', or no colon, is passed over whole. A word's lowest unit is its
-// first, and its first marked unit is marked truly.
+// passes here: four units are read at once, and a word without a colon, or
+// without a unit below '!', is passed over whole. A word's lowest lane holds
+// its first unit, and its lowest marked lane is always a true mark: a borrow
+// marks only lanes above it.
 template <char16_t kSought>
 char16_t* firstOf(char16_t* at, char16_t* end) {
     static_assert(std::endian::native == std::endian::little);
@@ -318,7 +318,11 @@ bool DirectiveKeywords::parse(char16_t* line, size_t length, DirectiveLine& pars
     // Tokens are ended in place, as strtok ends them; rest is the end once
     // the line has ended.
     char16_t* keywordEnd = firstOf<u':'>(keyword, end);
-    char16_t* rest = keywordEnd != end ? (*keywordEnd = 0, keywordEnd + 1) : end;
+    char16_t* rest = end;
+    if (keywordEnd != end) {
+        *keywordEnd = 0;
+        rest = keywordEnd + 1;
+    }
     while (isBlank(*keyword)) {
         ++keyword;
     }

@@ -18,7 +18,7 @@ class DirectiveController;
 
 // One line taken apart in place.
 struct DirectiveLine {
-    // Trimmed and not empty.
+    // Trimmed and not empty, of keywordLength units.
     char16_t* keyword = nullptr;
     uint32_t keywordLength = 0;
     // Arguments 1 to 3, then a fourth token that only the labelled form reads;
