@@ -225,11 +225,13 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
     byOrdinal = std::move(ordered);
     generalGroups.clear();
     generalOrdinals.clear();
-    bracketed = false;
-    parentBracketed = false;
-    filed.clear();
-    parentFiled.clear();
-    MemoryPages::reserve(filed, byOrdinal.size());
+    for (FiledNames* names : {&filed, &parentFiled}) {
+        names->entries.clear();
+        names->heads.reset(byOrdinal.size());
+        names->bracketed = false;
+        names->sorted = false;
+    }
+    MemoryPages::reserve(filed.entries, byOrdinal.size());
     for (uint32_t ordinal = 0; ordinal < byOrdinal.size(); ++ordinal) {
         if (ordinal + kAhead < byOrdinal.size()) __builtin_prefetch(byOrdinal[ordinal + kAhead]);
         // The class names lie elsewhere: fetched once their group is in.
@@ -239,8 +241,10 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
         IDirectiveGroup* group = byOrdinal[ordinal];
         const auto file = [&](const char16_t* name, bool parent) {
             const std::u16string_view text(name);
-            (parent ? parentFiled : filed).push_back({text.data(), static_cast<uint32_t>(text.size()), ordinal, 0});
-            (parent ? parentBracketed : bracketed) |= name[0] == u'[';
+            FiledNames& names = parent ? parentFiled : filed;
+            names.entries.push_back({text.data(), static_cast<uint32_t>(text.size()), ordinal, 0});
+            names.heads.add(text);
+            names.bracketed |= name[0] == u'[';
         };
         // A one-line group gives its one name without a call through a function object.
         const char16_t* sole = group->soleClass();
@@ -251,18 +255,14 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
             generalOrdinals.push_back(ordinal);
         }
     }
-    for (std::vector<Filed>* names : {&filed, &parentFiled}) {
-        sortByChunks(*names);
-        settleEqualNames(*names);
-    }
     // Runs are made as classes meet their names, within what is reserved here.
     runs.clear();
     runMethods.clear();
     runPlaces.clear();
     runOf.clear();
-    runs.reserve(filed.size() / 2);
-    runMethods.reserve(filed.size());
-    runPlaces.reserve(filed.size());
+    runs.reserve(filed.entries.size() / 2);
+    runMethods.reserve(filed.entries.size());
+    runPlaces.reserve(filed.entries.size());
     inRun.assign(byOrdinal.size(), false);
 }
 
@@ -272,10 +272,11 @@ const DirectiveGroupIndex::NameRun* DirectiveGroupIndex::runAt(uint32_t filedAt)
         return known->second == kNoRun ? nullptr : &runs[known->second];
     }
     std::vector<std::pair<const char16_t*, uint32_t>> sole;
-    for (auto entry = filed.begin() + filedAt; entry != filed.end() && entry->text == filed[filedAt].text; ++entry) {
+    const std::vector<Filed>& names = filed.entries;
+    for (auto entry = names.begin() + filedAt; entry != names.end() && entry->text == names[filedAt].text; ++entry) {
         // A name's groups lie all over memory: each is fetched ahead, its
         // place in the list of groups further ahead still.
-        if (filed.end() - entry > static_cast<long>(2 * kAhead)) {
+        if (names.end() - entry > static_cast<long>(2 * kAhead)) {
             __builtin_prefetch(&byOrdinal[entry[2 * kAhead].ordinal]);
             __builtin_prefetch(byOrdinal[entry[kAhead].ordinal]);
         }
@@ -374,26 +375,35 @@ void DirectiveGroupIndex::collectAgreeing(const std::vector<Filed>& names, std::
     }
 }
 
-void DirectiveGroupIndex::collectClass(const std::vector<Filed>& names, bool anyBracketed, const char16_t* assembly,
-                                       const char16_t* className, bool named, std::vector<Found>& found,
-                                       std::vector<size_t>& starts, std::vector<const NameRun*>* nameRuns) const {
-    if (names.empty() || className == nullptr) {
+void DirectiveGroupIndex::collectClass(FiledNames& names, const char16_t* assembly, const char16_t* className,
+                                       bool named, std::vector<Found>& found, std::vector<size_t>& starts,
+                                       std::vector<const NameRun*>* nameRuns) const {
+    if (names.entries.empty() || className == nullptr) {
         return;
     }
-    collectAgreeing(names, className, named, found, starts, nameRuns);
-    if (anyBracketed) {
-        char16_t qualified[IMetaDataContext::kNameSize];
-        collectAgreeing(names, std::u16string_view(qualified, qualifiedKey(assembly, className, qualified)), named,
-                        found, starts, nameRuns);
+    char16_t text[IMetaDataContext::kNameSize];
+    const std::u16string_view qualified =
+        names.bracketed ? std::u16string_view(text, qualifiedKey(assembly, className, text)) : std::u16string_view();
+    if (!names.sorted) {
+        if (!names.heads.mayAgree(className) && (!names.bracketed || !names.heads.mayAgree(qualified))) {
+            return;
+        }
+        sortByChunks(names.entries);
+        settleEqualNames(names.entries);
+        names.sorted = true;
+    }
+    collectAgreeing(names.entries, className, named, found, starts, nameRuns);
+    if (names.bracketed) {
+        collectAgreeing(names.entries, qualified, named, found, starts, nameRuns);
     }
 }
 
 void DirectiveGroupIndex::collectFiled(const char16_t* assembly, const char16_t* className, const Parents& parents,
                                        std::vector<Found>& found, std::vector<const NameRun*>* nameRuns) const {
     std::vector<size_t> starts;
-    collectClass(filed, bracketed, assembly, className, true, found, starts, nameRuns);
+    collectClass(filed, assembly, className, true, found, starts, nameRuns);
     for (const Parent& parent : parents) {
-        collectClass(parentFiled, parentBracketed, parent.assembly, parent.className, false, found, starts, nullptr);
+        collectClass(parentFiled, parent.assembly, parent.className, false, found, starts, nullptr);
     }
     // Each name's groups are in order already.
     for (size_t i = 0; i < starts.size(); ++i) {

@@ -17,10 +17,12 @@
 //
 // Contract: the names belong to the groups, whose class rules do not change
 // between a rebuild and the next change of the rules; runs live until the next
-// rebuild. No lock inside: asked for runs, a lookup makes a name's run the
-// first time a class meets it, so its callers are serialised (the match
-// cache's and the module scans' are). A rebuild of tens of thousands of names
-// sorts part of them on a thread of its own, which it waits for.
+// rebuild. No lock inside: a lookup sorts the names the first time a class
+// may agree with one of them (most classes of a process agree with none of a
+// generated file's), and makes a name's run the first time a class meets it,
+// so its callers are serialised (the match cache's and the module scans'
+// are). A sort of tens of thousands of names runs part on a thread of its
+// own, which the lookup waits for.
 #pragma once
 
 #include <cstdint>
@@ -30,6 +32,7 @@
 #include <vector>
 
 #include "policy/IDirectiveGroup.h"
+#include "policy/NameHeads.h"
 
 class DirectiveGroupIndex {
 public:
@@ -79,9 +82,9 @@ public:
                        std::vector<Placed>& groups, std::vector<const NameRun*>& runs) const;
     const Candidates& general() const { return generalGroups; }
     const Candidates& all() const { return byOrdinal; }
-    bool empty() const { return filed.empty() && parentFiled.empty(); }
+    bool empty() const { return filed.entries.empty() && parentFiled.entries.empty(); }
     // Whether a lookup needs the class's parents.
-    bool filesParents() const { return !parentFiled.empty(); }
+    bool filesParents() const { return !parentFiled.entries.empty(); }
 
 private:
     // A name and the place of its group among all; a generated file files
@@ -90,8 +93,8 @@ private:
         const char16_t* text;
         uint32_t length;
         uint32_t ordinal;
-        // The units a rebuild sorts on; once sorted, whether the name equals
-        // the one before.
+        // The units a sort is on; once sorted, whether the name equals the
+        // one before.
         uint64_t chunk;
         std::u16string_view name() const { return {text, length}; }
     };
@@ -107,10 +110,19 @@ private:
     void collectAgreeing(const std::vector<Filed>& names, std::u16string_view name, bool named,
                          std::vector<Found>& found, std::vector<size_t>& starts,
                          std::vector<const NameRun*>* nameRuns) const;
+    // Names filed: class names, and apart the names of parents. Sorted by
+    // name, equal names by place and sharing the text of the first, once a
+    // lookup may find one of them; until then a lookup asks their heads.
+    struct FiledNames {
+        std::vector<Filed> entries;
+        NameHeads heads;
+        bool bracketed = false;
+        bool sorted = false;
+    };
     // The same for a class and its assembly: the plain name, then the
     // bracketed one where some name is bracketed.
-    void collectClass(const std::vector<Filed>& names, bool anyBracketed, const char16_t* assembly,
-                      const char16_t* className, bool named, std::vector<Found>& found, std::vector<size_t>& starts,
+    void collectClass(FiledNames& names, const char16_t* assembly, const char16_t* className, bool named,
+                      std::vector<Found>& found, std::vector<size_t>& starts,
                       std::vector<const NameRun*>* nameRuns) const;
     // The groups filed under names that agree with the class or its parents,
     // in order, once each; with nameRuns, the runs once each.
@@ -130,12 +142,8 @@ private:
     Candidates byOrdinal;
     Candidates generalGroups;
     std::vector<uint32_t> generalOrdinals;
-    // Sorted by name, equal names by place; equal names share the text of the
-    // first. Class names, and apart the names of parents.
-    std::vector<Filed> filed;
-    std::vector<Filed> parentFiled;
-    bool bracketed = false;
-    bool parentBracketed = false;
+    mutable FiledNames filed;
+    mutable FiledNames parentFiled;
     // The runs made so far, by where their names start in filed, and what
     // they list; reserved whole at a rebuild, as runs point into them. Only
     // candidateRuns makes or reads them.

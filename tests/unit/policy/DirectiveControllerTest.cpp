@@ -10,6 +10,7 @@
 #include "policy/ClassLineGroup.h"
 #include "policy/DirectiveController.h"
 #include "policy/DirectiveGroupIndex.h"
+#include "policy/NameHeads.h"
 #include "policy/MatchingDirectiveGroup.h"
 
 using ::testing::ElementsAre;
@@ -363,8 +364,9 @@ TEST(DirectiveGroupIndex, ManyNamesGiveTheGroupsOfEveryAgreeingName) {
     }
     DirectiveGroupIndex index;
     index.rebuild(ordered);
-    for (const char* probe : {"Company5.Service5", "Company5.Service5.Endpoint5", "Company1", "Company96.Service1012",
-                              "Company50.Service1.Endpoint1x", "Nowhere"}) {
+    // The first probes agree with no name, or with all: before and at the sort.
+    for (const char* probe : {"Nowhere", "Comp", "Company5.Service5", "Company5.Service5.Endpoint5", "Company1",
+                              "Company96.Service1012", "Company50.Service1.Endpoint1x", "Nowhere"}) {
         const std::u16string className = RealAssemblies::widen(probe);
         DirectiveGroupIndex::Candidates expected;
         for (uint32_t i = 0; i < lines.size(); ++i) {
@@ -374,5 +376,26 @@ TEST(DirectiveGroupIndex, ManyNamesGiveTheGroupsOfEveryAgreeingName) {
         DirectiveGroupIndex::Candidates found;
         index.candidates(u"Shapes", className.c_str(), {}, found, false);
         EXPECT_TRUE(found == expected) << probe << ": " << found.size() << " found, " << expected.size() << " expected";
+    }
+}
+
+// The heads never miss a name that agrees, whatever the lengths; they turn
+// away a name that shares no head and begins with no shorter name.
+TEST(NameHeads, NeverMissANameThatAgrees) {
+    const std::u16string_view added[] = {u"A", u"ABC", u"ABCDE", u"ABX", u"QRSTU", u"Longer.Name"};
+    const std::u16string_view probes[] = {u"",    u"A",     u"AB",   u"ABC",  u"ABCD",         u"ABCDEF", u"AC",  u"Q",
+                                          u"QRS", u"QRSTV", u"QRSX", u"Long", u"Longer.Other", u"X",      u"XYZW"};
+    for (const bool withEmpty : {false, true}) {
+        NameHeads heads;
+        heads.reset(1000);
+        for (std::u16string_view name : added) heads.add(name);
+        if (withEmpty) heads.add(u"");
+        for (std::u16string_view probe : probes) {
+            bool agrees = withEmpty;
+            for (std::u16string_view name : added) agrees |= name.starts_with(probe) || probe.starts_with(name);
+            const bool turnedAway = !withEmpty && (probe == u"QRSX" || probe.starts_with(u'X'));
+            EXPECT_EQ(heads.mayAgree(probe), !turnedAway) << RealAssemblies::narrow(std::u16string(probe).c_str());
+            EXPECT_TRUE(!agrees || !turnedAway);
+        }
     }
 }
