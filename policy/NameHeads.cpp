@@ -40,17 +40,23 @@ bool NameHeads::has(uint64_t key) const {
 }
 
 void NameHeads::add(std::u16string_view name) {
-    if (bits.empty()) bits.assign(std::bit_ceil(std::max(kFewestBits, expected * kBitsPerName)) / 64, 0);
+    const bool first = bits.empty();
+    if (first) bits.assign(std::bit_ceil(std::max(kFewestBits, expected * kBitsPerName)) / 64, 0);
     // The head whole; a class name shorter than a head finds the longer
-    // names it begins by their first units.
+    // names it begins by their first units. A generated file's names come
+    // with the head of the name before, whose bits are set already.
     const size_t head = std::min(name.size(), kHead);
+    const uint64_t whole = keyOf(name.substr(0, head), true);
+    if (!first && whole == lastWhole) {
+        return;
+    }
+    lastWhole = whole;
     uint64_t key = 0;
     for (size_t length = 1; length < head; ++length) {
         key = key << 16 | name[length - 1];
         set(key);
     }
-    if (head != 0) key = key << 16 | name[head - 1];
-    set(key ^ kWhole);
+    set(whole);
     if (name.size() < kHead) shortLengths |= 1u << name.size();
 }
 

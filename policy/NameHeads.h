@@ -34,6 +34,8 @@ private:
     bool has(uint64_t key) const;
 
     size_t expected = 0;
+    // The key of the last name's head.
+    uint64_t lastWhole = 0;
     std::vector<uint64_t> bits;
     // The lengths below a head's of the names added, as bits.
     unsigned shortLengths = 0;
