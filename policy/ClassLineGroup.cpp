@@ -19,7 +19,7 @@ MatchingDirectiveGroup& ClassLineGroup::full() {
     if (!changed) {
         changed = std::make_unique<MatchingDirectiveGroup>(getName());
         changed->getClassMatcher()->addClassRule(className());
-        if (methodAt != 0) {
+        if (oneMethod) {
             changed->getMethodMatcher()->addMethodRule(method());
         } else {
             changed->getMethodMatcher()->addAllMethodsRule();
@@ -44,7 +44,7 @@ bool ClassLineGroup::matchMethod(IMetaDataContext* context) {
         return changed->matchMethod(context);
     }
     char16_t* name = nullptr;
-    return methodAt == 0 || (SUCCEEDED(context->getMethodName(&name)) && WCharSet::agrees(method(), name));
+    return !oneMethod || (SUCCEEDED(context->getMethodName(&name)) && WCharSet::agrees(method(), name));
 }
 
 bool ClassLineGroup::mayMatchAssembly(const char16_t* assembly) {
@@ -52,14 +52,14 @@ bool ClassLineGroup::mayMatchAssembly(const char16_t* assembly) {
 }
 
 bool ClassLineGroup::mayMatchName(const char16_t* name) {
-    return changed ? changed->mayMatchName(name) : methodAt == 0 || WCharSet::agrees(method(), name);
+    return changed ? changed->mayMatchName(name) : !oneMethod || WCharSet::agrees(method(), name);
 }
 
 bool ClassLineGroup::addFirstUnits(FirstUnits& units) const {
     if (changed) {
         return changed->addFirstUnits(units);
     }
-    const char16_t first = methodAt != 0 ? *method() : 0;
+    const char16_t first = oneMethod ? *method() : 0;
     if (first == 0 || first >= units.size()) {
         return false;
     }

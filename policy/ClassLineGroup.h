@@ -16,11 +16,12 @@
 
 class ClassLineGroup final : public IDirectiveGroup {
 public:
-    // text holds the class and the method one behind the other, each ending
-    // in a zero; a method at 0 stands for all methods. The group's name is
-    // made the first time it is asked for: most are never named.
-    ClassLineGroup(const char16_t* text, uint32_t number, uint16_t methodAt)
-        : text(text), number(number), methodAt(methodAt) {}
+    // text holds the class of classLength units and, with oneMethod, the
+    // method behind it, each ending in a zero; without, the group selects all
+    // methods. The group's name is made the first time it is asked for: most
+    // are never named.
+    ClassLineGroup(const char16_t* text, uint32_t number, uint16_t classLength, bool oneMethod)
+        : text(text), number(number), classLength(classLength), oneMethod(oneMethod) {}
 
     uint32_t getNumber() const { return number; }
 
@@ -44,17 +45,20 @@ public:
     bool addFirstUnits(FirstUnits& units) const override;
     bool namedClassesOnly(const std::function<void(const char16_t* name, bool parent)>& visit) override;
     const char16_t* soleMethod() override { return changed ? nullptr : method(); }
-    const char16_t* soleClass() override { return changed ? nullptr : className(); }
+    std::u16string_view soleClass() override {
+        return changed ? std::u16string_view() : std::u16string_view(className(), classLength);
+    }
 
 private:
     // The full group with the same rules and state, made at the first call.
     MatchingDirectiveGroup& full();
     const char16_t* className() const { return text; }
-    const char16_t* method() const { return methodAt != 0 ? text + methodAt : nullptr; }
+    const char16_t* method() const { return oneMethod ? text + classLength + 1 : nullptr; }
 
     const char16_t* text;
     uint32_t number;
-    uint16_t methodAt;
+    uint16_t classLength;
+    bool oneMethod;
     std::unique_ptr<char16_t[]> name;
     std::unique_ptr<MatchingDirectiveGroup> changed;
 };

@@ -53,11 +53,10 @@ ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view classN
     }
     const bool oneMethod = !method.empty();
     const std::u16string_view methodName = MethodMatcher::ruleName(method);
-    const auto methodAt = static_cast<uint16_t>(oneMethod ? classLength + 1 : 0);
     char16_t* room = text.allocate(classLength + 1 + (oneMethod ? methodName.size() + 1 : 0));
     *std::copy(className.begin(), className.end(), room) = 0;
     if (oneMethod) {
-        *std::copy(methodName.begin(), methodName.end(), room + methodAt) = 0;
+        *std::copy(methodName.begin(), methodName.end(), room + classLength + 1) = 0;
     }
     if (blocks.empty() || blocks.back().size() == kBlock) {
         std::vector<ClassLineGroup> block;
@@ -68,7 +67,7 @@ ClassLineGroup* ClassLineGroups::add(uint32_t number, std::u16string_view classN
         }
         blocks.push_back(std::move(block));
     }
-    ClassLineGroup& added = blocks.back().emplace_back(room, number, methodAt);
+    ClassLineGroup& added = blocks.back().emplace_back(room, number, static_cast<uint16_t>(classLength), oneMethod);
     ++count;
     return &added;
 }

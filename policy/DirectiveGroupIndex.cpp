@@ -236,21 +236,21 @@ void DirectiveGroupIndex::rebuild(Candidates ordered) {
         if (ordinal + kAhead < byOrdinal.size()) __builtin_prefetch(byOrdinal[ordinal + kAhead]);
         // The class names lie elsewhere: fetched once their group is in.
         if (ordinal + kAhead / 2 < byOrdinal.size()) {
-            if (const char16_t* sole = byOrdinal[ordinal + kAhead / 2]->soleClass()) __builtin_prefetch(sole);
+            __builtin_prefetch(byOrdinal[ordinal + kAhead / 2]->soleClass().data());
         }
         IDirectiveGroup* group = byOrdinal[ordinal];
-        const auto file = [&](const char16_t* name, bool parent) {
-            const std::u16string_view text(name);
+        const auto file = [&](std::u16string_view name, bool parent) {
             FiledNames& names = parent ? parentFiled : filed;
-            names.entries.push_back({text.data(), static_cast<uint32_t>(text.size()), ordinal, 0});
-            names.heads.add(text);
-            names.bracketed |= name[0] == u'[';
+            names.entries.push_back({name.data(), static_cast<uint32_t>(name.size()), ordinal, 0});
+            names.heads.add(name);
+            names.bracketed |= name.starts_with(u'[');
         };
-        // A one-line group gives its one name without a call through a function object.
-        const char16_t* sole = group->soleClass();
-        if (sole != nullptr) {
+        // A one-line group gives its one name, and its length, without a call
+        // through a function object.
+        const std::u16string_view sole = group->soleClass();
+        if (!sole.empty()) {
             file(sole, false);
-        } else if (!group->namedClassesOnly(file)) {
+        } else if (!group->namedClassesOnly([&](const char16_t* name, bool parent) { file(name, parent); })) {
             generalGroups.push_back(group);
             generalOrdinals.push_back(ordinal);
         }
@@ -281,7 +281,7 @@ const DirectiveGroupIndex::NameRun* DirectiveGroupIndex::runAt(uint32_t filedAt)
             __builtin_prefetch(byOrdinal[entry[kAhead].ordinal]);
         }
         IDirectiveGroup* group = byOrdinal[entry->ordinal];
-        const char16_t* method = group->soleClass() != nullptr ? group->soleMethod() : nullptr;
+        const char16_t* method = !group->soleClass().empty() ? group->soleMethod() : nullptr;
         if (method != nullptr) sole.emplace_back(method, entry->ordinal);
     }
     if (sole.size() < 2) {

@@ -197,9 +197,7 @@ bool DirectiveMatchingCache::walk(IMetaDataContext* context, DirectiveMatchingMe
             __builtin_prefetch(known.candidates[known.next + 2 * kAhead].group);
         }
         if (known.next + kAhead < count) {
-            if (const char16_t* sole = known.candidates[known.next + kAhead].group->soleClass()) {
-                __builtin_prefetch(sole);
-            }
+            __builtin_prefetch(known.candidates[known.next + kAhead].group->soleClass().data());
         }
         const DirectiveMatchingMetaData::Placed& candidate = known.candidates[known.next];
         if (candidate.ordinal > runMatch) {

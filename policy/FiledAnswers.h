@@ -17,7 +17,7 @@ public:
     // What ask(group) answers; name is the one the index gave with the group.
     template <typename Ask>
     bool answer(IDirectiveGroup* group, const char16_t* name, Ask ask) {
-        if (name == nullptr || group->soleClass() == nullptr) {
+        if (name == nullptr || group->soleClass().empty()) {
             return ask(group);
         }
         for (const auto& [known, answered] : answers) {

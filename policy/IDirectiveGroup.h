@@ -49,9 +49,9 @@ public:
     // When not null, the group has no skip filter and selects, of a class it
     // takes, the methods whose names agree with this one and no other.
     virtual const char16_t* soleMethod() = 0;
-    // When not null, the group is live, has no skip filter, and takes the
+    // When not empty, the group is live, has no skip filter, and takes the
     // classes, and the assemblies, that agree with this one name and no other.
-    virtual const char16_t* soleClass() = 0;
+    virtual std::u16string_view soleClass() = 0;
 };
 
 // The plain order of code units, as std::u16string's own, with equal runs

@@ -37,7 +37,7 @@ public:
     bool addFirstUnits(FirstUnits& units) const override;
     bool namedClassesOnly(const std::function<void(const char16_t* name, bool parent)>& visit) override;
     const char16_t* soleMethod() override { return nullptr; }
-    const char16_t* soleClass() override { return nullptr; }
+    std::u16string_view soleClass() override { return {}; }
 
 private:
     const char16_t* name;

@@ -331,8 +331,9 @@ TEST(DirectiveGroupIndex, CandidatesKeepTheGroupsOrderAcrossNames) {
             general->getClassMatcher()->addAllClassesRule();
             ordered.push_back(owned.emplace_back(std::move(general)).get());
         }
-        const auto methodAt = static_cast<uint16_t>(lines[i].size() - 4);
-        ordered.push_back(owned.emplace_back(std::make_unique<ClassLineGroup>(lines[i].data(), i, methodAt)).get());
+        const auto classLength = static_cast<uint16_t>(lines[i].size() - 5);
+        ordered.push_back(
+            owned.emplace_back(std::make_unique<ClassLineGroup>(lines[i].data(), i, classLength, true)).get());
     }
     DirectiveGroupIndex index;
     index.rebuild(ordered);
@@ -360,8 +361,9 @@ TEST(DirectiveGroupIndex, ManyNamesGiveTheGroupsOfEveryAgreeingName) {
     std::vector<std::unique_ptr<IDirectiveGroup>> owned;
     DirectiveGroupIndex::Candidates ordered;
     for (uint32_t i = 0; i < lines.size(); ++i) {
-        const auto methodAt = static_cast<uint16_t>(lines[i].size() - 4);
-        ordered.push_back(owned.emplace_back(std::make_unique<ClassLineGroup>(lines[i].data(), i, methodAt)).get());
+        const auto classLength = static_cast<uint16_t>(lines[i].size() - 5);
+        ordered.push_back(
+            owned.emplace_back(std::make_unique<ClassLineGroup>(lines[i].data(), i, classLength, true)).get());
     }
     DirectiveGroupIndex index;
     index.rebuild(ordered);
