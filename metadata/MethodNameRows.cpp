@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "metadata/TableCells.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorMetadataEnums.h"
 #include "runtime/Guids.h"
@@ -19,55 +20,13 @@ constexpr ULONG kTypeDefTable = 2;
 constexpr ULONG kMethodListColumn = 5;
 constexpr ULONG kMethodPointerTable = 5;
 
-// A table's rows when they lie in one block: a table written to since it was
-// read keeps its rows in more than one block, and then the first, middle and
-// last rows do not lie a row size apart.
-const unsigned char* rowBlock(IMetaDataTables* tables, ULONG table, ULONG rows, ULONG rowSize) {
-    void* first = nullptr;
-    void* middle = nullptr;
-    void* last = nullptr;
-    const ULONG middleRow = (rows + 1) / 2;
-    if (rows == 0 || FAILED(tables->GetRow(table, 1, &first)) || FAILED(tables->GetRow(table, middleRow, &middle)) ||
-        FAILED(tables->GetRow(table, rows, &last)) || first == nullptr) {
-        return nullptr;
-    }
-    const auto* start = static_cast<const unsigned char*>(first);
-    const bool oneBlock = static_cast<const unsigned char*>(middle) == start + size_t{middleRow - 1} * rowSize &&
-                          static_cast<const unsigned char*>(last) == start + size_t{rows - 1} * rowSize;
-    return oneBlock ? start : nullptr;
-}
-
-// A little-endian cell of two or four bytes, as in the file.
-ULONG cellAt(const unsigned char* cell, ULONG size) {
-    ULONG value = cell[0] | (static_cast<ULONG>(cell[1]) << 8);
-    if (size == 4) value |= (static_cast<ULONG>(cell[2]) << 16) | (static_cast<ULONG>(cell[3]) << 24);
-    return value;
-}
-
-// A table's row count and row size, checked by its name.
-bool tableAt(IMetaDataTables* tables, ULONG table, const char* name, ULONG* rows, ULONG* rowSize) {
-    ULONG columns = 0;
-    ULONG key = 0;
-    const char* found = nullptr;
-    return SUCCEEDED(tables->GetTableInfo(table, rowSize, rows, &columns, &key, &found)) && found != nullptr &&
-           strcmp(found, name) == 0;
-}
-
-// A column's place and width, checked by its name.
-bool columnAt(IMetaDataTables* tables, ULONG table, ULONG column, const char* name, ULONG* offset, ULONG* size) {
-    ULONG type = 0;
-    const char* found = nullptr;
-    return SUCCEEDED(tables->GetColumnInfo(table, column, offset, size, &type, &found)) && found != nullptr &&
-           strcmp(found, name) == 0;
-}
-
 }  // namespace
 
 MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
     ULONG rowSize = 0;
     if (import == nullptr || FAILED(import->QueryInterface(IID_IMetaDataTables, reinterpret_cast<void**>(&tables))) ||
-        !tableAt(tables.get(), kMethodTable, "Method", &rows, &rowSize) ||
-        !columnAt(tables.get(), kMethodTable, kNameColumn, "Name", &columnOffset, &columnSize)) {
+        !TableCells::tableAt(tables.get(), kMethodTable, "Method", &rows, &rowSize) ||
+        !TableCells::columnAt(tables.get(), kMethodTable, kNameColumn, "Name", &columnOffset, &columnSize)) {
         tables = nullptr;
         rows = 0;
         return;
@@ -75,8 +34,9 @@ MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
     findBlock(rowSize);
     findHeap();
     ULONG flagsSize = 0;
-    if (block != nullptr && (!columnAt(tables.get(), kMethodTable, kFlagsColumn, "Flags", &flagsOffset, &flagsSize) ||
-                             flagsSize != 2 || flagsOffset + flagsSize > stride)) {
+    if (block != nullptr &&
+        (!TableCells::columnAt(tables.get(), kMethodTable, kFlagsColumn, "Flags", &flagsOffset, &flagsSize) ||
+         flagsSize != 2 || flagsOffset + flagsSize > stride)) {
         flagsOffset = 0;
     }
 }
@@ -85,28 +45,14 @@ void MethodNameRows::findBlock(ULONG rowSize) {
     if (rows == 0 || (columnSize != 2 && columnSize != 4) || columnOffset + columnSize > rowSize) {
         return;
     }
-    block = rowBlock(tables.get(), kMethodTable, rows, rowSize);
+    block = TableCells::rowBlock(tables.get(), kMethodTable, rows, rowSize);
     if (block != nullptr) stride = rowSize;
 }
 
-// The engine hands out names as pointers into its heap, which a scope
-// written to keeps in more than one block: where the heap's last byte and the
-// names of the middle and last rows lie at their index from the first string,
-// the heap is one block.
+// Probed with the names of the middle and last rows.
 void MethodNameRows::findHeap() {
-    ULONG size = 0;
-    const char* first = nullptr;
-    if (rows == 0 || FAILED(tables->GetStringHeapSize(&size)) || size < 2 || FAILED(tables->GetString(1, &first)) ||
-        first == nullptr) {
-        return;
-    }
-    const char* start = first - 1;
-    for (ULONG index : {size - 1, nameIndex((rows + 1) / 2), nameIndex(rows)}) {
-        const char* at = nullptr;
-        if (index == 0 || index >= size || FAILED(tables->GetString(index, &at)) || at != start + index) return;
-    }
-    heap = start;
-    heapSize = size;
+    if (rows == 0) return;
+    heap = TableCells::heapBlock(tables.get(), {nameIndex((rows + 1) / 2), nameIndex(rows)}, &heapSize);
 }
 
 void MethodNameRows::readOwners() {
@@ -119,13 +65,13 @@ void MethodNameRows::readOwners() {
     // A method pointer table stands between the classes and the methods when
     // a scope was written out of order.
     if (block == nullptr || flagsOffset == 0 ||
-        !tableAt(tables.get(), kMethodPointerTable, "MethodPtr", &pointers, &rowSize) || pointers != 0 ||
-        !tableAt(tables.get(), kTypeDefTable, "TypeDef", &types, &rowSize) ||
-        !columnAt(tables.get(), kTypeDefTable, kMethodListColumn, "MethodList", &offset, &size) ||
+        !TableCells::tableAt(tables.get(), kMethodPointerTable, "MethodPtr", &pointers, &rowSize) || pointers != 0 ||
+        !TableCells::tableAt(tables.get(), kTypeDefTable, "TypeDef", &types, &rowSize) ||
+        !TableCells::columnAt(tables.get(), kTypeDefTable, kMethodListColumn, "MethodList", &offset, &size) ||
         (size != 2 && size != 4) || offset + size > rowSize) {
         return;
     }
-    const unsigned char* typeRows = rowBlock(tables.get(), kTypeDefTable, types, rowSize);
+    const unsigned char* typeRows = TableCells::rowBlock(tables.get(), kTypeDefTable, types, rowSize);
     if (typeRows == nullptr) return;
     try {
         firstMethods.resize(types);
@@ -134,7 +80,7 @@ void MethodNameRows::readOwners() {
         return;
     }
     for (ULONG type = 0; type < types; ++type) {
-        firstMethods[type] = cellAt(typeRows + size_t{type} * rowSize + offset, size);
+        firstMethods[type] = TableCells::cellAt(typeRows + size_t{type} * rowSize + offset, size);
     }
 }
 
@@ -149,12 +95,13 @@ HRESULT MethodNameRows::ownerAndFlags(ULONG row, mdTypeDef* owner, DWORD* flags)
     const auto after = std::upper_bound(firstMethods.begin(), firstMethods.end(), row);
     if (after == firstMethods.begin()) return E_FAIL;
     *owner = TokenFromRid(static_cast<ULONG>(after - firstMethods.begin()), mdtTypeDef);
-    *flags = cellAt(block + static_cast<size_t>(row - 1) * stride + flagsOffset, 2);
+    *flags = TableCells::cellAt(block + static_cast<size_t>(row - 1) * stride + flagsOffset, 2);
     return S_OK;
 }
 
 ULONG MethodNameRows::nameIndex(ULONG row) {
-    if (block != nullptr) return cellAt(block + static_cast<size_t>(row - 1) * stride + columnOffset, columnSize);
+    if (block != nullptr)
+        return TableCells::cellAt(block + static_cast<size_t>(row - 1) * stride + columnOffset, columnSize);
     ULONG index = 0;
     return SUCCEEDED(tables->GetColumn(kMethodTable, kNameColumn, row, &index)) ? index : 0;
 }

@@ -1,0 +1,31 @@
+// A scope's tables read straight, where the metadata engine keeps a table's
+// rows, or its string heap, in one block: a scan of every row of a module then
+// makes no call into the engine's locked interface per row. A scope written to
+// since it was read keeps them in more than one block, and is read through
+// the engine.
+//
+// Stateless; the tables are the caller's.
+#pragma once
+
+#include <initializer_list>
+
+#include "runtime/MetaDataInterfaces.h"
+
+class TableCells {
+public:
+    // A table's rows when they lie in one block, or null: the first, middle
+    // and last rows must lie a row size apart.
+    static const unsigned char* rowBlock(IMetaDataTables* tables, ULONG table, ULONG rows, ULONG rowSize);
+    // A little-endian cell of two or four bytes, as in the file.
+    static ULONG cellAt(const unsigned char* cell, ULONG size);
+    // A table's row count and row size, checked by its name.
+    static bool tableAt(IMetaDataTables* tables, ULONG table, const char* name, ULONG* rows, ULONG* rowSize);
+    // A column's place and width, checked by its name.
+    static bool columnAt(IMetaDataTables* tables, ULONG table, ULONG column, const char* name, ULONG* offset,
+                         ULONG* size);
+    // The string heap when it lies in one block, an index being an offset
+    // into it, or null. The engine hands out strings as pointers into its
+    // heap: its last byte and the strings at the probed indexes must lie at
+    // their index from the first string.
+    static const char* heapBlock(IMetaDataTables* tables, std::initializer_list<ULONG> probes, ULONG* size);
+};
