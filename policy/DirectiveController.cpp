@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "metadata/MethodNameRows.h"
+#include "metadata/TypeNameRows.h"
 #include "platform/FormattedOutput.h"
 #include "platform/MemoryPages.h"
 #include "platform/Performance.h"
@@ -342,6 +343,16 @@ HRESULT DirectiveController::scanTypes(IMetaDataContext* context, MatchContext& 
                                        bool logClasses, std::set<mdMethodDef>& methods, unsigned int& typeCount,
                                        unsigned int& methodCount) {
     IMetaDataImport* import = match.getImport();
+    // A scan that meets only the groups filed under class names passes over
+    // a class that none of their names may agree with, its name read straight
+    // from the type table: most classes of a module. Parents filed by name
+    // would need the class's parents.
+    const DirectiveGroupIndex& index = groupIndex();
+    char16_t* assembly = nullptr;
+    const bool passOver = meeting == Meeting::Filed && log == nullptr && !index.filesParents() &&
+                          SUCCEEDED(context->getAssemblyName(&assembly));
+    const TypeNameRows rows(passOver ? import : nullptr);
+    char16_t name[IMetaDataContext::kNameSize];
     ULONG listed = 0;
     const HRESULT hr = forEachListed<kTypeBatch>(
         import,
@@ -349,7 +360,13 @@ HRESULT DirectiveController::scanTypes(IMetaDataContext* context, MatchContext& 
             return import->EnumTypeDefs(handle, types, size, count);
         },
         listed,
-        [&](mdTypeDef type) { return scanType(context, match, type, meeting, log, logClasses, methods, methodCount); });
+        [&](mdTypeDef type) {
+            if (passOver && rows.plainName(type, name, IMetaDataContext::kNameSize) &&
+                !index.mayFileClass(assembly, name)) {
+                return S_OK;
+            }
+            return scanType(context, match, type, meeting, log, logClasses, methods, methodCount);
+        });
     typeCount += listed;
     return hr;
 }

@@ -375,6 +375,21 @@ void DirectiveGroupIndex::collectAgreeing(const std::vector<Filed>& names, std::
     }
 }
 
+bool DirectiveGroupIndex::mayAgree(const FiledNames& names, std::u16string_view className,
+                                   std::u16string_view qualified) {
+    return names.heads.mayAgree(className) || (names.bracketed && names.heads.mayAgree(qualified));
+}
+
+bool DirectiveGroupIndex::mayFileClass(const char16_t* assembly, const char16_t* className) const {
+    if (filed.entries.empty()) {
+        return false;
+    }
+    char16_t text[IMetaDataContext::kNameSize];
+    const std::u16string_view qualified =
+        filed.bracketed ? std::u16string_view(text, qualifiedKey(assembly, className, text)) : std::u16string_view();
+    return mayAgree(filed, className, qualified);
+}
+
 void DirectiveGroupIndex::collectClass(FiledNames& names, const char16_t* assembly, const char16_t* className,
                                        bool named, std::vector<Found>& found, std::vector<size_t>& starts,
                                        std::vector<const NameRun*>* nameRuns) const {
@@ -385,7 +400,7 @@ void DirectiveGroupIndex::collectClass(FiledNames& names, const char16_t* assemb
     const std::u16string_view qualified =
         names.bracketed ? std::u16string_view(text, qualifiedKey(assembly, className, text)) : std::u16string_view();
     if (!names.sorted) {
-        if (!names.heads.mayAgree(className) && (!names.bracketed || !names.heads.mayAgree(qualified))) {
+        if (!mayAgree(names, className, qualified)) {
             return;
         }
         sortByChunks(names.entries);

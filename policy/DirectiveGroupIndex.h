@@ -85,6 +85,10 @@ public:
     bool empty() const { return filed.entries.empty() && parentFiled.entries.empty(); }
     // Whether a lookup needs the class's parents.
     bool filesParents() const { return !parentFiled.entries.empty(); }
+    // False only where no group is filed under a name that agrees with the
+    // class, plain or with its assembly in brackets. The class's parents are
+    // not asked (see filesParents).
+    bool mayFileClass(const char16_t* assembly, const char16_t* className) const;
 
 private:
     // A name and the place of its group among all; a generated file files
@@ -119,6 +123,9 @@ private:
         bool bracketed = false;
         bool sorted = false;
     };
+    // False only where no name filed in names agrees with the class's plain
+    // or bracketed name, asked before the names are sorted.
+    static bool mayAgree(const FiledNames& names, std::u16string_view className, std::u16string_view qualified);
     // The same for a class and its assembly: the plain name, then the
     // bracketed one where some name is bracketed.
     void collectClass(FiledNames& names, const char16_t* assembly, const char16_t* className, bool named,

@@ -6,6 +6,7 @@
 
 #include "MetaDataFixture.h"
 #include "metadata/MetaDataContext.h"
+#include "metadata/TypeNameRows.h"
 #include "runtime/CorErrors.h"
 
 using ::testing::Each;
@@ -180,5 +181,36 @@ TEST(MetaDataContextMarker, StripsBackQuoteAndDigitsAtTheEndOnly) {
         MetaDataContext::stripEndGenericMarker(buffer.data(), static_cast<long>(buffer.size()), &length);
         EXPECT_EQ(std::u16string(buffer.c_str()), c.stripped) << RealAssemblies::narrow(c.text.c_str());
         EXPECT_EQ(length, c.length) << RealAssemblies::narrow(c.text.c_str());
+    }
+}
+
+// The type table read straight names every class it can, nested and generic
+// ones too, as the context does, and most classes; a name beyond the buffer
+// is left to the engine.
+TEST_F(MetaDataContextNames, TypeRowsNameClassesAsTheContextDoes) {
+    for (const ModuleID module : {shapes, info->addModule(RealAssemblies::coreLibPath())}) {
+        IMetaDataImport* import = info->importOf(module);
+        const TypeNameRows rows(import);
+        ASSERT_EQ(context->setModuleID(module), S_OK);
+        ASSERT_EQ(context->setImport(import), S_OK);
+        HCORENUM types = nullptr;
+        mdTypeDef type = 0;
+        ULONG count = 0;
+        size_t read = 0;
+        size_t listed = 0;
+        while (import->EnumTypeDefs(&types, &type, 1, &count) == S_OK && count == 1) {
+            char16_t name[IMetaDataContext::kNameSize];
+            ++listed;
+            if (!rows.plainName(type, name, IMetaDataContext::kNameSize)) continue;
+            ++read;
+            char16_t* assembly = nullptr;
+            char16_t* expected = nullptr;
+            ASSERT_EQ(context->setTypeDef(type), S_OK);
+            ASSERT_EQ(context->getClassName(&assembly, &expected), S_OK);
+            ASSERT_EQ(std::u16string(name), std::u16string(expected)) << std::hex << type;
+            EXPECT_FALSE(rows.plainName(type, name, static_cast<ULONG>(std::u16string(expected).size())));
+        }
+        import->CloseEnum(types);
+        EXPECT_GT(read * 2, listed) << read << " of " << listed;
     }
 }
