@@ -11,22 +11,20 @@
 
 namespace {
 
-// Tables and columns by their numbers in the file format; a column is checked
-// against the name the scope gives it before any row is read.
-constexpr ULONG kMethodTable = 6;
+// Columns by their numbers in the file format; a column is checked against
+// the name the scope gives it before any row is read.
 constexpr ULONG kNameColumn = 3;
 constexpr ULONG kFlagsColumn = 2;
-constexpr ULONG kTypeDefTable = 2;
 constexpr ULONG kMethodListColumn = 5;
-constexpr ULONG kMethodPointerTable = 5;
 
 }  // namespace
 
 MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
     ULONG rowSize = 0;
     if (import == nullptr || FAILED(import->QueryInterface(IID_IMetaDataTables, reinterpret_cast<void**>(&tables))) ||
-        !TableCells::tableAt(tables.get(), kMethodTable, "Method", &rows, &rowSize) ||
-        !TableCells::columnAt(tables.get(), kMethodTable, kNameColumn, "Name", &columnOffset, &columnSize)) {
+        !TableCells::tableAt(tables.get(), TableCells::kMethodTable, "Method", &rows, &rowSize) ||
+        !TableCells::columnAt(tables.get(), TableCells::kMethodTable, kNameColumn, "Name", &columnOffset,
+                              &columnSize)) {
         tables = nullptr;
         rows = 0;
         return;
@@ -34,9 +32,9 @@ MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
     findBlock(rowSize);
     findHeap();
     ULONG flagsSize = 0;
-    if (block != nullptr &&
-        (!TableCells::columnAt(tables.get(), kMethodTable, kFlagsColumn, "Flags", &flagsOffset, &flagsSize) ||
-         flagsSize != 2 || flagsOffset + flagsSize > stride)) {
+    if (block != nullptr && (!TableCells::columnAt(tables.get(), TableCells::kMethodTable, kFlagsColumn, "Flags",
+                                                   &flagsOffset, &flagsSize) ||
+                             flagsSize != 2 || flagsOffset + flagsSize > stride)) {
         flagsOffset = 0;
     }
 }
@@ -45,7 +43,7 @@ void MethodNameRows::findBlock(ULONG rowSize) {
     if (rows == 0 || (columnSize != 2 && columnSize != 4) || columnOffset + columnSize > rowSize) {
         return;
     }
-    block = TableCells::rowBlock(tables.get(), kMethodTable, rows, rowSize);
+    block = TableCells::rowBlock(tables.get(), TableCells::kMethodTable, rows, rowSize);
     if (block != nullptr) stride = rowSize;
 }
 
@@ -65,13 +63,14 @@ void MethodNameRows::readOwners() {
     // A method pointer table stands between the classes and the methods when
     // a scope was written out of order.
     if (block == nullptr || flagsOffset == 0 ||
-        !TableCells::tableAt(tables.get(), kMethodPointerTable, "MethodPtr", &pointers, &rowSize) || pointers != 0 ||
-        !TableCells::tableAt(tables.get(), kTypeDefTable, "TypeDef", &types, &rowSize) ||
-        !TableCells::columnAt(tables.get(), kTypeDefTable, kMethodListColumn, "MethodList", &offset, &size) ||
+        !TableCells::tableAt(tables.get(), TableCells::kMethodPointerTable, "MethodPtr", &pointers, &rowSize) ||
+        pointers != 0 || !TableCells::tableAt(tables.get(), TableCells::kTypeDefTable, "TypeDef", &types, &rowSize) ||
+        !TableCells::columnAt(tables.get(), TableCells::kTypeDefTable, kMethodListColumn, "MethodList", &offset,
+                              &size) ||
         (size != 2 && size != 4) || offset + size > rowSize) {
         return;
     }
-    const unsigned char* typeRows = TableCells::rowBlock(tables.get(), kTypeDefTable, types, rowSize);
+    const unsigned char* typeRows = TableCells::rowBlock(tables.get(), TableCells::kTypeDefTable, types, rowSize);
     if (typeRows == nullptr) return;
     try {
         firstMethods.resize(types);
@@ -103,7 +102,7 @@ ULONG MethodNameRows::nameIndex(ULONG row) {
     if (block != nullptr)
         return TableCells::cellAt(block + static_cast<size_t>(row - 1) * stride + columnOffset, columnSize);
     ULONG index = 0;
-    return SUCCEEDED(tables->GetColumn(kMethodTable, kNameColumn, row, &index)) ? index : 0;
+    return SUCCEEDED(tables->GetColumn(TableCells::kMethodTable, kNameColumn, row, &index)) ? index : 0;
 }
 
 const char* MethodNameRows::text(ULONG index) {

@@ -39,6 +39,22 @@ bool TableCells::columnAt(IMetaDataTables* tables, ULONG table, ULONG column, co
            strcmp(found, name) == 0;
 }
 
+bool TableCells::readable(IMetaDataTables* tables, ULONG table, const char* name,
+                          std::initializer_list<std::pair<const char*, Column*>> columns, Rows* rows) {
+    ULONG rowSize = 0;
+    if (!tableAt(tables, table, name, &rows->count, &rowSize)) return false;
+    ULONG number = 0;
+    for (const auto& [columnName, column] : columns) {
+        if (!columnAt(tables, table, number++, columnName, &column->offset, &column->size) ||
+            (column->size != 2 && column->size != 4) || column->offset + column->size > rowSize) {
+            return false;
+        }
+    }
+    rows->block = rowBlock(tables, table, rows->count, rowSize);
+    rows->stride = rowSize;
+    return rows->block != nullptr;
+}
+
 const char* TableCells::heapBlock(IMetaDataTables* tables, std::initializer_list<ULONG> probes, ULONG* size) {
     const char* first = nullptr;
     if (FAILED(tables->GetStringHeapSize(size)) || *size < 2 || FAILED(tables->GetString(1, &first)) ||

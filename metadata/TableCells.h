@@ -8,11 +8,32 @@
 #pragma once
 
 #include <initializer_list>
+#include <utility>
 
 #include "runtime/MetaDataInterfaces.h"
 
 class TableCells {
 public:
+    // Tables by their numbers in the file format.
+    static constexpr ULONG kTypeDefTable = 2;
+    static constexpr ULONG kMethodPointerTable = 5;
+    static constexpr ULONG kMethodTable = 6;
+    static constexpr ULONG kNestedClassTable = 41;
+
+    // A table's rows in one block, the first numbered 1.
+    struct Rows {
+        const unsigned char* block = nullptr;
+        ULONG count = 0;
+        ULONG stride = 0;
+        const unsigned char* row(ULONG number) const { return block + size_t{number - 1} * stride; }
+    };
+    // A column's place in a row, and its width.
+    struct Column {
+        ULONG offset = 0;
+        ULONG size = 0;
+        ULONG in(const unsigned char* row) const { return cellAt(row + offset, size); }
+    };
+
     // A table's rows when they lie in one block, or null: the first, middle
     // and last rows must lie a row size apart.
     static const unsigned char* rowBlock(IMetaDataTables* tables, ULONG table, ULONG rows, ULONG rowSize);
@@ -23,6 +44,11 @@ public:
     // A column's place and width, checked by its name.
     static bool columnAt(IMetaDataTables* tables, ULONG table, ULONG column, const char* name, ULONG* offset,
                          ULONG* size);
+    // A table's rows, where they lie in one block, and its columns of the
+    // given names (numbered from 0), each of two or four bytes and inside a
+    // row; false where the scope does not give them so.
+    static bool readable(IMetaDataTables* tables, ULONG table, const char* name,
+                         std::initializer_list<std::pair<const char*, Column*>> columns, Rows* rows);
     // The string heap when it lies in one block, an index being an offset
     // into it, or null. The engine hands out strings as pointers into its
     // heap: its last byte and the strings at the probed indexes must lie at

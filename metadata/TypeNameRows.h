@@ -9,6 +9,7 @@
 // the reader is in use.
 #pragma once
 
+#include "metadata/TableCells.h"
 #include "platform/AutoPointer.h"
 #include "runtime/MetaDataInterfaces.h"
 
@@ -29,25 +30,15 @@ private:
     bool appendName(ULONG row, char16_t* buffer, ULONG size, ULONG& at, int depth) const;
 
     AutoCOMPointer<IMetaDataTables> tables;
-    ULONG rows = 0;
-    const unsigned char* block = nullptr;
-    ULONG stride = 0;
-    // Where the flags, name and namespace lie in a row, and the widths of
-    // the last two.
-    ULONG flagsOffset = 0;
-    ULONG nameOffset = 0;
-    ULONG nameSize = 0;
-    ULONG namespaceOffset = 0;
-    ULONG namespaceSize = 0;
+    // The type table's rows and the columns read from them.
+    TableCells::Rows types;
+    TableCells::Column flags;
+    TableCells::Column name;
+    TableCells::Column space;
     const char* heap = nullptr;
     ULONG heapSize = 0;
-    // The nested class table's rows in one block, and where its two columns
-    // lie in a row.
-    const unsigned char* nestedBlock = nullptr;
-    ULONG nestedRows = 0;
-    ULONG nestedStride = 0;
-    ULONG nestedOffset = 0;
-    ULONG nestedSize = 0;
-    ULONG enclosingOffset = 0;
-    ULONG enclosingSize = 0;
+    // The nested class table's rows and its two columns.
+    TableCells::Rows nested;
+    TableCells::Column nestedClass;
+    TableCells::Column enclosingClass;
 };
