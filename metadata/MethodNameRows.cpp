@@ -1,7 +1,6 @@
 #include "metadata/MethodNameRows.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 
 #include "metadata/TableCells.h"
@@ -56,30 +55,26 @@ void MethodNameRows::findHeap() {
 void MethodNameRows::readOwners() {
     ownersRead = true;
     ULONG pointers = 0;
-    ULONG types = 0;
     ULONG rowSize = 0;
-    ULONG offset = 0;
-    ULONG size = 0;
+    TableCells::Rows types;
+    TableCells::Column methodList;
     // A method pointer table stands between the classes and the methods when
     // a scope was written out of order.
     if (block == nullptr || flagsOffset == 0 ||
         !TableCells::tableAt(tables.get(), TableCells::kMethodPointerTable, "MethodPtr", &pointers, &rowSize) ||
-        pointers != 0 || !TableCells::tableAt(tables.get(), TableCells::kTypeDefTable, "TypeDef", &types, &rowSize) ||
-        !TableCells::columnAt(tables.get(), TableCells::kTypeDefTable, kMethodListColumn, "MethodList", &offset,
-                              &size) ||
-        (size != 2 && size != 4) || offset + size > rowSize) {
+        pointers != 0 ||
+        !TableCells::readable(tables.get(), TableCells::kTypeDefTable, "TypeDef",
+                              {{kMethodListColumn, "MethodList", &methodList}}, &types)) {
         return;
     }
-    const unsigned char* typeRows = TableCells::rowBlock(tables.get(), TableCells::kTypeDefTable, types, rowSize);
-    if (typeRows == nullptr) return;
     try {
-        firstMethods.resize(types);
+        firstMethods.resize(types.count);
     } catch (const std::bad_alloc&) {
         // The scope answers each row then.
         return;
     }
-    for (ULONG type = 0; type < types; ++type) {
-        firstMethods[type] = TableCells::cellAt(typeRows + size_t{type} * rowSize + offset, size);
+    for (ULONG type = 0; type < types.count; ++type) {
+        firstMethods[type] = methodList.in(types.row(type + 1));
     }
 }
 

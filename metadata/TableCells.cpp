@@ -39,14 +39,14 @@ bool TableCells::columnAt(IMetaDataTables* tables, ULONG table, ULONG column, co
            strcmp(found, name) == 0;
 }
 
-bool TableCells::readable(IMetaDataTables* tables, ULONG table, const char* name,
-                          std::initializer_list<std::pair<const char*, Column*>> columns, Rows* rows) {
+bool TableCells::readable(IMetaDataTables* tables, ULONG table, const char* name, std::initializer_list<Wanted> columns,
+                          Rows* rows) {
     ULONG rowSize = 0;
     if (!tableAt(tables, table, name, &rows->count, &rowSize)) return false;
-    ULONG number = 0;
-    for (const auto& [columnName, column] : columns) {
-        if (!columnAt(tables, table, number++, columnName, &column->offset, &column->size) ||
-            (column->size != 2 && column->size != 4) || column->offset + column->size > rowSize) {
+    for (const Wanted& wanted : columns) {
+        Column& column = *wanted.column;
+        if (!columnAt(tables, table, wanted.number, wanted.name, &column.offset, &column.size) ||
+            (column.size != 2 && column.size != 4) || column.offset + column.size > rowSize) {
             return false;
         }
     }

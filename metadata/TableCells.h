@@ -8,7 +8,6 @@
 #pragma once
 
 #include <initializer_list>
-#include <utility>
 
 #include "runtime/MetaDataInterfaces.h"
 
@@ -44,11 +43,17 @@ public:
     // A column's place and width, checked by its name.
     static bool columnAt(IMetaDataTables* tables, ULONG table, ULONG column, const char* name, ULONG* offset,
                          ULONG* size);
-    // A table's rows, where they lie in one block, and its columns of the
-    // given names (numbered from 0), each of two or four bytes and inside a
-    // row; false where the scope does not give them so.
-    static bool readable(IMetaDataTables* tables, ULONG table, const char* name,
-                         std::initializer_list<std::pair<const char*, Column*>> columns, Rows* rows);
+    // A column to read: its number in the file format and its name.
+    struct Wanted {
+        ULONG number;
+        const char* name;
+        Column* column;
+    };
+    // A table's rows, where they lie in one block, and the wanted columns,
+    // each of two or four bytes and inside a row; false where the scope does
+    // not give them so.
+    static bool readable(IMetaDataTables* tables, ULONG table, const char* name, std::initializer_list<Wanted> columns,
+                         Rows* rows);
     // The string heap when it lies in one block, an index being an offset
     // into it, or null. The engine hands out strings as pointers into its
     // heap: its last byte and the strings at the probed indexes must lie at

@@ -25,13 +25,13 @@ bool appendAscii(const char* text, char16_t* buffer, ULONG size, ULONG& at) {
 TypeNameRows::TypeNameRows(IMetaDataImport* import) {
     if (import == nullptr || FAILED(import->QueryInterface(IID_IMetaDataTables, reinterpret_cast<void**>(&tables))) ||
         !TableCells::readable(tables.get(), TableCells::kTypeDefTable, "TypeDef",
-                              {{"Flags", &flags}, {"Name", &name}, {"Namespace", &space}}, &types) ||
+                              {{0, "Flags", &flags}, {1, "Name", &name}, {2, "Namespace", &space}}, &types) ||
         flags.size != 4) {
         return;
     }
     heap = TableCells::heapBlock(tables.get(), {name.in(types.row(1)), name.in(types.row(types.count))}, &heapSize);
     if (!TableCells::readable(tables.get(), TableCells::kNestedClassTable, "NestedClass",
-                              {{"NestedClass", &nestedClass}, {"EnclosingClass", &enclosingClass}}, &nested)) {
+                              {{0, "NestedClass", &nestedClass}, {1, "EnclosingClass", &enclosingClass}}, &nested)) {
         nested = TableCells::Rows();
     }
 }

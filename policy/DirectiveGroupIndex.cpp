@@ -219,6 +219,13 @@ void settleEqualNames(std::vector<Entry>& entries) {
     }
 }
 
+// The class's name with its assembly in brackets, in text, where some filed
+// name is bracketed; empty otherwise.
+std::u16string_view qualifiedName(bool bracketed, const char16_t* assembly, const char16_t* className,
+                                  char16_t (&text)[IMetaDataContext::kNameSize]) {
+    return bracketed ? std::u16string_view(text, qualifiedKey(assembly, className, text)) : std::u16string_view();
+}
+
 }  // namespace
 
 void DirectiveGroupIndex::rebuild(Candidates ordered) {
@@ -385,9 +392,7 @@ bool DirectiveGroupIndex::mayFileClass(const char16_t* assembly, const char16_t*
         return false;
     }
     char16_t text[IMetaDataContext::kNameSize];
-    const std::u16string_view qualified =
-        filed.bracketed ? std::u16string_view(text, qualifiedKey(assembly, className, text)) : std::u16string_view();
-    return mayAgree(filed, className, qualified);
+    return mayAgree(filed, className, qualifiedName(filed.bracketed, assembly, className, text));
 }
 
 void DirectiveGroupIndex::collectClass(FiledNames& names, const char16_t* assembly, const char16_t* className,
@@ -397,8 +402,7 @@ void DirectiveGroupIndex::collectClass(FiledNames& names, const char16_t* assemb
         return;
     }
     char16_t text[IMetaDataContext::kNameSize];
-    const std::u16string_view qualified =
-        names.bracketed ? std::u16string_view(text, qualifiedKey(assembly, className, text)) : std::u16string_view();
+    const std::u16string_view qualified = qualifiedName(names.bracketed, assembly, className, text);
     if (!names.sorted) {
         if (!mayAgree(names, className, qualified)) {
             return;
