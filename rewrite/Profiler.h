@@ -15,6 +15,7 @@
 #include "platform/AutoPointer.h"
 #include "policy/IProfilerController.h"
 #include "rewrite/BodyVerifier.h"
+#include "rewrite/IBlobOutputStream.h"
 #include "rewrite/IMemberTokenGetter.h"
 #include "rewrite/IMethodBlobInputStream.h"
 #include "rewrite/IMethodBuffer.h"
@@ -170,7 +171,8 @@ private:
     [[nodiscard]] HRESULT readReturnType(IMethodBlobInputStream* stream, unsigned char* type, unsigned int* token,
                                          bool* reported);
     [[nodiscard]] HRESULT checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwner);
-    [[nodiscard]] HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult, unsigned int* sigToken,
+    [[nodiscard]] HRESULT buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
+                                              AutoPointer<IBlobOutputStream>& blob, unsigned int* sigToken,
                                               unsigned int* count);
     [[nodiscard]] HRESULT getClassToken(unsigned int* token);
     [[nodiscard]] HRESULT refuseUnwrappableCode();
@@ -244,6 +246,8 @@ private:
         unsigned int returnToken = 0;
         unsigned int paramCount = 0;
         unsigned int localSigToken = 0;
+        // The local signature's bytes, as built: the check reads them.
+        AutoPointer<IBlobOutputStream> localSignature;
         unsigned int localCount = 0;
         unsigned int resultLocal = 0;
         unsigned int traceLocal = 0;

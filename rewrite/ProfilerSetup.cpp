@@ -128,8 +128,9 @@ HRESULT Profiler::updateSignatures() {
 
     unsigned int newLocalSigToken = 0;
     unsigned int count = 0;
+    AutoPointer<IBlobOutputStream> localSignature;
     if (SUCCEEDED(hr)) {
-        hr = buildLocalSignature(stream.get(), newHasReturn, &newLocalSigToken, &count);
+        hr = buildLocalSignature(stream.get(), newHasReturn, localSignature, &newLocalSigToken, &count);
     }
     if (SUCCEEDED(hr)) {
         current.signature = std::move(stream);
@@ -141,6 +142,7 @@ HRESULT Profiler::updateSignatures() {
         current.resultReported = reported;
         current.isValueType = newIsValueType;
         current.localSigToken = newLocalSigToken;
+        current.localSignature = std::move(localSignature);
         current.localCount = count;
         current.resultLocal = count - 2;
         current.traceLocal = count - 1;
@@ -221,9 +223,10 @@ HRESULT Profiler::checkValueTypeOwner(unsigned char flags, bool* isValueTypeOwne
 
 // The method's locals, unchanged, then the result local (when there is a
 // result) and the trace local.
-HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult, unsigned int* sigToken,
+HRESULT Profiler::buildLocalSignature(IMethodBlobInputStream* stream, bool hasResult,
+                                      AutoPointer<IBlobOutputStream>& blob, unsigned int* sigToken,
                                       unsigned int* count) {
-    AutoPointer<IBlobOutputStream> blob(IBlobOutputStream::newInstance());
+    blob = IBlobOutputStream::newInstance();
     if (blob.get() == nullptr) return E_OUTOFMEMORY;
     unsigned int added = hasResult ? 2 : 1;
     HRESULT hr = blob->writeByte(IMAGE_CEE_CS_CALLCONV_LOCAL_SIG);

@@ -176,10 +176,6 @@ bool Profiler::mapRewrittenOnLoad(FunctionID function) {
 }
 
 HRESULT Profiler::verifyBody() {
-    PCCOR_SIGNATURE locals = nullptr;
-    ULONG localsLength = 0;
-    HRESULT hr = current.import()->GetSigFromToken(current.localSigToken, &locals, &localsLength);
-    if (FAILED(hr)) return hr;
     VerifiedMethod method{current.newBody,
                           current.builder->getTotalSize(),
                           current.paramCount + (current.hasThis ? 1u : 0u),
@@ -187,11 +183,11 @@ HRESULT Profiler::verifyBody() {
                           current.hasReturn,
                           current.signature->getBytes(),
                           current.signature->getLength(),
-                          locals,
-                          localsLength,
+                          current.localSignature->getBytes(),
+                          current.localSignature->getLength(),
                           current.import(),
                           &current.facts->callees};
-    hr = BodyVerifier::verify(method, verifierReason, kVerifierReasonSize);
+    const HRESULT hr = BodyVerifier::verify(method, verifierReason, kVerifierReasonSize);
     if (hr == E_FAIL) lastError = verifierReason;
     return hr;
 }
