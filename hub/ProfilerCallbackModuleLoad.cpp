@@ -257,6 +257,8 @@ HRESULT ProfilerCallback::defineShim(ModuleID moduleId, bool loaderFirst) {
         defined =
             shim.DefineSyntheticAgentShim(profilerInfo, moduleId, nativeLog, isCoreCLR, loaderFirst, coreLibraryModule);
     }
+    // Its log line is a log line of the rewrite that asked for the shim.
+    ProfilerAccount::Timed timedLog(account, ProfilerAccount::kLog, ProfilerAccount::kRewrite);
     AssemblyID assembly = 0;
     char16_t name[kModuleNameSize] = {};
     ULONG length = 0;
