@@ -138,6 +138,8 @@ void VerifyRewrittenBody(benchmark::State& state) {
     std::unique_ptr<IMetaDataContext> context(IMetaDataContext::newInstance(assembly.info.get()));
     std::unique_ptr<Profiler> profiler(Profiler::newInstance(assembly.info.get(), 4, true, nullptr));
     IMetaDataImport* import = assembly.info->importOf(assembly.module);
+    // The callees read, kept for the module as the rewrite keeps them.
+    VerifiedCallees callees;
     std::vector<VerifiedMethod> methods;
     for (size_t i = 0; i < assembly.functions.size(); ++i) {
         context->setFunction(assembly.functions[i]);
@@ -145,7 +147,7 @@ void VerifyRewrittenBody(benchmark::State& state) {
         if (FAILED(profiler->instrumentMethod(context.get(), &step))) continue;
         mdMethodDef token = TokenFromRid(assembly.bodies[i].methodRow, mdtMethodDef);
         const unsigned char* body = assembly.info->installedBody(assembly.module, token);
-        VerifiedMethod method{body, 0xFFFFFFFF, 0, 0, false, nullptr, 0, nullptr, 0, import};
+        VerifiedMethod method{body, 0xFFFFFFFF, 0, 0, false, nullptr, 0, nullptr, 0, import, &callees};
         import->GetMethodProps(token, nullptr, nullptr, 0, nullptr, nullptr, &method.signature,
                                reinterpret_cast<ULONG*>(&method.signatureLength), nullptr, nullptr);
         unsigned int localToken = getLittleEndian<unsigned int>(body + 8);

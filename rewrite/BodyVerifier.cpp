@@ -706,6 +706,8 @@ private:
     // The callee of a call, read or kept; null if its signature cannot be read.
     const VerifiedCallee* calleeAt(unsigned int token) {
         if (method.callees == nullptr) {
+            // Read afresh: the bits of the callee read before must not stay.
+            unkept = VerifiedCallee{};
             return SUCCEEDED(calleeOf(method.import, token, &unkept)) ? &unkept : nullptr;
         }
         if (auto known = method.callees->find(token); known != method.callees->end()) return &known->second;

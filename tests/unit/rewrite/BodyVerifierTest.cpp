@@ -115,6 +115,14 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
         EXPECT_EQ(verify(pushNull, callees), "ok");
     }
     EXPECT_EQ(kept.size(), 2u);
+    // Read at each call, a callee answers by its own signature, whatever
+    // the one before took: ldnull, catchTrace(object), ldc.i4.1, initTrace(int32).
+    Bytes both = {(15 << 2) | 2, 0x14, 0x28};
+    put32(both, profiler->getTraceToken(Profiler::kCatchToken));
+    both.insert(both.end(), {0x17, 0x28});
+    put32(both, profiler->getTraceToken(Profiler::kInitToken));
+    both.insert(both.end(), {0x26, 0x16, 0x2A});
+    EXPECT_EQ(verify(both), "ok");
 }
 
 }  // namespace
