@@ -32,13 +32,14 @@ static_assert(std::size(kOperandBytes) == static_cast<size_t>(OperandForm::Unsup
 // The same by opcode slot, the last slot for no opcode at all: the decoder's
 // step to the next instruction waits on one load, not on the opcode's record
 // and then its form.
+// Made from the records themselves: a sanitizer's build cannot compare the
+// slot table's pointers with null at compile time.
 constexpr auto kOperandBytesBySlot = [] {
     std::array<unsigned char, kOpcodeSlots + 1> sizes{};
-    for (unsigned int slot = 0; slot < kOpcodeSlots; ++slot) {
-        const OpcodeInfo* info = opcode_table::kBySlot.records[slot];
-        sizes[slot] = kOperandBytes[static_cast<size_t>(info == nullptr ? OperandForm::Unsupported : info->form)];
+    sizes.fill(kNoOperand);
+    for (const OpcodeInfo& record : opcode_table::kRecords) {
+        sizes[opcodeSlot(static_cast<unsigned int>(record.opcode))] = kOperandBytes[static_cast<size_t>(record.form)];
     }
-    sizes[kOpcodeSlots] = kNoOperand;
     return sizes;
 }();
 
