@@ -16,12 +16,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     VerifiedMethod method{data + 1, static_cast<unsigned int>(size - 1), 2u, (shape & 2) != 0 ? 2u : 0u,
                           (shape & 1) != 0, signature, sizeof(signature), locals, sizeof(locals), nullptr};
     char16_t reason[160];
-    BodyVerifier::verify(method, reason, 160);
+    (void)BodyVerifier::verify(method, reason, 160);
 
     std::unique_ptr<IMethodBuilder> builder(IMethodBuilder::newInstance());
     if (builder != nullptr && SUCCEEDED(builder->decodeIL(data + 1, static_cast<unsigned int>(size - 1)))) {
         std::unique_ptr<unsigned char[]> out(new unsigned char[builder->getTotalSize()]);
-        builder->writeToBuffer(out.get());
+        (void)builder->writeToBuffer(out.get());
     }
     return 0;
 }

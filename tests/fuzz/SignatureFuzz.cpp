@@ -21,10 +21,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         method->shiftToRetType();
         std::unique_ptr<IBlobOutputStream> copy(IBlobOutputStream::newInstance());
-        if (copy != nullptr) copy->writeType(method.get());
+        if (copy != nullptr) (void)copy->writeType(method.get());
     }
     std::unique_ptr<IBlobInputStream> blob(IBlobInputStream::newInstance(data, static_cast<unsigned int>(size)));
     std::unique_ptr<IBlobOutputStream> out(IBlobOutputStream::newInstance());
-    if (blob != nullptr && out != nullptr) out->writeMethod(blob.get());
+    if (blob != nullptr && out != nullptr) (void)out->writeMethod(blob.get());
     return 0;
 }
