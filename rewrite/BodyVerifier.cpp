@@ -31,9 +31,8 @@ static_assert(std::size(kOperandBytes) == static_cast<size_t>(OperandForm::Unsup
 
 // The same by opcode slot, the last slot for no opcode at all: the decoder's
 // step to the next instruction waits on one load, not on the opcode's record
-// and then its form.
-// Made from the records themselves: a sanitizer's build cannot compare the
-// slot table's pointers with null at compile time.
+// and then its form. Made from the records themselves: a sanitizer's build
+// cannot compare the slot table's pointers with null at compile time.
 constexpr auto kOperandBytesBySlot = [] {
     std::array<unsigned char, kOpcodeSlots + 1> sizes{};
     sizes.fill(kNoOperand);

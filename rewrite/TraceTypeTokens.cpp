@@ -1,6 +1,5 @@
 // Tokens for the types that the injected code boxes, and the tests that keep
 // stack-only types out of the parameter sequences.
-#include <string>
 
 #include "platform/AutoPointer.h"
 #include "platform/SharedNames.h"
