@@ -50,7 +50,7 @@ ProfilerController::ProfilerController(ICorProfilerInfo* info)
 }
 
 ProfilerController::~ProfilerController() {
-    if (nativeLog != nullptr && nativeLog != stdout && nativeLog != stderr) {
+    if (nativeLog != nullptr && nativeLog != stderr) {
         fclose(nativeLog);
     }
 }
@@ -196,9 +196,11 @@ FILE* ProfilerController::getNativeLog() {
     if (nativeLog != nullptr) {
         return nativeLog;
     }
+    // The program's own output is never written to: without a file the log
+    // goes nowhere.
     const char16_t* logFile = properties != nullptr ? findProperty(kLogFileKey) : nullptr;
     if (logFile == nullptr) {
-        nativeLog = stdout;
+        nativeLog = discardingStream();
         return nativeLog;
     }
     const OpenedLog opened = openRelativePathFile(agentDirectory, logFile);
@@ -212,16 +214,22 @@ FILE* ProfilerController::getNativeLog() {
         fprintf_8(nativeLog, "\n");
     }
     if (nativeLog != nullptr) warnIfWorldWritable(nativeLog, agentProfilePath.c_str());
-    // The program's own output is no place for a log that was meant for a
-    // file: one line says why, and the log goes nowhere.
+    // A log that was meant for a file and cannot be had: one line says why,
+    // and the log goes nowhere.
     if (nativeLog == nullptr) {
         fprintf_8(stderr, "Cannot open the native log file %S at %S (%s): no native log is written\n", logFile,
                   opened.path.c_str(), opened.refusal != nullptr ? opened.refusal : "unknown error");
         fflush(stderr);
-        nativeLog = fopen("/dev/null", "we");
-        if (nativeLog == nullptr) nativeLog = stderr;
+        nativeLog = discardingStream();
     }
     return nativeLog;
+}
+
+// A stream whose writes go nowhere; standard error only where not even that
+// can be had (no memory).
+FILE* ProfilerController::discardingStream() {
+    FILE* stream = fopencookie(nullptr, "w", cookie_io_functions_t{});
+    return stream != nullptr ? stream : stderr;
 }
 
 bool ProfilerController::makeLogIdentity(Text& identity) {

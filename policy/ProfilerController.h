@@ -102,6 +102,7 @@ public:
     const Text& getAgentProfilePath() const { return agentProfilePath; }
 
 private:
+    static FILE* discardingStream();
     int shouldMonitorAppPool(FILE* log);
     int decideManagedProgram(FILE* log, Text& displayName, bool& isAspNetCore);
     // The property's value, or null if the key is not set.

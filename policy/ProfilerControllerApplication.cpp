@@ -79,9 +79,8 @@ bool ProfilerController::IsCurrentProcessIIS() {
     } else {
         isIIS = *processName == u"w3wp.exe" || *processName == u"aspnet_wp.exe";
     }
-    // Standard output carries the log only because no file was configured; a
-    // line decided before the log is even chosen has no place there.
-    if (nativeLog != nullptr && nativeLog != stdout) {
+    // A line decided before the log is chosen goes to a log already open only.
+    if (nativeLog != nullptr) {
         fprintf_8(nativeLog, "Application %S is %s an IIS process\n", processName->c_str(), notWord(isIIS ? 0 : 1));
     }
     return isIIS;

@@ -46,6 +46,7 @@ public:
 
     // A property of the profile, written when the run starts.
     void set(const std::string& key, const std::string& value) { properties[key] = value; }
+    void unset(const std::string& key) { properties.erase(key); }
     // Bytes written ahead of the properties (a byte order mark).
     void startProfileWith(const std::string& bytes) { profileLead = bytes; }
     // A file in the agent directory; returns its path.

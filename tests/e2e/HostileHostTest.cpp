@@ -1,9 +1,9 @@
 // Hosts that make a profiler's life hard: a long command line, a program in a
-// deep folder rewritten on module load, a log file that cannot be opened,
-// directive files that cannot be read or are megabytes long, a regular
-// expression that backtracks, byte order marks, a device in a list, named
-// pipes at every input and at the log, a planted link, child processes, a
-// umask of 000, a long agent home. In each the program prints and returns what
+// deep folder rewritten on module load, a log file that cannot be opened or
+// is not named, directive files that cannot be read or are megabytes long, a
+// regular expression that backtracks, byte order marks, a device in a list,
+// named pipes at every input and at the log, a planted link, child processes,
+// a umask of 000, a long agent home. In each the program prints and returns what
 // it does without the profiler, in time, and the log says what happened.
 #include <sys/stat.h>
 
@@ -92,6 +92,17 @@ TEST(HostileHost, ProgramsRunUnchangedAndTheLogSaysWhatHappened) {
          "a directory): no native log is written",
          [](AgentInstall&, const e2e::Comparison& run) {
              EXPECT_EQ(splitLines(run.run.err).size(), 1u) << "one line on standard error, then silence";
+         }},
+        {"a profile that names no log file",
+         [&](AgentInstall& install, e2e::RunOptions&) {
+             install.unset("harrowlite.nativeprofiler.logfile");
+             return hello;
+         },
+         "",
+         [](AgentInstall& install, const e2e::Comparison& run) {
+             EXPECT_EQ(run.run.err, run.reference.err) << run.why;
+             EXPECT_EQ(install.logText(), "");
+             EXPECT_NE(readFile(install.workDir() + "/record.txt").find("initTrace "), std::string::npos) << run.why;
          }},
         {"a symbolic link loop beside a directive file",
          [&](AgentInstall& install, e2e::RunOptions&) {

@@ -3,9 +3,8 @@
 // tests copy it under the process names under test and start it with the
 // command lines under test; its arguments are the command line, not options.
 // The runtime is hosted so that entry assemblies can be read; the runtime
-// interface is a double that reports a Core runtime. The native log goes to
-// stdout unless a log file is configured, and the probe's own lines begin
-// with "probe.".
+// interface is a double that reports a Core runtime. The probe's own lines
+// begin with "probe.".
 #include <cstdio>
 
 #include "gate/ProfilingManager.h"
@@ -29,6 +28,9 @@ int main() {
     fflush(log);
     printf_8("probe.status=%d\n", status);
     printf_8("probe.app.name=%S\n", controller->getAppName().c_str());
-    printf_8("probe.log=%s\n", log == stdout ? "stdout" : log == stderr ? "stderr" : "file");
+    printf_8("probe.log=%s\n", log == stdout     ? "stdout"
+                               : log == stderr   ? "stderr"
+                               : fileno(log) < 0 ? "nowhere"
+                                                 : "file");
     return 0;
 }

@@ -6,6 +6,7 @@
 #include "support/AgentHome.h"
 #include "support/ProbeProcess.h"
 #include "support/RealAssemblies.h"
+#include "support/TextFiles.h"
 
 using ::testing::Contains;
 using ::testing::Not;
@@ -39,8 +40,8 @@ TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool) {
         std::string absent = ""; // a line it must not
         std::string appName = "";
         std::vector<std::string> environment = {};
-        // The log is exactly the verdict: the IIS decision, made before the
-        // log was chosen, leaves no line on standard output.
+        // The log is exactly the verdict behind the library's line: the IIS
+        // decision, made before the log was chosen, leaves no line there.
         bool wholeLog = false;
     };
     // clang-format off
@@ -88,23 +89,29 @@ TEST(ApplicationDecision, ListsDecideByProcessProgramOrPool) {
     };
     // clang-format on
     for (Case c : cases) {
-        probe.write("default.properties", c.profile);
+        probe.write("default.properties", "harrowlite.nativeprofiler.logfile=native.log\n" + c.profile);
+        for (const auto& entry : std::filesystem::directory_iterator(probe.profiles())) {
+            if (entry.path().filename().string().starts_with("native_")) std::filesystem::remove(entry.path());
+        }
         const std::string process = probe.root() + "/bin/" + c.process;
         std::filesystem::copy_file(TARN_POLICY_PROBE, process, std::filesystem::copy_options::skip_existing);
         c.environment.push_back("com.tarn.harrowlite.agentProfile=" + probe.profilePath());
         const ProbeProcess run = ProbeProcess::run(process, c.arguments, c.environment, probe.root(), "probe.");
-        SCOPED_TRACE(c.process + " " + ::testing::PrintToString(c.arguments) + " with " + c.profile + run.describe());
+        const std::vector<std::string> log = splitLines(readFilesStartingWith(probe.profiles(), "native_"));
+        SCOPED_TRACE(c.process + " " + ::testing::PrintToString(c.arguments) + " with " + c.profile + run.describe() +
+                     ::testing::PrintToString(log));
         EXPECT_EQ(run["status"], c.verdict.ends_with(" not monitored") ? "1" : "0");
         // The last line of the log is the decision: what the process is monitored as.
-        EXPECT_EQ(run.otherLines.empty() ? "<no log>" : run.otherLines.back(), c.verdict);
-        EXPECT_EQ(run["log"], "stdout");
+        EXPECT_EQ(log.empty() ? "<no log>" : log.back(), c.verdict);
+        EXPECT_EQ(run["log"], "file");
+        EXPECT_TRUE(run.otherLines.empty()) << "nothing on standard output";
         if (c.wholeLog) {
-            EXPECT_EQ(run.otherLines, (std::vector<std::string> {c.verdict}));
+            EXPECT_EQ(log.size(), 2u);
         } else if (!c.logged.empty()) {
-            EXPECT_THAT(run.otherLines, Contains(c.logged));
+            EXPECT_THAT(log, Contains(c.logged));
         }
         if (!c.absent.empty()) {
-            EXPECT_THAT(run.otherLines, Not(Contains(c.absent)));
+            EXPECT_THAT(log, Not(Contains(c.absent)));
         }
         if (!c.appName.empty()) {
             EXPECT_EQ(run["app.name"], c.appName);

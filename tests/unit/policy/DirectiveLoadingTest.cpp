@@ -218,7 +218,7 @@ TEST_F(ProfilerControllerOnInstallation, RelativeProfileIsMadeAbsoluteFromTheWor
     EXPECT_EQ(RealAssemblies::narrow(controller->getAgentDirectory().c_str()), cwd + "/profiles");
 }
 
-TEST_F(ProfilerControllerOnInstallation, NativeLogIsAFileOfThisProcessOrAStandardStream) {
+TEST_F(ProfilerControllerOnInstallation, NativeLogIsAFileOfThisProcessOrNowhere) {
     std::unique_ptr<ProfilerController> controller = make();
     FILE* log = controller->getNativeLog();
     ASSERT_NE(log, stdout);
@@ -233,6 +233,10 @@ TEST_F(ProfilerControllerOnInstallation, NativeLogIsAFileOfThisProcessOrAStandar
     ASSERT_NE(make()->getNativeLog(), stdout);
     EXPECT_TRUE(std::filesystem::exists(folder + "/trace_" + AgentInstallation::executableName() + ".log"));
 
+    // Without a file the log goes nowhere, never into the program's own output.
     installation->unset("harrowlite.nativeprofiler.logfile");
-    EXPECT_EQ(make()->getNativeLog(), stdout);
+    std::unique_ptr<ProfilerController> unlogged = make();
+    FILE* nowhere = unlogged->getNativeLog();
+    EXPECT_TRUE(nowhere != nullptr && nowhere != stdout && nowhere != stderr);
+    EXPECT_EQ(fprintf(nowhere, "dropped\n"), 8);
 }
