@@ -1,5 +1,6 @@
 // Tokens for the types that the injected code boxes, and the tests that keep
 // stack-only types out of the parameter sequences.
+#include <string>
 
 #include "platform/AutoPointer.h"
 #include "platform/SharedNames.h"
@@ -10,7 +11,9 @@
 
 namespace {
 
+constexpr unsigned int kNameSize = 2048;
 const char16_t kGenericNumberMessage[] = u"Values typed with a generic parameter numbered 10 or more are not traced.";
+constexpr ULONG kAttributeLimit = 64;
 constexpr HRESULT kBadTypeSpec = static_cast<HRESULT>(0x80131195);
 constexpr ULONG kGenericParamLimit = 64;
 // The generic parameter attribute of `allows ref struct`.
@@ -120,12 +123,42 @@ HRESULT Profiler::resolveTypeSpecClassToken(IMetaDataImport* import, unsigned in
     return kBadTypeSpec;
 }
 
-// The attributes a type's traits come from, looked up by name in the scope
-// that defines the type.
+// The attributes a type's traits come from, read in one pass over its
+// attributes from the last; a failing read ends the pass with what was found.
 Profiler::TypeTraits Profiler::readTraits(IMetaDataImport* import, unsigned int typeDef) {
+    HCORENUM enumerator = nullptr;
+    mdCustomAttribute attributes[kAttributeLimit];
+    ULONG count = 0;
+    HRESULT hr = import->EnumCustomAttributes(&enumerator, typeDef, 0, attributes, kAttributeLimit, &count);
     TypeTraits traits;
-    traits.byRefLike = import->GetCustomAttributeByName(typeDef, kIsByRefLikeAttribute, nullptr, nullptr) == S_OK;
-    traits.readOnly = import->GetCustomAttributeByName(typeDef, kIsReadOnlyAttribute, nullptr, nullptr) == S_OK;
+    for (ULONG i = count; SUCCEEDED(hr) && i-- > 0 && !(traits.byRefLike && traits.readOnly);) {
+        mdToken constructor = 0;
+        hr = import->GetCustomAttributeProps(attributes[i], nullptr, &constructor, nullptr, nullptr);
+        mdToken parent = 0;
+        if (SUCCEEDED(hr)) {
+            if (TypeFromToken(constructor) == mdtMethodDef) {
+                hr = import->GetMethodProps(constructor, &parent, nullptr, 0, nullptr, nullptr, nullptr, nullptr,
+                                            nullptr, nullptr);
+            } else if (TypeFromToken(constructor) == mdtMemberRef) {
+                hr = import->GetMemberRefProps(constructor, &parent, nullptr, 0, nullptr, nullptr, nullptr);
+            } else {
+                hr = E_UNEXPECTED;
+            }
+        }
+        char16_t parentName[kNameSize];
+        parentName[0] = 0;
+        ULONG length = 0;
+        if (SUCCEEDED(hr) && TypeFromToken(parent) == mdtTypeDef) {
+            hr = import->GetTypeDefProps(parent, parentName, kNameSize, &length, nullptr, nullptr);
+        } else if (SUCCEEDED(hr) && TypeFromToken(parent) == mdtTypeRef) {
+            hr = import->GetTypeRefProps(parent, nullptr, parentName, kNameSize, &length);
+        }
+        if (FAILED(hr)) break;
+        const std::u16string_view name(parentName);
+        if (name == kIsByRefLikeAttribute) traits.byRefLike = true;
+        if (name == kIsReadOnlyAttribute) traits.readOnly = true;
+    }
+    if (enumerator != nullptr) import->CloseEnum(enumerator);
     return traits;
 }
 
