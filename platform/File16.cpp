@@ -74,8 +74,14 @@ FILE* fopenText_u16(const char16_t* path, const char** refusal, std::span<char> 
         setvbuf(stream, buffer.data(), _IOFBF, buffer.size());
     }
     unsigned char mark[3] = {};
-    if (fread(mark, 1, sizeof(mark), stream) != sizeof(mark) || mark[0] != 0xEF || mark[1] != 0xBB ||
-        mark[2] != 0xBF) {
+    const size_t marked = fread(mark, 1, sizeof(mark), stream);
+    // UTF-16 text would be read byte for byte and cut at its zero bytes.
+    if (marked >= 2 && ((mark[0] == 0xFF && mark[1] == 0xFE) || (mark[0] == 0xFE && mark[1] == 0xFF))) {
+        fclose(stream);
+        *refusal = "UTF-16 text, which is not read: save it as UTF-8";
+        return nullptr;
+    }
+    if (marked != sizeof(mark) || mark[0] != 0xEF || mark[1] != 0xBB || mark[2] != 0xBF) {
         rewind(stream);
     }
     return stream;

@@ -1,9 +1,9 @@
 // Hosts that make a profiler's life hard: a long command line, a program in a
 // deep folder rewritten on module load, a log file that cannot be opened or
-// is not named, directive files that cannot be read or are megabytes long, a
-// regular expression that backtracks, byte order marks, a device in a list,
-// named pipes at every input and at the log, a planted link, child processes,
-// a umask of 000, a long agent home. In each the program prints and returns what
+// is not named, directive files that cannot be read, are megabytes long or in
+// UTF-16, a regular expression that backtracks, byte order marks, a device in
+// a list, named pipes at every input and at the log, a planted link, child
+// processes, a umask of 000, a long agent home. In each the program prints and returns what
 // it does without the profiler, in time, and the log says what happened.
 #include <sys/stat.h>
 
@@ -127,6 +127,17 @@ TEST(HostileHost, ProgramsRunUnchangedAndTheLogSaysWhatHappened) {
              return hello;
          },
          "Instrumented [Hello]Program::Fibonacci"},
+        {"a directive file in UTF-16",
+         [&](AgentInstall& install, e2e::RunOptions&) {
+             install.directives(std::string("\xFF\xFEI\0d\0", 6));
+             return hello;
+         },
+         "Cannot read ",
+         [](AgentInstall& install, const e2e::Comparison& run) {
+             EXPECT_NE(install.logText().find("program.fmd: UTF-16 text, which is not read: save it as UTF-8\n"),
+                       std::string::npos)
+                 << run.why;
+         }},
         {"a list naming a device",
          [&](AgentInstall& install, e2e::RunOptions&) {
              install.write("program.fml", "/dev/zero\nprogram.fmd\n");
