@@ -12,9 +12,8 @@ char16_t* fgets_u16(char16_t* buf, int n, FILE* stream);
 // pipe, device, socket or folder is refused without waiting for a writer),
 // close-on-exec, and positioned behind a UTF-8 byte order mark if the file
 // starts with one; one that starts with a UTF-16 mark is refused. Null, and
-// why in *refusal, otherwise. With a buffer, which
-// must outlive the stream, the stream reads through it: a large file then
-// takes few read calls.
+// why in *refusal, otherwise. With a buffer, which must outlive the stream,
+// the stream reads through it: a large file then takes few read calls.
 FILE* fopenText_u16(const char16_t* path, const char** refusal, std::span<char> buffer = {});
 // A process running as root that reads a file anyone can write is told so in
 // its log: the file is still used (refusing it would break running set-ups).

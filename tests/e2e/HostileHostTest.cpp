@@ -3,8 +3,9 @@
 // is not named, directive files that cannot be read, are megabytes long or in
 // UTF-16, a regular expression that backtracks, byte order marks, a device in
 // a list, named pipes at every input and at the log, a planted link, child
-// processes, a umask of 000, a long agent home. In each the program prints and returns what
-// it does without the profiler, in time, and the log says what happened.
+// processes, a umask of 000, a long agent home. In each the program prints
+// and returns what it does without the profiler, in time, and the log says
+// what happened.
 #include <sys/stat.h>
 
 #include <filesystem>

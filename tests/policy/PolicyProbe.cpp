@@ -28,9 +28,6 @@ int main() {
     fflush(log);
     printf_8("probe.status=%d\n", status);
     printf_8("probe.app.name=%S\n", controller->getAppName().c_str());
-    printf_8("probe.log=%s\n", log == stdout     ? "stdout"
-                               : log == stderr   ? "stderr"
-                               : fileno(log) < 0 ? "nowhere"
-                                                 : "file");
+    printf_8("probe.log=%s\n", log == stdout ? "stdout" : log == stderr ? "stderr" : "file");
     return 0;
 }
