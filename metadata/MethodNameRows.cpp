@@ -19,37 +19,36 @@ constexpr ULONG kMethodListColumn = 5;
 }  // namespace
 
 MethodNameRows::MethodNameRows(IMetaDataImport* import) : import(import) {
-    ULONG rowSize = 0;
     if (import == nullptr || FAILED(import->QueryInterface(IID_IMetaDataTables, reinterpret_cast<void**>(&tables))) ||
-        !TableCells::tableAt(tables.get(), TableCells::kMethodTable, "Method", &rows, &rowSize) ||
-        !TableCells::columnAt(tables.get(), TableCells::kMethodTable, kNameColumn, "Name", &columnOffset,
-                              &columnSize)) {
+        !TableCells::tableAt(tables.get(), TableCells::kMethodTable, "Method", &methods.count, &methods.stride) ||
+        !TableCells::columnAt(tables.get(), TableCells::kMethodTable, kNameColumn, "Name", &nameColumn.offset,
+                              &nameColumn.size)) {
         tables = nullptr;
-        rows = 0;
+        methods = TableCells::Rows();
         return;
     }
-    findBlock(rowSize);
+    findBlock();
     findHeap();
-    ULONG flagsSize = 0;
-    if (block != nullptr && (!TableCells::columnAt(tables.get(), TableCells::kMethodTable, kFlagsColumn, "Flags",
-                                                   &flagsOffset, &flagsSize) ||
-                             flagsSize != 2 || flagsOffset + flagsSize > stride)) {
-        flagsOffset = 0;
+    if (methods.block != nullptr && (!TableCells::columnAt(tables.get(), TableCells::kMethodTable, kFlagsColumn,
+                                                           "Flags", &flagsColumn.offset, &flagsColumn.size) ||
+                                     flagsColumn.size != 2 || flagsColumn.offset + flagsColumn.size > methods.stride)) {
+        flagsColumn = TableCells::Column();
     }
 }
 
-void MethodNameRows::findBlock(ULONG rowSize) {
-    if (rows == 0 || (columnSize != 2 && columnSize != 4) || columnOffset + columnSize > rowSize) {
+void MethodNameRows::findBlock() {
+    if (methods.count == 0 || (nameColumn.size != 2 && nameColumn.size != 4) ||
+        nameColumn.offset + nameColumn.size > methods.stride) {
         return;
     }
-    block = TableCells::rowBlock(tables.get(), TableCells::kMethodTable, rows, rowSize);
-    if (block != nullptr) stride = rowSize;
+    methods.block = TableCells::rowBlock(tables.get(), TableCells::kMethodTable, methods.count, methods.stride);
 }
 
 // Probed with the names of the middle and last rows.
 void MethodNameRows::findHeap() {
-    if (rows == 0) return;
-    heap = TableCells::heapBlock(tables.get(), {nameIndex((rows + 1) / 2), nameIndex(rows)}, &heapSize);
+    if (methods.count == 0) return;
+    heap =
+        TableCells::heapBlock(tables.get(), {nameIndex((methods.count + 1) / 2), nameIndex(methods.count)}, &heapSize);
 }
 
 void MethodNameRows::readOwners() {
@@ -60,7 +59,7 @@ void MethodNameRows::readOwners() {
     TableCells::Column methodList;
     // A method pointer table stands between the classes and the methods when
     // a scope was written out of order.
-    if (block == nullptr || flagsOffset == 0 ||
+    if (methods.block == nullptr || flagsColumn.size == 0 ||
         !TableCells::tableAt(tables.get(), TableCells::kMethodPointerTable, "MethodPtr", &pointers, &rowSize) ||
         pointers != 0 ||
         !TableCells::readable(tables.get(), TableCells::kTypeDefTable, "TypeDef",
@@ -80,7 +79,7 @@ void MethodNameRows::readOwners() {
 
 HRESULT MethodNameRows::ownerAndFlags(ULONG row, mdTypeDef* owner, DWORD* flags) {
     if (!ownersRead) readOwners();
-    if (firstMethods.empty() || row == 0 || row > rows) {
+    if (firstMethods.empty() || row == 0 || row > methods.count) {
         return import->GetMethodProps(TokenFromRid(row, mdtMethodDef), owner, nullptr, 0, nullptr, flags, nullptr,
                                       nullptr, nullptr, nullptr);
     }
@@ -89,13 +88,12 @@ HRESULT MethodNameRows::ownerAndFlags(ULONG row, mdTypeDef* owner, DWORD* flags)
     const auto after = std::upper_bound(firstMethods.begin(), firstMethods.end(), row);
     if (after == firstMethods.begin()) return E_FAIL;
     *owner = TokenFromRid(static_cast<ULONG>(after - firstMethods.begin()), mdtTypeDef);
-    *flags = TableCells::cellAt(block + static_cast<size_t>(row - 1) * stride + flagsOffset, 2);
+    *flags = flagsColumn.in(methods.row(row));
     return S_OK;
 }
 
 ULONG MethodNameRows::nameIndex(ULONG row) {
-    if (block != nullptr)
-        return TableCells::cellAt(block + static_cast<size_t>(row - 1) * stride + columnOffset, columnSize);
+    if (methods.block != nullptr) return nameColumn.in(methods.row(row));
     ULONG index = 0;
     return SUCCEEDED(tables->GetColumn(TableCells::kMethodTable, kNameColumn, row, &index)) ? index : 0;
 }
@@ -107,18 +105,12 @@ const char* MethodNameRows::text(ULONG index) {
 }
 
 HRESULT MethodNameRows::name(ULONG row, ULONG index, char16_t* buffer, ULONG size) {
-    if (const char* text = this->text(index)) {
-        ULONG length = 0;
-        for (; length + 1 < size && text[length] != 0 && static_cast<unsigned char>(text[length]) < 0x80; ++length) {
-            buffer[length] = static_cast<char16_t>(text[length]);
-        }
-        if (text[length] == 0) {
-            buffer[length] = 0;
-            return S_OK;
-        }
+    ULONG length = 0;
+    if (const char* text = this->text(index); text != nullptr && TableCells::appendAscii(text, buffer, size, length)) {
+        buffer[length] = 0;
+        return S_OK;
     }
     // Beyond ASCII, too long, or unread: the engine converts and cuts it.
-    ULONG length = 0;
     return import->GetMethodProps(TokenFromRid(row, mdtMethodDef), nullptr, buffer, size, &length, nullptr, nullptr,
                                   nullptr, nullptr, nullptr);
 }

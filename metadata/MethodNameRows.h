@@ -15,6 +15,7 @@
 
 #include <vector>
 
+#include "metadata/TableCells.h"
 #include "platform/AutoPointer.h"
 #include "runtime/MetaDataInterfaces.h"
 
@@ -24,7 +25,7 @@ public:
 
     // The scope offers its raw method table in the layout read here.
     bool usable() const { return tables.get() != nullptr; }
-    ULONG count() const { return rows; }
+    ULONG count() const { return methods.count; }
     // The string-heap index of a row's (1 to count) name: rows that share a
     // name share it. 0 when it cannot be read.
     ULONG nameIndex(ULONG row);
@@ -39,11 +40,13 @@ public:
     // Asks the processor for a later row's name ahead of its reading: names
     // lie all over the heap, and a scan would wait for each in turn.
     void prefetchName(ULONG row) {
-        if (heap != nullptr && block != nullptr && row <= rows) __builtin_prefetch(heap + nameIndex(row));
+        if (heap != nullptr && methods.block != nullptr && row <= methods.count) {
+            __builtin_prefetch(heap + nameIndex(row));
+        }
     }
 
 private:
-    void findBlock(ULONG rowSize);
+    void findBlock();
     void findHeap();
     // Each class's first method row, in the order of the classes; none when
     // the tables cannot give them.
@@ -51,20 +54,17 @@ private:
 
     IMetaDataImport* import;
     AutoCOMPointer<IMetaDataTables> tables;
-    ULONG rows = 0;
-    // The rows in one block: the first row, the row size, where the name
-    // column lies in a row and its width (2 or 4 bytes).
-    const unsigned char* block = nullptr;
-    ULONG stride = 0;
-    ULONG columnOffset = 0;
-    ULONG columnSize = 0;
+    // The method rows (their block null where they do not lie in one) and
+    // the name column.
+    TableCells::Rows methods;
+    TableCells::Column nameColumn;
     // The string heap in one block, an index being an offset into it: a name
     // is then read without a call into the engine.
     const char* heap = nullptr;
     ULONG heapSize = 0;
-    // Where the flags column lies in a method row (0 when it cannot be read
-    // there), and each class's first method row.
-    ULONG flagsOffset = 0;
+    // The flags column (of size 0 when it cannot be read in the block), and
+    // each class's first method row.
+    TableCells::Column flagsColumn;
     bool ownersRead = false;
     std::vector<ULONG> firstMethods;
 };

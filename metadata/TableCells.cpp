@@ -70,3 +70,11 @@ const char* TableCells::heapBlock(IMetaDataTables* tables, std::initializer_list
     }
     return start;
 }
+
+bool TableCells::appendAscii(const char* text, char16_t* buffer, ULONG size, ULONG& at) {
+    for (; *text != 0; ++text) {
+        if (static_cast<unsigned char>(*text) >= 0x80 || at + 1 >= size) return false;
+        buffer[at++] = static_cast<char16_t>(*text);
+    }
+    return true;
+}

@@ -59,4 +59,7 @@ public:
     // heap: its last byte and the strings at the probed indexes must lie at
     // their index from the first string.
     static const char* heapBlock(IMetaDataTables* tables, std::initializer_list<ULONG> probes, ULONG* size);
+    // Appends a string of the heap to buffer, from at, when it is plain ASCII
+    // and fits with a terminator after it; false otherwise.
+    static bool appendAscii(const char* text, char16_t* buffer, ULONG size, ULONG& at);
 };

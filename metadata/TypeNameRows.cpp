@@ -10,16 +10,6 @@ namespace {
 // Deeper nesting, or a loop in a damaged scope, is left to the engine.
 constexpr int kDeepestNesting = 64;
 
-// Appends a plain ASCII string of the heap to buffer; false where the string
-// is not plain ASCII or does not fit.
-bool appendAscii(const char* text, char16_t* buffer, ULONG size, ULONG& at) {
-    for (; *text != 0; ++text) {
-        if (static_cast<unsigned char>(*text) >= 0x80 || at + 1 >= size) return false;
-        buffer[at++] = static_cast<char16_t>(*text);
-    }
-    return true;
-}
-
 }  // namespace
 
 TypeNameRows::TypeNameRows(IMetaDataImport* import) {
@@ -65,10 +55,10 @@ bool TypeNameRows::appendName(ULONG row, char16_t* buffer, ULONG size, ULONG& at
     const ULONG within = space.in(cells);
     if (own == 0 || own >= heapSize || within >= heapSize) return false;
     if (within != 0 && heap[within] != 0) {
-        if (!appendAscii(heap + within, buffer, size, at) || at + 1 >= size) return false;
+        if (!TableCells::appendAscii(heap + within, buffer, size, at) || at + 1 >= size) return false;
         buffer[at++] = u'.';
     }
-    if (!appendAscii(heap + own, buffer, size, at)) return false;
+    if (!TableCells::appendAscii(heap + own, buffer, size, at)) return false;
     buffer[at] = 0;
     // Each level's generic arity goes, as the context cuts it.
     MetaDataContext::stripEndGenericMarker(buffer, static_cast<long>(at), &at);
