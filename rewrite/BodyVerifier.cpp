@@ -7,19 +7,14 @@
 #include <new>
 #include <vector>
 
-#include "platform/AutoPointer.h"
 #include "rewrite/BlobInputStream.h"
 #include "rewrite/Opcode.h"
 #include "runtime/CorILMethod.h"
-#include "runtime/CorMetadataEnums.h"
-#include "runtime/Guids.h"
 
 namespace {
 
 constexpr unsigned int kFatHeaderSize = 12;
 constexpr unsigned int kTinyMaxStack = 8;
-constexpr unsigned char kPinned = 0x45;
-constexpr unsigned char kSentinel = 0x41;
 // Calls with more arguments than this are checked for depth only.
 constexpr unsigned int kCheckedArguments = VerifiedCallee::kArguments;
 
@@ -46,9 +41,9 @@ constexpr auto kOperandBytesBySlot = [] {
 // falling through to it leaves a block, or enters a handler.
 enum Edge : unsigned char { kNoEdge, kBlockEnd, kHandlerStart };
 
-// What the verifier knows of a stack slot: a reference, surely no reference
-// (a number, a value type, an address), or either.
-enum Kind : unsigned char { kUnknown, kObject, kValue };
+// What the verifier knows of a stack slot.
+using Kind = CalleeSignatures::Kind;
+using enum CalleeSignatures::Kind;
 
 constexpr unsigned int op(Opcode opcode) {
     return static_cast<unsigned int>(opcode);
@@ -68,106 +63,6 @@ Kind producedKind(const OpcodeInfo& effect) {
     default:
         return kUnknown;
     }
-}
-
-// The kind of the type at the stream's place, which it reads past.
-HRESULT readKind(BlobInputStream& stream, Kind* kind) {
-    unsigned char next = 0;
-    while (SUCCEEDED(stream.peekByte(&next))) {
-        if (next == ELEMENT_TYPE_CMOD_REQD || next == ELEMENT_TYPE_CMOD_OPT) {
-            if (FAILED(stream.readCustomMod(nullptr, nullptr))) return E_FAIL;
-        } else if (next == kPinned || next == kSentinel) {
-            stream.readByte(nullptr);
-        } else {
-            break;
-        }
-    }
-    unsigned int start = stream.getIndex();
-    unsigned char type = 0;
-    HRESULT hr = stream.readParam(&type, nullptr);
-    if (FAILED(hr)) return hr;
-    switch (type) {
-    case ELEMENT_TYPE_STRING:
-    case ELEMENT_TYPE_CLASS:
-    case ELEMENT_TYPE_OBJECT:
-    case ELEMENT_TYPE_SZARRAY:
-    case ELEMENT_TYPE_ARRAY:
-        *kind = kObject;
-        break;
-    case ELEMENT_TYPE_GENERICINST:
-        *kind = start + 1 < stream.getLength() && stream.getBytes()[start + 1] == ELEMENT_TYPE_CLASS ? kObject : kValue;
-        break;
-    case ELEMENT_TYPE_VAR:
-    case ELEMENT_TYPE_MVAR:
-        *kind = kUnknown;
-        break;
-    default:
-        *kind = kValue;
-        break;
-    }
-    return S_OK;
-}
-
-Kind kindOf(const VerifiedCallee& callee, unsigned int argument) {
-    if ((callee.objects >> argument & 1) != 0) return kObject;
-    return (callee.values >> argument & 1) != 0 ? kValue : kUnknown;
-}
-
-HRESULT readCallee(const unsigned char* bytes, unsigned int length, VerifiedCallee* callee) {
-    BlobInputStream stream(bytes, length);
-    unsigned char convention = 0;
-    HRESULT hr = stream.readByte(&convention);
-    if (SUCCEEDED(hr) && (convention & IMAGE_CEE_CS_CALLCONV_GENERIC) != 0) hr = stream.readNumber(nullptr);
-    if (SUCCEEDED(hr)) hr = stream.readNumber(&callee->parameters);
-    if (FAILED(hr)) return hr;
-    callee->hasThis = (convention & IMAGE_CEE_CS_CALLCONV_HASTHIS) != 0;
-    callee->explicitThis = (convention & IMAGE_CEE_CS_CALLCONV_EXPLICITTHIS) != 0;
-    stream.skipCustomMods();
-    unsigned char returnType = 0;
-    hr = stream.peekByte(&returnType);
-    if (FAILED(hr)) return hr;
-    callee->returns = returnType != ELEMENT_TYPE_VOID;
-    Kind kind = kUnknown;
-    if (callee->returns) {
-        hr = readKind(stream, &kind);
-        callee->result = kind;
-    } else {
-        stream.readByte(nullptr);
-    }
-    for (unsigned int i = 0; i < callee->parameters && i < kCheckedArguments && SUCCEEDED(hr); ++i) {
-        hr = readKind(stream, &kind);
-        callee->objects |= uint64_t{kind == kObject} << i;
-        callee->values |= uint64_t{kind == kValue} << i;
-    }
-    return hr;
-}
-
-HRESULT calleeOf(IMetaDataImport* import, unsigned int token, VerifiedCallee* callee) {
-    if (import == nullptr) return E_FAIL;
-    PCCOR_SIGNATURE bytes = nullptr;
-    ULONG length = 0;
-    HRESULT hr = E_FAIL;
-    switch (TypeFromToken(token)) {
-    case mdtMethodDef:
-        hr = import->GetMethodProps(token, nullptr, nullptr, 0, nullptr, nullptr, &bytes, &length, nullptr, nullptr);
-        break;
-    case mdtMemberRef:
-        hr = import->GetMemberRefProps(token, nullptr, nullptr, 0, nullptr, &bytes, &length);
-        break;
-    case mdtSignature:
-        hr = import->GetSigFromToken(token, &bytes, &length);
-        break;
-    case mdtMethodSpec: {
-        AutoCOMPointer<IMetaDataImport2> import2;
-        mdToken generic = 0;
-        hr = import->QueryInterface(IID_IMetaDataImport2, reinterpret_cast<void**>(&import2));
-        if (SUCCEEDED(hr)) hr = import2->GetMethodSpecProps(token, &generic, nullptr, nullptr);
-        return SUCCEEDED(hr) && TypeFromToken(generic) != mdtMethodSpec ? calleeOf(import, generic, callee) : E_FAIL;
-    }
-    default:
-        return E_FAIL;
-    }
-    return SUCCEEDED(hr) ? readCallee(bytes, length, callee) : hr;
 }
 
 unsigned int read32(const unsigned char* p) {
@@ -561,11 +456,12 @@ private:
 
     bool readSlotKinds() {
         VerifiedCallee own;
-        if (FAILED(readCallee(method.signature, method.signatureLength, &own))) return fail("Unreadable signature.");
+        if (FAILED(CalleeSignatures::read(method.signature, method.signatureLength, &own)))
+            return fail("Unreadable signature.");
         unsigned int first = own.hasThis ? 1 : 0;
         argumentKinds.assign(method.argumentCount, kUnknown);
         for (unsigned int i = first; i < method.argumentCount && i - first < kCheckedArguments; ++i) {
-            argumentKinds[i] = kindOf(own, i - first);
+            argumentKinds[i] = CalleeSignatures::kindOf(own, i - first);
         }
         localKinds.assign(method.localCount, kUnknown);
         if (method.localSignature == nullptr) return true;
@@ -575,7 +471,7 @@ private:
         if (SUCCEEDED(hr)) hr = locals.readNumber(&count);
         for (unsigned int i = 0; i < count && i < method.localCount && SUCCEEDED(hr); ++i) {
             Kind kind = kUnknown;
-            hr = readKind(locals, &kind);
+            hr = CalleeSignatures::readKind(locals, &kind);
             localKinds[i] = kind;
         }
         return SUCCEEDED(hr) ? true : fail("Unreadable local signature.");
@@ -706,13 +602,11 @@ private:
     // The callee of a call, read or kept; null if its signature cannot be read.
     const VerifiedCallee* calleeAt(unsigned int token) {
         if (method.callees == nullptr) {
-            // Read afresh: the bits of the callee read before must not stay.
-            unkept = VerifiedCallee{};
-            return SUCCEEDED(calleeOf(method.import, token, &unkept)) ? &unkept : nullptr;
+            return SUCCEEDED(CalleeSignatures::ofToken(method.import, token, &unkept)) ? &unkept : nullptr;
         }
         if (auto known = method.callees->find(token); known != method.callees->end()) return &known->second;
         VerifiedCallee read;
-        if (FAILED(calleeOf(method.import, token, &read))) return nullptr;
+        if (FAILED(CalleeSignatures::ofToken(method.import, token, &read))) return nullptr;
         return &method.callees->emplace(token, read).first->second;
     }
 

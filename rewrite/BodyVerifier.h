@@ -15,27 +15,8 @@
 // callees' signatures, in the map the caller hands in for that.
 #pragma once
 
-#include <cstdint>
-#include <unordered_map>
-
+#include "rewrite/CalleeSignatures.h"
 #include "runtime/MetaDataInterfaces.h"
-
-// What the check reads of a callee's signature: which of its first kArguments
-// arguments surely are references, which surely are not, and the same of its
-// result.
-struct VerifiedCallee {
-    static constexpr unsigned int kArguments = 64;
-    uint64_t objects = 0;
-    uint64_t values = 0;
-    unsigned int parameters = 0;
-    bool hasThis = false;
-    bool explicitThis = false;
-    bool returns = false;
-    unsigned char result = 0;
-};
-// Callees read so far, by token. A module's tokens keep their signatures for
-// its life, so that a caller may keep one for each module.
-using VerifiedCallees = std::unordered_map<unsigned int, VerifiedCallee>;
 
 // What a body is checked against: the method it belongs to.
 struct VerifiedMethod {
