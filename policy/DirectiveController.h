@@ -68,6 +68,11 @@ private:
 
     // The named groups and the class-line groups, merged in the order of names.
     DirectiveGroupIndex::Candidates groupsInOrder();
+    // The class's base class and declared interfaces, as a class test reads
+    // them, where the index files groups by parent names.
+    static DirectiveGroupIndex::Parents parentsOf(IMetaDataContext* context, const DirectiveGroupIndex& index);
+
+    // The module scan, in DirectiveControllerScan.cpp.
 
     // The groups, met as said, whose class test passes for the type; none for
     // an interface or a skipped class. The class is named in log when
