@@ -135,16 +135,25 @@ LogOpening openLog(const char16_t* path, FILE** log, const char** refusal) {
 FILE* fopenOwnLog_u16(std::u16string& path, bool* held, const char** refusal) {
     FILE* log = nullptr;
     *held = openLog(path.c_str(), &log, refusal) == LogOpening::kHeldElsewhere;
-    if (*held) {
-        std::u16string pid;
-        FromChar8(("_" + std::to_string(getpid())).c_str(), pid);
-        const size_t slash = path.rfind(u'/');
-        const size_t dot = path.rfind(u'.');
-        path.insert(dot != std::u16string::npos && (slash == std::u16string::npos || dot > slash) ? dot : path.size(),
-                    pid);
-        if (openLog(path.c_str(), &log, refusal) == LogOpening::kHeldElsewhere) *refusal = "held by another process";
+    if (!*held) return log;
+    const size_t slash = path.rfind(u'/');
+    const size_t dot = path.rfind(u'.');
+    const size_t at = dot != std::u16string::npos && (slash == std::u16string::npos || dot > slash) ? dot : path.size();
+    const std::u16string shared = path;
+    bool refused = false;
+    for (int number = 2; number <= kOwnLogNumbers; ++number) {
+        std::u16string suffix;
+        FromChar8(("_" + std::to_string(number)).c_str(), suffix);
+        path = shared;
+        path.insert(at, suffix);
+        const LogOpening opening = openLog(path.c_str(), &log, refusal);
+        if (opening == LogOpening::kOpened) return log;
+        // A name that cannot be had (a planted link, another user's file) is
+        // passed over: the next one may serve.
+        refused = refused || opening == LogOpening::kRefused;
     }
-    return log;
+    if (!refused) *refusal = "held by other processes";
+    return nullptr;
 }
 
 int access_u16(const char16_t* path, int mode) {

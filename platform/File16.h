@@ -23,7 +23,11 @@ void warnIfWorldWritable(FILE* log, const char16_t* path);
 // only a regular file of this process's user, created with mode 0640,
 // close-on-exec, and locked for the life of the process. A log that another
 // live process holds is left as it is: this process writes the same name with
-// its process id before the extension, which path then holds, and *held says
-// so. Null, and why in *refusal, if no log could be opened.
+// the first free number from 2 to kOwnLogNumbers before the extension, which
+// path then holds, and *held says so. A number is free again once its process
+// has ended, so that processes coming and going (a worker restarted in a
+// loop) leave as many files as ever ran at once, not one each. Null, and why
+// in *refusal, if no log could be opened.
+inline constexpr int kOwnLogNumbers = 64;
 FILE* fopenOwnLog_u16(std::u16string& path, bool* held, const char** refusal);
 int access_u16(const char16_t* path, int mode);

@@ -1,0 +1,48 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "platform/File16.h"
+#include "platform/TextConversion.h"
+#include "support/ScratchDirectory.h"
+
+// Each opening holds its own lock, as another process would: a held log sends
+// the next opener to the first free number, and a number comes free with its
+// opener, so that openers coming and going leave no file of their own.
+TEST(OwnLog, HeldLogsTakeTheFirstFreeNumberAndLeaveItForTheNext) {
+    ScratchDirectory scratch;
+    const auto open = [&](std::string& name, bool expectHeld) {
+        std::u16string path;
+        FromChar8(scratch.path("native.log").c_str(), path);
+        bool held = false;
+        const char* refusal = nullptr;
+        FILE* log = fopenOwnLog_u16(path, &held, &refusal);
+        EXPECT_EQ(held, expectHeld);
+        FromChar16(path.c_str(), name);
+        name = std::filesystem::path(name).filename();
+        return log;
+    };
+    std::string name;
+    FILE* first = open(name, false);
+    EXPECT_EQ(name, "native.log");
+    FILE* second = open(name, true);
+    EXPECT_EQ(name, "native_2.log");
+    for (int restart = 0; restart < 5; ++restart) {
+        FILE* third = open(name, true);
+        EXPECT_EQ(name, "native_3.log");
+        ASSERT_NE(third, nullptr);
+        fclose(third);
+    }
+    fclose(second);
+    fclose(open(name, true));
+    EXPECT_EQ(name, "native_2.log");
+    fclose(first);
+
+    std::set<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) {
+        files.insert(entry.path().filename());
+    }
+    EXPECT_EQ(files, (std::set<std::string>{"native.log", "native_2.log", "native_3.log"}));
+}
