@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/CappedLog.h"
 #include "platform/FormattedOutput.h"
 #include "platform/TextConversion.h"
 
@@ -121,6 +122,7 @@ LogOpening openLog(const char16_t* path, FILE** log, const char** refusal) {
         makeBlocking(descriptor);
         if (ftruncate(descriptor, 0) == 0) *log = fdopen(descriptor, "w");
         if (*log == nullptr) fault = strerror(errno);
+        CappedLog::limit(*log);
     }
     if (fault != nullptr) {
         close(descriptor);

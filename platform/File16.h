@@ -27,7 +27,8 @@ void warnIfWorldWritable(FILE* log, const char16_t* path);
 // path then holds, and *held says so. A number is free again once its process
 // has ended, so that processes coming and going (a worker restarted in a
 // loop) leave as many files as ever ran at once, not one each. Null, and why
-// in *refusal, if no log could be opened.
+// in *refusal, if no log could be opened. The log takes at most
+// CappedLog::kLimit bytes of formatted lines.
 inline constexpr int kOwnLogNumbers = 64;
 FILE* fopenOwnLog_u16(std::u16string& path, bool* held, const char** refusal);
 int access_u16(const char16_t* path, int mode);

@@ -3,6 +3,7 @@
 #include <alloca.h>
 #include <string>
 
+#include "platform/CappedLog.h"
 #include "platform/PrintfArgs.h"
 #include "platform/TextConversion.h"
 
@@ -31,12 +32,16 @@ int fprintf_u16(FILE* stream, const char16_t* format, ...) {
     if (stream == nullptr) {
         return 0;
     }
+    if (!CappedLog::admits(stream)) {
+        return 0;
+    }
     va_list args;
     va_start(args, format);
     CharPointers pointers;
     PatchPrintfArgs(pointers, format, args);
     int result = std::vfprintf(stream, finalFormat16(format).c_str(), args);
     va_end(args);
+    CappedLog::wrote(stream, result);
     return result;
 }
 
@@ -56,9 +61,14 @@ int vfprintf_8(FILE* stream, const char* format, va_list args) {
     if (stream == nullptr) {
         return 0;
     }
+    if (!CappedLog::admits(stream)) {
+        return 0;
+    }
     CharPointers pointers;
     PatchPrintfArgs8(pointers, format, args);
-    return std::vfprintf(stream, finalFormat8(format).c_str(), args);
+    const int result = std::vfprintf(stream, finalFormat8(format).c_str(), args);
+    CappedLog::wrote(stream, result);
+    return result;
 }
 
 int fprintf_8(FILE* stream, const char* format, ...) {

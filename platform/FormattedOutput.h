@@ -2,9 +2,9 @@
 // In a 16-bit format %s takes a const char16_t* and %S a const char*; in an
 // 8-bit format %s takes a const char* and %S a const char16_t*. A bare %S only:
 // width or precision must not be combined with it. All output is 8-bit, and
-// every function returns what the underlying libc function returns; the 8-bit
-// file writers write nothing to a null stream (a log that is not open) and
-// return 0.
+// every function returns what the underlying libc function returns; the file
+// writers write nothing to a null stream (a log that is not open), nor to a
+// log at its limit (see CappedLog), and return 0.
 #pragma once
 
 #include <cstdarg>

@@ -4,7 +4,9 @@
 #include <set>
 #include <string>
 
+#include "platform/CappedLog.h"
 #include "platform/File16.h"
+#include "platform/FormattedOutput.h"
 #include "platform/TextConversion.h"
 #include "support/ScratchDirectory.h"
 
@@ -45,4 +47,25 @@ TEST(OwnLog, HeldLogsTakeTheFirstFreeNumberAndLeaveItForTheNext) {
         files.insert(entry.path().filename());
     }
     EXPECT_EQ(files, (std::set<std::string>{"native.log", "native_2.log", "native_3.log"}));
+}
+
+// The line that reaches a log's limit is followed by one that says so, and
+// later lines are dropped, while their writers go on.
+TEST(OwnLog, StopsAtItsLimitWithALineThatSaysSo) {
+    ScratchDirectory scratch;
+    std::u16string path;
+    FromChar8(scratch.path("capped.log").c_str(), path);
+    bool held = false;
+    const char* refusal = nullptr;
+    FILE* log = fopenOwnLog_u16(path, &held, &refusal);
+    ASSERT_NE(log, nullptr) << refusal;
+    // Close to the limit without writing all that comes before it.
+    CappedLog::limit(log, CappedLog::kLimit - 100);
+    const std::string line(59, 'x');
+    for (int i = 0; i < 3; ++i) fprintf_8(log, "%s\n", line.c_str());
+    EXPECT_EQ(fprintf_u16(log, u"%s\n", u"dropped"), 0);
+    fclose(log);
+    EXPECT_EQ(scratch.read("capped.log"), line + "\n" + line + "\nThis log has reached its limit of " +
+                                              std::to_string(CappedLog::kLimit) +
+                                              " bytes: nothing more is written to it.\n");
 }
