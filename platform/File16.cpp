@@ -51,7 +51,7 @@ bool lockForThisOpening(int descriptor) {
 
 }  // namespace
 
-FILE* fopenText_u16(const char16_t* path, const char** refusal, std::span<char> buffer) {
+FILE* fopenText_u16(const char16_t* path, const char** refusal, std::span<char> buffer, unsigned int limitMegabytes) {
     // Without O_NONBLOCK, opening a pipe waits for a writer that may never come.
     const int descriptor = open(narrowed(path).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (descriptor == -1) {
@@ -62,6 +62,13 @@ FILE* fopenText_u16(const char16_t* path, const char** refusal, std::span<char> 
     if (fstat(descriptor, &facts) != 0 || !S_ISREG(facts.st_mode)) {
         close(descriptor);
         *refusal = S_ISDIR(facts.st_mode) ? "a folder, not a file" : "a device, pipe or socket, not a file";
+        return nullptr;
+    }
+    if (facts.st_size > static_cast<off_t>(limitMegabytes) << 20) {
+        close(descriptor);
+        thread_local char larger[32];
+        snprintf(larger, sizeof(larger), "larger than %u MB", limitMegabytes);
+        *refusal = larger;
         return nullptr;
     }
     makeBlocking(descriptor);

@@ -11,10 +11,14 @@ char16_t* fgets_u16(char16_t* buf, int n, FILE* stream);
 // Opens one of the agent's text files for reading: a regular file only (a
 // pipe, device, socket or folder is refused without waiting for a writer),
 // close-on-exec, and positioned behind a UTF-8 byte order mark if the file
-// starts with one; one that starts with a UTF-16 mark is refused. Null, and
-// why in *refusal, otherwise. With a buffer, which must outlive the stream,
-// the stream reads through it: a large file then takes few read calls.
-FILE* fopenText_u16(const char16_t* path, const char** refusal, std::span<char> buffer = {});
+// starts with one; one that starts with a UTF-16 mark, or that is larger than
+// limitMegabytes, is refused: reading it would hold the program's start-up.
+// Null, and why in *refusal (until the thread's next call), otherwise. With a
+// buffer, which must outlive the stream, the stream reads through it: a large
+// file then takes few read calls.
+inline constexpr unsigned int kTextFileMegabytes = 1;  // a profile, a list: far beyond any real one
+FILE* fopenText_u16(const char16_t* path, const char** refusal, std::span<char> buffer = {},
+                    unsigned int limitMegabytes = kTextFileMegabytes);
 // A process running as root that reads a file anyone can write is told so in
 // its log: the file is still used (refusing it would break running set-ups).
 void warnIfWorldWritable(FILE* log, const char16_t* path);

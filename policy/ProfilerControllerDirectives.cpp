@@ -1,5 +1,4 @@
 // Which directive files are read, and in which order.
-#include <sys/stat.h>
 
 #include <memory>
 #include <set>
@@ -31,7 +30,9 @@ constexpr char16_t kWordSeparators[] = u"\r\n\t ";
 constexpr int kLineUnits = 2048;
 // What loading a file that cannot be read answers.
 constexpr int kUnreadable = E_INVALIDARG;
-constexpr off_t kDirectiveFileLimit = off_t{64} << 20;
+// Generated directive files run to megabytes; beyond this one would hold the
+// program's start for minutes.
+constexpr unsigned int kDirectiveFileMegabytes = 64;
 
 // Paths are built with '\' in places (bundle folders); the directory search
 // reads it as '/', and so must the open. A file that cannot be read is named
@@ -44,14 +45,7 @@ FILE* openForReading(const Text& path, FILE* log, std::span<char> buffer = {}) {
         }
     }
     const char* refusal = nullptr;
-    FILE* stream = fopenText_u16(local.c_str(), &refusal, buffer);
-    struct stat facts {};
-    if (stream != nullptr && fstat(fileno(stream), &facts) == 0 && facts.st_size > kDirectiveFileLimit) {
-        // Reading it would hold the program's start for minutes.
-        fclose(stream);
-        stream = nullptr;
-        refusal = "larger than 64 MB";
-    }
+    FILE* stream = fopenText_u16(local.c_str(), &refusal, buffer, kDirectiveFileMegabytes);
     if (stream == nullptr) {
         fprintf_8(log, "Cannot read %S: %s\n", path.c_str(), refusal);
     } else {

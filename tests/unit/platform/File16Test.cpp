@@ -69,3 +69,18 @@ TEST(OwnLog, StopsAtItsLimitWithALineThatSaysSo) {
                                               std::to_string(CappedLog::kLimit) +
                                               " bytes: nothing more is written to it.\n");
 }
+
+// A text file beyond its limit is refused unread, with the limit in the reason.
+TEST(TextFile, BeyondItsLimitIsRefusedUnread) {
+    ScratchDirectory scratch;
+    const std::string profile = scratch.write("huge.properties", "key=value\n");
+    std::filesystem::resize_file(profile, (std::uintmax_t{1} << 20) + 1);
+    std::u16string path;
+    FromChar8(profile.c_str(), path);
+    const char* refusal = nullptr;
+    EXPECT_EQ(fopenText_u16(path.c_str(), &refusal), nullptr);
+    EXPECT_STREQ(refusal, "larger than 1 MB");
+    FILE* directives = fopenText_u16(path.c_str(), &refusal, {}, 64);
+    ASSERT_NE(directives, nullptr) << refusal;
+    fclose(directives);
+}
