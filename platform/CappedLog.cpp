@@ -55,8 +55,8 @@ void CappedLog::wrote(FILE* stream, int bytes) {
     if (slot == nullptr) return;
     const uint64_t before = slot->written.fetch_add(static_cast<uint64_t>(bytes), std::memory_order_relaxed);
     if (before < kLimit && before + static_cast<uint64_t>(bytes) >= kLimit) {
-        fprintf(stream, "This log has reached its limit of %llu bytes: nothing more is written to it.\n",
-                static_cast<unsigned long long>(kLimit));
+        fprintf(stream, "This log has reached its limit of %llu MB: nothing more is written to it.\n",
+                static_cast<unsigned long long>(kLimit >> 20));
         fflush(stream);
     }
 }

@@ -66,8 +66,8 @@ TEST(OwnLog, StopsAtItsLimitWithALineThatSaysSo) {
     EXPECT_EQ(fprintf_u16(log, u"%s\n", u"dropped"), 0);
     fclose(log);
     EXPECT_EQ(scratch.read("capped.log"), line + "\n" + line + "\nThis log has reached its limit of " +
-                                              std::to_string(CappedLog::kLimit) +
-                                              " bytes: nothing more is written to it.\n");
+                                              std::to_string(CappedLog::kLimit >> 20) +
+                                              " MB: nothing more is written to it.\n");
 }
 
 // A text file beyond its limit is refused unread, with the limit in the reason.
