@@ -72,8 +72,7 @@ private:
     // them, where the index files groups by parent names.
     static DirectiveGroupIndex::Parents parentsOf(IMetaDataContext* context, const DirectiveGroupIndex& index);
 
-    // The module scan, in DirectiveControllerScan.cpp.
-
+    // The module scan (DirectiveControllerScan.cpp).
     // The groups, met as said, whose class test passes for the type; none for
     // an interface or a skipped class. The class is named in log when
     // logClasses is set. With runs, filed groups of runs come as the runs

@@ -1,7 +1,6 @@
 // What the body check reads of signatures: whether a type surely is a
 // reference, surely is none (a number, a value type, an address), or may be
-// either (a generic parameter); and of a callee, that of its first kArguments
-// arguments and of its result.
+// either (a generic parameter).
 //
 // Contract: static, no lock, nothing thrown, nothing kept.
 #pragma once
@@ -12,6 +11,8 @@
 #include "rewrite/BlobInputStream.h"
 #include "runtime/MetaDataInterfaces.h"
 
+// Of a callee: which of its first kArguments arguments surely are
+// references, which surely are not, and the kind of its result.
 struct VerifiedCallee {
     static constexpr unsigned int kArguments = 64;
     uint64_t objects = 0;
