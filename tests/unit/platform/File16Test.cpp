@@ -7,45 +7,42 @@
 #include "platform/CappedLog.h"
 #include "platform/File16.h"
 #include "platform/FormattedOutput.h"
-#include "platform/TextConversion.h"
+#include "support/RealAssemblies.h"
 #include "support/ScratchDirectory.h"
+
+namespace {
+
+// A log opened at path, and the name of the file it took.
+std::pair<FILE*, std::string> openLog(const std::string& path) {
+    std::u16string taken = RealAssemblies::widen(path);
+    bool held = false;
+    const char* refusal = nullptr;
+    FILE* log = fopenOwnLog_u16(taken, &held, &refusal);
+    return {log, std::filesystem::path(RealAssemblies::narrow(taken.c_str())).filename()};
+}
+
+}  // namespace
 
 // Each opening holds its own lock, as another process would: a held log sends
 // the next opener to the first free number, and a number comes free with its
 // opener, so that openers coming and going leave no file of their own.
 TEST(OwnLog, HeldLogsTakeTheFirstFreeNumberAndLeaveItForTheNext) {
     ScratchDirectory scratch;
-    const auto open = [&](std::string& name, bool expectHeld) {
-        std::u16string path;
-        FromChar8(scratch.path("native.log").c_str(), path);
-        bool held = false;
-        const char* refusal = nullptr;
-        FILE* log = fopenOwnLog_u16(path, &held, &refusal);
-        EXPECT_EQ(held, expectHeld);
-        FromChar16(path.c_str(), name);
-        name = std::filesystem::path(name).filename();
-        return log;
-    };
-    std::string name;
-    FILE* first = open(name, false);
-    EXPECT_EQ(name, "native.log");
-    FILE* second = open(name, true);
-    EXPECT_EQ(name, "native_2.log");
-    for (int restart = 0; restart < 5; ++restart) {
-        FILE* third = open(name, true);
-        EXPECT_EQ(name, "native_3.log");
-        ASSERT_NE(third, nullptr);
-        fclose(third);
+    const std::string path = scratch.path("native.log");
+    const auto [first, firstName] = openLog(path);
+    const auto [second, secondName] = openLog(path);
+    EXPECT_EQ(firstName + " " + secondName, "native.log native_2.log");
+    for (int restart = 0; restart < 3; ++restart) {
+        const auto [third, thirdName] = openLog(path);
+        EXPECT_EQ(thirdName, "native_3.log");
+        if (third != nullptr) fclose(third);
     }
     fclose(second);
-    fclose(open(name, true));
-    EXPECT_EQ(name, "native_2.log");
-    fclose(first);
-
+    const auto [again, againName] = openLog(path);
+    EXPECT_EQ(againName, "native_2.log");
+    for (FILE* log : {again, first}) fclose(log);
     std::set<std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) {
-        files.insert(entry.path().filename());
-    }
+    for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) files.insert(entry.path().filename());
     EXPECT_EQ(files, (std::set<std::string>{"native.log", "native_2.log", "native_3.log"}));
 }
 
@@ -53,12 +50,8 @@ TEST(OwnLog, HeldLogsTakeTheFirstFreeNumberAndLeaveItForTheNext) {
 // later lines are dropped, while their writers go on.
 TEST(OwnLog, StopsAtItsLimitWithALineThatSaysSo) {
     ScratchDirectory scratch;
-    std::u16string path;
-    FromChar8(scratch.path("capped.log").c_str(), path);
-    bool held = false;
-    const char* refusal = nullptr;
-    FILE* log = fopenOwnLog_u16(path, &held, &refusal);
-    ASSERT_NE(log, nullptr) << refusal;
+    FILE* log = openLog(scratch.path("capped.log")).first;
+    ASSERT_NE(log, nullptr);
     // Close to the limit without writing all that comes before it.
     CappedLog::limit(log, CappedLog::kLimit - 100);
     const std::string line(59, 'x');
@@ -75,12 +68,10 @@ TEST(TextFile, BeyondItsLimitIsRefusedUnread) {
     ScratchDirectory scratch;
     const std::string profile = scratch.write("huge.properties", "key=value\n");
     std::filesystem::resize_file(profile, (std::uintmax_t{1} << 20) + 1);
-    std::u16string path;
-    FromChar8(profile.c_str(), path);
     const char* refusal = nullptr;
-    EXPECT_EQ(fopenText_u16(path.c_str(), &refusal), nullptr);
+    EXPECT_EQ(fopenText_u16(RealAssemblies::widen(profile).c_str(), &refusal), nullptr);
     EXPECT_STREQ(refusal, "larger than 1 MB");
-    FILE* directives = fopenText_u16(path.c_str(), &refusal, {}, 64);
+    FILE* directives = fopenText_u16(RealAssemblies::widen(profile).c_str(), &refusal, {}, 64);
     ASSERT_NE(directives, nullptr) << refusal;
     fclose(directives);
 }
