@@ -60,3 +60,13 @@ void CappedLog::wrote(FILE* stream, int bytes) {
         fflush(stream);
     }
 }
+
+int CappedLog::close(FILE* stream) {
+    if (stream == nullptr) return EOF;
+    {
+        Logs& all = logs();
+        std::lock_guard<std::mutex> held(all.lock);
+        if (Limited* slot = find(stream)) slot->stream.store(nullptr, std::memory_order_release);
+    }
+    return fclose(stream);
+}

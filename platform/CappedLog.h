@@ -25,4 +25,7 @@ public:
     // Counts a line of bytes written to the stream; the line that reaches the
     // limit is followed by the one that says so.
     static void wrote(FILE* stream, int bytes);
+    // Forgets the stream, then closes it: a stream that the C library makes
+    // later at the same address starts without a count.
+    static int close(FILE* stream);
 };

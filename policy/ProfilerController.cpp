@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/BuildInfo.h"
+#include "platform/CappedLog.h"
 #include "platform/ProcessFacts.h"
 #include "metadata/CLRUtils.h"
 #include "platform/Environment.h"
@@ -51,7 +52,7 @@ ProfilerController::ProfilerController(ICorProfilerInfo* info)
 
 ProfilerController::~ProfilerController() {
     if (nativeLog != nullptr && nativeLog != stderr) {
-        fclose(nativeLog);
+        CappedLog::close(nativeLog);
     }
 }
 

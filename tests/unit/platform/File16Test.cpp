@@ -35,12 +35,12 @@ TEST(OwnLog, HeldLogsTakeTheFirstFreeNumberAndLeaveItForTheNext) {
     for (int restart = 0; restart < 3; ++restart) {
         const auto [third, thirdName] = openLog(path);
         EXPECT_EQ(thirdName, "native_3.log");
-        if (third != nullptr) fclose(third);
+        CappedLog::close(third);
     }
-    fclose(second);
+    CappedLog::close(second);
     const auto [again, againName] = openLog(path);
     EXPECT_EQ(againName, "native_2.log");
-    for (FILE* log : {again, first}) fclose(log);
+    for (FILE* log : {again, first}) CappedLog::close(log);
     std::set<std::string> files;
     for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) files.insert(entry.path().filename());
     EXPECT_EQ(files, (std::set<std::string>{"native.log", "native_2.log", "native_3.log"}));
@@ -57,7 +57,9 @@ TEST(OwnLog, StopsAtItsLimitWithALineThatSaysSo) {
     const std::string line(59, 'x');
     for (int i = 0; i < 3; ++i) fprintf_8(log, "%s\n", line.c_str());
     EXPECT_EQ(fprintf_u16(log, u"%s\n", u"dropped"), 0);
-    fclose(log);
+    CappedLog::close(log);
+    // A stream made later at the same address starts afresh.
+    EXPECT_TRUE(CappedLog::admits(log));
     EXPECT_EQ(scratch.read("capped.log"), line + "\n" + line + "\nThis log has reached its limit of " +
                                               std::to_string(CappedLog::kLimit >> 20) +
                                               " MB: nothing more is written to it.\n");
