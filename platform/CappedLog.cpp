@@ -37,6 +37,7 @@ void CappedLog::limit(FILE* stream, uint64_t written) {
     Logs& all = logs();
     std::lock_guard<std::mutex> held(all.lock);
     Limited* slot = find(stream);
+    if (slot == nullptr) slot = find(nullptr);  // the slot of a closed log
     if (slot == nullptr) {
         slot = &all.slots[all.next];
         all.next = (all.next + 1) % kSlots;

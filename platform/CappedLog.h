@@ -6,7 +6,8 @@
 // and count it after; a stream that was never limited takes every line.
 //
 // Thread-safe: the counts are atomic, and a few logs are limited at a time
-// (a process has one or two), the oldest forgotten first.
+// (a process has one or two): a new one takes the place of a closed one, else
+// of the oldest.
 #pragma once
 
 #include <cstdint>
