@@ -128,8 +128,11 @@ LogOpening openLog(const char16_t* path, FILE** log, const char** refusal) {
     if (fault == nullptr) {
         makeBlocking(descriptor);
         if (ftruncate(descriptor, 0) == 0) *log = fdopen(descriptor, "w");
-        if (*log == nullptr) fault = strerror(errno);
-        CappedLog::limit(*log);
+        if (*log == nullptr) {
+            fault = strerror(errno);
+        } else {
+            CappedLog::limit(*log);
+        }
     }
     if (fault != nullptr) {
         close(descriptor);
