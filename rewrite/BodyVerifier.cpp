@@ -287,6 +287,15 @@ private:
         return (clause.Flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0;
     }
 
+    // A catch handler may leave for any place of its own try block: that is
+    // how VB's "On Error" resumes, and the runtime lets it.
+    bool resumesTry(unsigned int clause, const Decoded& instruction) const {
+        const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& owner = clauses[clause];
+        const bool catches = (owner.Flags & (COR_ILEXCEPTION_CLAUSE_FINALLY | COR_ILEXCEPTION_CLAUSE_FAULT)) == 0;
+        return catches && instruction.flow == ControlFlow::Leave && owner.HandlerOffset <= instruction.offset &&
+               instruction.offset - owner.HandlerOffset < owner.HandlerLength;
+    }
+
     bool checkPlaces() {
         for (const Decoded& instruction : instructions) {
             for (unsigned int t = 0; t < instruction.targetCount; ++t) {
@@ -390,10 +399,11 @@ private:
             const ControlFlow flow = instruction.flow;
             for (unsigned int t = 0; t < instruction.targetCount; ++t) {
                 unsigned int target = targets[instruction.firstTarget + t];
-                for (const Region& region : regions) {
+                for (unsigned int r = 0; r < regions.size(); ++r) {
+                    const Region& region = regions[r];
                     bool from = region.contains(instruction.offset);
                     bool to = region.contains(target);
-                    if (!from && to && !(region.isTry && target == region.begin)) {
+                    if (!from && to && !(region.isTry && (target == region.begin || resumesTry(r / 2, instruction)))) {
                         return fail("Branch at 0x%X enters a block at 0x%X.", instruction.offset, target);
                     }
                     if (from && !to && flow != ControlFlow::Leave) {

@@ -146,4 +146,27 @@ TEST(Trace, SelectedMethodsReachTheAgentWithTheirParametersAndResults) {
     }
 }
 
+// VB's "On Error" handlers leave for a place inside their own try block: such
+// methods are rewritten, and return and reach the agent as without it.
+TEST(Trace, VisualBasicOnErrorHandlersResumeInsideTheirTry) {
+    AgentInstall install;
+    install.directives("TraceAllMethodsOfClass: Resumed.Program\n");
+    const e2e::Comparison compared = install.compare("Resumed", install.options());
+    const std::vector<std::string> record = install.record();
+    const std::string why = compared.why + "--- record ---\n" + joinLines(record);
+    const auto ids = instrumentedIds(compared.log, "Resumed");
+
+    ASSERT_EQ(compared.reference.out, "resumed 11 3\nhandled zero, fine 7\n") << compared.reference.describe();
+    EXPECT_TRUE(compared.unchanged());
+    EXPECT_EQ(linesStartingWith(compared.log, "Failed to instrument").size(), 0u) << why;
+    for (const auto& [method, result] : {std::pair{"Resumed.Program::ResumeNext", "System.Int32:11"},
+                                         std::pair{"Resumed.Program::GoToHandler", "System.String:handled zero"}}) {
+        ASSERT_EQ(ids.count(method), 1u) << method << "\n" << why;
+        const std::string id = ids.at(method).front();
+        const std::vector<std::string> expected = {"initTrace " + id, "loadTrace", "pushTrace 0 System.Int32:0",
+                                                   "startTrace", std::string("finishTrace result=") + result};
+        EXPECT_EQ(callBlock(record, id), expected) << method << "\n" << why;
+    }
+}
+
 }  // namespace
