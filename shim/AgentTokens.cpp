@@ -42,17 +42,30 @@ AgentTokens AgentTokens::read(const std::u16string& path) {
     if (getDispenser == nullptr ||
         FAILED(
             getDispenser(CLSID_CorMetaDataDispenser, IID_IMetaDataDispenserEx, reinterpret_cast<void**>(&dispenser))) ||
-        FAILED(dispenser->OpenScope(path.c_str(), ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&agent))) ||
-        FAILED(agent->FindTypeDefByName(SharedNames::kPreAgentShimClass, mdTypeDefNil, &agentClass))) {
+        FAILED(dispenser->OpenScope(path.c_str(), ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&agent)))) {
         return {};
+    }
+    AgentTokens lacking;
+    if (FAILED(agent->FindTypeDefByName(SharedNames::kPreAgentShimClass, mdTypeDefNil, &agentClass))) {
+        lacking.lacksClass = true;
+        return lacking;
     }
     AgentTokens tokens;
     if (FAILED(agent->GetScopeProps(nullptr, 0, nullptr, &tokens.moduleVersion))) return {};
     for (unsigned int i = 0; i < ShimDelegateTable::kFieldCount; ++i) {
         const TraceMembers::Member& member = TraceMembers::kMembers[ShimDelegateTable::fields[i].member];
         if (FAILED(agent->FindMethod(agentClass, member.name, member.signature, member.length, &tokens.methods[i]))) {
-            return {};
+            lacking.lacksFunction = &member;
+            return lacking;
         }
     }
     return tokens;
+}
+
+const char* AgentTokens::parameters(const TraceMembers::Member& member) {
+    using namespace TraceMembers;
+    if (member.signature == kInt32OfInt32) return "(int)";
+    if (member.signature == kVoidOfInt32Object) return "(int, object)";
+    if (member.signature == kVoidOfObject) return "(object)";
+    return "()";
 }

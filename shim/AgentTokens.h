@@ -15,6 +15,10 @@ struct AgentTokens {
     mdMethodDef methods[ShimDelegateTable::kFieldCount] = {};
     // The assembly's module version id: tokens hold for that build only.
     GUID moduleVersion = {};
+    // What an assembly that gave none lacks, for the log: the agent's class,
+    // or the first of its functions.
+    bool lacksClass = false;
+    const TraceMembers::Member* lacksFunction = nullptr;
 
     // All of them, or none: a file that is not a regular file or cannot be
     // read as an assembly, or that lacks the class or one of its functions,
@@ -24,4 +28,6 @@ struct AgentTokens {
     // binds the agent it first read, as the runtime loads one assembly.
     static AgentTokens readOnce(const std::u16string& path);
     bool found() const { return methods[0] != 0; }
+    // Parameters of a trace function as the agent's source writes them.
+    static const char* parameters(const TraceMembers::Member& member);
 };

@@ -77,6 +77,13 @@ HRESULT SyntheticAgentShim::DefineLoaderStrings(HRESULT hr, mdString* pathString
             fprintf_8(log, "Looking for agent at %S\n", path.c_str());
             warnIfWorldWritable(log, path.c_str());
             if (dotnetCore) agentTokens = AgentTokens::readOnce(path);
+            if (agentTokens.lacksClass) {
+                fprintf_8(log, "The agent's assembly defines no class %S: it is looked up by name\n",
+                          SharedNames::kPreAgentShimClass);
+            } else if (agentTokens.lacksFunction != nullptr) {
+                fprintf_8(log, "The agent's class lacks %S%s: its functions are looked up by name\n",
+                          agentTokens.lacksFunction->name, AgentTokens::parameters(*agentTokens.lacksFunction));
+            }
         }
     }
     if (SUCCEEDED(hr)) {

@@ -52,12 +52,19 @@ TEST_F(SyntheticAgentShimLoader, BindsEachFunctionByItsTokenWhenTheAgentCanBeRea
     EXPECT_EQ(loader.count(0x20, version.Data1), 1u) << "ldc.i4 of the version's first part";
 }
 
-// An assembly without the agent's class leaves the lookups by name.
-TEST_F(SyntheticAgentShimLoader, BindsByNameWhenTheAgentsClassIsNotFound) {
+// An assembly without the agent's class, or whose class lacks a function,
+// leaves the lookups by name, and the log says what it lacks.
+TEST_F(SyntheticAgentShimLoader, BindsByNameWhenTheAgentsClassOrAFunctionIsNotFound) {
     const mdMethodDef resolve = corlibMethod(u"System.Reflection.Module", u"ResolveMethod");
-    const DecodedBody byName = loaderFor(RealAssemblies::testAsset("PolicyShapes"));
-    EXPECT_EQ(byName.count(kCallvirt, corlibMethod(u"System.Reflection.Assembly", u"GetType")), 1u);
-    EXPECT_EQ(byName.count(kCallvirt, resolve), 0u);
+    const std::pair<const char*, std::string> lacking[] = {
+        {"PolicyShapes", "The agent's assembly defines no class com.tarn.harrowlite.fieldmark.dotnet.PreAgentShim"},
+        {"MetadataShapes", "The agent's class lacks corInitTrace(int): its functions are looked up by name"}};
+    for (const auto& [asset, line] : lacking) {
+        const DecodedBody byName = loaderFor(RealAssemblies::testAsset(asset));
+        EXPECT_EQ(byName.count(kCallvirt, corlibMethod(u"System.Reflection.Assembly", u"GetType")), 1u);
+        EXPECT_EQ(byName.count(kCallvirt, resolve), 0u);
+        EXPECT_EQ(logLines(line).size(), 1u) << logText;
+    }
 }
 
 // Outside the core library the shim calls the core library through member
