@@ -63,7 +63,7 @@ bool isConversion(char c) {
 void narrowArgument(CharPointers& pointers, va_list& args) {
     void** slot = GetArgPointer(args);
     std::string narrow;
-    FromChar16(static_cast<const char16_t*>(*slot), narrow);
+    FromChar16Utf8(static_cast<const char16_t*>(*slot), narrow);
     *slot = pointers.Add(narrow);
     NextPrintfArg(args, 's');
 }

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "platform/TextConversion.h"
+
 namespace {
 
 // The engine would report a bad pattern on standard error.
@@ -18,33 +20,10 @@ bool matchText(const std::string& text, const std::string& pattern) {
     return expression.ok() && RE2::FullMatch(text, expression);
 }
 
-// UTF-8, the engine's encoding; a lone surrogate becomes U+FFFD.
+// UTF-8, the engine's encoding: every unit is a character here.
 std::string narrow(const char16_t* text) {
     std::string out;
-    for (; *text != 0; ++text) {
-        char32_t code = *text;
-        if (code >= 0xD800 && code <= 0xDBFF && text[1] >= 0xDC00 && text[1] <= 0xDFFF) {
-            code = 0x10000 + ((code - 0xD800) << 10) + (text[1] - 0xDC00);
-            ++text;
-        } else if (code >= 0xD800 && code <= 0xDFFF) {
-            code = 0xFFFD;
-        }
-        if (code < 0x80) {
-            out.push_back(static_cast<char>(code));
-        } else if (code < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | code >> 6));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        } else if (code < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | code >> 12));
-            out.push_back(static_cast<char>(0x80 | (code >> 6 & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        } else {
-            out.push_back(static_cast<char>(0xF0 | code >> 18));
-            out.push_back(static_cast<char>(0x80 | (code >> 12 & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code >> 6 & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        }
-    }
+    while (*text != 0) AppendUtf8(text, out);
     return out;
 }
 

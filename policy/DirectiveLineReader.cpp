@@ -9,7 +9,6 @@
 #include <new>
 #include <vector>
 
-#include "platform/File16.h"
 #include "platform/HeldLock.h"
 #include "platform/Synchronization.h"
 #include "platform/TextConversion.h"
@@ -134,9 +133,11 @@ bool isLargeFile(FILE* stream) {
 }
 
 HRESULT readInTurn(FILE* stream, const DirectiveLineReader::Apply& apply) {
+    char bytes[kLineSize];
     char16_t line[kLineSize];
     HRESULT status = S_OK;
-    while (SUCCEEDED(status) && fgets_u16(line, kLineSize, stream) != nullptr) {
+    while (SUCCEEDED(status) && fgets(bytes, kLineSize, stream) != nullptr) {
+        CopyUtf8To16(bytes, strnlen(bytes, kLineSize - 1), line);
         DirectiveLine parsed;
         if (DirectiveKeywords::parse(line, parsed)) status = apply(parsed);
     }
@@ -151,13 +152,13 @@ void readBatches(FILE* stream, Handover& handover) {
         char line[kLineSize];
         for (bool more = true; more;) {
             std::unique_ptr<Batch> batch = emptied(handover.takeBack());
-            // Each line widened straight into the batch, as fgets_u16 widens it.
+            // Each line widened straight into the batch.
             while (batch->starts.size() < kBatchLines && (more = fgets_unlocked(line, kLineSize, stream) != nullptr)) {
                 const size_t start = batch->text.size();
                 const size_t length = strnlen(line, kLineSize - 1);
                 batch->starts.push_back(start);
                 batch->text.resize(start + length + 1);
-                CopyChar8To16(line, batch->text.data() + start, length + 1);
+                batch->text.resize(start + CopyUtf8To16(line, length, batch->text.data() + start) + 1);
             }
             for (size_t i = 0; i < batch->starts.size(); ++i) {
                 const size_t start = batch->starts[i];

@@ -1,7 +1,9 @@
 // The lines of a directive stream, taken apart, for whoever applies them.
 //
-// A stream is read as fgets_u16 reads it, a line of more units than the line
-// size arriving in pieces; each line is taken apart (DirectiveKeywords::parse)
+// A stream is read line by line as UTF-8, so that its names meet the names of
+// the runtime's metadata (a byte that is not part of a well-formed sequence
+// widens unit for byte), a line of more bytes than the line size arriving in
+// pieces; each line is taken apart (DirectiveKeywords::parse)
 // and handed over in order, comments and lines without a keyword left out.
 // A large regular file, which a generated directive file is, is read and
 // taken apart on a thread of its own while the caller's thread applies the

@@ -21,7 +21,7 @@ namespace {
 
 std::string narrow(const char16_t* text) {
     std::string result;
-    if (text != nullptr) FromChar16(text, result);
+    if (text != nullptr) FromChar16Utf8(text, result);
     return result;
 }
 

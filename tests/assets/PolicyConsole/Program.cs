@@ -38,3 +38,12 @@ namespace PolicyConsole
         public int Advance() => ++Position;
     }
 }
+
+namespace PolicyConsole
+{
+    // A name beyond ASCII, as a directive file in UTF-8 writes it.
+    public readonly struct Größe
+    {
+        public int Maß() => 1;
+    }
+}

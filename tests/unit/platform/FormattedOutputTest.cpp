@@ -11,9 +11,10 @@ TEST(FormattedOutput, EachFormatWidthTakesItsOwnStringWidthForLowerCaseS) {
     CapturedStream out;
     EXPECT_EQ(fprintf_8(out.get(), "a %S b %s\n", u"wide", "narrow"), 16);
     EXPECT_EQ(fprintf_u16(out.get(), u"a %s b %S\n", u"wide", "narrow"), 16);
-    // Sixteen-bit arguments are narrowed unit for byte.
+    // Sixteen-bit arguments are written as UTF-8, a unit that stands for a
+    // byte as that byte.
     fprintf_8(out.get(), "[%S]", u"\x0141\xFFE9z");
-    EXPECT_EQ(out.text(), "a wide b narrow\na wide b narrow\n[A\xE9z]");
+    EXPECT_EQ(out.text(), "a wide b narrow\na wide b narrow\n[\xC5\x81\xE9z]");
 }
 
 TEST(FormattedOutput, ManyMixedArgumentsSpillIntoTheStackInOrder) {

@@ -24,6 +24,25 @@ TEST(TextConversion, WideningSignExtendsAndNarrowingKeepsTheLowByte) {
     EXPECT_TRUE(wide.empty());
 }
 
+// Directive lines are read as UTF-8 and names written out as UTF-8; bytes that
+// are not UTF-8 pass both ways as the unit-for-byte conversions take them.
+TEST(TextConversion, Utf8WhereNamesMeetFilesAndPeople) {
+    const std::string line = "ascii then \xC3\x9C \xE5\x90\x8D \xF0\x9D\x92\xB3 | \xC0\xAF \xED\xA0\x80 \xE9 \xE5\x90";
+    char16_t wide[64];
+    const size_t units = CopyUtf8To16(line.c_str(), line.size(), wide);
+    // Well-formed sequences, then an overlong '/', an encoded surrogate, a
+    // Latin-1 byte and a sequence cut short, each byte for itself.
+    const u16 expected = u"ascii then \x00DC \x540D \xD835\xDCB3 | \xFFC0\xFFAF \xFFED\xFFA0\xFF80 \xFFE9 \xFFE5\xFF90";
+    EXPECT_EQ(u16(wide, units), expected);
+    EXPECT_EQ(wide[units], 0);
+    std::string narrow;
+    FromChar16Utf8(wide, narrow);
+    EXPECT_EQ(narrow, line);
+    // A lone surrogate is written as U+FFFD.
+    FromChar16Utf8(u"\xD800x", narrow);
+    EXPECT_EQ(narrow, "\xEF\xBF\xBDx");
+}
+
 TEST(TextConversion, NullSourceThrowsLikeTheStringClass) {
     std::string narrow;
     u16 wide;

@@ -153,7 +153,7 @@ TEST_F(ProfilerControllerOnInstallation, MainMethodsAreSelectedWithoutDirectiveF
 TEST_F(ProfilerControllerOnInstallation, ReadOnlyAndByRefLikeStructsAreVetoed) {
     std::unique_ptr<ProfilerController> controller = make(
         "TraceAllMethodsOfClass: PolicyConsole.Pair\nTraceAllMethodsOfClass: PolicyConsole.Counter\n"
-        "TraceAllMethodsOfClass: PolicyConsole.Cursor\n");
+        "TraceAllMethodsOfClass: PolicyConsole.Cursor\nTraceAllMethodsOfClass: PolicyConsole.Größe\n");
     // A generic read-only struct; the context names it without its arity.
     EXPECT_TRUE(controller->isByRefLike(method(u"PolicyConsole.Pair`1", u"GetFirst")));
     EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 1);
@@ -165,12 +165,16 @@ TEST_F(ProfilerControllerOnInstallation, ReadOnlyAndByRefLikeStructsAreVetoed) {
     EXPECT_FALSE(controller->isByRefLike(method(u"PolicyConsole.Counter", u"Next")));
     EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 0);
     EXPECT_FALSE(controller->isByRefLike(method(u"PolicyConsole.Worker", u"Work")));
+    // The file's UTF-8 meets a name beyond ASCII, which the log writes as UTF-8.
+    EXPECT_EQ(controller->shouldMonitorMethodUncached(method(u"PolicyConsole.Größe", u"Maß")), 0);
+    EXPECT_EQ(controller->shouldMonitorMethod(context.get()), 1);
 
     EXPECT_EQ(installation->log(),
               (std::vector<std::string>{
                   "Started loading ~/probes.fmd", "Loaded ~/probes.fmd",
                   "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Pair::GetFirst",
-                  "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Cursor::Advance"}));
+                  "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Cursor::Advance",
+                  "Instrumentation disabled for byref-like type [PolicyConsole]PolicyConsole.Größe::Maß"}));
 }
 
 TEST_F(ProfilerControllerOnInstallation, GenericTriggerOnCoreFiresOnceInItsModuleAndNeverAfterAttach) {
