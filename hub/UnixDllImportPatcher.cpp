@@ -3,6 +3,7 @@
 #include "platform/Environment.h"
 #include "platform/FormattedOutput.h"
 #include "platform/SharedNames.h"
+#include "platform/TextConversion.h"
 #include "runtime/CorErrors.h"
 #include "runtime/CorMetadataEnums.h"
 #include "runtime/Guids.h"
@@ -49,7 +50,8 @@ HRESULT UnixDllImportPatcher::PatchDllImports() {
         }
     }
     if (moduleReference == 0) {
-        hr = emit->DefineModuleRef(profilerPath, &moduleReference);
+        // The runtime loads the library by this name: the bytes of the path are UTF-8.
+        hr = emit->DefineModuleRef(Utf16FromUtf8(profilerPath).c_str(), &moduleReference);
         if (FAILED(hr)) {
             return hr;
         }

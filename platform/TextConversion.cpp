@@ -144,6 +144,18 @@ void FromChar16Utf8(const char16_t* src, std::string& out) {
     }
 }
 
+std::u16string Utf16FromUtf8(const std::string& bytes) {
+    std::u16string text(bytes.size(), u'\0');
+    text.resize(CopyUtf8To16(bytes.c_str(), bytes.size(), text.data()));
+    return text;
+}
+
+std::u16string Utf16FromUtf8(const char16_t* text) {
+    std::string bytes;
+    FromChar16Utf8(text, bytes);
+    return Utf16FromUtf8(bytes);
+}
+
 size_t CopyUtf8To16(const char* src, size_t length, char16_t* dst) {
     requireText(src);
     size_t i = widenBlocks(src, length, dst, true);

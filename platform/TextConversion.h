@@ -29,3 +29,7 @@ void FromChar16Utf8(const char16_t* src, std::string& out);
 // UTF-16, any other byte widens as CopyChar8To16 widens it. dst has room for
 // length + 1 units; returns the units written before the terminator.
 size_t CopyUtf8To16(const char* src, size_t length, char16_t* dst);
+// Text the runtime reads as UTF-16 (a path handed to managed code): bytes of
+// UTF-8, or 16-bit text as FromChar16Utf8 takes it, decoded as CopyUtf8To16 does.
+std::u16string Utf16FromUtf8(const std::string& bytes);
+std::u16string Utf16FromUtf8(const char16_t* text);

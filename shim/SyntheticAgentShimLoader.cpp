@@ -7,6 +7,7 @@
 #include "platform/FormattedOutput.h"
 #include "platform/SharedNames.h"
 #include "platform/SystemUtils.h"
+#include "platform/TextConversion.h"
 #include "shim/AgentLocation.h"
 #include "shim/ShimSignature.h"
 
@@ -87,7 +88,8 @@ HRESULT SyntheticAgentShim::DefineLoaderStrings(HRESULT hr, mdString* pathString
         }
     }
     if (SUCCEEDED(hr)) {
-        hr = DefineUserString(path.c_str(), pathString);
+        // Managed code opens the path: the bytes of its name are UTF-8.
+        hr = DefineUserString(Utf16FromUtf8(path.c_str()).c_str(), pathString);
     }
     if (SUCCEEDED(hr)) {
         hr = DefineUserString(SharedNames::kPreAgentShimClass, agentClassString);
@@ -427,9 +429,7 @@ HRESULT SyntheticAgentShim::AddLoaderClauses(IMethodBuilder* builder) {
 }
 
 void SyntheticAgentShim::FindFailureLogMethods() {
-    logPath.clear();
-    for (char c : SystemUtils::PathOfStream(log))
-        logPath.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
+    logPath = Utf16FromUtf8(SystemUtils::PathOfStream(log));
     mdTypeDef stringType = 0;
     mdTypeDef fileType = 0;
     ShimSignature concat;

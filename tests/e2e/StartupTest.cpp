@@ -3,6 +3,7 @@
 // still runs as it does without us.
 #include <unistd.h>
 
+#include <filesystem>
 #include <optional>
 
 #include "AgentInstall.h"
@@ -155,6 +156,23 @@ TEST(Startup, PatchedPInvokeReachesTheNativeThreadId) {
     EXPECT_EQ(run.exitCode, 0) << why;
     EXPECT_EQ(run.out, "patched: this thread\nunlisted: DllNotFoundException\nworker: this thread\n") << why;
     EXPECT_EQ(linesStartingWith(install.log(), "Patching PInvoke...").size(), 2u) << why;
+
+    // The library and the agent in a folder whose name is not ASCII: the
+    // P/Invokes still reach the library, and the agent loads and records.
+    const std::string home = install.workDir() +
+                             "/\xC3\x9C"
+                             "ber wachung";
+    std::filesystem::create_directory(home);
+    std::filesystem::copy(install.agentDirectory() + "/bin", home + "/bin", std::filesystem::copy_options::recursive);
+    std::filesystem::copy_file(install.profilePath(), home + "/default.properties");
+    std::filesystem::copy_file(TARN_PROFILER_PATH, home + "/tarn.NativeProfiler.so");
+    std::filesystem::remove(install.workDir() + "/record.txt");
+    e2e::RunOptions beyondAscii = install.options();
+    beyondAscii.env["TMSENV_AGENT_PROFILE"] = home + "/default.properties";
+    beyondAscii.env["CORECLR_PROFILER_PATH"] = home + "/tarn.NativeProfiler.so";
+    const e2e::RunResult moved = install.run("tarn.AgentExtras", beyondAscii);
+    EXPECT_EQ(moved.out, run.out) << install.explain(moved);
+    EXPECT_FALSE(linesStartingWith(install.record(), "initTrace").empty()) << install.explain(moved);
 }
 
 }  // namespace
