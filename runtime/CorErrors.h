@@ -17,6 +17,8 @@ constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
 constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057);
 constexpr HRESULT CLASS_E_NOAGGREGATION = static_cast<HRESULT>(0x80040110);
 constexpr HRESULT CLASS_E_CLASSNOTAVAILABLE = static_cast<HRESULT>(0x80040111);
+// A metadata lookup that found nothing.
+constexpr HRESULT CLDB_E_RECORD_NOTFOUND = static_cast<HRESULT>(0x80131130);
 // The refusal of an initialisation: the runtime then drops the profiler quietly.
 constexpr HRESULT CORPROF_E_PROFILER_CANCEL_ACTIVATION = static_cast<HRESULT>(0x80131375);
 

@@ -7,7 +7,6 @@
 namespace {
 
 constexpr ULONG kOverloadBatch = 16;
-constexpr HRESULT kRecordNotFound = static_cast<HRESULT>(0x80131130);
 
 // FindMethod would hash every member of the core library at its first call,
 // milliseconds of every start-up; a type has few methods of one name.
@@ -33,7 +32,7 @@ HRESULT findInType(IMetaDataImport* import, mdTypeDef type, const char16_t* name
     }
     if (enumerator != nullptr) import->CloseEnum(enumerator);
     if (FAILED(hr)) return hr;
-    return *found != 0 ? S_OK : kRecordNotFound;
+    return *found != 0 ? S_OK : CLDB_E_RECORD_NOTFOUND;
 }
 
 }  // namespace

@@ -133,6 +133,13 @@ HRESULT SyntheticAgentShim::DefineSyntheticAgentShim(ICorProfilerInfo* info, Mod
         hr = E_UNEXPECTED;
     }
 
+    // An application published trimmed keeps only the members it uses itself,
+    // of the core library too.
+    if (hr == CLDB_E_RECORD_NOTFOUND) {
+        fprintf_8(log,
+                  "The core library lacks a type or member that the shim calls, as that of an application "
+                  "published trimmed may: no method is traced through this shim\n");
+    }
     this->info = nullptr;
     emit = nullptr;
     import = nullptr;
