@@ -6,6 +6,7 @@
 #include "platform/StringUtils.h"
 #include "platform/SystemUtils.h"
 #include "platform/Text16.h"
+#include "platform/TextConversion.h"
 #include "runtime/CorErrors.h"
 #include "runtime/Guids.h"
 
@@ -171,7 +172,8 @@ bool CLRUtils::AssemblyReferencesNamespace(ICorProfilerInfo* info, const std::ba
         return false;
     }
     AutoCOMPointer<IMetaDataImport> import;
-    if (FAILED(dispenser->OpenScope(assemblyPath.c_str(), ofRead, IID_IMetaDataImport,
+    // The runtime opens the file: the bytes of its name are UTF-8.
+    if (FAILED(dispenser->OpenScope(Utf16FromUtf8(assemblyPath.c_str()).c_str(), ofRead, IID_IMetaDataImport,
                                     reinterpret_cast<IUnknown**>(&import)))) {
         return false;
     }

@@ -42,7 +42,8 @@ AgentTokens AgentTokens::read(const std::u16string& path) {
     if (getDispenser == nullptr ||
         FAILED(
             getDispenser(CLSID_CorMetaDataDispenser, IID_IMetaDataDispenserEx, reinterpret_cast<void**>(&dispenser))) ||
-        FAILED(dispenser->OpenScope(path.c_str(), ofRead, IID_IMetaDataImport, reinterpret_cast<IUnknown**>(&agent)))) {
+        FAILED(dispenser->OpenScope(Utf16FromUtf8(path.c_str()).c_str(), ofRead, IID_IMetaDataImport,
+                                    reinterpret_cast<IUnknown**>(&agent)))) {
         return {};
     }
     AgentTokens lacking;

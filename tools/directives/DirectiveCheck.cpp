@@ -68,8 +68,8 @@ void reportIgnoredLines(const std::string& file, const DirectiveCheckOptions& op
     std::ifstream stream(file);
     std::string line;
     for (int number = 1; std::getline(stream, line); ++number) {
-        std::u16string text;
-        FromChar8(line.c_str(), text);
+        // Read as the profiler reads it.
+        std::u16string text = Utf16FromUtf8(line);
         DirectiveLine parsed;
         if (!DirectiveKeywords::parse(text.data(), parsed) || DirectiveKeywords::find(parsed) != nullptr) continue;
         const int minimum = DirectiveKeywords::minimumFor(parsed.keyword);

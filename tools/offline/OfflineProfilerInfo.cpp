@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "offline/HostedRuntime.h"
+#include "platform/TextConversion.h"
 #include "runtime/CorErrors.h"
 #include "runtime/Guids.h"
 
@@ -40,8 +41,10 @@ std::u16string manifestName(IMetaDataImport* import) {
 ModuleID OfflineProfilerInfo::addModule(const std::u16string& path) {
     AutoCOMPointer<IMetaDataDispenserEx> dispenser = HostedRuntime::instance().dispenser();
     AutoCOMPointer<IMetaDataImport> import;
-    if (dispenser == nullptr || FAILED(dispenser->OpenScope(path.c_str(), ofRead, IID_IMetaDataImport,
-                                                            reinterpret_cast<IUnknown**>(&import)))) {
+    // The runtime opens the file: the bytes of its name are UTF-8.
+    if (dispenser == nullptr ||
+        FAILED(dispenser->OpenScope(Utf16FromUtf8(path.c_str()).c_str(), ofRead, IID_IMetaDataImport,
+                                    reinterpret_cast<IUnknown**>(&import)))) {
         return 0;
     }
     return addModule(path, std::move(import));
