@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <regex>
 #include <set>
+#include <tuple>
 
 #include "AgentInstall.h"
 
@@ -156,15 +157,17 @@ TEST(Trace, VisualBasicOnErrorHandlersResumeInsideTheirTry) {
     const std::string why = compared.why + "--- record ---\n" + joinLines(record);
     const auto ids = instrumentedIds(compared.log, "Resumed");
 
-    ASSERT_EQ(compared.reference.out, "resumed 11 3\nhandled zero, fine 7\n") << compared.reference.describe();
+    ASSERT_EQ(compared.reference.out, "resumed 11 6\nhandled zero, fine 7\n") << compared.reference.describe();
     EXPECT_TRUE(compared.unchanged());
     EXPECT_EQ(linesStartingWith(compared.log, "Failed to instrument").size(), 0u) << why;
-    for (const auto& [method, result] : {std::pair{"Resumed.Program::ResumeNext", "System.Int32:11"},
-                                         std::pair{"Resumed.Program::GoToHandler", "System.String:handled zero"}}) {
+    for (const auto& [method, argument, result] :
+         {std::tuple{"Resumed.Program::ResumeNext", "System.String:ten", "System.Int32:11"},
+          std::tuple{"Resumed.Program::GoToHandler", "System.Int32:0", "System.String:handled zero"}}) {
         ASSERT_EQ(ids.count(method), 1u) << method << "\n" << why;
         const std::string id = ids.at(method).front();
-        const std::vector<std::string> expected = {"initTrace " + id, "loadTrace", "pushTrace 0 System.Int32:0",
-                                                   "startTrace", std::string("finishTrace result=") + result};
+        const std::vector<std::string> expected = {"initTrace " + id, "loadTrace",
+                                                   std::string("pushTrace 0 ") + argument, "startTrace",
+                                                   std::string("finishTrace result=") + result};
         EXPECT_EQ(callBlock(record, id), expected) << method << "\n" << why;
     }
 }

@@ -1,12 +1,10 @@
 ' VB's unstructured error handling: the compiler wraps the method in one try
 ' block whose handler leaves for a place inside that same block, to resume.
 Module Program
-    Function ResumeNext(divisor As Integer) As Integer
+    Function ResumeNext(text As String) As Integer
         On Error Resume Next
         Dim value As Integer = 10
-        value = value \ divisor
-        Dim text As String = Nothing
-        value += text.Length
+        value = CInt(text)
         Return value + 1
     End Function
 
@@ -22,7 +20,7 @@ Done:
     End Function
 
     Sub Main()
-        System.Console.WriteLine("resumed " & ResumeNext(0) & " " & ResumeNext(5))
+        System.Console.WriteLine("resumed " & ResumeNext("ten") & " " & ResumeNext("5"))
         System.Console.WriteLine(GoToHandler(0) & ", " & GoToHandler(7))
     End Sub
 End Module
