@@ -20,6 +20,13 @@ struct Member {
     unsigned int length;
     // The number of parameters, as the signature's second byte says.
     constexpr unsigned int parameters() const { return signature[1]; }
+    // The parameters as the agent's source declares them, for the log.
+    constexpr const char* parameterList() const {
+        if (signature == kInt32OfInt32) return "(int)";
+        if (signature == kVoidOfInt32Object) return "(int, object)";
+        if (signature == kVoidOfObject) return "(object)";
+        return "()";
+    }
 };
 
 template <unsigned int N>

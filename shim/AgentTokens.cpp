@@ -62,11 +62,3 @@ AgentTokens AgentTokens::read(const std::u16string& path) {
     }
     return tokens;
 }
-
-const char* AgentTokens::parameters(const TraceMembers::Member& member) {
-    using namespace TraceMembers;
-    if (member.signature == kInt32OfInt32) return "(int)";
-    if (member.signature == kVoidOfInt32Object) return "(int, object)";
-    if (member.signature == kVoidOfObject) return "(object)";
-    return "()";
-}

@@ -28,6 +28,4 @@ struct AgentTokens {
     // binds the agent it first read, as the runtime loads one assembly.
     static AgentTokens readOnce(const std::u16string& path);
     bool found() const { return methods[0] != 0; }
-    // Parameters of a trace function as the agent's source writes them.
-    static const char* parameters(const TraceMembers::Member& member);
 };

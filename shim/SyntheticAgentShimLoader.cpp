@@ -83,7 +83,7 @@ HRESULT SyntheticAgentShim::DefineLoaderStrings(HRESULT hr, mdString* pathString
                           SharedNames::kPreAgentShimClass);
             } else if (agentTokens.lacksFunction != nullptr) {
                 fprintf_8(log, "The agent's class lacks %S%s: its functions are looked up by name\n",
-                          agentTokens.lacksFunction->name, AgentTokens::parameters(*agentTokens.lacksFunction));
+                          agentTokens.lacksFunction->name, agentTokens.lacksFunction->parameterList());
             }
         }
     }

@@ -159,9 +159,7 @@ TEST(Startup, PatchedPInvokeReachesTheNativeThreadId) {
 
     // The library and the agent in a folder whose name is not ASCII: the
     // P/Invokes still reach the library, and the agent loads and records.
-    const std::string home = install.workDir() +
-                             "/\xC3\x9C"
-                             "ber wachung";
+    const std::string home = install.workDir() + "/Über wachung";
     std::filesystem::create_directory(home);
     std::filesystem::copy(install.agentDirectory() + "/bin", home + "/bin", std::filesystem::copy_options::recursive);
     std::filesystem::copy_file(install.profilePath(), home + "/default.properties");

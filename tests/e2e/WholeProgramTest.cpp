@@ -121,9 +121,7 @@ TEST(WholeProgram, EveryMethodOfARealLibrary) {
         }
     }
     // The tool reads the program from a folder whose name is not ASCII.
-    const std::string dir = std::string(TARN_E2E_DIR) + "/JsonRoundTrip/", copy = install.workDir() +
-                                                                                  "/\xC3\x9C"
-                                                                                  "ber";
+    const std::string dir = std::string(TARN_E2E_DIR) + "/JsonRoundTrip/", copy = install.workDir() + "/Über";
     std::filesystem::create_directory(copy);
     std::filesystem::copy_file(dir + "JsonRoundTrip.dll", copy + "/JsonRoundTrip.dll");
     const ChildProcess checker = ChildProcess::run({TARN_DIRECTIVES_TOOL, "--profile", install.profilePath(),
