@@ -17,10 +17,5 @@ TARN_EXPORT const CLSID CLSID_PROFILERCALLBACK;
 // The same identifier as text, braces included.
 TARN_EXPORT const char* GetGUIDAsString();
 
-// Registration strings of the class. The runtime finds the library through its
-// environment alone, so nothing reads them.
-inline constexpr char PROFILER_DESCRIPTION[] = "Tarn Signals FieldMark";
-inline constexpr char PROFILER_THREADING_MODEL[] = "Both";
-
 // Closed by a row whose pClsid is null.
 extern const COCLASS_REGISTER g_CoClasses[];

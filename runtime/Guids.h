@@ -53,7 +53,3 @@ inline constexpr IID IID_IMetaDataTables = guidOf("D8F579AB-402D-4B8E-82D9-5D63B
 inline constexpr IID IID_IMetaDataEmit = guidOf("BA3FEE4C-ECB9-4E41-83B7-183FA41CD859");
 inline constexpr IID IID_IMetaDataEmit2 = guidOf("F5DD9950-F693-42E6-830E-7B833E8146A9");
 inline constexpr IID IID_IMetaDataAssemblyEmit = guidOf("211EF15B-5317-4438-B196-DEC87B887693");
-
-// Options of IMetaDataDispenserEx::SetOption.
-inline constexpr GUID MetaDataCheckDuplicatesFor = guidOf("30FE7BE8-D7D9-11D2-9F80-00C04F79A0A3");
-inline constexpr GUID MetaDataSetUpdate = guidOf("2EEE315C-D7DB-11D2-9F80-00C04F79A0A3");
