@@ -99,6 +99,8 @@ private:
     // The members that the loader's failure handler calls to leave its line in
     // the native log; without them it fails quietly.
     void FindFailureLogMethods();
+    // The fields that start at the loader, pointed at their stubs.
+    void GenerateLoaderFieldsToStubs(ILEmitter& il);
     void GenerateLoadFailureHandler(ILEmitter& il);
     [[nodiscard]] HRESULT AddLoaderClauses(IMethodBuilder* builder);
     [[nodiscard]] HRESULT DefineClassCtor();

@@ -124,6 +124,11 @@ HRESULT SyntheticAgentShim::SetLoaderLocals(IMethodBuilder* builder, HRESULT hr)
 HRESULT SyntheticAgentShim::EmitLoaderCode(IMethodBuilder* builder, HRESULT hr, mdString pathString,
                                            mdString agentClassString) {
     ILEmitter il(builder, 0, hr);
+    // The loading runs code that may itself be traced: the core library's
+    // loader methods after an attach, an application's load event handler.
+    // Its trace calls meet the stubs, as any before the agent is up, instead
+    // of the loader again, which would recurse until the stack overflows.
+    GenerateLoaderFieldsToStubs(il);
     il.label(kLoadTry);
     if (dotnetCore) {
         il.op(Opcode::call, getDefaultMethod)
@@ -369,18 +374,21 @@ void SyntheticAgentShim::GenerateAssignDelegateByToken(ILEmitter& il, mdFieldDef
         .op(Opcode::stsfld, field);
 }
 
-// Whatever loading the agent throws (no file, no access, no assembly, no
-// class, no method) ends here: the fields that lead to the loader go to their
-// stubs first, so that nothing calls the loader again, then one line goes to
-// the native log, and the call answers 0. The program runs on untraced.
-void SyntheticAgentShim::GenerateLoadFailureHandler(ILEmitter& il) {
-    il.label(kLoadHandler).op(Opcode::stloc_1);
+void SyntheticAgentShim::GenerateLoaderFieldsToStubs(ILEmitter& il) {
     for (unsigned int i = 0; i < kFieldCount; ++i) {
         if (fields[i].startsAtLoader(attached)) {
             const DelegateRecord& record = delegateRecords[fields[i].kind()];
             GenerateAssignEmptyDelegate(il, delegateFields[i], record.ctor, record.emptyMethod);
         }
     }
+}
+
+// Whatever loading the agent throws (no file, no access, no assembly, no
+// class, no method) ends here: the fields that led to the loader keep the
+// stubs it gave them, so that nothing calls the loader again; one line goes
+// to the native log, and the call answers 0. The program runs on untraced.
+void SyntheticAgentShim::GenerateLoadFailureHandler(ILEmitter& il) {
+    il.label(kLoadHandler).op(Opcode::stloc_1);
     // A log that cannot be written to is no reason to fail the program.
     if (appendAllTextMethod != 0 && !logPath.empty()) {
         mdString pathString = 0;

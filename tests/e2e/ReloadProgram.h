@@ -48,7 +48,11 @@ inline void touch(const AgentInstall& install, const std::string& name) {
 // Options for the program started without the profiler, for an attach to
 // bring in the tracing of Work.Alpha; the profile is written.
 inline RunOptions awaitingAttach(AgentInstall& install) {
-    install.directives("TraceOneMethodOfClass: Reload.Work Alpha\n");
+    // The first call of the agent's loader is selected too: after an attach,
+    // its trace call leads back to the loader.
+    install.directives(
+        "TraceOneMethodOfClass: Reload.Work Alpha\n"
+        "TraceOneMethodOfClass: System.Runtime.Loader.AssemblyLoadContext get_Default\n");
     install.writeProfile();
     RunOptions options = install.options();
     options.profiled = false;
