@@ -45,14 +45,16 @@ inline void touch(const AgentInstall& install, const std::string& name) {
     writeFile(install.workDir() + "/" + name, "");
 }
 
+// The first call of the agent's loader: selected where the core library's
+// shim starts at its loader (an attach, a reload that selects the core
+// library), its trace call must not lead back to the loader.
+inline constexpr char kLoaderFirstCall[] =
+    "TraceOneMethodOfClass: System.Runtime.Loader.AssemblyLoadContext get_Default\n";
+
 // Options for the program started without the profiler, for an attach to
 // bring in the tracing of Work.Alpha; the profile is written.
 inline RunOptions awaitingAttach(AgentInstall& install) {
-    // The first call of the agent's loader is selected too: after an attach,
-    // its trace call leads back to the loader.
-    install.directives(
-        "TraceOneMethodOfClass: Reload.Work Alpha\n"
-        "TraceOneMethodOfClass: System.Runtime.Loader.AssemblyLoadContext get_Default\n");
+    install.directives(std::string("TraceOneMethodOfClass: Reload.Work Alpha\n") + kLoaderFirstCall);
     install.writeProfile();
     RunOptions options = install.options();
     options.profiled = false;
