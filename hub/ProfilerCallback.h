@@ -180,11 +180,17 @@ private:
     PerThreadEnclosingData* hookSlot(FunctionData* function);
     // Writes to the controller's log, if there is a controller.
     void logToController(const char* line);
-    // A compile under profilerLock, passed over when our own work set it off:
-    // decided and rewritten, or only given its offset map (decide false).
-    HRESULT startCompile(FunctionID functionId, BOOL fIsSafeToBlock, bool decide);
+    // What a compile event asks of the compile path: the method's own body,
+    // decided and rewritten; only its offset map, rewritten when its module
+    // loaded; or a body of its ReJIT.
+    enum class CompileKind { kOwnBody, kOffsetMapOnly, kReJIT };
+    // A compile under profilerLock, passed over when our own work set it off.
+    HRESULT startCompile(FunctionID functionId, BOOL fIsSafeToBlock, CompileKind kind);
     // The compile path of one method, under profilerLock and the re-entrance flag.
-    void compileMethod(FunctionID functionId);
+    void compileMethod(FunctionID functionId, CompileKind kind);
+    // Whether the runtime already has code of the method's own body: compiled
+    // again, the method still runs that code.
+    bool runsOwnBody(FunctionID functionId);
     // The controller's decision on the function in hand; one that it newly
     // remembers is noted if an unload may take it. Under profilerLock.
     int decide(IMetaDataContext* context);

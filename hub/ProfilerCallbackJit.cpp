@@ -6,6 +6,7 @@
 #include "hub/ProfilerCallback.h"
 #include "platform/FormattedOutput.h"
 #include "rewrite/TraceLabels.h"
+#include "runtime/Guids.h"
 
 namespace {
 
@@ -18,10 +19,11 @@ thread_local int64_t compileStart = 0;
 
 HRESULT ProfilerCallback::JITCompilationStarted(FunctionID functionId, BOOL fIsSafeToBlock) {
     // Rewritten when its module loaded, a method only needs its offset map.
-    return startCompile(functionId, fIsSafeToBlock, !rewritesOnLoad);
+    return startCompile(functionId, fIsSafeToBlock,
+                        rewritesOnLoad ? CompileKind::kOffsetMapOnly : CompileKind::kOwnBody);
 }
 
-HRESULT ProfilerCallback::startCompile(FunctionID functionId, BOOL fIsSafeToBlock, bool decide) {
+HRESULT ProfilerCallback::startCompile(FunctionID functionId, BOOL fIsSafeToBlock, CompileKind kind) {
     // A method compiled where the profiler may not block is left untouched.
     if (!fIsSafeToBlock || disabled || !jitEnabled) {
         return S_OK;
@@ -37,8 +39,8 @@ HRESULT ProfilerCallback::startCompile(FunctionID functionId, BOOL fIsSafeToBloc
             explicit ReentranceMark(bool& flag) : mark(flag) { mark = true; }
             ~ReentranceMark() { mark = false; }
         } reentrance(inJITCallback);
-        if (decide) {
-            compileMethod(functionId);
+        if (kind != CompileKind::kOffsetMapOnly) {
+            compileMethod(functionId, kind);
         } else if (profiler != nullptr && controller != nullptr) {
             // Remembered as decided, so that a hot reload compares it too.
             const bool rewritten = profiler->mapRewrittenOnLoad(functionId);
@@ -63,7 +65,7 @@ HRESULT ProfilerCallback::JITCompilationFinished(FunctionID functionId, HRESULT 
     return S_OK;
 }
 
-void ProfilerCallback::compileMethod(FunctionID functionId) {
+void ProfilerCallback::compileMethod(FunctionID functionId, CompileKind kind) {
     IMetaDataContext* context = metaDataContext;
     if (context == nullptr || controller == nullptr || profiler == nullptr) {
         return;
@@ -88,7 +90,26 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
         monitored = decide(context) == 0;
     }
     account.methodCompiled(monitored);
+    char16_t* assembly = nullptr;
+    char16_t* className = nullptr;
+    char16_t* method = nullptr;
 
+    // A method compiled before the profiler saw it (before an attach) runs
+    // code of its own body; compiled again now, for a tier-up or for the
+    // continuation of a loop that runs, which resumes at an offset of that
+    // body, it must keep the body: a new one would be entered at the wrong
+    // place (the runtime throws InvalidProgramException). Its ReJIT, asked for
+    // at the attach, brings the traced body. Nor is such a method the first
+    // after an attach.
+    if (kind == CompileKind::kOwnBody && (monitored || (attached && !firstAttachMethodSeen)) &&
+        !profiler->hasOutcome(context) && runsOwnBody(functionId)) {
+        if (monitored && logEnabled && methodNames(&assembly, &className, &method)) {
+            fprintf_8(nativeLog, "Kept the running body of [%S]%S::%S: compiled before the profiler saw it\n", assembly,
+                      className, method);
+            fflush(nativeLog);
+        }
+        return;
+    }
     // The first method after an attach carries instrumentation in any case, so
     // that the agent gets its chance to start, and goes back to its own body
     // on the service thread's next round.
@@ -103,9 +124,6 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
     const bool goesOn =
         monitored || (!agentHijacked && clrVersion >= 4 && controller->shouldHijackMethod(context) == 0);
 
-    char16_t* assembly = nullptr;
-    char16_t* className = nullptr;
-    char16_t* method = nullptr;
     if (goesOn) {
         if (SUCCEEDED(result) && !agentHijacked && controller->shouldHijackMethod(context) == 0) {
             {
@@ -150,6 +168,13 @@ void ProfilerCallback::compileMethod(FunctionID functionId) {
                   className, method);
         fflush(nativeLog);
     }
+}
+
+bool ProfilerCallback::runsOwnBody(FunctionID functionId) {
+    AutoCOMPointer<ICorProfilerInfo4> info4;
+    ULONG32 pieces = 0;
+    return SUCCEEDED(profilerInfo->QueryInterface(IID_ICorProfilerInfo4, reinterpret_cast<void**>(&info4))) &&
+           SUCCEEDED(info4->GetCodeInfo3(functionId, 0, 0, &pieces, nullptr)) && pieces > 0;
 }
 
 bool ProfilerCallback::methodNames(char16_t** assembly, char16_t** className, char16_t** method) {

@@ -261,7 +261,7 @@ HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID
         return S_OK;
     }
     if (state == kNotMonitored || (state == kMonitored && attached)) {
-        return startCompile(functionId, fIsSafeToBlock, true);
+        return startCompile(functionId, fIsSafeToBlock, CompileKind::kReJIT);
     }
     return S_OK;
 }

@@ -28,6 +28,9 @@ public:
     // step receives the stage reached, 1 to 12, or 0 when the method had been
     // rewritten before and that outcome stands.
     [[nodiscard]] virtual HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) = 0;
+    // Whether instrumentMethod has an outcome for the method in hand: a call
+    // would only give it again (step 0) and install nothing.
+    virtual bool hasOutcome(IMetaDataContext* context) = 0;
     // Lets the method be rewritten again.
     virtual void clearHistoryForFunction(IMetaDataContext* context) = 0;
     // Drops what is known of an unloaded module's methods and tokens: the

@@ -113,6 +113,11 @@ HRESULT Profiler::createGetters(bool isCoreCLR) {
     return S_OK;
 }
 
+bool Profiler::hasOutcome(IMetaDataContext* context) {
+    auto facts = modules.find(context->getModuleID());
+    return facts != modules.end() && facts->second.outcomes.contains(context->getMethodDef());
+}
+
 void Profiler::clearHistoryForFunction(IMetaDataContext* context) {
     if (auto facts = modules.find(context->getModuleID()); facts != modules.end()) {
         facts->second.outcomes.erase(context->getMethodDef());

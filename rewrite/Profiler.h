@@ -78,6 +78,7 @@ public:
     IMethodBuilder* getBuilder() override { return current.builder.get(); }
     HRESULT hijackMethod(IMetaDataContext* context) override;
     HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) override;
+    bool hasOutcome(IMetaDataContext* context) override;
     void clearHistoryForFunction(IMetaDataContext* context) override;
     bool usingSyntheticShim() override { return useSyntheticShim; }
     void placeShimInModules(std::function<HRESULT(ModuleID)> define) override { defineModuleShim = std::move(define); }

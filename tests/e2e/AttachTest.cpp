@@ -1,7 +1,8 @@
 // Attaching to a running program with the attach tool: the program was
 // started without a profiler; after the attach the methods that the
 // directives select reach the agent, whether compiled before the attach
-// (compiled again) or after, and the program prints what it always does.
+// (compiled again) or after, and the program prints what it always does; one
+// that runs across the attach keeps its running body.
 // Attaches that cannot succeed end with a clear message from the tool and
 // leave the program running, ready for one that can.
 #include "ReloadProgram.h"
@@ -49,6 +50,17 @@ TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
     const std::string log = install.logText();
     EXPECT_NE(log.find("Request ReJIT to enable [Reload]Reload.Work::Alpha\n"), std::string::npos) << why();
     EXPECT_NE(log.find("Attached TMS Agent with 0x0\n"), std::string::npos) << why();
+
+    // A selected method that runs across the attach and is compiled again
+    // while it loops keeps the body it runs.
+    e2e::touch(install, "spin");
+    EXPECT_TRUE(waitUntil([&] {
+        return readFile(install.workDir() + "/native.txt").find("spun ") != std::string::npos;
+    })) << why();
+    EXPECT_NE(install.logText().find(
+                  "Kept the running body of [Reload]Reload.Work::Spin: compiled before the profiler saw it\n"),
+              std::string::npos)
+        << why();
 
     // The agent's view of its environment: the tool's lines first, then the
     // profile and the agent name of the start-up.

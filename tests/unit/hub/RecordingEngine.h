@@ -38,6 +38,10 @@ public:
         *step = stepReached;
         return instrumentResult;
     }
+    bool hasOutcome(IMetaDataContext*) override {
+        ++calls;
+        return false;
+    }
     void clearHistoryForFunction(IMetaDataContext*) override { ++calls; }
     void forgetModule(ModuleID) override { ++calls; }
     bool mapRewrittenOnLoad(FunctionID) override { ++calls; return false; }

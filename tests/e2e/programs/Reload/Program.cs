@@ -1,7 +1,8 @@
 // A program that keeps calling two methods while the test changes which of
 // them are traced. The test steers it with files in the working directory:
 // "reload" asks the profiler for a hot reload of the directives, "plugin"
-// loads a plugin and unloads it, "stop" ends the loop. What the profiler's
+// loads a plugin and unloads it, "spin" lets Work.Spin loop, "stop" ends the
+// loop. What the profiler's
 // exports answer goes to "native.txt", never to the output, which is the same
 // with and without the profiler.
 using System.Runtime.CompilerServices;
@@ -19,6 +20,20 @@ namespace Reload
 
         [MethodImpl(MethodImplOptions.NoInlining)]
         public static int Gamma(int value) => value + 1;
+
+        // Entered before an attach and still running after it: waits for
+        // "spin", then loops long enough for the runtime to move the running
+        // frame to new code of its own body.
+        [MethodImpl(MethodImplOptions.NoInlining)]
+        public static long Spin()
+        {
+            while (!File.Exists("spin"))
+                Thread.Sleep(20);
+            long sum = 0;
+            for (int i = 0; i < 5_000_000; i++)
+                sum += i % 7;
+            return sum;
+        }
     }
 
     public static unsafe class Program
@@ -33,6 +48,8 @@ namespace Reload
                 return ReloadBench.Run(Bind() >= 0, reloadDirectives);
             bool once = args.Length > 0 && args[0] == "once";
             int pending = once ? -1 : Bind();
+            if (!once)
+                new Thread(() => Note("spun " + Work.Spin())) { IsBackground = true }.Start();
             long total = 0;
             var deadline = DateTime.UtcNow.AddSeconds(150);
             for (int i = 0; once ? i < 10 : !File.Exists("stop") && DateTime.UtcNow < deadline; i++)
