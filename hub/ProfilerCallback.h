@@ -81,6 +81,7 @@ public:
 
     // ICorProfilerCallback4
     HRESULT ReJITCompilationStarted(FunctionID functionId, ReJITID rejitId, BOOL fIsSafeToBlock) override;
+    HRESULT GetReJITParameters(ModuleID moduleId, mdMethodDef methodId, ICorProfilerFunctionControl* version) override;
     HRESULT ReJITCompilationFinished(FunctionID functionId, ReJITID rejitId, HRESULT hrStatus,
                                      BOOL fIsSafeToBlock) override;
 
@@ -180,13 +181,21 @@ private:
     PerThreadEnclosingData* hookSlot(FunctionData* function);
     // Writes to the controller's log, if there is a controller.
     void logToController(const char* line);
-    // What a compile event asks of the compile path: the method's own body,
-    // decided and rewritten; only its offset map, rewritten when its module
-    // loaded; or a body of its ReJIT.
+    // What a compile asks of the compile path: the method's own body, decided
+    // and rewritten; only its offset map, rewritten when its module loaded; or
+    // the body of a ReJIT version, given in GetReJITParameters.
     enum class CompileKind { kOwnBody, kOffsetMapOnly, kReJIT };
+    // Set while the compile path runs: a compile that our own work sets off
+    // on the same thread passes untouched.
+    struct ReentranceMark {
+        bool& mark;
+        explicit ReentranceMark(bool& flag) : mark(flag) { mark = true; }
+        ~ReentranceMark() { mark = false; }
+    };
     // A compile under profilerLock, passed over when our own work set it off.
     HRESULT startCompile(FunctionID functionId, BOOL fIsSafeToBlock, CompileKind kind);
-    // The compile path of one method, under profilerLock and the re-entrance flag.
+    // The compile path of one method, under profilerLock and the re-entrance
+    // flag; for a ReJIT version the context stands on the method already.
     void compileMethod(FunctionID functionId, CompileKind kind);
     // Whether the runtime already has code of the method's own body: compiled
     // again, the method still runs that code.

@@ -34,14 +34,10 @@ HRESULT ProfilerCallback::startCompile(FunctionID functionId, BOOL fIsSafeToBloc
         if (inJITCallback) {
             return S_OK;
         }
-        struct ReentranceMark {
-            bool& mark;
-            explicit ReentranceMark(bool& flag) : mark(flag) { mark = true; }
-            ~ReentranceMark() { mark = false; }
-        } reentrance(inJITCallback);
-        if (kind != CompileKind::kOffsetMapOnly) {
+        ReentranceMark reentrance(inJITCallback);
+        if (kind == CompileKind::kOwnBody) {
             compileMethod(functionId, kind);
-        } else if (profiler != nullptr && controller != nullptr) {
+        } else if (kind == CompileKind::kOffsetMapOnly && profiler != nullptr && controller != nullptr) {
             // Remembered as decided, so that a hot reload compares it too.
             const bool rewritten = profiler->mapRewrittenOnLoad(functionId);
             if (controller->getCompiledMethods().emplace(functionId, rewritten ? S_OK : S_FALSE).second) {
@@ -51,6 +47,8 @@ HRESULT ProfilerCallback::startCompile(FunctionID functionId, BOOL fIsSafeToBloc
     } catch (...) {
         // The runtime compiles the method's own body.
     }
+    // A ReJIT version's body came with GetReJITParameters: only the runtime's
+    // compile is counted.
     compiling = functionId;
     compileStart = ProfilerAccount::now();
     return S_OK;
@@ -70,8 +68,10 @@ void ProfilerCallback::compileMethod(FunctionID functionId, CompileKind kind) {
     if (context == nullptr || controller == nullptr || profiler == nullptr) {
         return;
     }
-    HRESULT result = E_FAIL;
-    {
+    // A ReJIT version's method is in hand already, with no function where it
+    // is generic.
+    HRESULT result = S_OK;
+    if (kind == CompileKind::kOwnBody) {
         ProfilerAccount::Timed timed(account, ProfilerAccount::kMetadata);
         result = context->setFunction(functionId);
     }

@@ -159,7 +159,7 @@ void ProfilerCallback::ServiceReJITRequests() {
         rejitRequests.clear();
         // A revert is a ReJIT too: the runtime's own revert goes back to the
         // first compile, which carried the instrumentation, so the method is
-        // compiled again and ReJITCompilationStarted hands it its own body.
+        // compiled again and GetReJITParameters hands it its own body.
         for (rejit_requests& batch : revertRequests) {
             if (settledEmpty(batch)) continue;
             HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
@@ -234,34 +234,59 @@ void ProfilerCallback::logReJITRequest(const char16_t* verb) {
 }
 
 HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID rejitId, BOOL fIsSafeToBlock) {
-    int state = kMonitored;
-    try {
-        HeldLock held(&profilerLock);
-        if (metaDataContext == nullptr || controller == nullptr || profiler == nullptr ||
-            FAILED(metaDataContext->setFunction(functionId))) {
-            return S_OK;
-        }
-        const IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
-        auto found = compiled.find(functionId);
-        state = found != compiled.end() ? found->second : kMonitored;
-        // A reverted method that the directives want again is compiled as a
-        // new one; otherwise it gets its own body, as kept before its first
-        // rewrite (the runtime would hand back the rewritten one).
-        if (state == kReverted && controller->shouldMonitorMethodUncached(metaDataContext) == 0) {
-            state = kNotMonitored;
-        } else if (state == kReverted) {
-            // Without a kept body the runtime compiles what it has.
-            (void)profiler->restoreOriginalBody(metaDataContext);
-        }
-        if (state == kNotMonitored) {
-            controller->clearCacheForFunction(functionId);
-            profiler->clearHistoryForFunction(metaDataContext);
-        }
-    } catch (...) {
+    return startCompile(functionId, fIsSafeToBlock, CompileKind::kReJIT);
+}
+
+// A ReJIT version gets its body here, before its first compile: the rewritten
+// one, or after a revert the method's own as first seen. The method's own body
+// is never changed once code of it may run: the runtime may continue a running
+// loop of it in new code made from that body, at an offset of it.
+HRESULT ProfilerCallback::GetReJITParameters(ModuleID moduleId, mdMethodDef methodId,
+                                             ICorProfilerFunctionControl* version) {
+    if (disabled || !jitEnabled || version == nullptr) {
         return S_OK;
     }
-    if (state == kNotMonitored || (state == kMonitored && attached)) {
-        return startCompile(functionId, fIsSafeToBlock, CompileKind::kReJIT);
+    try {
+        HeldLock held(&profilerLock);
+        if (inJITCallback || metaDataContext == nullptr || controller == nullptr || profiler == nullptr) {
+            return S_OK;
+        }
+        ReentranceMark reentrance(inJITCallback);
+        // A generic method has no function of its own: its instantiations
+        // share its body.
+        FunctionID function = 0;
+        if (FAILED(profilerInfo->GetFunctionFromToken(moduleId, methodId, &function)) ||
+            FAILED(metaDataContext->setFunction(function))) {
+            function = 0;
+            if (FAILED(metaDataContext->setModuleMethod(moduleId, methodId))) {
+                return S_OK;
+            }
+        }
+        const IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
+        auto found = compiled.find(function);
+        int state = function != 0 && found != compiled.end() ? found->second : kMonitored;
+        // A reverted method that the directives want again is compiled as a
+        // new one.
+        if (state == kReverted && controller->shouldMonitorMethodUncached(metaDataContext) == 0) {
+            state = kNotMonitored;
+        }
+        struct Installing {
+            IProfiler* engine;
+            ~Installing() { engine->installInto(nullptr); }
+        } installing{profiler};
+        profiler->installInto(version);
+        if (state == kReverted) {
+            // Without a kept body the version takes the method's own.
+            (void)profiler->restoreOriginalBody(metaDataContext);
+            return S_OK;
+        }
+        if (state == kNotMonitored) {
+            if (function != 0) controller->clearCacheForFunction(function);
+            profiler->clearHistoryForFunction(metaDataContext);
+        }
+        compileMethod(function, CompileKind::kReJIT);
+    } catch (...) {
+        // The version takes the method's own body.
     }
     return S_OK;
 }

@@ -137,6 +137,12 @@ void ProfilerCallback::noteModuleKind(ModuleID moduleId, bool flagsKnown, DWORD 
 
 // The memo grows by one exactly when the controller decides a function anew.
 int ProfilerCallback::decide(IMetaDataContext* context) {
+    // A generic method given a ReJIT body has no function to remember the
+    // answer by.
+    if (context->getFunctionID() == 0) {
+        return controller->shouldMonitorMethodUncached(context) == 0 && !controller->isByRefLike(context) ? S_OK
+                                                                                                          : S_FALSE;
+    }
     const size_t known = controller->getCompiledMethods().size();
     const int status = controller->shouldMonitorMethod(context);
     if (controller->getCompiledMethods().size() != known) noteDecided(context->getFunctionID());

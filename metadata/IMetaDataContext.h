@@ -32,6 +32,9 @@ public:
 
     // Moves the context to a function; on failure it stays where it was.
     [[nodiscard]] virtual HRESULT setFunction(FunctionID functionID) = 0;
+    // The same for a method of a module, without a function of its own (a
+    // generic method, whose instantiations share its body).
+    [[nodiscard]] virtual HRESULT setModuleMethod(ModuleID moduleID, mdMethodDef method) = 0;
 
     // Neither adds a reference.
     virtual IMetaDataImport* getImport() = 0;

@@ -64,14 +64,24 @@ HRESULT MetaDataContext::setFunction(FunctionID newFunctionID) {
     ClassID newClassID = 0;
     ModuleID newModuleID = 0;
     mdToken newMethodDef = 0;
+    const HRESULT hr = info->GetFunctionInfo(newFunctionID, &newClassID, &newModuleID, &newMethodDef);
+    return FAILED(hr) ? hr : moveTo(newFunctionID, newClassID, newModuleID, newMethodDef);
+}
+
+HRESULT MetaDataContext::setModuleMethod(ModuleID newModuleID, mdMethodDef newMethodDef) {
+    return moveTo(0, 0, newModuleID, newMethodDef);
+}
+
+HRESULT MetaDataContext::moveTo(FunctionID newFunctionID, ClassID newClassID, ModuleID newModuleID,
+                                mdToken newMethodDef) {
     mdTypeDef newTypeDef = 0;
     mdToken newSuperToken = 0;
     AutoCOMPointer<IMetaDataImport> newImport;
 
-    HRESULT hr = info->GetFunctionInfo(newFunctionID, &newClassID, &newModuleID, &newMethodDef);
+    HRESULT hr = S_OK;
     // A module's metadata is opened once while the module is among those met last.
-    const bool sameModule = SUCCEEDED(hr) && newModuleID == moduleID && import.get() != nullptr;
-    if (SUCCEEDED(hr) && !sameModule) {
+    const bool sameModule = newModuleID == moduleID && import.get() != nullptr;
+    if (!sameModule) {
         KnownModule& entry = knownModule(newModuleID);
         if (entry.import.get() == nullptr) {
             hr = ImageMetaData::open(info, newModuleID, IID_IMetaDataImport,

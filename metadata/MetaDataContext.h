@@ -16,6 +16,7 @@ public:
     MetaDataContext& operator=(const MetaDataContext&) = delete;
 
     HRESULT setFunction(FunctionID functionID) override;
+    HRESULT setModuleMethod(ModuleID moduleID, mdMethodDef method) override;
     IMetaDataImport* getImport() override { return import.get(); }
     ICorProfilerInfo* getInfo() override { return info.get(); }
     FunctionID getFunctionID() override { return functionID; }
@@ -50,6 +51,10 @@ public:
     static void stripEndGenericMarker(char16_t* buffer, long length, ULONG* outLength);
 
 private:
+    // Moves the context to the method; shared generic code and a method
+    // without a function of its own have no class id.
+    [[nodiscard]] HRESULT moveTo(FunctionID newFunctionID, ClassID newClassID, ModuleID newModuleID,
+                                 mdToken newMethodDef);
     [[nodiscard]] HRESULT cachedName(mdToken token, bool& known, char16_t* assemblyBuffer, char16_t* nameBuffer, char16_t** assembly,
                        char16_t** name);
     // A list of names: kListLimit rows of kNameSize units, reached through a

@@ -11,6 +11,7 @@
 #include "policy/IProfilerController.h"
 #include "rewrite/IMethodBuilder.h"
 #include "runtime/CorProfilerInfo.h"
+#include "runtime/FunctionControl.h"
 
 class IProfiler {
 public:
@@ -31,6 +32,10 @@ public:
     // Whether instrumentMethod has an outcome for the method in hand: a call
     // would only give it again (step 0) and install nothing.
     virtual bool hasOutcome(IMetaDataContext* context) = 0;
+    // Until called with null, bodies go to this ReJIT version of a method and
+    // each instrumentMethod rewrites anew: a version has no body of its own
+    // before. The method's own body, which code of it may still run, stays.
+    virtual void installInto(ICorProfilerFunctionControl* version) = 0;
     // Lets the method be rewritten again.
     virtual void clearHistoryForFunction(IMetaDataContext* context) = 0;
     // Drops what is known of an unloaded module's methods and tokens: the
@@ -39,8 +44,8 @@ public:
     // From now on the engine keeps a copy of each body as it was before its
     // first rewrite, so that restoreOriginalBody can hand it back.
     virtual void keepOriginalBodies() = 0;
-    // Installs the kept body of the method in hand again. E_FAIL if none was
-    // kept.
+    // Hands the kept body of the method in hand to the version of
+    // installInto. E_FAIL if none was kept or there is no version.
     [[nodiscard]] virtual HRESULT restoreOriginalBody(IMetaDataContext* context) = 0;
     // A method is compiled while methods are rewritten when their module
     // loads: if it was, the runtime learns which offsets of the new body stand

@@ -145,6 +145,12 @@ void Profiler::forgetModule(ModuleID module) {
 // Memory for a body from the runtime's allocator of the module; the runtime
 // keeps the block.
 HRESULT Profiler::allocateBody(ModuleID module, unsigned int size, unsigned char** body) {
+    // A ReJIT version takes a copy.
+    if (version != nullptr) {
+        versionBody.resize(size);
+        *body = versionBody.data();
+        return S_OK;
+    }
     AutoCOMPointer<IMethodMalloc> allocator;
     HRESULT hr = info->GetILFunctionBodyAllocator(module, &allocator);
     if (FAILED(hr)) return hr;
@@ -160,13 +166,6 @@ HRESULT Profiler::restoreOriginalBody(IMetaDataContext* method) {
     auto facts = modules.find(method->getModuleID());
     if (facts == modules.end()) return E_FAIL;
     auto found = facts->second.originalBodies.find(method->getMethodDef());
-    if (found == facts->second.originalBodies.end()) return E_FAIL;
-    const std::vector<unsigned char>& original = found->second;
-    unsigned char* copy = nullptr;
-    HRESULT hr = allocateBody(method->getModuleID(), static_cast<unsigned int>(original.size()), &copy);
-    if (SUCCEEDED(hr)) {
-        std::copy(original.begin(), original.end(), copy);
-        hr = info->SetILFunctionBody(method->getModuleID(), method->getMethodDef(), copy);
-    }
-    return hr;
+    if (found == facts->second.originalBodies.end() || version == nullptr) return E_FAIL;
+    return version->SetILFunctionBody(static_cast<ULONG>(found->second.size()), found->second.data());
 }

@@ -79,6 +79,7 @@ public:
     HRESULT hijackMethod(IMetaDataContext* context) override;
     HRESULT instrumentMethod(IMetaDataContext* context, unsigned int* step) override;
     bool hasOutcome(IMetaDataContext* context) override;
+    void installInto(ICorProfilerFunctionControl* target) override { version = target; }
     void clearHistoryForFunction(IMetaDataContext* context) override;
     bool usingSyntheticShim() override { return useSyntheticShim; }
     void placeShimInModules(std::function<HRESULT(ModuleID)> define) override { defineModuleShim = std::move(define); }
@@ -206,6 +207,9 @@ private:
     unsigned int clrVersion;
     std::unordered_map<ModuleID, ModuleFacts> modules;
     bool keepingOriginals = false;
+    // The ReJIT version the bodies go to, if any, and the room for its copy.
+    ICorProfilerFunctionControl* version = nullptr;
+    std::vector<unsigned char> versionBody;
     AutoPointer<IMemberTokenGetter> memberGetters[TraceMembers::kCount];
     // The same members in the method's own module, when each module has its shim.
     AutoPointer<IMemberTokenGetter> ownMemberGetters[TraceMembers::kCount];

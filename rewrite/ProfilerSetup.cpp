@@ -56,8 +56,12 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     ModuleFacts* facts = nullptr;
     if (SUCCEEDED(hr)) {
         facts = &modules[newContext->getModuleID()];
-        // Only the first sight is the method's own body.
-        if (keepingOriginals) facts->originalBodies.try_emplace(newContext->getMethodDef(), body, body + bodySize);
+        // Only the first sight is the method's own body; the runtime's is ours
+        // once the method was rewritten at its first compile.
+        if (keepingOriginals) {
+            body = facts->originalBodies.try_emplace(newContext->getMethodDef(), body, body + bodySize)
+                       .first->second.data();
+        }
         if (facts->import.get() == nullptr) {
             hr = info->GetModuleMetaData(newContext->getModuleID(), ofRead, IID_IMetaDataImport,
                                          reinterpret_cast<IUnknown**>(&facts->import));

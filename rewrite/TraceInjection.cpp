@@ -52,7 +52,7 @@ HRESULT Profiler::instrumentMethod(IMetaDataContext* newContext, unsigned int* s
     unsigned int counter = 0;
     const ModuleID module = newContext->getModuleID();
     const mdMethodDef method = newContext->getMethodDef();
-    if (auto facts = modules.find(module); facts != modules.end()) {
+    if (auto facts = modules.find(module); version == nullptr && facts != modules.end()) {
         if (auto found = facts->second.outcomes.find(method); found != facts->second.outcomes.end()) {
             *step = 0;
             if (FAILED(found->second.result)) lastError = found->second.reason.c_str();
@@ -135,7 +135,9 @@ HRESULT Profiler::writeBody(unsigned int* counter, HRESULT hr) {
     if (SUCCEEDED(hr)) hr = verifyBody();
     if (SUCCEEDED(hr)) {
         ++*counter;
-        hr = info->SetILFunctionBody(current.context->getModuleID(), current.context->getMethodDef(), current.newBody);
+        hr = version != nullptr ? version->SetILFunctionBody(current.builder->getTotalSize(), current.newBody)
+                                : info->SetILFunctionBody(current.context->getModuleID(),
+                                                          current.context->getMethodDef(), current.newBody);
     }
     if (SUCCEEDED(hr)) mapOriginalOffsets();
     return hr;
@@ -150,7 +152,9 @@ void Profiler::mapOriginalOffsets() {
     try {
         std::vector<COR_IL_MAP> map;
         if (FAILED(current.builder->mapOrigins(map)) || map.empty()) return;
-        if (function == 0) {
+        if (version != nullptr) {
+            version->SetILInstrumentedCodeMap(static_cast<ULONG>(map.size()), map.data());
+        } else if (function == 0) {
             current.facts->loadTimeMaps[current.context->getMethodDef()] = std::move(map);
         } else {
             info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());

@@ -51,21 +51,27 @@ TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
     EXPECT_NE(log.find("Request ReJIT to enable [Reload]Reload.Work::Alpha\n"), std::string::npos) << why();
     EXPECT_NE(log.find("Attached TMS Agent with 0x0\n"), std::string::npos) << why();
 
-    // A selected method that runs across the attach and is compiled again
-    // while it loops keeps the body it runs.
+    // Selected methods whose calls run across the attach go on in their own
+    // bodies when the runtime moves their loops to new code: made before any
+    // new call of the method, or after one has had the traced body.
+    const auto noted = [&](const std::string& line) {
+        return waitUntil([&] { return readFile(install.workDir() + "/native.txt").find(line) != std::string::npos; });
+    };
     e2e::touch(install, "spin");
-    EXPECT_TRUE(waitUntil([&] {
-        return readFile(install.workDir() + "/native.txt").find("spun ") != std::string::npos;
-    })) << why();
+    EXPECT_TRUE(noted("spun ")) << why();
     EXPECT_NE(install.logText().find(
                   "Kept the running body of [Reload]Reload.Work::Spin: compiled before the profiler saw it\n"),
               std::string::npos)
         << why();
+    e2e::touch(install, "call");
+    EXPECT_TRUE(noted("called ")) << why();
+    e2e::touch(install, "spin-late");
+    EXPECT_TRUE(noted("spun late ")) << why();
 
     // The agent's view of its environment: the tool's lines first, then the
     // profile and the agent name of the start-up.
     e2e::touch(install, "environment");
-    ASSERT_TRUE(waitUntil([&] { return readFile(install.workDir() + "/native.txt").find("environment:") != std::string::npos; }));
+    ASSERT_TRUE(noted("environment:"));
     const std::string environment = readFile(install.workDir() + "/native.txt");
     const size_t tool = environment.find("tool.key=tool value\n");
     const size_t profile = environment.find("com.tarn.harrowlite.agentProfile=", tool);

@@ -42,6 +42,7 @@ public:
         ++calls;
         return false;
     }
+    void installInto(ICorProfilerFunctionControl*) override { ++calls; }
     void clearHistoryForFunction(IMetaDataContext*) override { ++calls; }
     void forgetModule(ModuleID) override { ++calls; }
     bool mapRewrittenOnLoad(FunctionID) override { ++calls; return false; }
