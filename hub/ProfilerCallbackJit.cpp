@@ -162,6 +162,11 @@ void ProfilerCallback::compileMethod(FunctionID functionId, CompileKind kind) {
             builder->print(nativeLog, builder->getILByteIndex(static_cast<unsigned int>(label)));
             fflush(nativeLog);
         }
+    } else if (kind == CompileKind::kReJIT) {
+        // A ReJIT version of a method not selected, reverted or never
+        // rewritten, takes the body the method had before its first rewrite;
+        // with none kept, the method's own.
+        (void)profiler->restoreOriginalBody(context);
     }
     if (SUCCEEDED(result) && logUninstrumented && logEnabled && methodNames(&assembly, &className, &method)) {
         fprintf_8(nativeLog, "%S [%S]%S::%S \n", SUCCEEDED(result) ? u"Processed" : u"Failed to process", assembly,

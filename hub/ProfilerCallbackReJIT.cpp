@@ -238,9 +238,10 @@ HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID
 }
 
 // A ReJIT version gets its body here, before its first compile: the rewritten
-// one, or after a revert the method's own as first seen. The method's own body
-// is never changed once code of it may run: the runtime may continue a running
-// loop of it in new code made from that body, at an offset of it.
+// one, or for a method not selected (after a revert) its own as first seen.
+// The method's own body is never changed once code of it may run: the runtime
+// may continue a running loop of it in new code made from that body, at an
+// offset of it.
 HRESULT ProfilerCallback::GetReJITParameters(ModuleID moduleId, mdMethodDef methodId,
                                              ICorProfilerFunctionControl* version) {
     if (disabled || !jitEnabled || version == nullptr) {
@@ -262,28 +263,21 @@ HRESULT ProfilerCallback::GetReJITParameters(ModuleID moduleId, mdMethodDef meth
                 return S_OK;
             }
         }
+        // A method not selected until now, or reverted and wanted again, is
+        // decided anew.
         const IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
-        auto found = compiled.find(function);
-        int state = function != 0 && found != compiled.end() ? found->second : kMonitored;
-        // A reverted method that the directives want again is compiled as a
-        // new one.
-        if (state == kReverted && controller->shouldMonitorMethodUncached(metaDataContext) == 0) {
-            state = kNotMonitored;
+        auto found = function != 0 ? compiled.find(function) : compiled.end();
+        const int state = found != compiled.end() ? found->second : kMonitored;
+        if (state == kNotMonitored ||
+            (state == kReverted && controller->shouldMonitorMethodUncached(metaDataContext) == 0)) {
+            if (function != 0) controller->clearCacheForFunction(function);
+            profiler->clearHistoryForFunction(metaDataContext);
         }
         struct Installing {
             IProfiler* engine;
             ~Installing() { engine->installInto(nullptr); }
         } installing{profiler};
         profiler->installInto(version);
-        if (state == kReverted) {
-            // Without a kept body the version takes the method's own.
-            (void)profiler->restoreOriginalBody(metaDataContext);
-            return S_OK;
-        }
-        if (state == kNotMonitored) {
-            if (function != 0) controller->clearCacheForFunction(function);
-            profiler->clearHistoryForFunction(metaDataContext);
-        }
         compileMethod(function, CompileKind::kReJIT);
     } catch (...) {
         // The version takes the method's own body.

@@ -51,9 +51,9 @@ TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
     EXPECT_NE(log.find("Request ReJIT to enable [Reload]Reload.Work::Alpha\n"), std::string::npos) << why();
     EXPECT_NE(log.find("Attached TMS Agent with 0x0\n"), std::string::npos) << why();
 
-    // Selected methods whose calls run across the attach go on in their own
-    // bodies when the runtime moves their loops to new code: made before any
-    // new call of the method, or after one has had the traced body.
+    // Calls of a selected method that run across the attach go on in the
+    // method's own body when the runtime moves their loops to new code: made
+    // before any new call, or after one has had the traced body.
     const auto noted = [&](const std::string& line) {
         return waitUntil([&] { return readFile(install.workDir() + "/native.txt").find(line) != std::string::npos; });
     };

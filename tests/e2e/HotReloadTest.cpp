@@ -23,7 +23,7 @@ std::string select(std::initializer_list<const char*> methods) {
 void followsItsDirectives(const std::string& setting = "") {
     const bool precompiledOff = setting == "harrowlite.nativeprofiler.precompiledCode.disabled";
     AgentInstall install;
-    install.directives(select({"Alpha", "SpinLate"}));
+    install.directives(select({"Alpha", "Spin"}));
     if (!setting.empty()) install.set(setting, "true");
     const e2e::RunResult reference = e2e::runPlain("Reload", {"once"});
     ASSERT_EQ(reference.out, "done: True\n") << reference.describe();
@@ -56,10 +56,13 @@ void followsItsDirectives(const std::string& setting = "") {
     std::string log = install.logText();
     EXPECT_NE(log.find("Request ReJIT to disable [Reload]Reload.Work::Alpha\n"), std::string::npos) << why();
     EXPECT_NE(log.find("Request ReJIT to enable [Reload]Reload.Work::Beta\n"), std::string::npos) << why();
-    // SpinLate, disabled while a traced call of it waits, is called anew; the
-    // waiting call then loops on in the body it started with.
+    // Spin<long>, disabled while a traced call of it waits, is called anew,
+    // untraced; the waiting call then loops on in the body it started with.
     e2e::touch(install, "call");
     ASSERT_TRUE(waitUntil([&] { return native().find("called ") != std::string::npos; })) << why();
+    const int called = lastCall(install, "beta");
+    ASSERT_TRUE(waitUntil([&] { return lastCall(install, "beta") > called + 5; })) << why();
+    EXPECT_TRUE(linesStartingWith(install.record(), "finishTrace result=System.Int64:").empty()) << why();
     e2e::touch(install, "spin-late");
     EXPECT_TRUE(waitUntil([&] { return native().find("spun late ") != std::string::npos; })) << why();
 

@@ -52,12 +52,12 @@ inline constexpr char kLoaderFirstCall[] =
     "TraceOneMethodOfClass: System.Runtime.Loader.AssemblyLoadContext get_Default\n";
 
 // Options for the program started without the profiler, for an attach to
-// bring in the tracing of Work.Alpha and of the Spin methods, which run across
-// the attach; the profile is written.
+// bring in the tracing of Work.Alpha and of Work.Spin, which runs across the
+// attach; the profile is written.
 inline RunOptions awaitingAttach(AgentInstall& install) {
-    install.directives(std::string("TraceOneMethodOfClass: Reload.Work Alpha\nTraceOneMethodOfClass: Reload.Work Spin\n"
-                                   "TraceOneMethodOfClass: Reload.Work SpinLate\n") +
-                       kLoaderFirstCall);
+    install.directives(
+        std::string("TraceOneMethodOfClass: Reload.Work Alpha\nTraceOneMethodOfClass: Reload.Work Spin\n") +
+        kLoaderFirstCall);
     install.writeProfile();
     RunOptions options = install.options();
     options.profiled = false;

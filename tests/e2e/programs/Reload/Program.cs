@@ -1,8 +1,9 @@
 // A program that keeps calling two methods while the test changes which of
 // them are traced. The test steers it with files in the working directory:
 // "reload" asks the profiler for a hot reload of the directives, "plugin"
-// loads a plugin and unloads it, "spin" and "spin-late" let Work.Spin and
-// Work.SpinLate loop, "call" calls SpinLate anew, "stop" ends the loop. What the profiler's
+// loads a plugin and unloads it, "spin" and "spin-late" let Work.Spin<int>
+// and Work.Spin<long> loop, "call" calls Spin<long> anew, "stop" ends the
+// loop. What the profiler's
 // exports answer goes to "native.txt", never to the output, which is the same
 // with and without the profiler.
 using System.Runtime.CompilerServices;
@@ -21,23 +22,13 @@ namespace Reload
         [MethodImpl(MethodImplOptions.NoInlining)]
         public static int Gamma(int value) => value + 1;
 
-        // Entered before an attach and still running after it: each waits for
-        // its file, then loops long enough for the runtime to move the running
-        // call to new code of the method's own body. Two methods, as that code
-        // is made once per method: SpinLate is also called anew in between.
+        // Entered before an attach or a reload and still running after it:
+        // each waits for its file, then loops long enough for the runtime to
+        // move the running call to new code of the method's own body. That
+        // code is made once per instantiation for a value type: Spin<long> is
+        // also called anew in between.
         [MethodImpl(MethodImplOptions.NoInlining)]
-        public static long Spin(string flag)
-        {
-            while (flag != null && !File.Exists(flag))
-                Thread.Sleep(20);
-            long sum = 0;
-            for (int i = 0; i < 5_000_000; i++)
-                sum += i % 7;
-            return sum;
-        }
-
-        [MethodImpl(MethodImplOptions.NoInlining)]
-        public static long SpinLate(string flag)
+        public static long Spin<T>(string flag) where T : struct
         {
             while (flag != null && !File.Exists(flag))
                 Thread.Sleep(20);
@@ -62,8 +53,8 @@ namespace Reload
             int pending = once ? -1 : Bind();
             if (!once)
             {
-                new Thread(() => Note("spun " + Work.Spin("spin"))) { IsBackground = true }.Start();
-                new Thread(() => Note("spun late " + Work.SpinLate("spin-late"))) { IsBackground = true }.Start();
+                new Thread(() => Note("spun " + Work.Spin<int>("spin"))) { IsBackground = true }.Start();
+                new Thread(() => Note("spun late " + Work.Spin<long>("spin-late"))) { IsBackground = true }.Start();
             }
             long total = 0;
             var deadline = DateTime.UtcNow.AddSeconds(150);
@@ -87,7 +78,7 @@ namespace Reload
                 if (File.Exists("call"))
                 {
                     File.Delete("call");
-                    Note("called " + Work.SpinLate(null));
+                    Note("called " + Work.Spin<long>(null));
                 }
                 if (File.Exists("environment"))
                 {
