@@ -196,7 +196,9 @@ void ProfilerCallback::hotReload() {
     IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
     fprintf_8(nativeLog, "Hot Reload processing %d methods\n", static_cast<int>(compiled.size()));
     const int64_t walked = Performance::GetTimeInMillis();
-    for (const auto& [function, state] : compiled) {
+    // Each request is noted at once: a generic method's version has no
+    // function to note it by.
+    for (auto& [function, state] : compiled) {
         HRESULT hr = metaDataContext->setFunction(function);
         if (FAILED(hr)) {
             fprintf_8(nativeLog, "Failed to set functionID %d\n", static_cast<int>(hr));
@@ -206,9 +208,11 @@ void ProfilerCallback::hotReload() {
         const char16_t* verb = nullptr;
         if (!monitored && state == kMonitored) {
             RequestReJIT(metaDataContext->getModuleID(), metaDataContext->getMethodDef(), true);
+            state = kReverted;
             verb = u"disable";
         } else if (monitored && state != kMonitored) {
             RequestReJIT(metaDataContext->getModuleID(), metaDataContext->getMethodDef(), false);
+            state = kMonitored;
             verb = u"enable";
         }
         if (verb != nullptr) {
