@@ -142,10 +142,9 @@ void Profiler::forgetModule(ModuleID module) {
     }
 }
 
-// Memory for a body from the runtime's allocator of the module; the runtime
-// keeps the block.
+// Memory for a body from the runtime's allocator of the module, which the
+// runtime keeps; a ReJIT version takes a copy of our own.
 HRESULT Profiler::allocateBody(ModuleID module, unsigned int size, unsigned char** body) {
-    // A ReJIT version takes a copy.
     if (version != nullptr) {
         versionBody.resize(size);
         *body = versionBody.data();

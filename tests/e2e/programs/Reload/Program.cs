@@ -3,9 +3,8 @@
 // "reload" asks the profiler for a hot reload of the directives, "plugin"
 // loads a plugin and unloads it, "spin" and "spin-late" let Work.Spin<int>
 // and Work.Spin<long> loop, "call" calls Spin<long> anew, "stop" ends the
-// loop. What the profiler's
-// exports answer goes to "native.txt", never to the output, which is the same
-// with and without the profiler.
+// loop. What the profiler's exports answer goes to "native.txt", never to the
+// output, which is the same with and without the profiler.
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 
