@@ -54,24 +54,20 @@ TEST(Attach, ARunningProgramIsTracedAfterTheToolAttaches) {
     // Calls of a selected method that run across the attach go on in the
     // method's own body when the runtime moves their loops to new code: made
     // before any new call, or after one has had the traced body.
-    const auto noted = [&](const std::string& line) {
-        return waitUntil([&] { return readFile(install.workDir() + "/native.txt").find(line) != std::string::npos; });
-    };
     e2e::touch(install, "spin");
-    EXPECT_TRUE(noted("spun ")) << why();
-    EXPECT_NE(install.logText().find(
-                  "Kept the running body of [Reload]Reload.Work::Spin: compiled before the profiler saw it\n"),
-              std::string::npos)
-        << why();
+    EXPECT_TRUE(e2e::notes(install, "spun ")) << why();
+    const std::string kept =
+        "Kept the running body of [Reload]Reload.Work::Spin: compiled before the profiler saw it\n";
+    EXPECT_NE(install.logText().find(kept), std::string::npos) << why();
     e2e::touch(install, "call");
-    EXPECT_TRUE(noted("called ")) << why();
+    EXPECT_TRUE(e2e::notes(install, "called ")) << why();
     e2e::touch(install, "spin-late");
-    EXPECT_TRUE(noted("spun late ")) << why();
+    EXPECT_TRUE(e2e::notes(install, "spun late ")) << why();
 
     // The agent's view of its environment: the tool's lines first, then the
     // profile and the agent name of the start-up.
     e2e::touch(install, "environment");
-    ASSERT_TRUE(noted("environment:"));
+    ASSERT_TRUE(e2e::notes(install, "environment:"));
     const std::string environment = readFile(install.workDir() + "/native.txt");
     const size_t tool = environment.find("tool.key=tool value\n");
     const size_t profile = environment.find("com.tarn.harrowlite.agentProfile=", tool);

@@ -39,9 +39,8 @@ void followsItsDirectives(const std::string& setting = "") {
     // Launched with Alpha selected: Alpha is traced, Beta is not. A ReJIT
     // request gets the runtime's answer; an unknown module gets -1.
     EXPECT_TRUE(waitUntil([&] { return lastCall(install, "alpha") >= 0; })) << why();
-    EXPECT_TRUE(waitUntil([&] { return native().find("status ") != std::string::npos; })) << why();
-    EXPECT_NE(native().find("supports 1\nunknown -1\nrequested "), std::string::npos) << why();
-    EXPECT_NE(native().find("status 0\n"), std::string::npos) << why();
+    EXPECT_TRUE(e2e::notes(install, "supports 1\nunknown -1\nrequested ")) << why();
+    EXPECT_TRUE(e2e::notes(install, "status 0\n")) << why();
     EXPECT_NE(install.logText().find("Failed to find module [nowhere] nowhere.dll \n"), std::string::npos) << why();
     EXPECT_EQ(lastCall(install, "beta"), -1) << why();
 
@@ -59,14 +58,14 @@ void followsItsDirectives(const std::string& setting = "") {
     // Spin<long>, disabled while a traced call of it waits, is called anew,
     // untraced; the waiting call then loops on in the body it started with.
     e2e::touch(install, "call");
-    ASSERT_TRUE(waitUntil([&] { return native().find("called ") != std::string::npos; })) << why();
+    ASSERT_TRUE(e2e::notes(install, "called ")) << why();
     const int called = lastCall(install, "beta");
     ASSERT_TRUE(waitUntil([&] { return lastCall(install, "beta") > called + 5; })) << why();
     // Only the Spin methods return a long.
     auto spun = [&] { return linesStartingWith(install.record(), "finishTrace result=System.Int64:").size(); };
     EXPECT_EQ(spun(), 0u) << why();
     e2e::touch(install, "spin-late");
-    EXPECT_TRUE(waitUntil([&] { return native().find("spun late ") != std::string::npos; })) << why();
+    EXPECT_TRUE(e2e::notes(install, "spun late ")) << why();
 
     // Both, and Spin again: Alpha comes back, Beta goes on, a new call of
     // Spin<long> is traced.
@@ -98,13 +97,9 @@ void followsItsDirectives(const std::string& setting = "") {
     // reaches the runtime afterwards, neither a request by its name nor the
     // next reload's walk over what was compiled, a list of its struct included.
     e2e::touch(install, "plugin");
-    ASSERT_TRUE(waitUntil([&] { return native().find("plugin unloaded, asked again: -1\n") != std::string::npos; }))
-        << why();
+    ASSERT_TRUE(e2e::notes(install, "plugin unloaded, asked again: -1\n")) << why();
     e2e::touch(install, "reload");
-    EXPECT_TRUE(waitUntil([&] {
-        const std::string notes = native();
-        return notes.find("reloaded ", notes.find("plugin unloaded")) != std::string::npos;
-    })) << why();
+    EXPECT_TRUE(e2e::notes(install, "plugin unloaded, asked again: -1\nreloaded ")) << why();
     EXPECT_NE(install.logText().find("Failed to find module [ReloadPlugin] ReloadPlugin \n"), std::string::npos)
         << why();
 

@@ -41,6 +41,11 @@ inline std::string waitForPid(const AgentInstall& install) {
     return readFile(pidFile);
 }
 
+// Whether the program notes the line in "native.txt" within the time limit.
+inline bool notes(const AgentInstall& install, const std::string& line) {
+    return waitUntil([&] { return readFile(install.workDir() + "/native.txt").find(line) != std::string::npos; });
+}
+
 inline void touch(const AgentInstall& install, const std::string& name) {
     writeFile(install.workDir() + "/" + name, "");
 }
