@@ -164,14 +164,6 @@ void ProfilerCallback::ServiceReJITRequests() {
             if (settledEmpty(batch)) continue;
             HRESULT hr = info4->RequestReJIT(batch.count, batch.modules, batch.methods);
             account.rejitRequested(batch.count, hr);
-            IProfilerController::CompiledMethods& compiled = controller->getCompiledMethods();
-            for (unsigned int i = 0; i < batch.count; ++i) {
-                FunctionID function = 0;
-                if (SUCCEEDED(profilerInfo->GetFunctionFromToken(batch.modules[i], batch.methods[i], &function))) {
-                    auto found = compiled.find(function);
-                    if (found != compiled.end()) found->second = kReverted;
-                }
-            }
             // The program's own output is never written to: the log takes it.
             if (FAILED(hr)) {
                 fprintf_8(nativeLog, "Revert status: 0x%x\n", static_cast<unsigned int>(hr));

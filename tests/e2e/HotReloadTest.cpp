@@ -30,9 +30,9 @@ void followsItsDirectives(const std::string& setting = "") {
 
     install.writeProfile();
     e2e::RunningReload program(install, install.options());
-    auto native = [&] { return readFile(install.workDir() + "/native.txt"); };
     auto why = [&] {
-        return "--- native.txt ---\n" + native() + "--- native log ---\n" + install.logText() + "--- record tail ---\n" +
+        return "--- native.txt ---\n" + readFile(install.workDir() + "/native.txt") + "--- native log ---\n" +
+               install.logText() + "--- record tail ---\n" +
                joinLines(linesStartingWith(install.record(), "pushTrace 0 System.String:"));
     };
 
