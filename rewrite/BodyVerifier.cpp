@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr unsigned int kFatHeaderSize = 12;
-constexpr unsigned int kTinyMaxStack = 8;
 // Calls with more arguments than this are checked for depth only.
 constexpr unsigned int kCheckedArguments = VerifiedCallee::kArguments;
 

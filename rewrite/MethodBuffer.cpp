@@ -8,13 +8,6 @@
 
 namespace {
 
-constexpr unsigned int kTinyHeaderSize = 1;
-constexpr unsigned int kFatHeaderSize = 12;
-constexpr unsigned int kTinyMaxStack = 8;
-constexpr unsigned int kSectionHeaderSize = 4;
-constexpr unsigned int kSmallClauseSize = 12;
-constexpr unsigned int kFatClauseSize = 24;
-
 unsigned int roundUpTo4(unsigned int value) { return (value + 3) & ~3u; }
 
 bool isTiny(const unsigned char* method) { return (method[0] & 3) == CorILMethod_TinyFormat; }

@@ -10,11 +10,7 @@
 
 namespace {
 
-constexpr unsigned int kFatHeaderSize = 12;
 constexpr unsigned int kFatSizeInWords = 3;
-constexpr unsigned int kTinyMaxStack = 8;
-constexpr unsigned int kSectionHeaderSize = 4;
-constexpr unsigned int kFatClauseSize = 24;
 constexpr unsigned int kFirstTraceLabel = 0x80000000;
 constexpr unsigned int kLabelRun = 1u << 16;
 constexpr size_t kKeptEntries = 4096;

@@ -116,3 +116,12 @@ static_assert(sizeof(IMAGE_COR_ILMETHOD_SECT_EH_SMALL) == 16);
 static_assert(sizeof(IMAGE_COR_ILMETHOD_SECT_EH_FAT) == 28);
 static_assert(offsetof(IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_SMALL, ClassToken) == 8);
 static_assert(offsetof(IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT, ClassToken) == 20);
+
+// The pieces' sizes as the body writer and readers count them, and the stack
+// depth a tiny header stands for.
+constexpr unsigned int kTinyHeaderSize = sizeof(IMAGE_COR_ILMETHOD_TINY);
+constexpr unsigned int kFatHeaderSize = sizeof(IMAGE_COR_ILMETHOD_FAT);
+constexpr unsigned int kSectionHeaderSize = sizeof(IMAGE_COR_ILMETHOD_SECT_FAT);
+constexpr unsigned int kSmallClauseSize = sizeof(IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_SMALL);
+constexpr unsigned int kFatClauseSize = sizeof(IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT);
+constexpr unsigned int kTinyMaxStack = 8;
