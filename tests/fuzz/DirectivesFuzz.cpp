@@ -19,6 +19,7 @@ public:
     ClassID classId = 0;
 
     HRESULT setFunction(FunctionID) override { return E_NOTIMPL; }
+    HRESULT setModuleMethod(ModuleID, mdMethodDef) override { return E_NOTIMPL; }
     IMetaDataImport* getImport() override { return nullptr; }
     ICorProfilerInfo* getInfo() override { return nullptr; }
     FunctionID getFunctionID() override { return 0; }
