@@ -20,7 +20,7 @@ for needed in "$program" "$profiler" "$agent/tarn.Agent.dll"; do
 done
 
 work_dir=$(mktemp -d /tmp/tarn-sampling-XXXXXX)
-trap 'cp "$work_dir"/sampled-0.log /tmp/s0.log; rm -rf "$work_dir"' EXIT
+trap 'rm -rf "$work_dir"' EXIT
 mkdir -p "$work_dir/bin/netcore"
 cp "$agent"/* "$work_dir/bin/netcore/"
 printf 'TraceAllMethodsOfClass: Sampled.Traced\n' >"$work_dir/program.fmd"
