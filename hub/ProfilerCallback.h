@@ -194,6 +194,9 @@ private:
     };
     // A compile under profilerLock, passed over when our own work set it off.
     HRESULT startCompile(FunctionID functionId, BOOL fIsSafeToBlock, CompileKind kind);
+    // The runtime's own compile of the method runs from here to its finish
+    // event: the account's yardstick.
+    void timeRuntimeCompile(FunctionID functionId);
     // The compile path of one method, under profilerLock and the re-entrance
     // flag; for a ReJIT version the context stands on the method already.
     void compileMethod(FunctionID functionId, CompileKind kind);

@@ -47,11 +47,13 @@ HRESULT ProfilerCallback::startCompile(FunctionID functionId, BOOL fIsSafeToBloc
     } catch (...) {
         // The runtime compiles the method's own body.
     }
-    // A ReJIT version's body came with GetReJITParameters: only the runtime's
-    // compile is counted.
+    timeRuntimeCompile(functionId);
+    return S_OK;
+}
+
+void ProfilerCallback::timeRuntimeCompile(FunctionID functionId) {
     compiling = functionId;
     compileStart = ProfilerAccount::now();
-    return S_OK;
 }
 
 HRESULT ProfilerCallback::JITCompilationFinished(FunctionID functionId, HRESULT hrStatus, BOOL fIsSafeToBlock) {

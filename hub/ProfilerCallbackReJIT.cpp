@@ -230,7 +230,10 @@ void ProfilerCallback::logReJITRequest(const char16_t* verb) {
 }
 
 HRESULT ProfilerCallback::ReJITCompilationStarted(FunctionID functionId, ReJITID rejitId, BOOL fIsSafeToBlock) {
-    return startCompile(functionId, fIsSafeToBlock, CompileKind::kReJIT);
+    // The version's body came with GetReJITParameters: only the runtime's
+    // compile is timed, and nothing waits for the profiler's lock.
+    if (fIsSafeToBlock && !disabled && jitEnabled) timeRuntimeCompile(functionId);
+    return S_OK;
 }
 
 // A ReJIT version gets its body here, before its first compile: the rewritten
