@@ -1,5 +1,6 @@
 #include "rewrite/BodyVerifier.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -34,6 +35,15 @@ constexpr auto kOperandBytesBySlot = [] {
     }
     return sizes;
 }();
+
+// A path's stack has room for two kinds past the limit it is checked
+// against: no opcode pushes more than dup's two.
+static_assert([] {
+    for (const OpcodeInfo& record : opcode_table::kRecords) {
+        if (record.push > 2) return false;
+    }
+    return true;
+}());
 
 // Where a block's edge lies, as the first clause with an edge there has it:
 // falling through to it leaves a block, or enters a handler.
@@ -82,6 +92,17 @@ struct Decoded {
     bool tryStart = false;
 };
 
+// The kinds on the stack of a path, bottom first, in room the check sized
+// for the method: at most MaxStack, or one exception, plus what the one
+// instruction that then breaks the limit pushes.
+struct Stack {
+    unsigned char* kinds;
+    unsigned int depth = 0;
+
+    void push(unsigned char kind) { kinds[depth++] = kind; }
+    unsigned char top() const { return depth != 0 ? kinds[depth - 1] : static_cast<unsigned char>(kUnknown); }
+};
+
 struct Region {
     unsigned int begin;
     unsigned int end;
@@ -107,6 +128,7 @@ struct Scratch {
     std::vector<unsigned int> kindsAt;
     std::vector<unsigned char> pool;
     std::vector<unsigned int> work;
+    std::vector<unsigned char> stack;
 
     void clear() {
         instructions.clear();
@@ -120,7 +142,8 @@ struct Scratch {
     // Every compiling thread keeps its lists: a method far above the usual
     // size leaves none of its size behind.
     void trim() {
-        if (instructions.capacity() > kKept || indexAt.capacity() > 4 * kKept || pool.capacity() > 4 * kKept) {
+        if (instructions.capacity() > kKept || indexAt.capacity() > 4 * kKept || pool.capacity() > 4 * kKept ||
+            stack.capacity() > 4 * kKept) {
             *this = Scratch();
         }
     }
@@ -147,20 +170,21 @@ public:
           depthAt(scratch.depthAt),
           kindsAt(scratch.kindsAt),
           pool(scratch.pool),
-          work(scratch.work) {
+          work(scratch.work),
+          stackRoom(scratch.stack) {
         scratch.clear();
     }
 
     HRESULT run() {
-        if (!readHeader() || !decode() || !readClauses() || !checkPlaces() || !checkRegions() || !checkFilterBlocks() ||
-            !checkInstructions() || !readSlotKinds()) {
+        if (!readHeader() || !decode() || !readClauses() || !checkClauses() || !checkInstructions() ||
+            !readSlotKinds()) {
             return E_FAIL;
         }
         return simulate() ? S_OK : E_FAIL;
     }
 
 private:
-    bool fail(const char* format, ...) __attribute__((format(printf, 2, 3))) {
+    bool fail(const char* format, ...) const __attribute__((format(printf, 2, 3))) {
         char text[256];
         va_list arguments;
         va_start(arguments, format);
@@ -294,14 +318,11 @@ private:
                instruction.offset - owner.HandlerOffset < owner.HandlerLength;
     }
 
-    bool checkPlaces() {
-        for (const Decoded& instruction : instructions) {
-            for (unsigned int t = 0; t < instruction.targetCount; ++t) {
-                if (!isStart(targets[instruction.firstTarget + t])) {
-                    return fail("Branch at 0x%X aims inside an instruction.", instruction.offset);
-                }
-            }
-        }
+    // Each clause on instruction boundaries; blocks disjoint or nested, a
+    // clause before any clause whose blocks hold it; each filter block ending
+    // with endfilter. Builds the regions, the filter blocks and the edges the
+    // walk over the instructions checks against.
+    bool checkClauses() {
         for (unsigned int i = 0; i < clauses.size(); ++i) {
             const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& clause = clauses[i];
             unsigned long tryEnd = static_cast<unsigned long>(clause.TryOffset) + clause.TryLength;
@@ -318,59 +339,6 @@ private:
             regions.push_back({handlerBegin, static_cast<unsigned int>(handlerEnd), false});
             if (isFilter(clause)) filterBlocks.push_back({clause.FilterOffset, clause.HandlerOffset, false});
         }
-        return true;
-    }
-
-    const Region* filterBlockOf(unsigned int offset) const {
-        for (const Region& block : filterBlocks) {
-            if (block.contains(offset)) return &block;
-        }
-        return nullptr;
-    }
-
-    // A filter block is entered only by the runtime and left only by its last
-    // instruction, endfilter: no leave, no rethrow, no branch out of it or
-    // into the handler behind it, no endfilter anywhere else.
-    bool checkFilterBlocks() {
-        for (const Region& block : filterBlocks) {
-            int last = indexAt[block.begin];
-            while (static_cast<unsigned int>(last) + 1 < instructions.size() &&
-                   instructions[static_cast<unsigned int>(last) + 1].offset < block.end) {
-                ++last;
-            }
-            if (instructions[static_cast<unsigned int>(last)].value != kEndFilter) {
-                return fail("The filter at 0x%X does not end with endfilter.", block.begin);
-            }
-        }
-        for (const Decoded& instruction : instructions) {
-            const Region* block = filterBlockOf(instruction.offset);
-            unsigned int value = instruction.value;
-            if (value == kEndFilter && block == nullptr) {
-                return fail("endfilter at 0x%X outside a filter.", instruction.offset);
-            }
-            if (block == nullptr) {
-                for (unsigned int t = 0; t < instruction.targetCount; ++t) {
-                    if (filterBlockOf(targets[instruction.firstTarget + t]) != nullptr) {
-                        return fail("Branch at 0x%X enters a filter.", instruction.offset);
-                    }
-                }
-                continue;
-            }
-            if (instruction.flow == ControlFlow::Leave)
-                return fail("leave at 0x%X inside a filter.", instruction.offset);
-            if (value == kRethrow) return fail("rethrow at 0x%X inside a filter.", instruction.offset);
-            for (unsigned int t = 0; t < instruction.targetCount; ++t) {
-                if (!block->contains(targets[instruction.firstTarget + t])) {
-                    return fail("Branch at 0x%X leaves a filter.", instruction.offset);
-                }
-            }
-        }
-        return true;
-    }
-
-    // Blocks are disjoint or nested, a clause comes before any clause whose
-    // blocks hold it, and control crosses block edges only where it may.
-    bool checkRegions() {
         for (unsigned int i = 0; i < regions.size(); ++i) {
             const Region& a = regions[i];
             if (i % 2 == 0 && a.end > regions[i + 1].begin && regions[i + 1].end > a.begin) {
@@ -386,6 +354,16 @@ private:
                     return fail("Clause %u holds clause %u that comes after it.", i / 2, j / 2);
             }
         }
+        for (const Region& block : filterBlocks) {
+            int last = indexAt[block.begin];
+            while (static_cast<unsigned int>(last) + 1 < instructions.size() &&
+                   instructions[static_cast<unsigned int>(last) + 1].offset < block.end) {
+                ++last;
+            }
+            if (instructions[static_cast<unsigned int>(last)].value != kEndFilter) {
+                return fail("The filter at 0x%X does not end with endfilter.", block.begin);
+            }
+        }
         // An instruction that falls through to a block's end was the block's
         // last: the edge alone tells.
         edges.assign(codeSize + 1, kNoEdge);
@@ -393,70 +371,113 @@ private:
             if (edges[region.end] == kNoEdge) edges[region.end] = kBlockEnd;
             if (!region.isTry && edges[region.begin] == kNoEdge) edges[region.begin] = kHandlerStart;
         }
-        for (const Decoded& instruction : instructions) {
-            const ControlFlow flow = instruction.flow;
-            for (unsigned int t = 0; t < instruction.targetCount; ++t) {
-                unsigned int target = targets[instruction.firstTarget + t];
-                for (unsigned int r = 0; r < regions.size(); ++r) {
-                    const Region& region = regions[r];
-                    bool from = region.contains(instruction.offset);
-                    bool to = region.contains(target);
-                    if (!from && to && !(region.isTry && (target == region.begin || resumesTry(r / 2, instruction)))) {
-                        return fail("Branch at 0x%X enters a block at 0x%X.", instruction.offset, target);
-                    }
-                    if (from && !to && flow != ControlFlow::Leave) {
-                        return fail("Branch at 0x%X leaves a block without leave.", instruction.offset);
-                    }
+        return true;
+    }
+
+    const Region* filterBlockOf(unsigned int offset) const {
+        for (const Region& block : filterBlocks) {
+            if (block.contains(offset)) return &block;
+        }
+        return nullptr;
+    }
+
+    // One walk over the instructions for the rules each keeps on its own.
+    bool checkInstructions() {
+        for (unsigned int i = 0; i < instructions.size(); ++i) {
+            const Decoded& instruction = instructions[i];
+            if (!checkTargets(instruction) || !checkFlow(instruction) || !checkOperands(i)) return false;
+        }
+        return true;
+    }
+
+    // Control crosses block edges only where it may: into a try at its start
+    // (or back from its catch handler), out of a block by leave. A filter
+    // block is entered only by the runtime and left only by its last
+    // instruction, endfilter: no leave, no rethrow, no branch out of it or
+    // into the handler behind it, no endfilter anywhere else.
+    bool checkTargets(const Decoded& instruction) const {
+        const ControlFlow flow = instruction.flow;
+        const Region* block = filterBlocks.empty() ? nullptr : filterBlockOf(instruction.offset);
+        if (instruction.value == kEndFilter && block == nullptr) {
+            return fail("endfilter at 0x%X outside a filter.", instruction.offset);
+        }
+        if (block != nullptr && flow == ControlFlow::Leave) {
+            return fail("leave at 0x%X inside a filter.", instruction.offset);
+        }
+        if (block != nullptr && instruction.value == kRethrow) {
+            return fail("rethrow at 0x%X inside a filter.", instruction.offset);
+        }
+        for (unsigned int t = 0; t < instruction.targetCount; ++t) {
+            unsigned int target = targets[instruction.firstTarget + t];
+            if (!isStart(target)) return fail("Branch at 0x%X aims inside an instruction.", instruction.offset);
+            for (unsigned int r = 0; r < regions.size(); ++r) {
+                const Region& region = regions[r];
+                bool from = region.contains(instruction.offset);
+                bool to = region.contains(target);
+                if (!from && to && !(region.isTry && (target == region.begin || resumesTry(r / 2, instruction)))) {
+                    return fail("Branch at 0x%X enters a block at 0x%X.", instruction.offset, target);
+                }
+                if (from && !to && flow != ControlFlow::Leave) {
+                    return fail("Branch at 0x%X leaves a block without leave.", instruction.offset);
                 }
             }
-            bool fallsThrough =
-                flow == ControlFlow::Next || flow == ControlFlow::Conditional || flow == ControlFlow::Call;
-            if (!fallsThrough) continue;
-            if (instruction.next >= codeSize) return fail("Code falls off its end at 0x%X.", instruction.offset);
-            if (edges[instruction.next] == kBlockEnd) {
-                return fail("Code falls out of a block at 0x%X.", instruction.offset);
+            if (filterBlocks.empty()) continue;
+            if (block == nullptr && filterBlockOf(target) != nullptr) {
+                return fail("Branch at 0x%X enters a filter.", instruction.offset);
             }
-            if (edges[instruction.next] == kHandlerStart) {
-                return fail("Code falls into a handler at 0x%X.", instruction.next);
+            if (block != nullptr && !block->contains(target)) {
+                return fail("Branch at 0x%X leaves a filter.", instruction.offset);
             }
         }
         return true;
     }
 
-    bool checkInstructions() {
-        for (unsigned int i = 0; i < instructions.size(); ++i) {
-            const Decoded& instruction = instructions[i];
-            unsigned int value = instruction.value;
-            unsigned int argument = kNone;
-            unsigned int local = kNone;
-            if (within(value, Opcode::ldarg_0, Opcode::ldarg_3)) argument = value - op(Opcode::ldarg_0);
-            if (within(value, Opcode::ldloc_0, Opcode::ldloc_3)) local = value - op(Opcode::ldloc_0);
-            if (within(value, Opcode::stloc_0, Opcode::stloc_3)) local = value - op(Opcode::stloc_0);
-            if (within(value, Opcode::ldarg_s, Opcode::starg_s) || within(value, Opcode::ldarg, Opcode::starg)) {
-                argument = instruction.operand;
+    // Code that runs on runs into an instruction of its own block; ret only
+    // outside every block.
+    bool checkFlow(const Decoded& instruction) const {
+        const ControlFlow flow = instruction.flow;
+        if (flow == ControlFlow::Return) {
+            for (const Region& region : regions) {
+                if (region.contains(instruction.offset)) return fail("ret at 0x%X inside a block.", instruction.offset);
             }
-            if (within(value, Opcode::ldloc_s, Opcode::stloc_s) || within(value, Opcode::ldloc, Opcode::stloc)) {
-                local = instruction.operand;
-            }
-            if (argument != kNone && argument >= method.argumentCount) {
-                return fail("Argument %u at 0x%X is out of range.", argument, instruction.offset);
-            }
-            if (local != kNone && local >= method.localCount) {
-                return fail("Local %u at 0x%X is out of range.", local, instruction.offset);
-            }
-            if (value == op(Opcode::tail)) {
-                bool call = i + 1 < instructions.size() && (instructions[i + 1].value == op(Opcode::call) ||
-                                                            instructions[i + 1].value == op(Opcode::calli) ||
-                                                            instructions[i + 1].value == op(Opcode::callvirt));
-                if (!call || i + 2 >= instructions.size() || instructions[i + 2].value != op(Opcode::ret)) {
-                    return fail("tail. at 0x%X is not followed by a call and ret.", instruction.offset);
-                }
-            }
-            if (instruction.flow == ControlFlow::Return) {
-                for (const Region& region : regions) {
-                    if (region.contains(instruction.offset))
-                        return fail("ret at 0x%X inside a block.", instruction.offset);
-                }
+        }
+        bool fallsThrough = flow == ControlFlow::Next || flow == ControlFlow::Conditional || flow == ControlFlow::Call;
+        if (!fallsThrough) return true;
+        if (instruction.next >= codeSize) return fail("Code falls off its end at 0x%X.", instruction.offset);
+        if (edges[instruction.next] == kBlockEnd) return fail("Code falls out of a block at 0x%X.", instruction.offset);
+        if (edges[instruction.next] == kHandlerStart) {
+            return fail("Code falls into a handler at 0x%X.", instruction.next);
+        }
+        return true;
+    }
+
+    // Argument and local numbers in range; tail. followed by a call and ret.
+    bool checkOperands(unsigned int i) const {
+        const Decoded& instruction = instructions[i];
+        unsigned int value = instruction.value;
+        unsigned int argument = kNone;
+        unsigned int local = kNone;
+        if (within(value, Opcode::ldarg_0, Opcode::ldarg_3)) argument = value - op(Opcode::ldarg_0);
+        if (within(value, Opcode::ldloc_0, Opcode::ldloc_3)) local = value - op(Opcode::ldloc_0);
+        if (within(value, Opcode::stloc_0, Opcode::stloc_3)) local = value - op(Opcode::stloc_0);
+        if (within(value, Opcode::ldarg_s, Opcode::starg_s) || within(value, Opcode::ldarg, Opcode::starg)) {
+            argument = instruction.operand;
+        }
+        if (within(value, Opcode::ldloc_s, Opcode::stloc_s) || within(value, Opcode::ldloc, Opcode::stloc)) {
+            local = instruction.operand;
+        }
+        if (argument != kNone && argument >= method.argumentCount) {
+            return fail("Argument %u at 0x%X is out of range.", argument, instruction.offset);
+        }
+        if (local != kNone && local >= method.localCount) {
+            return fail("Local %u at 0x%X is out of range.", local, instruction.offset);
+        }
+        if (value == op(Opcode::tail)) {
+            bool call = i + 1 < instructions.size() && (instructions[i + 1].value == op(Opcode::call) ||
+                                                        instructions[i + 1].value == op(Opcode::calli) ||
+                                                        instructions[i + 1].value == op(Opcode::callvirt));
+            if (!call || i + 2 >= instructions.size() || instructions[i + 2].value != op(Opcode::ret)) {
+                return fail("tail. at 0x%X is not followed by a call and ret.", instruction.offset);
             }
         }
         return true;
@@ -487,17 +508,17 @@ private:
 
     // Merges a path's stack into what is known at a join; a change sends the
     // instruction back to the work list.
-    bool reach(unsigned int offset, const std::vector<unsigned char>& stack, const char* how) {
+    bool reach(unsigned int offset, const Stack& stack, const char* how) {
         if (!isStart(offset)) return fail("No instruction at 0x%X (%s).", offset, how);
         int index = indexAt[offset];
-        unsigned int depth = static_cast<unsigned int>(stack.size());
+        unsigned int depth = stack.depth;
         if (instructions[static_cast<unsigned int>(index)].tryStart && depth != 0) {
             return fail("Stack not empty (%u) at the try at 0x%X.", depth, offset);
         }
         if (depthAt[index] < 0) {
             depthAt[index] = static_cast<int>(depth);
             kindsAt[index] = static_cast<unsigned int>(pool.size());
-            pool.insert(pool.end(), stack.begin(), stack.end());
+            pool.insert(pool.end(), stack.kinds, stack.kinds + depth);
             work.push_back(static_cast<unsigned int>(index));
             return true;
         }
@@ -507,7 +528,7 @@ private:
         bool changed = false;
         for (unsigned int i = 0; i < depth; ++i) {
             unsigned char& known = pool[kindsAt[index] + i];
-            if (known != stack[i] && known != kUnknown) {
+            if (known != stack.kinds[i] && known != kUnknown) {
                 known = kUnknown;
                 changed = true;
             }
@@ -534,18 +555,21 @@ private:
         depthAt.assign(instructions.size(), -1);
         kindsAt.assign(instructions.size(), 0);
         markJoins();
-        std::vector<unsigned char> stack;
+        stackRoom.resize(static_cast<size_t>(maxStack) + 3);
+        Stack stack{stackRoom.data()};
         if (!reach(0, stack, "entry")) return false;
         for (const IMAGE_COR_ILMETHOD_SECT_EH_CLAUSE_FAT& clause : clauses) {
             bool exception = (clause.Flags & (COR_ILEXCEPTION_CLAUSE_FINALLY | COR_ILEXCEPTION_CLAUSE_FAULT)) == 0;
-            std::vector<unsigned char> entry(exception ? 1 : 0, kObject);
-            if (!reach(clause.HandlerOffset, entry, "handler")) return false;
-            if (isFilter(clause) && !reach(clause.FilterOffset, entry, "filter")) return false;
+            stack.depth = 0;
+            if (exception) stack.push(kObject);
+            if (!reach(clause.HandlerOffset, stack, "handler")) return false;
+            if (isFilter(clause) && !reach(clause.FilterOffset, stack, "filter")) return false;
         }
         while (!work.empty()) {
             unsigned int index = work.back();
             work.pop_back();
-            stack.assign(pool.begin() + kindsAt[index], pool.begin() + kindsAt[index] + depthAt[index]);
+            stack.depth = static_cast<unsigned int>(depthAt[index]);
+            std::copy_n(pool.begin() + kindsAt[index], stack.depth, stack.kinds);
             do {
                 if (!step(instructions[index], stack, &index)) return false;
             } while (index != kNone);
@@ -556,16 +580,16 @@ private:
     // Applies the instruction to the stack and passes the stack on to where
     // control goes: the joins through the work list; next is the instruction
     // that runs on with it, or kNone.
-    bool step(const Decoded& instruction, std::vector<unsigned char>& stack, unsigned int* next) {
+    bool step(const Decoded& instruction, Stack& stack, unsigned int* next) {
         *next = kNone;
         const OpcodeInfo& effect = *instruction.effect;
-        unsigned int depth = static_cast<unsigned int>(stack.size());
+        unsigned int depth = stack.depth;
         Kind pushed = producedKind(effect);
         if (effect.flow == ControlFlow::Call) {
             if (!applyCall(instruction, stack)) return false;
         } else if (instruction.value == kEndFilter) {
             // The filter's answer: one number, nothing else.
-            if (depth != 1 || stack[0] == kObject) {
+            if (depth != 1 || stack.kinds[0] == kObject) {
                 return fail("endfilter at 0x%X without exactly one number on the stack.", instruction.offset);
             }
             return true;
@@ -576,15 +600,15 @@ private:
         } else {
             if (depth < static_cast<unsigned int>(effect.pop))
                 return fail("Stack underflow at 0x%X.", instruction.offset);
-            unsigned char top = depth != 0 ? stack.back() : static_cast<unsigned char>(kUnknown);
-            stack.resize(depth - effect.pop);
+            unsigned char top = stack.top();
+            stack.depth = depth - effect.pop;
             // dup pushes what it took, twice.
             const unsigned char kind = instruction.value == op(Opcode::dup) ? top : slotKind(instruction, pushed);
-            for (signed char i = 0; i < effect.push; ++i) stack.push_back(kind);
+            for (signed char i = 0; i < effect.push; ++i) stack.push(kind);
         }
-        if (stack.size() > maxStack)
-            return fail("Stack depth %zu above MaxStack %u at 0x%X.", stack.size(), maxStack, instruction.offset);
-        if (effect.flow == ControlFlow::Leave) stack.clear();
+        if (stack.depth > maxStack)
+            return fail("Stack depth %u above MaxStack %u at 0x%X.", stack.depth, maxStack, instruction.offset);
+        if (effect.flow == ControlFlow::Leave) stack.depth = 0;
         for (unsigned int t = 0; t < instruction.targetCount; ++t) {
             if (!reach(targets[instruction.firstTarget + t], stack, "branch")) return false;
         }
@@ -609,16 +633,17 @@ private:
 
     // The callee of a call, read or kept; null if its signature cannot be read.
     const VerifiedCallee* calleeAt(unsigned int token) {
-        if (method.callees == nullptr) {
+        // The nil token names no callee the table could keep.
+        if (method.callees == nullptr || token == 0) {
             return SUCCEEDED(CalleeSignatures::ofToken(method.import, token, &unkept)) ? &unkept : nullptr;
         }
-        if (auto known = method.callees->find(token); known != method.callees->end()) return &known->second;
+        if (const VerifiedCallee* known = method.callees->find(token)) return known;
         VerifiedCallee read;
         if (FAILED(CalleeSignatures::ofToken(method.import, token, &read))) return nullptr;
-        return &method.callees->emplace(token, read).first->second;
+        return method.callees->add(token, read);
     }
 
-    bool applyCall(const Decoded& instruction, std::vector<unsigned char>& stack) {
+    bool applyCall(const Decoded& instruction, Stack& stack) {
         const VerifiedCallee* found = calleeAt(instruction.operand);
         if (found == nullptr) return fail("No signature for the call at 0x%X.", instruction.offset);
         const VerifiedCallee& callee = *found;
@@ -626,20 +651,20 @@ private:
         unsigned int receiver = callee.hasThis && !callee.explicitThis && !construct ? 1 : 0;
         unsigned int pointer = instruction.value == op(Opcode::calli) ? 1 : 0;
         unsigned int pop = callee.parameters + receiver + pointer;
-        unsigned int depth = static_cast<unsigned int>(stack.size());
+        unsigned int depth = stack.depth;
         if (depth < pop) return fail("Stack underflow at the call at 0x%X.", instruction.offset);
         unsigned int firstArgument = depth - pop + receiver;
         for (unsigned int i = 0; i < callee.parameters && i < kCheckedArguments; ++i) {
-            if ((callee.objects >> i & 1) != 0 && stack[firstArgument + i] == kValue) {
+            if ((callee.objects >> i & 1) != 0 && stack.kinds[firstArgument + i] == kValue) {
                 return fail("A value where an object is expected: argument %u of the call at 0x%X.", i,
                             instruction.offset);
             }
         }
-        stack.resize(depth - pop);
+        stack.depth = depth - pop;
         if (construct) {
-            stack.push_back(kUnknown);
+            stack.push(kUnknown);
         } else if (callee.returns) {
-            stack.push_back(callee.result);
+            stack.push(callee.result);
         }
         return true;
     }
@@ -669,6 +694,7 @@ private:
     std::vector<unsigned int>& kindsAt;
     std::vector<unsigned char>& pool;
     std::vector<unsigned int>& work;
+    std::vector<unsigned char>& stackRoom;
     VerifiedCallee unkept;
 };
 

@@ -15,7 +15,7 @@
 // callees' signatures, in the map the caller hands in for that.
 #pragma once
 
-#include "rewrite/CalleeSignatures.h"
+#include "rewrite/VerifiedCallees.h"
 #include "runtime/MetaDataInterfaces.h"
 
 // What a body is checked against: the method it belongs to.

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cstdint>
-#include <unordered_map>
 
 #include "rewrite/BlobInputStream.h"
 #include "runtime/MetaDataInterfaces.h"
@@ -23,10 +22,6 @@ struct VerifiedCallee {
     bool returns = false;
     unsigned char result = 0;
 };
-// Callees read so far, by token. A module's tokens keep their signatures for
-// its life, so that a caller may keep one for each module.
-using VerifiedCallees = std::unordered_map<unsigned int, VerifiedCallee>;
-
 class CalleeSignatures {
 public:
     enum Kind : unsigned char { kUnknown, kObject, kValue };

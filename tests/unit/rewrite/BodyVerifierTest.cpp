@@ -126,4 +126,22 @@ TEST_F(BodyVerifierTest, EachBrokenRuleIsNamed) {
     EXPECT_EQ(kept.size(), 3u);
 }
 
+// A module's table of callees holds thousands: each token finds its own
+// callee through every growth of the table, and no other token finds one.
+TEST(VerifiedCalleesTest, EachTokenFindsItsOwnCallee) {
+    VerifiedCallees callees;
+    for (unsigned int rid = 1; rid <= 1000; ++rid) {
+        for (unsigned int table : {0x06000000u, 0x0A000000u}) callees.add(table | rid, {.parameters = table + rid});
+    }
+    EXPECT_EQ(callees.size(), 2000u);
+    for (unsigned int rid = 1; rid <= 1000; ++rid) {
+        for (unsigned int table : {0x06000000u, 0x0A000000u}) {
+            const VerifiedCallee* found = callees.find(table | rid);
+            ASSERT_NE(found, nullptr);
+            EXPECT_EQ(found->parameters, table + rid);
+        }
+    }
+    for (unsigned int absent : {0u, 0x06000000u, 0x060003E9u, 0x2B000001u}) EXPECT_EQ(callees.find(absent), nullptr);
+}
+
 }  // namespace
