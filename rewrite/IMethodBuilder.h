@@ -69,6 +69,9 @@ public:
     // is tied to the place its operand points to.
     [[nodiscard]] virtual HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
     [[nodiscard]] virtual HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) = 0;
+    // Inserts made entries at index (or appends), in one move of the entries
+    // behind: none of them a branch with target 0. Nothing is inserted on failure.
+    [[nodiscard]] virtual HRESULT insertRun(unsigned int index, const Instruction* run, unsigned int count) = 0;
     // Decodes a body's code into the empty list, a label in front of each
     // place a branch lands on and one behind the code. E_UNEXPECTED for a list
     // that is not empty, for undecodable or truncated code and for branches
@@ -84,7 +87,7 @@ public:
     // For each entry decoded from incoming code, its offset there beside its
     // byte index once the branches are settled: what stack traces map back.
     [[nodiscard]] virtual HRESULT mapOrigins(std::vector<COR_IL_MAP>& map) = 0;
-    // Instruction index of the label as of the last layout, -1 if absent.
+    // Instruction index of the label, -1 if absent.
     virtual int findLabel(unsigned int label) = 0;
     // Listing in 8-bit text; origin is the byte index where the method's own
     // code starts, for the column of incoming offsets.

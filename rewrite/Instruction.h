@@ -31,7 +31,7 @@ public:
     static constexpr unsigned int kNoOrigin = 0xFFFFFFFF;
 
     // The opcode in opcodeBytes (0 for a switch entry, 1 or 2), then the low
-    // operandBytes (0, 1, 2, 4 or 8) of the operand; a branch or switch entry
+    // operandBytes (0, 1, 2, 4 or 8, no other) of the operand; a branch or switch entry
     // aims at the label target.
     Instruction(Opcode opcode, unsigned int opcodeBytes, unsigned long operand, unsigned int operandBytes,
                 unsigned int target)
@@ -41,8 +41,23 @@ public:
           operandAt(static_cast<unsigned char>(opcodeBytes)) {
         if (opcodeBytes == 1) bytes[0] = static_cast<unsigned char>(static_cast<unsigned int>(opcode));
         if (opcodeBytes == 2) putLittleEndian(bytes, static_cast<unsigned short>(opcode));
-        for (unsigned int i = 0; i < operandBytes; ++i) {
-            bytes[opcodeBytes + i] = static_cast<unsigned char>(operand >> (8 * i));
+        // One store for each width the encodings have.
+        unsigned char* at = bytes + opcodeBytes;
+        switch (operandBytes) {
+        case 1:
+            at[0] = static_cast<unsigned char>(operand);
+            break;
+        case 2:
+            putLittleEndian(at, static_cast<unsigned short>(operand));
+            break;
+        case 4:
+            putLittleEndian(at, static_cast<unsigned int>(operand));
+            break;
+        case 8:
+            putLittleEndian(at, operand);
+            break;
+        default:
+            break;
         }
     }
 
@@ -60,9 +75,19 @@ public:
     // 0 when there is none. Callers sign-extend branch distances themselves.
     unsigned long operand() const {
         if (opcodeValue == Opcode::OPCODE_LABEL) return labelNumber;
-        unsigned long value = 0;
-        for (unsigned int i = length; i-- > operandAt;) value = value << 8 | bytes[i];
-        return value;
+        const unsigned char* at = bytes + operandAt;
+        switch (length - operandAt) {
+        case 1:
+            return at[0];
+        case 2:
+            return getLittleEndian<unsigned short>(at);
+        case 4:
+            return getLittleEndian<unsigned int>(at);
+        case 8:
+            return getLittleEndian<unsigned long>(at);
+        default:
+            return 0;
+        }
     }
     // The label a branch or switch entry aims at; 0 when it has none.
     unsigned int target() const { return targetLabel; }

@@ -126,19 +126,34 @@ HRESULT MethodBuilder::insertInstruction(unsigned int index, const Instruction& 
 HRESULT MethodBuilder::insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) {
     std::optional<Instruction> instruction = newInstruction(opcode, operand, target);
     if (!instruction) return E_OUTOFMEMORY;
-    if (instruction->size() != 0) {
-        offsetsValid = false;
-        targetsValid = false;
-    } else if (offsetsValid) {
-        // A label does not move anything: it takes the place's offset now and
-        // reaches the label map at the next layout.
-        instruction->setOffset(getCurrentILByteIndex(index));
-    }
     if (index > instructions.size()) index = getILCount();
+    // A label moves no byte: the branches stay settled. Behind the last entry
+    // it moves no entry either, and goes straight into the label map; anywhere
+    // else the map waits for the next layout.
+    const bool appendedLabel = instruction->size() == 0 && offsetsValid && index == instructions.size();
+    if (appendedLabel) {
+        instruction->setOffset(getCurrentILByteIndex(index));
+    } else {
+        offsetsValid = false;
+        if (instruction->size() != 0) targetsValid = false;
+    }
     bool branch = isBranchOpcode(instruction->opcode());
     HRESULT hr = insertInstruction(index, *instruction);
+    if (SUCCEEDED(hr) && appendedLabel) placeLabel(static_cast<unsigned int>(instruction->operand()), index);
     if (SUCCEEDED(hr) && branch) hr = createBranchLabel(index);
     return hr;
+}
+
+HRESULT MethodBuilder::insertRun(unsigned int index, const Instruction* run, unsigned int count) {
+    if (index > instructions.size()) index = getILCount();
+    try {
+        instructions.insert(instructions.begin() + index, run, run + count);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    offsetsValid = false;
+    targetsValid = false;
+    return S_OK;
 }
 
 HRESULT MethodBuilder::replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) {
@@ -318,8 +333,7 @@ HRESULT MethodBuilder::addClause(const MethodBuilderEHClause& record) {
     header.Flags |= CorILMethod_MoreSects;
     ehHeader.Kind |= CorILMethod_Sect_EHTable | CorILMethod_Sect_FatFormat;
     ehHeader.DataSize += ehHeader.DataSize == 0 ? kSectionHeaderSize + kFatClauseSize : kFatClauseSize;
-    // Labels placed on the way reach the label map at the next layout.
-    offsetsValid = false;
+    // The clause's offsets are filled at the next layout.
     targetsValid = false;
     return S_OK;
 }
@@ -393,7 +407,15 @@ HRESULT MethodBuilder::mapOrigins(std::vector<COR_IL_MAP>& map) {
 }
 
 int MethodBuilder::findLabel(unsigned int label) {
-    updateOffsetsAndLabels();
+    // Between layouts, most often just after an insertion that the next one
+    // would undo, a search for the one label costs less than the layout. The
+    // map keeps a number's last place: so does the search from the back.
+    if (!offsetsValid) {
+        for (size_t i = instructions.size(); i-- > 0;) {
+            if (isLabel(instructions[i]) && instructions[i].operand() == label) return static_cast<int>(i);
+        }
+        return -1;
+    }
     if (label < kLabelRun) return label < builderLabels.size() ? builderLabels[label] : -1;
     if (label - kFirstTraceLabel < kLabelRun) {
         return label - kFirstTraceLabel < traceLabels.size() ? traceLabels[label - kFirstTraceLabel] : -1;

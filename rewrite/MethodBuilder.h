@@ -35,6 +35,7 @@ public:
     const Instruction* getIL(unsigned int index) override;
     HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
     HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
+    HRESULT insertRun(unsigned int index, const Instruction* run, unsigned int count) override;
     HRESULT decodeIL(const unsigned char* code, unsigned int length) override;
     unsigned int getILByteIndex(unsigned int index) override;
     unsigned int getILCount() override;
