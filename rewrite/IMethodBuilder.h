@@ -73,11 +73,17 @@ public:
     // behind: none of them a branch with target 0. Nothing is inserted on failure.
     [[nodiscard]] virtual HRESULT insertRun(unsigned int index, const Instruction* run, unsigned int count) = 0;
     // Decodes a body's code into the empty list, a label in front of each
-    // place a branch lands on and one behind the code. E_UNEXPECTED for a list
-    // that is not empty, for undecodable or truncated code and for branches
+    // place a branch lands on or that places names (byte offsets: the edges of
+    // the clauses to be added next, which then find their labels without a
+    // search) and one behind the code. E_UNEXPECTED for a list that is not
+    // empty, for undecodable or truncated code, and for branches and places
     // that do not land on an instruction of the code or its end; the list is
     // then unchanged.
-    [[nodiscard]] virtual HRESULT decodeIL(const unsigned char* code, unsigned int length) = 0;
+    [[nodiscard]] virtual HRESULT decodeIL(const unsigned char* code, unsigned int length,
+                                           const std::vector<unsigned long>& places) = 0;
+    [[nodiscard]] HRESULT decodeIL(const unsigned char* code, unsigned int length) {
+        return decodeIL(code, length, {});
+    }
     // Byte index of the entry after the branches are settled; kUnsettled if
     // they cannot be (and so the code size too).
     static constexpr unsigned int kUnsettled = 0xFFFFFFFF;

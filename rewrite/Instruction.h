@@ -89,6 +89,16 @@ public:
             return 0;
         }
     }
+    // A branch's or switch entry's operand, in the width it has: the caller
+    // knows the distance fits.
+    void setBranchDistance(int distance) {
+        unsigned char* at = bytes + operandAt;
+        if (length - operandAt == 1) {
+            at[0] = static_cast<unsigned char>(distance);
+        } else {
+            putLittleEndian(at, static_cast<unsigned int>(distance));
+        }
+    }
     // The label a branch or switch entry aims at; 0 when it has none.
     unsigned int target() const { return targetLabel; }
     void setTarget(unsigned int label) { targetLabel = label; }

@@ -1,5 +1,6 @@
 #include "rewrite/MethodBuilder.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <new>
@@ -16,6 +17,9 @@ constexpr unsigned int kLabelRun = 1u << 16;
 constexpr size_t kKeptEntries = 4096;
 // Entries a rewrite adds to a body, about: its calls, labels and clauses.
 constexpr size_t kAddedEntries = 128;
+// While decoding, marks in labelAt the places where an entry begins; label
+// numbers stay far below it.
+constexpr unsigned int kEntryStart = 0x80000000;
 
 // Pending places of a clause while insertEHClause looks for them.
 enum PendingPlace : unsigned int {
@@ -65,6 +69,7 @@ void MethodBuilder::clear() {
     ehHeader = IMAGE_COR_ILMETHOD_SECT_FAT{};
     offsetsValid = false;
     targetsValid = false;
+    asDecoded = false;
     nextLabel = 1;
 }
 
@@ -124,6 +129,7 @@ HRESULT MethodBuilder::insertInstruction(unsigned int index, const Instruction& 
 }
 
 HRESULT MethodBuilder::insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) {
+    asDecoded = false;
     std::optional<Instruction> instruction = newInstruction(opcode, operand, target);
     if (!instruction) return E_OUTOFMEMORY;
     if (index > instructions.size()) index = getILCount();
@@ -145,6 +151,7 @@ HRESULT MethodBuilder::insertIL(unsigned int index, Opcode opcode, unsigned long
 }
 
 HRESULT MethodBuilder::insertRun(unsigned int index, const Instruction* run, unsigned int count) {
+    asDecoded = false;
     if (index > instructions.size()) index = getILCount();
     try {
         instructions.insert(instructions.begin() + index, run, run + count);
@@ -158,6 +165,7 @@ HRESULT MethodBuilder::insertRun(unsigned int index, const Instruction* run, uns
 
 HRESULT MethodBuilder::replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) {
     if (index >= instructions.size()) return E_INVALIDARG;
+    asDecoded = false;
     std::optional<Instruction> instruction = newInstruction(opcode, operand, target);
     if (!instruction) return E_OUTOFMEMORY;
     if (offsetsValid) instruction->setOffset(instructions[index].offset());
@@ -171,7 +179,8 @@ HRESULT MethodBuilder::replaceIL(unsigned int index, Opcode opcode, unsigned lon
     return branch ? createBranchLabel(index) : S_OK;
 }
 
-HRESULT MethodBuilder::decodeIL(const unsigned char* code, unsigned int length) {
+HRESULT MethodBuilder::decodeIL(const unsigned char* code, unsigned int length,
+                                const std::vector<unsigned long>& places) {
     if (!instructions.empty()) return E_UNEXPECTED;
     HRESULT hr = ILDecoder::decode(code, length, instructions, distancesFrom);
     if (FAILED(hr)) return hr;
@@ -181,16 +190,30 @@ HRESULT MethodBuilder::decodeIL(const unsigned char* code, unsigned int length) 
         labelAt.assign(static_cast<size_t>(length) + 1, 0);
         labelAt[length] = nextLabel++;
         size_t labels = 1;
+        auto labelOf = [&](size_t place) {
+            unsigned int& label = labelAt[place];
+            if ((label & ~kEntryStart) == 0) {
+                label |= nextLabel++;
+                ++labels;
+            }
+            return label & ~kEntryStart;
+        };
         for (size_t i = 0; i < instructions.size(); ++i) {
             Instruction& instruction = instructions[i];
             if (!isBranchOpcode(instruction.opcode())) continue;
-            const long place = static_cast<long>(distancesFrom[i]) + ILDecoder::branchDistance(instruction);
-            unsigned int& label = labelAt[static_cast<size_t>(place)];
-            if (label == 0) {
-                label = nextLabel++;
-                ++labels;
+            instruction.setTarget(labelOf(
+                static_cast<size_t>(static_cast<long>(distancesFrom[i]) + ILDecoder::branchDistance(instruction))));
+        }
+        // Then those of the named places where an instruction begins; a place
+        // elsewhere is left to the clause that names it, which refuses it.
+        if (!places.empty()) {
+            for (const Instruction& instruction : instructions) {
+                if (instruction.opcode() != Opcode::OPCODE_CASE) labelAt[instruction.origin()] |= kEntryStart;
             }
-            instruction.setTarget(label);
+            for (unsigned long place : places) {
+                if (place == length || (place < length && (labelAt[place] & kEntryStart) != 0)) labelOf(place);
+            }
+            for (unsigned int& label : labelAt) label &= ~kEntryStart;
         }
         // The labels go in from the back, each entry moved once, with room
         // for what the rewrite adds.
@@ -212,6 +235,8 @@ HRESULT MethodBuilder::decodeIL(const unsigned char* code, unsigned int length) 
     }
     offsetsValid = false;
     targetsValid = false;
+    asDecoded = true;
+    decodedLength = length;
     return S_OK;
 }
 
@@ -268,13 +293,23 @@ HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFl
     const unsigned long positions[] = {tryOffset, static_cast<unsigned long>(tryOffset) + tryLength, handlerOffset,
                                        static_cast<unsigned long>(handlerOffset) + handlerLength,
                                        (flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0 ? filterOffset : 0ul};
+    MethodBuilderEHClause record{};
+    record.clause.Flags = flags;
+    record.clause.ClassToken = classOrFilter;
+    const bool filter = (flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0;
+    unsigned int found[std::size(positions)] = {};
+    if (findDecodedLabels(positions, filter ? 5 : 4, found)) {
+        record.tryStartLabel = found[0];
+        record.tryEndLabel = found[1];
+        record.handlerStartLabel = found[2];
+        record.handlerEndLabel = found[3];
+        record.filterLabel = found[4];
+        return addClause(record);
+    }
     // A clause that names a place where no entry begins is refused before
     // anything changes.
     if (!areEntryStarts(positions, std::size(positions))) return E_UNEXPECTED;
 
-    MethodBuilderEHClause record{};
-    record.clause.Flags = flags;
-    record.clause.ClassToken = classOrFilter;
     unsigned int pending = kTryStart | kTryEnd | kHandlerStart | kHandlerEnd;
     if ((flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0) pending |= kFilter;
     struct Place {
@@ -338,6 +373,17 @@ HRESULT MethodBuilder::addClause(const MethodBuilderEHClause& record) {
     return S_OK;
 }
 
+// The labels decoding gave the places, while the list is as decoded; false
+// if one has none.
+bool MethodBuilder::findDecodedLabels(const unsigned long* positions, unsigned int count, unsigned int* labels) const {
+    if (!asDecoded) return false;
+    for (unsigned int i = 0; i < count; ++i) {
+        if (positions[i] > decodedLength || labelAt[positions[i]] == 0) return false;
+        labels[i] = labelAt[positions[i]];
+    }
+    return true;
+}
+
 // One walk for all the places of a clause: each must be where an entry begins
 // or where the code ends.
 bool MethodBuilder::areEntryStarts(const unsigned long* positions, unsigned int count) {
@@ -390,7 +436,8 @@ void MethodBuilder::placeLabel(unsigned int label, unsigned int index) {
         return;
     }
     const unsigned int slot = label < kLabelRun ? label : label - kFirstTraceLabel;
-    if (slot >= places->size()) places->resize(slot + 1, -1);
+    // Labels come in rising numbers as a layout walks: the room doubles.
+    if (slot >= places->size()) places->resize(std::max<size_t>(slot + 1, 2 * places->size()), -1);
     (*places)[slot] = static_cast<int>(index);
 }
 
@@ -429,12 +476,15 @@ HRESULT MethodBuilder::settleBranch(unsigned int index, unsigned int end) {
     int labelIndex = findLabel(branch.target());
     if (labelIndex < 0) return E_UNEXPECTED;
     int distance = static_cast<int>(getCurrentILByteIndex(static_cast<unsigned int>(labelIndex)) - end);
-    // An unchanged branch is left in place; anything else is made anew, which
-    // picks the short or long form by the distance.
+    // A branch whose form still fits keeps its place and gets the distance;
+    // anything else is made anew, which picks the short or long form by it.
     bool isCase = branch.opcode() == Opcode::OPCODE_CASE;
     bool fitsShort = distance >= -128 && distance <= 127;
     bool sameForm = isCase || (branch.size() == 2) == fitsShort;
-    if (sameForm && ILDecoder::branchDistance(branch) == distance) return S_OK;
+    if (sameForm) {
+        instructions[index].setBranchDistance(distance);
+        return S_OK;
+    }
     return replaceIL(index, branch.opcode(), static_cast<unsigned int>(distance), branch.target());
 }
 

@@ -9,10 +9,11 @@
 #include "rewrite/IMethodBuilder.h"
 #include "rewrite/Instruction.h"
 
-class MethodBuilder : public IMethodBuilder {
+class MethodBuilder final : public IMethodBuilder {
 public:
     MethodBuilder();
 
+    using IMethodBuilder::decodeIL;
     using IMethodBuilder::insertEHClause;
     using IMethodBuilder::insertIL;
 
@@ -36,7 +37,7 @@ public:
     HRESULT insertIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
     HRESULT replaceIL(unsigned int index, Opcode opcode, unsigned long operand, unsigned int target) override;
     HRESULT insertRun(unsigned int index, const Instruction* run, unsigned int count) override;
-    HRESULT decodeIL(const unsigned char* code, unsigned int length) override;
+    HRESULT decodeIL(const unsigned char* code, unsigned int length, const std::vector<unsigned long>& places) override;
     unsigned int getILByteIndex(unsigned int index) override;
     unsigned int getILCount() override;
     HRESULT mapOrigins(std::vector<COR_IL_MAP>& map) override;
@@ -47,6 +48,9 @@ private:
     [[nodiscard]] HRESULT insertInstruction(unsigned int index, const Instruction& instruction);
     [[nodiscard]] HRESULT createBranchLabel(unsigned int index);
     [[nodiscard]] HRESULT addClause(const MethodBuilderEHClause& record);
+    [[nodiscard]] HRESULT labelDecodedPlaces(unsigned int length, const std::vector<unsigned long>& places,
+                                             size_t* labels);
+    bool findDecodedLabels(const unsigned long* positions, unsigned int count, unsigned int* labels) const;
     int findInstruction(unsigned int index, int distance);
     unsigned int getLabel(unsigned int index);
     bool areEntryStarts(const unsigned long* positions, unsigned int count);
@@ -72,6 +76,10 @@ private:
     // each decoded entry's distance counts from.
     std::vector<unsigned int> labelAt;
     std::vector<unsigned int> distancesFrom;
+    // While the list is as decoded: labelAt still names the labels by place,
+    // for the clauses added then.
+    bool asDecoded = false;
+    unsigned int decodedLength = 0;
     bool offsetsValid = false;
     bool targetsValid = false;
     unsigned int nextLabel = 1;

@@ -225,6 +225,8 @@ private:
     const char16_t* lastError = nullptr;
     static constexpr unsigned int kVerifierReasonSize = 160;
     char16_t verifierReason[kVerifierReasonSize] = {};
+    // The edges of the incoming clauses, kept from one method to the next.
+    std::vector<unsigned long> clausePlaces;
     IProfilerController* controller = nullptr;
     FILE* log = nullptr;
 

@@ -196,16 +196,37 @@ HRESULT Profiler::verifyBody() {
     return hr;
 }
 
+namespace {
+
+template <typename Clause>
+void addClausePlaces(const Clause& clause, std::vector<unsigned long>& places) {
+    places.push_back(clause.TryOffset);
+    places.push_back(static_cast<unsigned long>(clause.TryOffset) + clause.TryLength);
+    places.push_back(clause.HandlerOffset);
+    places.push_back(static_cast<unsigned long>(clause.HandlerOffset) + clause.HandlerLength);
+    if ((clause.Flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0) places.push_back(clause.ClassToken);
+}
+
+}  // namespace
+
 HRESULT Profiler::updateOriginalCode() {
     current.builder->copyHeader(current.buffer->getHeader());
-    HRESULT hr = current.builder->decodeIL(current.buffer->getCode(), current.buffer->getCodeSize());
-    if (SUCCEEDED(hr) && current.buffer->hasEH()) {
-        IMAGE_COR_ILMETHOD_SECT_EH* section = current.buffer->getEH();
-        bool small = current.buffer->isSmallEH();
-        for (unsigned int i = 0; i < current.buffer->getEHClauses() && SUCCEEDED(hr); ++i) {
-            hr = small ? current.builder->insertEHClause(&section->Small.Clauses[i])
-                       : current.builder->insertEHClause(&section->Fat.Clauses[i]);
+    IMAGE_COR_ILMETHOD_SECT_EH* section = current.buffer->hasEH() ? current.buffer->getEH() : nullptr;
+    const unsigned int clauses = section != nullptr ? current.buffer->getEHClauses() : 0;
+    const bool small = section != nullptr && current.buffer->isSmallEH();
+    // The clauses' edges get their labels while the code is decoded.
+    clausePlaces.clear();
+    for (unsigned int i = 0; i < clauses; ++i) {
+        if (small) {
+            addClausePlaces(section->Small.Clauses[i], clausePlaces);
+        } else {
+            addClausePlaces(section->Fat.Clauses[i], clausePlaces);
         }
+    }
+    HRESULT hr = current.builder->decodeIL(current.buffer->getCode(), current.buffer->getCodeSize(), clausePlaces);
+    for (unsigned int i = 0; i < clauses && SUCCEEDED(hr); ++i) {
+        hr = small ? current.builder->insertEHClause(&section->Small.Clauses[i])
+                   : current.builder->insertEHClause(&section->Fat.Clauses[i]);
     }
     if (SUCCEEDED(hr)) hr = current.builder->insertIL(0, Opcode::OPCODE_LABEL, LABEL_METHOD_BODY, 0);
 
