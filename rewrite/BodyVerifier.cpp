@@ -77,19 +77,22 @@ unsigned int read32(const unsigned char* p) {
     return p[0] | p[1] << 8 | p[2] << 16 | static_cast<unsigned int>(p[3]) << 24;
 }
 
+// Small, as every pass walks an array of them.
 struct Decoded {
     unsigned int offset;
-    unsigned int value;  // one byte, or 0xFE | second byte << 8
     unsigned int operand = 0;
     unsigned int next;  // offset of the following instruction
     unsigned int firstTarget;
     unsigned int targetCount = 0;
-    // What the opcode table says the opcode does to the stack and to control:
-    // the decoder lets only the table's opcodes through.
-    const OpcodeInfo* effect;
+    unsigned short value;  // one byte, or 0xFE | second byte << 8
+    // Where the opcode table says what the opcode does to the stack and to
+    // control: the decoder lets only the table's opcodes through.
+    unsigned short slot;
     ControlFlow flow;  // the effect's, at hand for the passes that need no more
     // A try block begins here: the stack must be empty.
     bool tryStart = false;
+
+    const OpcodeInfo& effect() const { return *opcode_table::kBySlot.records[slot]; }
 };
 
 // The kinds on the stack of a path, bottom first, in room the check sized
@@ -239,10 +242,10 @@ private:
             indexAt[offset] = static_cast<int>(instructions.size());
             Decoded& instruction =
                 instructions.emplace_back(Decoded{.offset = offset,
-                                                  .value = value,
                                                   .next = start + operandSize,
                                                   .firstTarget = static_cast<unsigned int>(targets.size()),
-                                                  .effect = info,
+                                                  .value = static_cast<unsigned short>(value),
+                                                  .slot = static_cast<unsigned short>(slot),
                                                   .flow = info->flow});
             const unsigned char* operand = code + start;
             if (operandSize == 1) instruction.operand = operand[0];
@@ -582,7 +585,7 @@ private:
     // that runs on with it, or kNone.
     bool step(const Decoded& instruction, Stack& stack, unsigned int* next) {
         *next = kNone;
-        const OpcodeInfo& effect = *instruction.effect;
+        const OpcodeInfo& effect = instruction.effect();
         unsigned int depth = stack.depth;
         Kind pushed = producedKind(effect);
         if (effect.flow == ControlFlow::Call) {

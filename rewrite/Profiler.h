@@ -225,8 +225,10 @@ private:
     const char16_t* lastError = nullptr;
     static constexpr unsigned int kVerifierReasonSize = 160;
     char16_t verifierReason[kVerifierReasonSize] = {};
-    // The edges of the incoming clauses, kept from one method to the next.
+    // The edges of the incoming clauses and the map of offsets handed to the
+    // runtime, their room kept from one method to the next.
     std::vector<unsigned long> clausePlaces;
+    std::vector<COR_IL_MAP> originMap;
     IProfilerController* controller = nullptr;
     FILE* log = nullptr;
 

@@ -13,6 +13,7 @@
 namespace {
 
 constexpr unsigned int kNameSize = 2048;
+constexpr size_t kKeptMapEntries = 4096;
 const char16_t kNativeIntegerMessage[] = u"Native integer types are not supported.";
 const char16_t kTailCallMessage[] = u"Methods with tail calls are not traced.";
 const char16_t kJumpMessage[] = u"Methods with a jmp instruction are not traced.";
@@ -149,13 +150,17 @@ HRESULT Profiler::writeBody(unsigned int* counter, HRESULT hr) {
 // until the method compiles.
 void Profiler::mapOriginalOffsets() {
     FunctionID function = current.context->getFunctionID();
+    // The map's room stays for the next method, unless a method far above the
+    // usual size grew it.
+    std::vector<COR_IL_MAP>& map = originMap;
+    if (map.capacity() > kKeptMapEntries) std::vector<COR_IL_MAP>().swap(map);
+    map.clear();
     try {
-        std::vector<COR_IL_MAP> map;
         if (FAILED(current.builder->mapOrigins(map)) || map.empty()) return;
         if (version != nullptr) {
             version->SetILInstrumentedCodeMap(static_cast<ULONG>(map.size()), map.data());
         } else if (function == 0) {
-            current.facts->loadTimeMaps[current.context->getMethodDef()] = std::move(map);
+            current.facts->loadTimeMaps[current.context->getMethodDef()] = map;
         } else {
             info->SetILInstrumentedCodeMap(function, TRUE, static_cast<ULONG>(map.size()), map.data());
         }
