@@ -1,5 +1,6 @@
 // Every IL body of a few framework assemblies goes through the buffer, the
-// builder and back out; the result must decode to the same program.
+// builder and back out; the result must decode to the same program, its
+// clauses at the same places.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -107,9 +108,19 @@ void roundTripAssembly(const std::string& path, Totals& totals) {
         Shape before = shapeOf(*source);
         ASSERT_TRUE(before.valid);
 
+        // Every other body has its clauses' edges labelled while decoding, as
+        // the rewrite does; the others find them afterwards.
+        std::vector<unsigned long> places;
+        for (const DecodedBody::Clause& c : DecodedBody::clausesOf(*source)) {
+            if (body.methodRow % 2 != 0) continue;
+            places.insert(places.end(),
+                          {c.tryOffset, static_cast<unsigned long>(c.tryOffset) + c.tryLength, c.handlerOffset,
+                           static_cast<unsigned long>(c.handlerOffset) + c.handlerLength});
+            if ((c.flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0) places.push_back(c.classOrFilter);
+        }
         std::unique_ptr<IMethodBuilder> builder(IMethodBuilder::newInstance());
         builder->copyHeader(source->getHeader());
-        ASSERT_EQ(builder->decodeIL(source->getCode(), source->getCodeSize()), S_OK);
+        ASSERT_EQ(builder->decodeIL(source->getCode(), source->getCodeSize(), places), S_OK);
         IMAGE_COR_ILMETHOD_SECT_EH* eh = source->getEH();
         for (unsigned int i = 0; i < source->getEHClauses(); ++i) {
             ASSERT_EQ(source->isSmallEH() ? builder->insertEHClause(&eh->Small.Clauses[i])
