@@ -75,10 +75,11 @@ public:
     // Decodes a body's code into the empty list, a label in front of each
     // place a branch lands on or that places names (byte offsets: the edges of
     // the clauses to be added next, which then find their labels without a
-    // search) and one behind the code. E_UNEXPECTED for a list that is not
-    // empty, for undecodable or truncated code, and for branches and places
-    // that do not land on an instruction of the code or its end; the list is
-    // then unchanged.
+    // search; one where no instruction begins gets none, and its clause is
+    // refused) and one behind the code. E_UNEXPECTED for a list that is not
+    // empty, for undecodable or truncated code and for branches that do not
+    // land on an instruction of the code or its end; the list is then
+    // unchanged.
     [[nodiscard]] virtual HRESULT decodeIL(const unsigned char* code, unsigned int length,
                                            const std::vector<unsigned long>& places) = 0;
     [[nodiscard]] HRESULT decodeIL(const unsigned char* code, unsigned int length) {

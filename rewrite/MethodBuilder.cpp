@@ -174,6 +174,8 @@ HRESULT MethodBuilder::replaceIL(unsigned int index, Opcode opcode, unsigned lon
         offsetsValid = false;
         targetsValid = false;
     }
+    // A label replaced, or put in place, changes the label map.
+    if (isLabel(*instruction) || isLabel(instructions[index])) offsetsValid = false;
     bool branch = isBranchOpcode(instruction->opcode());
     instructions[index] = *instruction;
     return branch ? createBranchLabel(index) : S_OK;

@@ -48,8 +48,6 @@ private:
     [[nodiscard]] HRESULT insertInstruction(unsigned int index, const Instruction& instruction);
     [[nodiscard]] HRESULT createBranchLabel(unsigned int index);
     [[nodiscard]] HRESULT addClause(const MethodBuilderEHClause& record);
-    [[nodiscard]] HRESULT labelDecodedPlaces(unsigned int length, const std::vector<unsigned long>& places,
-                                             size_t* labels);
     bool findDecodedLabels(const unsigned long* positions, unsigned int count, unsigned int* labels) const;
     int findInstruction(unsigned int index, int distance);
     unsigned int getLabel(unsigned int index);

@@ -46,6 +46,16 @@ unsigned int atLeast(unsigned int value, unsigned int floor) {
     return value < floor ? floor : value;
 }
 
+// The byte offsets of a clause's edges, its filter's start included.
+template <typename Clause>
+void addClausePlaces(const Clause& clause, std::vector<unsigned long>& places) {
+    places.push_back(clause.TryOffset);
+    places.push_back(static_cast<unsigned long>(clause.TryOffset) + clause.TryLength);
+    places.push_back(clause.HandlerOffset);
+    places.push_back(static_cast<unsigned long>(clause.HandlerOffset) + clause.HandlerLength);
+    if ((clause.Flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0) places.push_back(clause.ClassToken);
+}
+
 }  // namespace
 
 HRESULT Profiler::instrumentMethod(IMetaDataContext* newContext, unsigned int* step) {
@@ -200,19 +210,6 @@ HRESULT Profiler::verifyBody() {
     if (hr == E_FAIL) lastError = verifierReason;
     return hr;
 }
-
-namespace {
-
-template <typename Clause>
-void addClausePlaces(const Clause& clause, std::vector<unsigned long>& places) {
-    places.push_back(clause.TryOffset);
-    places.push_back(static_cast<unsigned long>(clause.TryOffset) + clause.TryLength);
-    places.push_back(clause.HandlerOffset);
-    places.push_back(static_cast<unsigned long>(clause.HandlerOffset) + clause.HandlerLength);
-    if ((clause.Flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0) places.push_back(clause.ClassToken);
-}
-
-}  // namespace
 
 HRESULT Profiler::updateOriginalCode() {
     current.builder->copyHeader(current.buffer->getHeader());
