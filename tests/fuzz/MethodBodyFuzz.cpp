@@ -1,7 +1,9 @@
 // A method body of any content: decoded into a builder as the rewrite does,
-// and checked by the verifier (without metadata, every call is refused).
+// with a clause, and checked by the verifier (without metadata, every call is
+// refused).
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "rewrite/BodyVerifier.h"
 #include "rewrite/IMethodBuilder.h"
@@ -18,8 +20,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     char16_t reason[160];
     (void)BodyVerifier::verify(method, reason, 160);
 
+    // A clause whose edges the next bytes name, some past the code or inside
+    // an instruction: labelled while decoding, then added.
+    const unsigned int length = static_cast<unsigned int>(size - 1);
+    std::vector<unsigned long> edges;
+    for (size_t i = 1; i < 5 && i < size; ++i) edges.push_back(data[i] % (length + 2));
     std::unique_ptr<IMethodBuilder> builder(IMethodBuilder::newInstance());
-    if (builder != nullptr && SUCCEEDED(builder->decodeIL(data + 1, static_cast<unsigned int>(size - 1)))) {
+    if (builder != nullptr && SUCCEEDED(builder->decodeIL(data + 1, length, edges))) {
+        if (edges.size() == 4 && edges[0] < edges[1] && edges[2] < edges[3]) {
+            (void)builder->insertEHClause(0, COR_ILEXCEPTION_CLAUSE_NONE, edges[0], edges[1] - edges[0], edges[2],
+                                          edges[3] - edges[2], 0);
+        }
         std::unique_ptr<unsigned char[]> out(new unsigned char[builder->getTotalSize()]);
         (void)builder->writeToBuffer(out.get());
     }
