@@ -15,8 +15,9 @@
 # core library, the small file is also run with one such line: what the core
 # library's selection costs by itself, whatever the file's size.
 # Prints the median, minimum and maximum wall time, and the median's ratio to
-# the run without the profiler, and the profiler's account of its last run with
-# the program's own classes selected.
+# the run without the profiler, the profiler's account of its last run with
+# the program's own classes selected, and the medians of that account's
+# rewrite and compile per method over all such runs (of each library).
 set -euo pipefail
 
 build=${1:?usage: $0 <build directory> [runs] [other library] [large]}
@@ -82,6 +83,25 @@ generated() {
     }'
 }
 
+# Each run's account of the rewrite and compile per method, kept beside the
+# installation, whose log the next run writes anew.
+keep_account() {  # installation
+    grep -hE '^  per method:' "$work/$1"/native_*.log >>"$work/$1.account" 2>/dev/null || true
+}
+
+# The account over every run of an installation: medians of the rewrite and
+# of the runtime's own compile per method, and of their ratio, which one run
+# alone gives too noisily to compare two libraries by.
+account() {  # installation label
+    local pairs
+    pairs=$(sed -E 's/.*rewrite ([0-9.]+) us.*own compile ([0-9.]+) us.*/\1 \2/' "$work/$1.account" 2>/dev/null || true)
+    [[ -n $pairs ]] || return 0
+    median() { sort -g | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)]}'; }
+    printf '%-14s rewrite %s us, runtime compile %s us a method, rewrite / compile %.3f (medians of %d runs)\n' "$2" \
+        "$(awk '{print $1}' <<<"$pairs" | median)" "$(awk '{print $2}' <<<"$pairs" | median)" \
+        "$(awk '{print $1 / $2}' <<<"$pairs" | median)" "$(wc -l <<<"$pairs")"
+}
+
 configurations=("1 no profiler" "2 no profiler, DOTNET_ReadyToRun=0" "3 profiler, hidden directives only"
                 "4 profiler, the program's own classes")
 [[ -n $other ]] && configurations+=("5 other library, the program's own classes")
@@ -129,6 +149,10 @@ for ((i = 0; i < runs; i++)); do
         for configuration in "${configurations[@]}"; do
             # shellcheck disable=SC2046
             samples["$program/$configuration"]+="$(timed "$program" $(environment "$configuration" "$program")) "
+            case $configuration in
+            4*) keep_account "own-$program" ;;
+            5*) keep_account "other-$program" ;;
+            esac
         done
     done
 done
@@ -147,4 +171,6 @@ for program in "${programs[@]}"; do
     # The profiler's own account of its last run: time by phase, and the
     # rewrite per method beside the runtime's own compile per method.
     cat "$work/own-$program"/native_*.log 2>/dev/null | grep -E '^  (time in callbacks|per method):' | tail -2 || true
+    account "own-$program" "this library"
+    [[ -n $other ]] && account "other-$program" "other library"
 done
