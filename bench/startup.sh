@@ -83,6 +83,9 @@ generated() {
     }'
 }
 
+# The median, minimum and maximum of numbers apart by blanks or lines.
+median_of() { tr ' ' '\n' <<<"$1" | sed '/^$/d' | sort -n | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)], v[1], v[NR]}'; }
+
 # Each run's account of the rewrite and compile per method, kept beside the
 # installation, whose log the next run writes anew.
 keep_account() {  # installation
@@ -96,10 +99,9 @@ account() {  # installation label
     local pairs
     pairs=$(sed -E 's/.*rewrite ([0-9.]+) us.*own compile ([0-9.]+) us.*/\1 \2/' "$work/$1.account" 2>/dev/null || true)
     [[ -n $pairs ]] || return 0
-    median() { sort -g | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)]}'; }
+    median() { median_of "$(awk "{print $1}" <<<"$pairs")" | cut -d' ' -f1; }
     printf '%-14s rewrite %s us, runtime compile %s us a method, rewrite / compile %.3f (medians of %d runs)\n' "$2" \
-        "$(awk '{print $1}' <<<"$pairs" | median)" "$(awk '{print $2}' <<<"$pairs" | median)" \
-        "$(awk '{print $1 / $2}' <<<"$pairs" | median)" "$(wc -l <<<"$pairs")"
+        "$(median '$1')" "$(median '$2')" "$(median '$1 / $2')" "$(wc -l <<<"$pairs")"
 }
 
 configurations=("1 no profiler" "2 no profiler, DOTNET_ReadyToRun=0" "3 profiler, hidden directives only"
@@ -157,7 +159,6 @@ for ((i = 0; i < runs; i++)); do
     done
 done
 
-median_of() { tr ' ' '\n' <<<"$1" | sed '/^$/d' | sort -n | awk '{v[NR] = $1} END {print v[int((NR + 1) / 2)], v[1], v[NR]}'; }
 for program in "${programs[@]}"; do
     read -r baseline _ _ <<<"$(median_of "${samples["$program/1 no profiler"]}")"
     printf '\n%s (%d runs)\n%-40s %8s %8s %8s %7s\n' "$program" "$runs" configuration median min max ratio

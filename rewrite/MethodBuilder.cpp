@@ -238,7 +238,6 @@ HRESULT MethodBuilder::decodeIL(const unsigned char* code, unsigned int length,
     offsetsValid = false;
     targetsValid = false;
     asDecoded = true;
-    decodedLength = length;
     return S_OK;
 }
 
@@ -380,7 +379,7 @@ HRESULT MethodBuilder::addClause(const MethodBuilderEHClause& record) {
 bool MethodBuilder::findDecodedLabels(const unsigned long* positions, unsigned int count, unsigned int* labels) const {
     if (!asDecoded) return false;
     for (unsigned int i = 0; i < count; ++i) {
-        if (positions[i] > decodedLength || labelAt[positions[i]] == 0) return false;
+        if (positions[i] >= labelAt.size() || labelAt[positions[i]] == 0) return false;
         labels[i] = labelAt[positions[i]];
     }
     return true;

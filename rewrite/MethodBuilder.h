@@ -77,7 +77,6 @@ private:
     // While the list is as decoded: labelAt still names the labels by place,
     // for the clauses added then.
     bool asDecoded = false;
-    unsigned int decodedLength = 0;
     bool offsetsValid = false;
     bool targetsValid = false;
     unsigned int nextLabel = 1;
