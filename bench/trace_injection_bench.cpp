@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include "ForeignCode.h"
 #include "metadata/IMetaDataContext.h"
 #include "rewrite/BodyVerifier.h"
 #include "rewrite/CorSig.h"
@@ -74,13 +75,21 @@ void InstrumentMethod(benchmark::State& state) {
     state.counters["refused_per_pass"] = static_cast<double>(failed) / static_cast<double>(state.iterations());
 }
 
-// The same with the caches cold, as in a process, where the runtime compiles
-// dozens of methods between two rewrites: before each method, a walk over a
-// buffer larger than the second-level cache (outside the timing) pushes the
-// rewrite's code and data out to the last level.
+// The same with the caches cold: before each method (outside the timing), a
+// walk over a buffer larger than the second-level cache pushes the rewrite's
+// code and data out to the last level. With foreign code (the argument 1),
+// a run of code not ours also takes the branch predictors and the
+// instruction side, as the runtime's compiles between two rewrites do in a
+// process.
 void InstrumentMethodCold(benchmark::State& state) {
     Assembly assembly;
     if (!assembly.open(state)) return;
+    ForeignCode foreign;
+    const bool withForeignCode = state.range(0) != 0;
+    if (withForeignCode && !foreign.ready()) {
+        state.SkipWithError("cannot map code to run");
+        return;
+    }
     std::unique_ptr<IMetaDataContext> context(IMetaDataContext::newInstance(assembly.info.get()));
     std::unique_ptr<Profiler> profiler(Profiler::newInstance(assembly.info.get(), 4, true, nullptr));
     std::vector<unsigned char> evict(4 << 20);
@@ -92,6 +101,7 @@ void InstrumentMethodCold(benchmark::State& state) {
             benchmark::ClobberMemory();
             context->setFunction(assembly.functions[i]);
             profiler->clearHistoryForFunction(context.get());
+            if (withForeignCode) foreign.run();
             state.ResumeTiming();
             unsigned int step = 0;
             benchmark::DoNotOptimize(profiler->instrumentMethod(context.get(), &step));
@@ -202,7 +212,7 @@ void VerifyRewrittenBody(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(InstrumentMethod)->Unit(benchmark::kMillisecond);
-BENCHMARK(InstrumentMethodCold)->Unit(benchmark::kMillisecond);
+BENCHMARK(InstrumentMethodCold)->Unit(benchmark::kMillisecond)->ArgName("foreign_code")->Arg(0)->Arg(1);
 BENCHMARK(InstrumentMethodFirstPass)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(VerifyRewrittenBody)->Unit(benchmark::kMillisecond);
 BENCHMARK(DecodeAndWrite)->Unit(benchmark::kMillisecond);
