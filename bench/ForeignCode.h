@@ -3,8 +3,9 @@
 // one per cache line over two megabytes, which leaves the instruction caches,
 // the branch target buffers and the code's page table entries holding its
 // lines instead of the rewrite's. A data walk alone leaves the branch
-// predictors trained, and the rewrite then runs several times faster than in
-// a process.
+// predictors trained. Even with both, a rewrite here still runs about twice as
+// fast as in a process, where the runtime's compiles also push the module's
+// metadata and the rewrite's own data out of the last-level cache.
 #pragma once
 
 #include <sys/mman.h>
