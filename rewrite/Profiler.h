@@ -143,6 +143,10 @@ private:
         // What the check of rewritten bodies read of the callees' signatures:
         // the trace functions' above all, called by every rewritten method.
         VerifiedCallees callees;
+        // Whether each class met lies on the trace calls' own path, and
+        // whether the module is the core library's: read with a class's name.
+        std::unordered_map<mdTypeDef, bool> onTracePath;
+        bool coreLibrary = false;
     };
     // The token kept for a blob's bytes, else the one that ask gives, kept then.
     template <typename Ask>
@@ -159,6 +163,7 @@ private:
     }
 
     [[nodiscard]] HRESULT createGetters(bool isCoreCLR);
+    [[nodiscard]] HRESULT readClass(IMetaDataContext* context, ModuleFacts& facts, bool* onTracePath);
     [[nodiscard]] HRESULT runStages(IMetaDataContext* context, unsigned int* counter);
     [[nodiscard]] HRESULT runStage(unsigned int stage, IMetaDataContext* context);
     [[nodiscard]] HRESULT writeBody(unsigned int* counter, HRESULT hr);

@@ -39,12 +39,28 @@ bool sameText(const char16_t* a, const char16_t* b) {
 
 }  // namespace
 
-HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
+// Whether the method's class lies on the trace calls' own path, from its
+// names, read once a class.
+HRESULT Profiler::readClass(IMetaDataContext* context, ModuleFacts& facts, bool* onTracePath) {
+    if (auto known = facts.onTracePath.find(context->getTypeDef()); known != facts.onTracePath.end()) {
+        *onTracePath = known->second;
+        return S_OK;
+    }
     char16_t* assembly = nullptr;
     char16_t* className = nullptr;
-    HRESULT hr = newContext->getClassName(&assembly, &className);
-    bool coreLibrary = SUCCEEDED(hr) && sameText(assembly, coreLibraryName);
-    if (SUCCEEDED(hr) && TracePath::contains(assembly, className, coreLibrary)) {
+    const HRESULT hr = context->getClassName(&assembly, &className);
+    if (FAILED(hr)) return hr;
+    facts.coreLibrary = sameText(assembly, coreLibraryName);
+    *onTracePath = TracePath::contains(assembly, className, facts.coreLibrary);
+    facts.onTracePath.emplace(context->getTypeDef(), *onTracePath);
+    return S_OK;
+}
+
+HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
+    ModuleFacts* facts = &modules[newContext->getModuleID()];
+    bool onTracePath = false;
+    HRESULT hr = readClass(newContext, *facts, &onTracePath);
+    if (SUCCEEDED(hr) && onTracePath) {
         lastError = kTracePathMessage;
         hr = E_FAIL;
     }
@@ -53,9 +69,7 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
     ULONG bodySize = 0;
     if (SUCCEEDED(hr))
         hr = info->GetILFunctionBody(newContext->getModuleID(), newContext->getMethodDef(), &body, &bodySize);
-    ModuleFacts* facts = nullptr;
     if (SUCCEEDED(hr)) {
-        facts = &modules[newContext->getModuleID()];
         // Only the first sight is the method's own body; the runtime's is ours
         // once the method was rewritten at its first compile.
         if (keepingOriginals) {
@@ -84,7 +98,7 @@ HRESULT Profiler::updateContext(IMetaDataContext* newContext) {
         current = MethodRewrite{};
         current.context = newContext;
         current.facts = facts;
-        current.isCoreLibrary = coreLibrary;
+        current.isCoreLibrary = facts->coreLibrary;
         current.builder = std::move(newBuilder);
         current.buffer = std::move(newBuffer);
     }
