@@ -291,13 +291,13 @@ unsigned int MethodBuilder::getLabel(unsigned int index) {
 HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFlag flags, unsigned int tryOffset,
                                       unsigned int tryLength, unsigned int handlerOffset,
                                       unsigned int handlerLength, unsigned int filterOffset) {
+    const bool filter = (flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0;
     const unsigned long positions[] = {tryOffset, static_cast<unsigned long>(tryOffset) + tryLength, handlerOffset,
                                        static_cast<unsigned long>(handlerOffset) + handlerLength,
-                                       (flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0 ? filterOffset : 0ul};
+                                       filter ? filterOffset : 0ul};
     MethodBuilderEHClause record{};
     record.clause.Flags = flags;
     record.clause.ClassToken = classOrFilter;
-    const bool filter = (flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0;
     unsigned int found[std::size(positions)] = {};
     if (findDecodedLabels(positions, filter ? 5 : 4, found)) {
         record.tryStartLabel = found[0];
@@ -312,7 +312,7 @@ HRESULT MethodBuilder::insertEHClause(unsigned int classOrFilter, CorExceptionFl
     if (!areEntryStarts(positions, std::size(positions))) return E_UNEXPECTED;
 
     unsigned int pending = kTryStart | kTryEnd | kHandlerStart | kHandlerEnd;
-    if ((flags & COR_ILEXCEPTION_CLAUSE_FILTER) != 0) pending |= kFilter;
+    if (filter) pending |= kFilter;
     struct Place {
         PendingPlace bit;
         unsigned long position;
